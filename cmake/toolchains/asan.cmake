@@ -1,0 +1,8 @@
+# Address and undefined-behaviour sanitizers over everything, the dependencies included. The first report ends
+# the program.
+set(CMAKE_C_COMPILER gcc)
+set(CMAKE_CXX_COMPILER g++)
+
+set(sanitize "-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer -O1")
+set(CMAKE_C_FLAGS_INIT "${sanitize}")
+set(CMAKE_CXX_FLAGS_INIT "${sanitize}")

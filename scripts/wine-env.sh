@@ -1,0 +1,14 @@
+# Sourced: how Wine is run in this project, in one place.
+
+# shellcheck shell=bash
+. "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+
+export WINEPREFIX=${SONVIA_WINEPREFIX:-$build/windows/wineprefix}
+export WINEARCH=win64
+# Silent: Wine's own warnings would mix with the programs' output.
+export WINEDEBUG=-all
+# No offers to download .NET or a browser engine when a prefix is made.
+export WINEDLLOVERRIDES="mscoree,mshtml="
+# Nothing here has a window; without a display Wine does not even try.
+unset DISPLAY WAYLAND_DISPLAY
+wine=wine
