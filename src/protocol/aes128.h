@@ -6,8 +6,9 @@
 inline constexpr std::size_t kAesBlockSize = 16;
 inline constexpr std::size_t kAes128RoundKeys = 11;
 
-/// One direction of an AES-128 CBC chain. The bytes of `roundKeys` are in the order in which FIPS-197 writes them; a
-/// decryption state holds the schedule of the equivalent inverse cipher, so both codes below understand every state.
+/// One direction of an AES-128 CBC chain. The bytes of `roundKeys` are in FIPS-197 order; a
+/// decryption state holds the schedule of the equivalent inverse cipher, so both codes below understand every
+/// state.
 struct Aes128State {
     std::uint8_t roundKeys[kAes128RoundKeys][kAesBlockSize] = {};
     /// The last ciphertext block of the chain so far, or the initial value.
@@ -20,8 +21,8 @@ struct Aes128Code {
     void (*expandForEncryption)(const std::uint8_t* key, Aes128State& state);
     /// Expands the 16 bytes at `key` for decryption; the chaining block is left alone.
     void (*expandForDecryption)(const std::uint8_t* key, Aes128State& state);
-    /// Continue the chain over `blocks` blocks from `in` to `out`, which are the same address or do not overlap;
-    /// neither needs an alignment.
+    /// Continue the chain over `blocks` blocks from `in` to `out`, which are the same address or do not
+    /// overlap; neither needs an alignment.
     void (*cbcEncrypt)(Aes128State& state, const std::uint8_t* in, std::uint8_t* out, std::size_t blocks);
     void (*cbcDecrypt)(Aes128State& state, const std::uint8_t* in, std::uint8_t* out, std::size_t blocks);
 };

@@ -1,0 +1,273 @@
+#include "protocol/safety_data_deal.h"
+
+#include "log/write_log.h"
+#include "protocol/integrity_value.h"
+
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+constexpr int kErrorLevel = 4;
+constexpr const char* kTag = "Sonvia_Default";
+constexpr const char* kEncryptName = "SafetyDataDeal::encryptData";
+constexpr const char* kDecryptName = "SafetyDataDeal::decryptData";
+
+constexpr std::uint8_t kEncryptedFlag = 0x80;
+constexpr std::uint8_t kPaddedFlag = 0x40;
+constexpr std::uint8_t kIntegrityFlag = 0x20;
+
+/// The two bytes of the header length, which does not count them itself, and the flag-byte count.
+constexpr std::size_t kLengthSize = 2;
+constexpr std::size_t kFixedSize = kLengthSize + 1;
+constexpr std::size_t kFlagBytesWritten = 1;
+constexpr std::size_t kPadCountSize = 1;
+constexpr std::size_t kIntegritySize = 4;
+
+constexpr std::uint32_t kIntegrityCrc = 1;
+constexpr std::uint32_t kNoIntegrityValue = 0xFFFFFFFFU;
+
+std::uint32_t integrityOf(std::uint32_t type, const std::uint8_t* data, std::size_t size) {
+    return type == kIntegrityCrc ? integrityValue(data, size) : kNoIntegrityValue;
+}
+
+void storeBigEndian(std::uint8_t* bytes, std::uint32_t value) {
+    bytes[0] = static_cast<std::uint8_t>(value >> 24);
+    bytes[1] = static_cast<std::uint8_t>(value >> 16);
+    bytes[2] = static_cast<std::uint8_t>(value >> 8);
+    bytes[3] = static_cast<std::uint8_t>(value);
+}
+
+std::uint32_t loadBigEndian(const std::uint8_t* bytes) {
+    return static_cast<std::uint32_t>(bytes[0]) << 24 | static_cast<std::uint32_t>(bytes[1]) << 16 |
+           static_cast<std::uint32_t>(bytes[2]) << 8 | static_cast<std::uint32_t>(bytes[3]);
+}
+
+/// The log shows the low half of an address.
+unsigned shown(const void* pointer) {
+    return static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(pointer));
+}
+
+/// Empties both outputs, then says whether a call can go on.
+bool takeArguments(const char* name, bool inputUsable, const void* inData, std::size_t inSize,
+                   std::uint8_t** outData, std::size_t* outSize) {
+    if (outData != nullptr) {
+        *outData = nullptr;
+    }
+    if (outSize != nullptr) {
+        *outSize = 0;
+    }
+    if (inputUsable && outData != nullptr && outSize != nullptr) {
+        return true;
+    }
+    writeLog(kErrorLevel, kTag, "[%s:%d]pInData:0x%x inSize:%d ppOutData:0x%x pOutSize:0x%x is error", name,
+             __LINE__, shown(inData), static_cast<int>(inSize), shown(outData), shown(outSize));
+    return false;
+}
+
+/// Written through a volatile pointer, or the compiler would drop what nobody reads any more.
+void wipe(Aes128State& state) {
+    volatile auto* bytes = reinterpret_cast<volatile std::uint8_t*>(&state);
+    for (std::size_t index = 0; index < sizeof(state); ++index) {
+        bytes[index] = 0;
+    }
+}
+
+/// What the header of a received message says.
+struct MessageHeader {
+    std::size_t size = 0;
+    std::size_t padCount = 0;
+    bool encrypted = false;
+    bool integrityPresent = false;
+    std::uint32_t integrity = 0;
+};
+
+/// Reads the header of a message of at least three bytes; false when it contradicts itself or the message's
+/// size.
+bool readHeader(const std::uint8_t* message, std::size_t messageSize, MessageHeader& header) {
+    header.size = static_cast<std::size_t>(message[0]) * 256 + message[1] + kLengthSize;
+    const std::size_t flagBytes = message[2];
+    std::size_t position = kFixedSize + flagBytes;
+    if (header.size > messageSize || position > header.size) {
+        return false;
+    }
+    const std::uint8_t flags = flagBytes != 0 ? message[kFixedSize] : 0;
+    header.encrypted = (flags & kEncryptedFlag) != 0;
+    header.integrityPresent = (flags & kIntegrityFlag) != 0;
+    if ((flags & kPaddedFlag) != 0) {
+        if (position + kPadCountSize > header.size) {
+            return false;
+        }
+        header.padCount = message[position];
+        position += kPadCountSize;
+        if (header.padCount > messageSize - header.size) {
+            return false;
+        }
+    }
+    if (header.integrityPresent) {
+        if (position + kIntegritySize > header.size) {
+            return false;
+        }
+        header.integrity = loadBigEndian(message + position);
+    }
+    return true;
+}
+
+/// Encrypts `size` bytes and the zero bytes that fill the last block, `padCount` of them, into `out`.
+void encryptPadded(Aes128State& state, const std::uint8_t* data, std::size_t size, std::size_t padCount,
+                   std::uint8_t* out) {
+    const std::size_t whole = size / kAesBlockSize;
+    const std::size_t rest = size % kAesBlockSize;
+    const Aes128Code& code = aes128();
+    code.cbcEncrypt(state, data, out, whole);
+    if (padCount != 0) {
+        std::uint8_t last[kAesBlockSize] = {};
+        if (rest != 0) {
+            std::memcpy(last, data + whole * kAesBlockSize, rest);
+        }
+        code.cbcEncrypt(state, last, out + whole * kAesBlockSize, 1);
+    }
+}
+
+void copyPadded(const std::uint8_t* data, std::size_t size, std::size_t padCount, std::uint8_t* out) {
+    if (size != 0) {
+        std::memcpy(out, data, size);
+    }
+    std::memset(out + size, 0, padCount);
+}
+
+} // namespace
+
+std::shared_ptr<SafetyDataDeal>
+SafetyDataDeal::create(std::span<const std::uint8_t, kAesBlockSize> key,
+                       std::span<const std::uint8_t, kAesBlockSize> encryptIv,
+                       std::span<const std::uint8_t, kAesBlockSize> decryptIv) {
+    return std::make_shared<SafetyDataDeal>(key, encryptIv, decryptIv);
+}
+
+SafetyDataDeal::SafetyDataDeal(std::span<const std::uint8_t, kAesBlockSize> key,
+                               std::span<const std::uint8_t, kAesBlockSize> encryptIv,
+                               std::span<const std::uint8_t, kAesBlockSize> decryptIv) {
+    const Aes128Code& code = aes128();
+    code.expandForEncryption(key.data(), mEncryptState);
+    code.expandForDecryption(key.data(), mDecryptState);
+    std::memcpy(mEncryptState.iv, encryptIv.data(), kAesBlockSize);
+    std::memcpy(mDecryptState.iv, decryptIv.data(), kAesBlockSize);
+}
+
+SafetyDataDeal::~SafetyDataDeal() {
+    wipe(mEncryptState);
+    wipe(mDecryptState);
+}
+
+bool SafetyDataDeal::encryptData(const void* inData, std::size_t inSize, std::uint8_t** outData,
+                                 std::size_t* outSize) {
+    if (!takeArguments(kEncryptName, inData != nullptr || inSize == 0, inData, inSize, outData, outSize)) {
+        return false;
+    }
+    // CBC works on whole blocks. Refusing the rest would make the packet layer send the payload as plain
+    // text, so such data is padded even with padding switched off, and the flags of the message say so.
+    const bool padded = mBlockPad || (mEncryptOn && inSize % kAesBlockSize != 0);
+    const std::size_t padCount = padded ? kAesBlockSize - inSize % kAesBlockSize : 0;
+    const std::size_t headerSize =
+        kFixedSize + kFlagBytesWritten + (padded ? kPadCountSize : 0) + (mIntegrityOn ? kIntegritySize : 0);
+    const std::size_t dataSize = inSize + padCount;
+    const std::size_t total = headerSize + dataSize;
+    auto* message = total > inSize ? static_cast<std::uint8_t*>(std::malloc(total)) : nullptr;
+    if (message == nullptr) {
+        writeLog(kErrorLevel, kTag, "[%s:%d]malloc size:%d failed", kEncryptName, __LINE__,
+                 static_cast<int>(total));
+        return false;
+    }
+    const auto* plain = static_cast<const std::uint8_t*>(inData);
+    std::uint8_t* data = message + headerSize;
+    if (mEncryptOn) {
+        encryptPadded(mEncryptState, plain, inSize, padCount, data);
+    } else {
+        copyPadded(plain, inSize, padCount, data);
+    }
+    writeHeader(message, headerSize, padCount, dataSize);
+    *outData = message;
+    *outSize = total;
+    return true;
+}
+
+void SafetyDataDeal::writeHeader(std::uint8_t* message, std::size_t headerSize, std::size_t padCount,
+                                 std::size_t dataSize) const {
+    std::size_t position = kFixedSize;
+    message[2] = kFlagBytesWritten;
+    message[position++] =
+        static_cast<std::uint8_t>((mEncryptOn ? kEncryptedFlag : 0) | (padCount != 0 ? kPaddedFlag : 0) |
+                                  (mIntegrityOn ? kIntegrityFlag : 0));
+    if (padCount != 0) {
+        message[position++] = static_cast<std::uint8_t>(padCount);
+    }
+    if (mIntegrityOn) {
+        std::uint32_t integrity = kNoIntegrityValue;
+        if (dataSize != 0) {
+            integrity = integrityOf(mIntegrityType, message + headerSize, dataSize);
+        } else {
+            writeLog(kErrorLevel, kTag, "[%s:%d]outSize:%d headerSize:%d", kEncryptName, __LINE__,
+                     static_cast<int>(headerSize + dataSize), static_cast<int>(headerSize));
+        }
+        storeBigEndian(message + position, integrity);
+        position += kIntegritySize;
+    }
+    message[0] = 0;
+    message[1] = static_cast<std::uint8_t>(position - kLengthSize);
+    if (position != headerSize) {
+        writeLog(kErrorLevel, kTag, "[%s:%d]idx:%%d headerSize:%%d not same", kEncryptName, __LINE__);
+    }
+}
+
+bool SafetyDataDeal::decryptData(const void* inData, std::size_t inSize, std::uint8_t** outData,
+                                 std::size_t* outSize) {
+    const bool inputUsable = inData != nullptr && inSize >= kFixedSize;
+    if (!takeArguments(kDecryptName, inputUsable, inData, inSize, outData, outSize)) {
+        return false;
+    }
+    if (!unwrap(static_cast<const std::uint8_t*>(inData), inSize, outData, outSize)) {
+        writeLog(kErrorLevel, kTag, "[%s:%d]failed", kDecryptName, __LINE__);
+        return false;
+    }
+    return true;
+}
+
+bool SafetyDataDeal::unwrap(const std::uint8_t* message, std::size_t messageSize, std::uint8_t** outData,
+                            std::size_t* outSize) {
+    MessageHeader header;
+    if (!readHeader(message, messageSize, header)) {
+        return false;
+    }
+    const std::uint8_t* data = message + header.size;
+    const std::size_t dataSize = messageSize - header.size;
+    if (header.integrityPresent) {
+        const std::uint32_t computed = integrityOf(mIntegrityType, data, dataSize);
+        if (computed != header.integrity) {
+            writeLog(kErrorLevel, kTag,
+                     "[%s:%d]mIntegrityType:0X%X integrityVal:0X%X, 0X%X safetyIntegrityData failed",
+                     kDecryptName, __LINE__, mIntegrityType, header.integrity, computed);
+            return false;
+        }
+    }
+    if (header.encrypted && dataSize % kAesBlockSize != 0) {
+        return false;
+    }
+    if (dataSize == 0) {
+        return true;
+    }
+    auto* plain = static_cast<std::uint8_t*>(std::malloc(dataSize));
+    if (plain == nullptr) {
+        writeLog(kErrorLevel, kTag, "[%s:%d]calloc size:%d failed", kDecryptName, __LINE__,
+                 static_cast<int>(dataSize));
+        return false;
+    }
+    if (header.encrypted) {
+        aes128().cbcDecrypt(mDecryptState, data, plain, dataSize / kAesBlockSize);
+    } else {
+        std::memcpy(plain, data, dataSize);
+    }
+    *outData = plain;
+    *outSize = dataSize - header.padCount;
+    return true;
+}
