@@ -1,0 +1,351 @@
+#include "player.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <utility>
+
+namespace standin {
+
+namespace {
+
+constexpr std::uint64_t kTickMs = 2;
+constexpr int kStepsPerTurn = 64;
+constexpr std::size_t kUnwrittenLimit = 1U << 20U;
+constexpr std::int64_t kListenGuardMs = 10000;
+
+bool keyPresent(const Packet& packet, const std::string& key) {
+    const std::vector<Entry> entries = decodeEntries(packet.payload).entries;
+    return std::any_of(entries.begin(), entries.end(), [&](const Entry& entry) { return entry.key == key; });
+}
+
+} // namespace
+
+Player::Player(uv_loop_t* loop, Scenario scenario, std::string pipeName, std::string childProgram,
+               Record& record)
+    : mLoop(loop), mScenario(std::move(scenario)), mChildProgram(std::move(childProgram)), mRecord(record),
+      mPipe(loop, std::move(pipeName),
+            {[this] {
+                 mHadConnection = true;
+                 mCutter = PacketCutter();
+                 mRecord.write(RecordLine("connect"));
+                 advance();
+             },
+             [this](std::string_view bytes) { onReceived(bytes); },
+             [this](int code) {
+                 mRecord.write(RecordLine("disconnect")
+                                   .number("code", code)
+                                   .number("unfinished", static_cast<std::int64_t>(mCutter.pending())));
+                 advance();
+             }}) {}
+
+void Player::start() {
+    uv_timer_init(mLoop, &mOverallGuard);
+    mOverallGuard.data = this;
+    uv_timer_start(
+        &mOverallGuard,
+        [](uv_timer_t* timer) {
+            static_cast<Player*>(timer->data)->leave(kExitOverallGuard, "overall guard");
+        },
+        static_cast<std::uint64_t>(mScenario.guardSeconds) * 1000, 0);
+    uv_timer_init(mLoop, &mStopDelay);
+    mStopDelay.data = this;
+    uv_timer_init(mLoop, &mTick);
+    mTick.data = this;
+    advance();
+}
+
+void Player::advance() {
+    int steps = 0;
+    while (mNext < mScenario.steps.size() && steps < kStepsPerTurn) {
+        if (!std::exchange(mStepBegun, true)) {
+            mStepStart = uv_now(mLoop);
+        }
+        if (!(mTrickle.empty() ? perform(mScenario.steps[mNext].action) : trickle())) {
+            break;
+        }
+        ++mNext;
+        ++steps;
+        mStepBegun = false;
+    }
+    if (mNext < mScenario.steps.size()) {
+        uv_timer_start(
+            &mTick, [](uv_timer_t* timer) { static_cast<Player*>(timer->data)->advance(); },
+            steps == kStepsPerTurn ? 0 : kTickMs, 0);
+    }
+}
+
+bool Player::perform(const Action& action) {
+    return std::visit([this](const auto& step) { return perform(step); }, action);
+}
+
+std::int64_t Player::stepAge() const {
+    return static_cast<std::int64_t>(uv_now(mLoop) - mStepStart);
+}
+
+void Player::checkGuard(std::int64_t guard) {
+    if (stepAge() > guard) {
+        leave(kExitStepGuard, "guard of line " + std::to_string(mScenario.steps[mNext].line));
+    }
+}
+
+bool Player::perform(const WaitTime& step) {
+    return stepAge() >= step.milliseconds.value(mCounters);
+}
+
+bool Player::perform(const WaitConnection& step) {
+    if (mPipe.connected()) {
+        return true;
+    }
+    checkGuard(step.guard);
+    return false;
+}
+
+bool Player::perform(const WaitPacket& step) {
+    while (!mInbox.empty()) {
+        const Packet packet = std::move(mInbox.front());
+        mInbox.pop_front();
+        const bool commandFits = !step.command || step.command->value(mCounters) == packet.header.command;
+        if (commandFits && (!step.key || keyPresent(packet, step.key->value(mCounters)))) {
+            ++mMatches;
+        }
+        if (mMatches >= step.count.value(mCounters)) {
+            mMatches = 0;
+            return true;
+        }
+    }
+    checkGuard(step.guard);
+    return false;
+}
+
+bool Player::perform(const WaitFile& step) {
+    uv_fs_t request;
+    const int result = uv_fs_stat(nullptr, &request, step.path.value(mCounters).c_str(), nullptr);
+    uv_fs_req_cleanup(&request);
+    if (result == 0) {
+        return true;
+    }
+    checkGuard(step.guard);
+    return false;
+}
+
+bool Player::perform(const Listen& /*step*/) {
+    const int result = mPipe.listen();
+    if (result == 0) {
+        mRecord.write(RecordLine("listen"));
+        return true;
+    }
+    if (stepAge() > kListenGuardMs) {
+        leave(kExitStepGuard, std::string("cannot listen: ") + uv_err_name(result));
+    }
+    return false;
+}
+
+// A send waits for the first connection. After the peer has gone, sends are dropped: a flood must not hang.
+bool Player::readyToSend() {
+    if (!mPipe.connected() && !mHadConnection) {
+        return false;
+    }
+    return mPipe.unwritten() < kUnwrittenLimit;
+}
+
+bool Player::sendOut(std::string bytes) {
+    if (mJoining) {
+        mJoined.append(bytes);
+        return true;
+    }
+    if (!mPace) {
+        mPipe.write(std::move(bytes));
+        return true;
+    }
+    mTrickle = std::move(bytes);
+    mTrickled = 0;
+    return trickle();
+}
+
+// Writes the next byte by itself once the one before it has left and the pace allows it.
+bool Player::trickle() {
+    if (mTrickled < mTrickle.size() && !mPipe.connected()) {
+        mTrickled = mTrickle.size();
+    }
+    if (mTrickled < mTrickle.size() && mPipe.unwritten() == 0 && uv_now(mLoop) >= mNextByteTime) {
+        mPipe.write(mTrickle.substr(mTrickled++, 1));
+        mNextByteTime = uv_now(mLoop) + static_cast<std::uint64_t>(*mPace);
+    }
+    if (mTrickled < mTrickle.size()) {
+        return false;
+    }
+    mTrickle.clear();
+    mTrickled = 0;
+    return true;
+}
+
+bool Player::perform(const SendPacket& step) {
+    return readyToSend() && sendOut(encodePacket(step.packet, ++mSequence, mCounters));
+}
+
+bool Player::perform(const SendBytes& step) {
+    return readyToSend() && sendOut(step.bytes);
+}
+
+bool Player::perform(const SendFill& step) {
+    return readyToSend() &&
+           sendOut(std::string(static_cast<std::size_t>(step.count.value(mCounters)), step.byte));
+}
+
+bool Player::perform(const Flush& /*step*/) {
+    return mPipe.unwritten() == 0;
+}
+
+bool Player::perform(const RepeatBegin& step) {
+    if (mLoops.empty() || mLoops.back().begin != mNext) {
+        mLoops.push_back({mNext, 0});
+    }
+    const std::int64_t round = mLoops.back().round;
+    if (step.count && round >= step.count->value(mCounters)) {
+        mLoops.pop_back();
+        mNext = step.end;
+        return true;
+    }
+    mCounters[step.counter] = round;
+    return true;
+}
+
+bool Player::perform(const RepeatEnd& step) {
+    ++mLoops.back().round;
+    mNext = step.begin - 1; // advance() moves on to the begin step itself
+    return true;
+}
+
+bool Player::perform(const SplitBegin& step) {
+    mPace = step.pace.value(mCounters);
+    mNextByteTime = 0;
+    return true;
+}
+
+bool Player::perform(const SplitEnd& /*step*/) {
+    mPace.reset();
+    return true;
+}
+
+bool Player::perform(const JoinBegin& /*step*/) {
+    mJoining = true;
+    return true;
+}
+
+bool Player::perform(const JoinEnd& /*step*/) {
+    if (!readyToSend()) {
+        return false;
+    }
+    mJoining = false;
+    return sendOut(std::exchange(mJoined, {}));
+}
+
+bool Player::perform(const Disconnect& /*step*/) {
+    if (mPipe.unwritten() != 0) {
+        return false;
+    }
+    mPipe.disconnect();
+    mRecord.write(RecordLine("disconnect")
+                      .number("code", 0)
+                      .number("unfinished", static_cast<std::int64_t>(mCutter.pending())));
+    return true;
+}
+
+bool Player::perform(const ClosePipe& /*step*/) {
+    if (!perform(Disconnect{})) {
+        return false;
+    }
+    mPipe.stopListening();
+    return true;
+}
+
+bool Player::perform(const Crash& /*step*/) {
+    if (mPipe.unwritten() != 0) {
+        return false;
+    }
+    mRecord.write(RecordLine("crash"));
+    uv_kill(uv_os_getpid(), SIGKILL);
+    return false;
+}
+
+bool Player::perform(const Exit& step) {
+    if (mPipe.unwritten() != 0) {
+        return false;
+    }
+    leave(static_cast<int>(step.code.value(mCounters)), "scenario");
+}
+
+bool Player::perform(const ReadingSwitch& step) {
+    mPipe.setReading(step.on);
+    return true;
+}
+
+bool Player::perform(const OnStop& step) {
+    mOnStop = step;
+    return true;
+}
+
+bool Player::perform(const StartChildren& step) {
+    const std::int64_t count = step.count.value(mCounters);
+    for (std::int64_t i = 0; i < count; ++i) {
+        std::string program = mChildProgram;
+        char* arguments[] = {program.data(), nullptr};
+        uv_process_options_t options{};
+        options.file = program.c_str();
+        options.args = arguments;
+        // Detached: otherwise libuv itself would end the child together with this process, and a test could
+        // not tell whether the one who killed the service also killed its children.
+        options.flags = UV_PROCESS_DETACHED | UV_PROCESS_WINDOWS_HIDE;
+        auto* child = new uv_process_t;
+        const int result = uv_spawn(mLoop, child, &options);
+        mChildren.push_back(child);
+        mRecord.write(result == 0 ? RecordLine("child").number("pid", child->pid)
+                                  : RecordLine("child").text("error", uv_err_name(result)));
+    }
+    return true;
+}
+
+bool Player::perform(const Note& step) {
+    mRecord.write(RecordLine("note").text("text", step.text.value(mCounters)));
+    return true;
+}
+
+void Player::onReceived(std::string_view bytes) {
+    mCutter.feed(bytes);
+    while (std::optional<Packet> packet = mCutter.next()) {
+        onPacket(*packet);
+        mInbox.push_back(std::move(*packet));
+    }
+    if (!mCutter.error().empty()) {
+        mRecord.write(RecordLine("malformed").text("reason", mCutter.error()));
+        mPipe.disconnect();
+    }
+    advance();
+}
+
+void Player::onPacket(const Packet& packet) {
+    mRecord.write(packetLine(packet));
+    if (packet.header.command != kStopCommand || mOnStop.ignore) {
+        return;
+    }
+    const std::int64_t delay = mOnStop.after.value(mCounters);
+    if (delay <= 0) {
+        leave(static_cast<int>(mOnStop.code.value(mCounters)), "stop");
+    }
+    uv_timer_start(
+        &mStopDelay,
+        [](uv_timer_t* timer) {
+            auto* self = static_cast<Player*>(timer->data);
+            self->leave(static_cast<int>(self->mOnStop.code.value(self->mCounters)), "stop");
+        },
+        static_cast<std::uint64_t>(delay), 0);
+}
+
+// std::_Exit: nothing of this process is worth a tidy end, and open handles must not be able to delay it.
+void Player::leave(int code, std::string_view reason) {
+    mRecord.write(RecordLine("exit").number("code", code).text("reason", reason));
+    std::_Exit(code);
+}
+
+} // namespace standin

@@ -1,0 +1,52 @@
+// What the service saw, as one JSON object a line, flushed line by line so that a killed service loses
+// nothing.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "wire.h"
+
+namespace standin {
+
+// JSON text of a byte string. Bytes outside printable ASCII are written as \u00XX, one escape a byte, so that
+// any bytes survive the round trip whatever their encoding.
+std::string jsonText(std::string_view bytes);
+std::string jsonEntries(const std::vector<Entry>& entries);
+
+// One line under construction: {"event":"...", ...}.
+class RecordLine {
+public:
+    explicit RecordLine(std::string_view event);
+
+    RecordLine& number(std::string_view name, std::int64_t value);
+    RecordLine& text(std::string_view name, std::string_view value);
+    // `json` is already valid JSON.
+    RecordLine& json(std::string_view name, std::string_view json);
+    std::string finish() const;
+
+private:
+    std::string mText;
+};
+
+RecordLine packetLine(const Packet& packet);
+
+// Appends to the file: several runs of the service, one after another, may share one record. Without a path
+// nothing is written.
+class Record {
+public:
+    explicit Record(const std::string& path);
+    ~Record();
+    Record(const Record&) = delete;
+    Record& operator=(const Record&) = delete;
+
+    void write(const RecordLine& line);
+
+private:
+    std::FILE* mFile = nullptr;
+};
+
+} // namespace standin
