@@ -1,0 +1,62 @@
+#include "platform/service_process.h"
+
+#include <array>
+#include <string>
+#include <windows.h>
+
+#include <shellapi.h>
+
+namespace platform {
+
+namespace {
+
+class WindowsServiceProcess : public ServiceProcess {
+public:
+    explicit WindowsServiceProcess(HANDLE process) : mProcess(process) {}
+
+    ~WindowsServiceProcess() override { CloseHandle(mProcess); }
+
+    bool waitForEnd(std::chrono::milliseconds limit) override {
+        return WaitForSingleObject(mProcess, static_cast<DWORD>(limit.count())) != WAIT_TIMEOUT;
+    }
+
+private:
+    HANDLE mProcess;
+};
+
+std::wstring hostExecutablePath() {
+    std::array<wchar_t, MAX_PATH> path = {};
+    const DWORD length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
+    return {path.data(), length};
+}
+
+} // namespace
+
+void ServiceProcess::killAll() {
+    SHELLEXECUTEINFOW info = {};
+    info.cbSize = sizeof info;
+    info.fMask = SEE_MASK_NOCLOSEPROCESS;
+    info.lpVerb = L"open";
+    info.lpFile = L"cmd.exe";
+    info.lpParameters = L"/c taskkill /f /t /im QuPCAudio.exe";
+    info.nShow = SW_HIDE;
+    ShellExecuteExW(&info);
+    if (info.hProcess != nullptr) {
+        WaitForSingleObject(info.hProcess, INFINITE);
+        CloseHandle(info.hProcess);
+    }
+}
+
+std::unique_ptr<ServiceProcess> ServiceProcess::start(const char* logDir, int logLevel) {
+    std::wstring commandLine = serviceCommandLine(hostExecutablePath(), logDir, logLevel);
+    STARTUPINFOW startup = {}; // its size field is zero as well, which the system accepts
+    PROCESS_INFORMATION started = {};
+    if (CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr,
+                       nullptr, &startup, &started) == FALSE) {
+        return nullptr;
+    }
+    CloseHandle(started.hThread); // a host that starts and stops the service for months would collect these
+    return std::make_unique<WindowsServiceProcess>(started.hProcess);
+}
+
+} // namespace platform
