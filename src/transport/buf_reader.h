@@ -1,0 +1,42 @@
+#pragma once
+
+#include "transport/buf_view.h"
+
+#include <cstdint>
+
+/// A cursor that consumes a list of views as one continuous stream. Belongs to one thread.
+class OBufReader {
+public:
+    explicit OBufReader(const OBufView& view);
+    explicit OBufReader(OBufList&& list);
+    OBufReader(const OBufReader&) = delete;
+    OBufReader& operator=(const OBufReader&) = delete;
+
+    /// Moves the next `n` bytes into `out` (cleared first) as slices that share the blocks. False when fewer
+    /// than `n` are left; nothing is consumed then.
+    bool read(std::uint64_t n, OBufList& out);
+
+    /// Copies the next `n` bytes to `dst`, or skips them when `dst` is null. False as read().
+    bool readBytes(void* dst, std::uint64_t n);
+
+    /// Points `*out` at the next `n` bytes as one run: inside the current view when they lie there, else in
+    /// the scratch block, which stays valid until the next call that needs it. 0 bytes give a null pointer.
+    /// False when `out` is null, when fewer bytes are left, or when the scratch block could not be allocated.
+    bool readContiguous(const std::uint8_t** out, std::uint64_t n);
+
+    std::uint64_t remaining() const { return total - consumed; }
+
+private:
+    /// Consumes `n` bytes that are known to be left; `take(view, from, count)` sees each stretch of them.
+    template <typename Take>
+    void consume(std::uint64_t n, Take take);
+
+public:
+    /// The views and, through posInView, the place in them: what a caller that stops early takes over.
+    std::uint64_t total = 0;
+    std::uint64_t posInView = 0;
+    std::uint64_t consumed = 0;
+    OBufList::iterator current;
+    OBufList views;
+    OBufView scratch;
+};

@@ -1,0 +1,43 @@
+#include "transport/handle.h"
+
+#include "platform/thread_id.h"
+
+#include <cstdlib>
+
+void OBaseHandle::close() {
+    uv_handle_t* own = handle();
+    if (own == nullptr) {
+        return;
+    }
+    if (uv_is_closing(own) == 0) {
+        uv_close(own, closeCb);
+        return;
+    }
+    releaseHandle();
+}
+
+void OBaseHandle::closeCb(uv_handle_t* closed) {
+    if (closed == nullptr) {
+        return;
+    }
+    auto* owner = static_cast<OBaseHandle*>(closed->data);
+    if (owner == nullptr) {
+        std::free(closed);
+        return;
+    }
+    owner->releaseHandle();
+    owner->onClosed();
+}
+
+void OBaseHandle::releaseOnDestruction() {
+    if (mLoop != nullptr && mLoop->runState.load() == OUVLoop::kRunning &&
+        mLoop->threadId.load() == platform::currentThreadId()) {
+        uv_handle_t* own = handle();
+        if (own != nullptr) {
+            own->data = nullptr;
+            close();
+        }
+        return;
+    }
+    releaseHandle();
+}

@@ -1,0 +1,166 @@
+#include "transport/socket.h"
+
+#include <algorithm>
+#include <mutex>
+#include <utility>
+
+namespace {
+
+OBaseSocket* ownerOf(const uv_handle_t* handle) {
+    return static_cast<OBaseSocket*>(static_cast<OBaseHandle*>(handle->data));
+}
+
+} // namespace
+
+OBaseSocket::OBaseSocket(std::shared_ptr<OUVLoop> loop) : OBaseHandle(std::move(loop)) {}
+
+OBaseSocket::~OBaseSocket() {
+    for (OWriteReq* req : freeWriteReqs) {
+        delete req;
+    }
+    for (OWriteReq* req : activeWriteReqs) {
+        req->owner = nullptr; // libuv still holds it: its completion destroys it
+    }
+    eventCallback = nullptr;
+    writeCallback = nullptr;
+    readCallback = nullptr;
+    pendingReads.clear();
+}
+
+void OBaseSocket::clearCallbacks() {
+    readCallback = nullptr;
+    writeCallback = nullptr;
+    eventCallback = nullptr;
+}
+
+void OBaseSocket::onRead(OBufList list, std::int32_t status) {
+    if (readCallback) {
+        readCallback(this, std::move(list), status);
+    }
+}
+
+void OBaseSocket::onError(std::int32_t status) {
+    if (eventCallback) {
+        eventCallback(this, kReadError, status);
+    }
+}
+
+void OBaseSocket::onWrite(const OBufList& list, std::int32_t status) {
+    if (writeCallback) {
+        writeCallback(this, list, status);
+    }
+}
+
+OUVLoop* OBaseSocket::loop() {
+    return mLoop.get();
+}
+
+void OBaseSocket::setLoop(OUVLoop* loop) {
+    mLoop.reset(loop);
+}
+
+void OBaseSocket::setReadCallback(ReadCallback callback) {
+    readCallback = std::move(callback);
+}
+
+void OBaseSocket::setWriteCallback(WriteCallback callback) {
+    writeCallback = std::move(callback);
+}
+
+void OBaseSocket::setEventCallback(EventCallback callback) {
+    eventCallback = std::move(callback);
+}
+
+bool OBaseSocket::writeTo(uv_stream_t* stream, const OBufList& list) {
+    if (stream == nullptr || list.empty() || uv_is_writable(stream) == 0) {
+        return false;
+    }
+    OWriteReq* req = acquireWriteReq();
+    for (const OBufView& view : list) {
+        uv_buf_t buf = {};
+        buf.base = reinterpret_cast<char*>(view.data());
+        buf.len = static_cast<decltype(buf.len)>(view.length);
+        req->bufs.push_back(buf);
+    }
+    req->views = list;
+    req->req.data = req;
+    const auto count = static_cast<unsigned int>(req->bufs.size());
+    if (uv_write(&req->req, stream, req->bufs.data(), count, writeCb) == 0) {
+        return true;
+    }
+    recycle(req);
+    return false;
+}
+
+void OBaseSocket::writeCb(uv_write_t* req, int status) {
+    auto* write = static_cast<OWriteReq*>(req->data);
+    if (write->owner == nullptr) {
+        delete write;
+        return;
+    }
+    write->owner->onWrite(write->views, status);
+    write->owner->recycle(write);
+}
+
+OWriteReq* OBaseSocket::acquireWriteReq() {
+    const std::lock_guard guard(writeMutex);
+    OWriteReq* req = nullptr;
+    if (freeWriteReqs.empty()) {
+        req = new OWriteReq;
+        activeWriteReqs.push_back(req);
+    } else {
+        req = freeWriteReqs.front();
+        activeWriteReqs.splice(activeWriteReqs.end(), freeWriteReqs, freeWriteReqs.begin());
+    }
+    req->inUse = 1;
+    req->owner = this;
+    return req;
+}
+
+void OBaseSocket::recycle(OWriteReq* req) {
+    const std::lock_guard guard(writeMutex);
+    if (req->inUse == 0) {
+        return;
+    }
+    const auto place = std::find(activeWriteReqs.begin(), activeWriteReqs.end(), req);
+    if (place != activeWriteReqs.end()) {
+        freeWriteReqs.splice(freeWriteReqs.end(), activeWriteReqs, place);
+    }
+    req->inUse = 0;
+    req->views.clear();
+    req->bufs.clear();
+}
+
+void OBaseSocket::allocCb(uv_handle_t* handle, std::size_t suggestedSize, uv_buf_t* buf) {
+    OBufView view;
+    buf->base = reinterpret_cast<char*>(view.reset(suggestedSize));
+    buf->len = static_cast<decltype(buf->len)>(view.length); // 0 when out of memory: libuv reports UV_ENOBUFS
+    ownerOf(handle)->pendingReads.push_back(std::move(view));
+}
+
+void OBaseSocket::readCb(uv_stream_t* stream, ssize_t nread, const uv_buf_t* buf) {
+    OBaseSocket* owner = ownerOf(reinterpret_cast<uv_handle_t*>(stream));
+    if (owner == nullptr) {
+        return;
+    }
+    if (nread <= 0) {
+        owner->onError(static_cast<std::int32_t>(nread));
+        return;
+    }
+    OBufView view = owner->takePendingRead(buf->base);
+    view.setLength(static_cast<std::uint64_t>(nread));
+    owner->onRead(OBufList(1, std::move(view)), 0);
+}
+
+// libuv may have several buffers out; the one it filled is known by its first byte.
+OBufView OBaseSocket::takePendingRead(const char* base) {
+    const auto place = std::find_if(pendingReads.begin(), pendingReads.end(), [base](const OBufView& view) {
+        return reinterpret_cast<const char*>(view.data()) == base;
+    });
+    if (place == pendingReads.end()) {
+        return {};
+    }
+    OBufView view = std::move(*place);
+    pendingReads.erase(place);
+    return view;
+}
