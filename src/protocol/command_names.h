@@ -1,0 +1,14 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+/// The commands that this side sends or acts on; the vocabulary has many more (see commandName).
+enum CommandId : std::uint16_t {
+    kCommandNotify = 34,
+    kCommandStopPCAudioZLK = 8193,
+};
+
+/// Name of a command id for log lines; for an id outside the vocabulary the decimal id followed by " is
+/// unknown". No id is refused for being unknown.
+std::string commandName(std::int32_t id);

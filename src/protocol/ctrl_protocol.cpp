@@ -1,0 +1,184 @@
+#include "protocol/ctrl_protocol.h"
+
+#include "log/write_log.h"
+#include "protocol/big_endian.h"
+#include "protocol/command_names.h"
+#include "protocol/safety_data_deal.h"
+#include "transport/buf_reader.h"
+#include "transport/pack_buf.h"
+#include "transport/socket.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+constexpr std::uint8_t kMagic = 0x24; // '$'
+constexpr std::uint64_t kTailCapacity = 64 * 1024;
+
+using MallocBytes = std::unique_ptr<std::uint8_t, void (*)(void*)>;
+
+CtrlPacketHeader headerFrom(const std::array<std::uint8_t, sizeof(CtrlPacketHeader)>& bytes) {
+    return {bytes[0], readU16(&bytes[1]), readU16(&bytes[3]), readU32(&bytes[5])};
+}
+
+/// The pieces as one run of `size` bytes; null when memory ran out.
+MallocBytes joined(const OBufList& pieces, std::uint64_t size) {
+    MallocBytes bytes(static_cast<std::uint8_t*>(std::malloc(static_cast<std::size_t>(size))), std::free);
+    if (bytes == nullptr) {
+        writeLog(kLogError, kLogTagDefault, "[%s:%d]malloc size:%d failed", "CtrlProtocol::sendCommand",
+                 __LINE__, static_cast<int>(size));
+        return bytes;
+    }
+    std::uint64_t index = 0;
+    for (const OBufView& piece : pieces) {
+        if (index + piece.length > size) {
+            writeLog(kLogError, kLogTagDefault, "[%s:%d]idx:%u + getSize:%u > size:%u is error",
+                     "CtrlProtocol::sendCommand", __LINE__, static_cast<unsigned>(index),
+                     static_cast<unsigned>(piece.length), static_cast<unsigned>(size));
+            break;
+        }
+        std::memcpy(bytes.get() + index, piece.data(), static_cast<std::size_t>(piece.length));
+        index += piece.length;
+    }
+    return bytes;
+}
+
+} // namespace
+
+void CtrlProtocol::onPacket(const CtrlPacketHeader* header, const std::uint8_t* payload,
+                            std::uint32_t length) {
+    if (mHandlerFn) {
+        mHandlerFn(header, payload, length);
+    }
+}
+
+void CtrlProtocol::sendCommand(std::uint16_t cmdType, std::uint16_t seq, OBufList payload) {
+    if (mStream == nullptr) {
+        return;
+    }
+    if (mSafetyDataDeal != nullptr) {
+        protectPayload(payload);
+    }
+    OPackBuf header;
+    header.putU8(kMagic);
+    header.putU16(cmdType);
+    header.putU16(seq);
+    header.putU32(static_cast<std::uint32_t>(totalLength(payload)));
+    OBufList packet;
+    header.shareInto(packet);
+    packet.splice(packet.end(), payload);
+    mStream->write(packet);
+}
+
+// A payload that cannot be protected stays plain and is sent all the same. That is meant: the peer sees from
+// its own context that the packet is not what it expects, while refusing here would lose the command without
+// a trace.
+void CtrlProtocol::protectPayload(OBufList& payload) const {
+    const std::uint64_t size = totalLength(payload);
+    MallocBytes plain(nullptr, std::free);
+    if (size != 0) {
+        plain = joined(payload, size);
+        if (plain == nullptr) {
+            return;
+        }
+    }
+    std::uint8_t* sealed = nullptr;
+    std::size_t sealedSize = 0;
+    if (!mSafetyDataDeal->encryptData(plain.get(), static_cast<std::size_t>(size), &sealed, &sealedSize)) {
+        return;
+    }
+    const MallocBytes owned(sealed, std::free);
+    OPackBuf packed;
+    packed.putBytes(sealed, sealedSize);
+    packed.shareInto(payload);
+}
+
+void CtrlProtocol::DepackPacket(OBufList received) {
+    OBufList input;
+    input.swap(mPending);
+    input.splice(input.end(), received);
+    OBufReader reader(std::move(input));
+    while (true) {
+        if (mDepackState == kExpectHeader) {
+            std::array<std::uint8_t, sizeof(CtrlPacketHeader)> bytes = {};
+            if (!reader.readBytes(bytes.data(), bytes.size())) {
+                break;
+            }
+            mHeader = headerFrom(bytes);
+            mDepackState = kExpectBody;
+        }
+        if (reader.remaining() < mHeader.size) {
+            break;
+        }
+        const std::uint8_t* body = nullptr;
+        if (reader.readContiguous(&body, mHeader.size)) {
+            deliver(body);
+        } else { // all bytes are here, but no memory to hold them in one run: only this packet is lost
+            writeLog(kLogError, kLogTagDefault, "[%s:%d]malloc size:%d failed", "CtrlProtocol::DepackPacket",
+                     __LINE__, static_cast<int>(mHeader.size));
+            reader.readBytes(nullptr, mHeader.size);
+        }
+        mDepackState = kExpectHeader;
+    }
+    keepRest(reader);
+}
+
+void CtrlProtocol::deliver(const std::uint8_t* body) {
+    if (mSafetyDataDeal == nullptr) {
+        onPacket(&mHeader, body, mHeader.size);
+        return;
+    }
+    std::uint8_t* plain = nullptr;
+    std::size_t plainSize = 0;
+    if (!mSafetyDataDeal->decryptData(body, mHeader.size, &plain, &plainSize)) {
+        writeLog(kLogError, kLogTagDefault, "[%s:%d]cmdType:%s size:%d decryptData failed",
+                 "CtrlProtocol::DepackPacket", __LINE__, commandName(mHeader.cmdType).c_str(),
+                 static_cast<int>(mHeader.size));
+        return;
+    }
+    const MallocBytes owned(plain, std::free);
+    onPacket(&mHeader, plainSize != 0 ? plain : nullptr, static_cast<std::uint32_t>(plainSize));
+}
+
+void CtrlProtocol::keepRest(const OBufReader& reader) {
+    std::uint64_t from = reader.posInView;
+    for (OBufList::const_iterator view = reader.current; view != reader.views.end(); ++view) {
+        OBufView rest;
+        if (view->slice(rest, from, view->length - from)) {
+            keep(rest);
+        }
+        from = 0;
+    }
+}
+
+// A read comes in a block of 64 KB even when it holds one byte. A peer that drips its bytes must not make us
+// hold a block for each, so sparse views are copied together; well filled ones are shared.
+void CtrlProtocol::keep(const OBufView& rest) {
+    if (rest.buffer == mTail || rest.length >= rest.buffer->capacity / 4) {
+        mPending.push_back(rest);
+        return;
+    }
+    const bool appends = !mPending.empty() && mPending.back().buffer == mTail;
+    if (appends) {
+        OBufView& last = mPending.back();
+        const std::uint64_t end = last.offset + last.length;
+        if (rest.length <= mTail->capacity - end) {
+            std::memcpy(mTail->data + end, rest.data(), static_cast<std::size_t>(rest.length));
+            last.length += rest.length;
+            return;
+        }
+    }
+    OBufView tail;
+    if (tail.reset(std::max(kTailCapacity, rest.length)) == nullptr) {
+        mPending.push_back(rest);
+        return;
+    }
+    std::memcpy(tail.data(), rest.data(), static_cast<std::size_t>(rest.length));
+    tail.length = rest.length;
+    mTail = tail.buffer;
+    mPending.push_back(std::move(tail));
+}
