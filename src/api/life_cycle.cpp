@@ -1,0 +1,144 @@
+#include "api/life_cycle.h"
+
+#include "log/init_log.h"
+#include "log/write_log.h"
+#include "platform/module.h"
+#include "protocol/command_names.h"
+#include "protocol/key_value.h"
+#include "transport/loop_log.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <future>
+#include <string>
+#include <system_error>
+#include <utility>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kPipeOpenTime = 200ms;
+constexpr auto kServiceStopTime = 1000ms;
+constexpr const char* kLogFolder = "\\PCAudiodll";
+
+void killExe() {
+    platform::ServiceProcess::killAll();
+    writeLog(kLogInfo, kLogTagDll, "[%s:%d]kill QuPCAudio process", "killExe", __LINE__);
+}
+
+// Level 2 is left out on purpose: it is no level of the log's.
+void forwardLoopLine(int level, const char* tag, const char* text) {
+    if (level == kLogDebug || level == kLogInfo || level == kLogWarning || level == kLogError) {
+        writeLog(level, tag, "%s", text);
+    }
+}
+
+void stopService(AudioServiceHandle& handle) {
+    constexpr const char* kName = "uninitSonviaAudioService";
+    writeLog(kLogInfo, kLogTagDll, "[%s:%d]send StopSonviaAudioService notify!", kName, __LINE__);
+    handle.session->endSession();
+    OBufList payload;
+    CtrlProtocol::KeyValueBuf().addInt("StopSonviaAudioService", SONVIA_NOTIFY_STOP_SERVICE).finish(payload);
+    handle.session->send(kCommandStopPCAudioZLK, ++handle.sequence, std::move(payload));
+    if (handle.process != nullptr && !handle.process->waitForEnd(kServiceStopTime)) {
+        writeLog(kLogInfo, kLogTagDll, "[%s:%d]QuPCAudio exit timeout", kName, __LINE__);
+        killExe();
+    }
+}
+
+void stopLoop(AudioServiceHandle& handle) {
+    constexpr const char* kName = "uninitSonviaAudioService";
+    if (handle.loop != nullptr) {
+        handle.loop->stop();
+        writeLog(kLogInfo, kLogTagDll, "[%s:%d]stop loop!", kName, __LINE__);
+    }
+    if (handle.loopThread != nullptr) {
+        if (handle.loopThread->get_id() == std::this_thread::get_id()) {
+            writeLog(kLogError, kLogTagDll, "[%s:%d]called inside a callback", kName, __LINE__);
+            orvel::FLUSHLOG();
+            std::abort(); // the thread cannot wait for itself, and the handle cannot be freed under it
+        }
+        handle.loopThread->join();
+        handle.loopThread = nullptr;
+        writeLog(kLogInfo, kLogTagDll, "[%s:%d]exit thread!", kName, __LINE__);
+    } else if (handle.loop != nullptr && handle.session->handle() != nullptr) {
+        // A connect was begun but no thread could be started for the loop. libuv holds the pipe until its
+        // loop has run.
+        handle.loop->run([&handle] { handle.loop->stop(); });
+    }
+}
+
+} // namespace
+
+std::unique_ptr<AudioServiceHandle> startUp(const char* logDir, int logLevel) {
+    constexpr const char* kName = "initSonviaAudioService";
+    platform::keepModuleLoaded();
+    killExe();
+    setLoopLogSink(forwardLoopLine);
+    orvel::INITLOG((std::string(logDir) + kLogFolder).c_str(), logLevel);
+    writeLog(kLogInfo, kLogTagDll, "[%s:%d]initSonviaAudioService", kName, __LINE__);
+    std::unique_ptr<platform::ServiceProcess> process = platform::ServiceProcess::start(logDir, logLevel);
+    if (process == nullptr) {
+        writeLog(kLogError, kLogTagDll, "[%s:%d]QuPCAudio.exe start failed!!!!", kName, __LINE__);
+        return nullptr;
+    }
+    auto handle = std::make_unique<AudioServiceHandle>();
+    handle->process = std::move(process);
+    handle->loop = std::make_shared<OUVLoop>();
+    writeLog(kLogDebug, kLogTagDll, "[%s:%d]OUVLoop New", kName, __LINE__);
+    handle->session = std::make_unique<QuPCAudioMessage>(handle->loop);
+    std::this_thread::sleep_for(kPipeOpenTime);
+    return handle;
+}
+
+bool startLoopThread(AudioServiceHandle& handle) {
+    const std::lock_guard guard(handle.startMutex);
+    if (handle.loopThread != nullptr) {
+        return true;
+    }
+    // Waited for: a stop that came before the loop accepts one would be refused, and the join would never
+    // end.
+    auto started = std::make_shared<std::promise<void>>();
+    try {
+        handle.loopThread = std::make_unique<std::thread>(
+            [loop = handle.loop, started] { ThreadFun(loop, [started] { started->set_value(); }); });
+    } catch (const std::system_error& error) {
+        writeLog(kLogError, kLogTagDll, "[%s:%d]thread start failed: %s", "setParam", __LINE__, error.what());
+        return false;
+    }
+    started->get_future().wait();
+    return true;
+}
+
+void ThreadFun(const std::shared_ptr<OUVLoop>& loop, const std::function<void()>& started) {
+    constexpr const char* kName = "ThreadFun";
+    if (loop == nullptr) {
+        writeLog(kLogWarning, kLogTagDll, "[%s:%d]loop is NULL", kName, __LINE__);
+        started();
+        return;
+    }
+    if (loop->runState.load() != OUVLoop::kNotRunning) {
+        writeLog(kLogWarning, kLogTagDll, "[%s:%d]SonviaPCDll is running", kName, __LINE__);
+        started();
+        return;
+    }
+    writeLog(kLogWarning, kLogTagDll, "[%s:%d]SonviaPCDll begin run", kName, __LINE__);
+    loop->run(started);
+    writeLog(kLogWarning, kLogTagDll, "[%s:%d]SonviaPCDll will out run", kName, __LINE__);
+}
+
+void shutDown(AudioServiceHandle& handle) {
+    if (handle.session == nullptr) {
+        writeLog(kLogInfo, kLogTagDll, "[%s:%d]QuPCAudio is null, try kill QuPCAudio.exe.",
+                 "uninitSonviaAudioService", __LINE__);
+        killExe();
+        return;
+    }
+    stopService(handle);
+    stopLoop(handle);
+    handle.loop = nullptr;
+    handle.session->close();
+    handle.session = nullptr;
+    handle.process = nullptr;
+}
