@@ -1,32 +1,65 @@
 # sonvia_add_test(<name> SOURCES <file>... [LIBS <target>...] [LABELS <label>...] [SERIAL] [TIMEOUT <seconds>])
 #
-# One GoogleTest executable and one ctest entry, both called <name>. Each test runs in a folder of its own,
-# build/<preset>/testrun/<name>, and leaves result.xml there, which ./test counts.
+# One GoogleTest executable and one ctest entry, both called <name>. It leaves result.xml in the folder that it runs
+# in, and ./test counts what stands there. Further arguments as below.
 #
-# SERIAL: the test shares something with other tests that there is only one of (the pipe's name, the service's
-# process name), so no two of them run at the same time. Under Wine every test is serial: all of them share one
-# prefix and one wineserver.
+# sonvia_run_as_test(<target> [ARGS <argument>...] [LABELS <label>...] [SERIAL] [TIMEOUT <seconds>])
+#
+# Makes a ctest entry of any program whose exit code tells success. Each runs in a folder of its own,
+# build/<preset>/testrun/<target>.
+#
+# SERIAL: the test shares something with other tests that there is only one of (the service's process name, all of
+# the processor's time), so no two of them run at once. Under Wine every test runs alone: all share one prefix.
 function(sonvia_add_test name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "SERIAL" "TIMEOUT" "SOURCES;LIBS;LABELS")
     if(arg_UNPARSED_ARGUMENTS OR NOT arg_SOURCES)
         message(FATAL_ERROR "sonvia_add_test(${name}): wants SOURCES, does not know '${arg_UNPARSED_ARGUMENTS}'")
-    endif()
-    if(NOT arg_TIMEOUT)
-        set(arg_TIMEOUT 300)
     endif()
 
     add_executable(${name} ${arg_SOURCES})
     target_link_libraries(${name} PRIVATE ${arg_LIBS} sonvia_core GTest::gtest_main)
     target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
 
-    set(folder "${PROJECT_BINARY_DIR}/testrun/${name}")
+    set(serial)
+    if(arg_SERIAL)
+        set(serial SERIAL)
+    endif()
+    # A relative name for the result: it means the same to a program under Wine as to a native one.
+    sonvia_run_as_test(${name}
+        ARGS --gtest_output=xml:result.xml
+        LABELS ${arg_LABELS}
+        TIMEOUT ${arg_TIMEOUT}
+        ${serial})
+endfunction()
+
+function(sonvia_run_as_test target)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "SERIAL" "TIMEOUT" "ARGS;LABELS")
+    if(arg_UNPARSED_ARGUMENTS)
+        message(FATAL_ERROR "sonvia_run_as_test(${target}): does not know '${arg_UNPARSED_ARGUMENTS}'")
+    endif()
+    if(NOT arg_TIMEOUT)
+        set(arg_TIMEOUT 300)
+    endif()
+
+    # Wine or the sanitizers' options: each toolchain file names what its programs are launched with.
+    set(folder "${PROJECT_BINARY_DIR}/testrun/${target}")
     file(MAKE_DIRECTORY "${folder}")
-    # A relative name: it means the same to a program under Wine as to a native one.
-    add_test(NAME ${name} COMMAND ${name} --gtest_output=xml:result.xml WORKING_DIRECTORY "${folder}")
-    set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
-    if(WIN32)
-        set_tests_properties(${name} PROPERTIES RUN_SERIAL TRUE)
+    add_test(NAME ${target}
+        COMMAND ${SONVIA_TEST_LAUNCHER} "$<TARGET_FILE:${target}>" ${arg_ARGS}
+        WORKING_DIRECTORY "${folder}")
+    set_tests_properties(${target} PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
+    if(SONVIA_TESTS_USE_WINE)
+        set_tests_properties(${target} PROPERTIES RUN_SERIAL TRUE FIXTURES_REQUIRED wine)
     elseif(arg_SERIAL)
-        set_tests_properties(${name} PROPERTIES RESOURCE_LOCK sonvia_serial)
+        set_tests_properties(${target} PROPERTIES RESOURCE_LOCK sonvia_serial)
     endif()
 endfunction()
+
+if(WIN32 AND CMAKE_CROSSCOMPILING)
+    set(SONVIA_TESTS_USE_WINE ON)
+    # The prefix is made before the first test and every program in it ended after the last one.
+    add_test(NAME wine_start COMMAND "${PROJECT_SOURCE_DIR}/scripts/wine-prefix" start)
+    add_test(NAME wine_stop COMMAND "${PROJECT_SOURCE_DIR}/scripts/wine-prefix" stop)
+    set_tests_properties(wine_start PROPERTIES FIXTURES_SETUP wine TIMEOUT 300)
+    set_tests_properties(wine_stop PROPERTIES FIXTURES_CLEANUP wine TIMEOUT 60)
+endif()

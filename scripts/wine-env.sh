@@ -7,8 +7,9 @@ export WINEPREFIX=${SONVIA_WINEPREFIX:-$build/windows/wineprefix}
 export WINEARCH=win64
 # Silent: Wine's own warnings would mix with the programs' output.
 export WINEDEBUG=-all
-# No offers to download .NET or a browser engine when a prefix is made.
-export WINEDLLOVERRIDES="mscoree,mshtml="
+# No offers to download .NET or a browser engine when a prefix is made; and the taskkill of this project, which
+# scripts/wine-prefix installs, in place of the one built into Wine.
+export WINEDLLOVERRIDES="mscoree,mshtml=;taskkill.exe=n,b"
 # Nothing here has a window; without a display Wine does not even try.
 unset DISPLAY WAYLAND_DISPLAY
 wine=wine

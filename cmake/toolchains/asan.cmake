@@ -6,3 +6,6 @@ set(CMAKE_CXX_COMPILER g++)
 set(sanitize "-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer -O1")
 set(CMAKE_C_FLAGS_INIT "${sanitize}")
 set(CMAKE_CXX_FLAGS_INIT "${sanitize}")
+
+# How tests run: see scripts/run-sanitized.
+set(SONVIA_TEST_LAUNCHER "${CMAKE_CURRENT_LIST_DIR}/../../scripts/run-sanitized")

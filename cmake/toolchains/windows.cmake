@@ -20,3 +20,4 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
 # Programs run under Wine in the build folder's own prefix.
 set(CMAKE_CROSSCOMPILING_EMULATOR "${CMAKE_CURRENT_LIST_DIR}/../../scripts/wine-run")
+set(SONVIA_TEST_LAUNCHER "${CMAKE_CROSSCOMPILING_EMULATOR}")
