@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr int kErrorLevel = 4;
-constexpr const char* kTag = "Sonvia_Default";
 constexpr const char* kEncryptName = "SafetyDataDeal::encryptData";
 constexpr const char* kDecryptName = "SafetyDataDeal::decryptData";
 
@@ -60,8 +58,8 @@ bool takeArguments(const char* name, bool inputUsable, const void* inData, std::
     if (inputUsable && outData != nullptr && outSize != nullptr) {
         return true;
     }
-    writeLog(kErrorLevel, kTag, "[%s:%d]pInData:0x%x inSize:%d ppOutData:0x%x pOutSize:0x%x is error", name,
-             __LINE__, shown(inData), static_cast<int>(inSize), shown(outData), shown(outSize));
+    writeLog(kLogError, kLogTagDefault, "[%s:%d]pInData:0x%x inSize:%d ppOutData:0x%x pOutSize:0x%x is error",
+             name, __LINE__, shown(inData), static_cast<int>(inSize), shown(outData), shown(outSize));
     return false;
 }
 
@@ -175,7 +173,7 @@ bool SafetyDataDeal::encryptData(const void* inData, std::size_t inSize, std::ui
     const std::size_t total = headerSize + dataSize;
     auto* message = total > inSize ? static_cast<std::uint8_t*>(std::malloc(total)) : nullptr;
     if (message == nullptr) {
-        writeLog(kErrorLevel, kTag, "[%s:%d]malloc size:%d failed", kEncryptName, __LINE__,
+        writeLog(kLogError, kLogTagDefault, "[%s:%d]malloc size:%d failed", kEncryptName, __LINE__,
                  static_cast<int>(total));
         return false;
     }
@@ -207,7 +205,7 @@ void SafetyDataDeal::writeHeader(std::uint8_t* message, std::size_t headerSize, 
         if (dataSize != 0) {
             integrity = integrityOf(mIntegrityType, message + headerSize, dataSize);
         } else {
-            writeLog(kErrorLevel, kTag, "[%s:%d]outSize:%d headerSize:%d", kEncryptName, __LINE__,
+            writeLog(kLogError, kLogTagDefault, "[%s:%d]outSize:%d headerSize:%d", kEncryptName, __LINE__,
                      static_cast<int>(headerSize + dataSize), static_cast<int>(headerSize));
         }
         storeBigEndian(message + position, integrity);
@@ -216,7 +214,7 @@ void SafetyDataDeal::writeHeader(std::uint8_t* message, std::size_t headerSize, 
     message[0] = 0;
     message[1] = static_cast<std::uint8_t>(position - kLengthSize);
     if (position != headerSize) {
-        writeLog(kErrorLevel, kTag, "[%s:%d]idx:%%d headerSize:%%d not same", kEncryptName, __LINE__);
+        writeLog(kLogError, kLogTagDefault, "[%s:%d]idx:%%d headerSize:%%d not same", kEncryptName, __LINE__);
     }
 }
 
@@ -227,7 +225,7 @@ bool SafetyDataDeal::decryptData(const void* inData, std::size_t inSize, std::ui
         return false;
     }
     if (!unwrap(static_cast<const std::uint8_t*>(inData), inSize, outData, outSize)) {
-        writeLog(kErrorLevel, kTag, "[%s:%d]failed", kDecryptName, __LINE__);
+        writeLog(kLogError, kLogTagDefault, "[%s:%d]failed", kDecryptName, __LINE__);
         return false;
     }
     return true;
@@ -244,7 +242,7 @@ bool SafetyDataDeal::unwrap(const std::uint8_t* message, std::size_t messageSize
     if (header.integrityPresent) {
         const std::uint32_t computed = integrityOf(mIntegrityType, data, dataSize);
         if (computed != header.integrity) {
-            writeLog(kErrorLevel, kTag,
+            writeLog(kLogError, kLogTagDefault,
                      "[%s:%d]mIntegrityType:0X%X integrityVal:0X%X, 0X%X safetyIntegrityData failed",
                      kDecryptName, __LINE__, mIntegrityType, header.integrity, computed);
             return false;
@@ -258,7 +256,7 @@ bool SafetyDataDeal::unwrap(const std::uint8_t* message, std::size_t messageSize
     }
     auto* plain = static_cast<std::uint8_t*>(std::malloc(dataSize));
     if (plain == nullptr) {
-        writeLog(kErrorLevel, kTag, "[%s:%d]calloc size:%d failed", kDecryptName, __LINE__,
+        writeLog(kLogError, kLogTagDefault, "[%s:%d]calloc size:%d failed", kDecryptName, __LINE__,
                  static_cast<int>(dataSize));
         return false;
     }
