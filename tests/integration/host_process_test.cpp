@@ -1,0 +1,151 @@
+// Whole host processes: how they start, log, leave and come again.
+#include <algorithm>
+#include <filesystem>
+#include <regex>
+
+#include "support/process.h"
+#include "support/service_fixture.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+#ifdef _WIN32
+constexpr const char* kHostProgram = "host_child.exe";
+#else
+constexpr const char* kHostProgram = "host_child";
+#endif
+
+class HostProcess : public testing::Test {
+protected:
+    void SetUp() override { support::enterTestFolder(); }
+
+    int run(const std::string& behaviour, const std::string& scenario, const fs::path& folder) {
+        standin.play(scenario);
+        return support::runProgram(folder / kHostProgram, {behaviour});
+    }
+
+    int run(const std::string& behaviour, const std::string& scenario) {
+        return run(behaviour, scenario, support::programFolder());
+    }
+
+    // Lines of the host's log that carry that tag, from the tag on, without their line numbers.
+    static std::vector<std::string> logLines(const std::string& tag) {
+        const std::string text = support::logText((fs::current_path() / "logs" / "host").string());
+        std::vector<std::string> lines;
+        const std::regex pattern("\\b" + tag + R"(: \[([^\]]*):\d+\](.*?)\r?\n)");
+        for (std::sregex_iterator it(text.begin(), text.end(), pattern); it != std::sregex_iterator(); ++it) {
+            lines.push_back((*it)[1].str() + " " + (*it)[2].str());
+        }
+        return lines;
+    }
+
+    static std::size_t countOf(const std::vector<std::string>& lines, const std::string& line) {
+        return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), line));
+    }
+
+    support::Standin standin;
+};
+
+constexpr const char* kOneEvent = "wait packet key KORUInfo\nnotify int buffering-start 1\n";
+
+TEST_F(HostProcess, NoServiceBesideTheHostGivesNoHandleAndIsLoggedOnce) {
+    const fs::path folder = fs::current_path() / "alone";
+    fs::create_directories(folder);
+    fs::copy_file(support::programFolder() / kHostProgram, folder / kHostProgram);
+#ifdef _WIN32
+    fs::copy_file(support::programFolder() / "SonviaPCAudioDll.dll", folder / "SonviaPCAudioDll.dll");
+#endif
+    EXPECT_EQ(run("no-service", "", folder), 0);
+    EXPECT_TRUE(standin.recorded("start").empty());
+    const std::vector<std::string> lines = logLines("SonviaPCAudioDll");
+    EXPECT_EQ(countOf(lines, "initSonviaAudioService QuPCAudio.exe start failed!!!!"), 1U);
+}
+
+TEST_F(HostProcess, WholeLifeIsLoggedStepByStep) {
+    ASSERT_EQ(run("whole-life", kOneEvent), 0);
+    std::vector<std::string> lines = logLines("SonviaPCAudioDll");
+    // These two come from the loop thread, at a moment of its own.
+    lines.erase(std::remove(lines.begin(), lines.end(), "ThreadFun SonviaPCDll begin run"), lines.end());
+    lines.erase(std::remove(lines.begin(), lines.end(), "ThreadFun SonviaPCDll will out run"), lines.end());
+    lines.erase(
+        std::remove_if(lines.begin(), lines.end(),
+                       [](const std::string& line) { return line.find("OUVLoop") != std::string::npos; }),
+        lines.end());
+    EXPECT_EQ(lines, (std::vector<std::string>{
+                         "initSonviaAudioService initSonviaAudioService", "setParam koru setParam!",
+                         "getState getState!", "getSourceName getSourceName!",
+                         "setAccountID koru setAccountID!", "exitAudioProjection exitAudioProjection",
+                         "uninitSonviaAudioService uninitSonviaAudioService",
+                         "uninitSonviaAudioService send StopSonviaAudioService notify!",
+                         "uninitSonviaAudioService stop loop!", "uninitSonviaAudioService exit thread!"}));
+
+    const std::vector<std::string> session = logLines("Sonvia_PCAudioMessage");
+    const std::vector<std::string> expected = {
+        "QuPCAudioMessage::onConnect Connect successed, start recv.",
+        "QuPCAudioMessage::_setKORUInfoNotify send notify koru info.",
+        "QuPCAudioMessage::handleBufferStart kKORUSinkInfoBufferingStart.",
+        "QuPCAudioMessage::setAccountID send notify accountid."};
+    ASSERT_GE(session.size(), expected.size());
+    EXPECT_EQ((std::vector<std::string>{session.begin(), session.begin() + 4}), expected);
+}
+
+TEST_F(HostProcess, HandleThatWasNeverConfiguredStopsNoThread) {
+    EXPECT_EQ(run("never-configured", ""), 0);
+    const std::vector<std::string> lines = logLines("SonviaPCAudioDll");
+    EXPECT_EQ(countOf(lines, "uninitSonviaAudioService send StopSonviaAudioService notify!"), 1U);
+    EXPECT_EQ(countOf(lines, "uninitSonviaAudioService stop loop!"), 1U);
+    EXPECT_EQ(countOf(lines, "uninitSonviaAudioService exit thread!"), 0U);
+    EXPECT_FALSE(standin.running());
+}
+
+TEST_F(HostProcess, ServiceThatIgnoresTheStopIsEndedAndThatIsLogged) {
+    EXPECT_EQ(run("whole-life", kOneEvent + std::string("on-stop ignore\n")), 0);
+    const std::vector<std::string> lines = logLines("SonviaPCAudioDll");
+    EXPECT_EQ(countOf(lines, "uninitSonviaAudioService QuPCAudio exit timeout"), 1U);
+    EXPECT_EQ(countOf(lines, "killExe kill QuPCAudio process"), 1U);
+    EXPECT_FALSE(standin.running());
+}
+
+TEST_F(HostProcess, ServiceThatEndsInTimeIsNotEndedByName) {
+    EXPECT_EQ(run("whole-life", kOneEvent), 0);
+    const std::vector<std::string> lines = logLines("SonviaPCAudioDll");
+    EXPECT_EQ(countOf(lines, "uninitSonviaAudioService QuPCAudio exit timeout"), 0U);
+    EXPECT_EQ(countOf(lines, "killExe kill QuPCAudio process"), 0U);
+}
+
+TEST_F(HostProcess, UninitAtOnceAfterSetParamEnds) {
+    EXPECT_EQ(run("uninit-at-once", ""), 0);
+    EXPECT_FALSE(standin.running());
+}
+
+TEST_F(HostProcess, UninitAtOnceEndsWhenTheServiceHasAlreadyEnded) {
+    EXPECT_EQ(run("uninit-at-once", "no-pipe\nexit\n"), 0);
+}
+
+TEST_F(HostProcess, HostMayLeaveWithoutUninit) {
+    EXPECT_EQ(run("exit-without-uninit", kOneEvent), 0);
+    EXPECT_TRUE(standin.waitForEvent("disconnect"));
+}
+
+TEST_F(HostProcess, HostMayLeaveWhileEventsPourIn) {
+    EXPECT_EQ(
+        run("exit-in-flood", kOneEvent + std::string("repeat forever\n notify int buffering-end 1\nend\n")),
+        0);
+}
+
+TEST_F(HostProcess, HostMayLeaveWithoutSetParam) {
+    EXPECT_EQ(run("exit-without-set-param", ""), 0);
+}
+
+TEST_F(HostProcess, LibraryMayBeLoadedAndFreedUnused) {
+    EXPECT_EQ(run("load-only", ""), 0);
+}
+
+TEST_F(HostProcess, LibraryMayBeFreedLoadedAgainAndStartedOver) {
+    EXPECT_EQ(run("reload", kOneEvent), 0);
+    EXPECT_EQ(standin.recorded("start").size(), 3U);
+    EXPECT_EQ(standin.packets(support::kStop).size(), 3U);
+}
+
+} // namespace

@@ -1,0 +1,35 @@
+// Processes seen from outside, and this process's own size.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace support {
+
+// True while a process of that number runs the program file of that name. The name guards against a number
+// that the system has given to another process since.
+bool processRuns(std::int64_t pid, const std::string& program);
+void killProcess(std::int64_t pid, const std::string& program);
+
+struct ProcessSize {
+    std::size_t handles = 0; // handles on Windows, open files natively
+    std::size_t threads = 0;
+    std::size_t memoryBytes = 0; // private memory
+};
+
+ProcessSize ownSize();
+
+// Runs `program` in the current folder until it ends; its output goes to the files `stdout.txt` and
+// `stderr.txt` there. Kills it and returns -1000 when it has not ended within the guard.
+int runProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments);
+
+// Starts `program` and leaves it to itself. Returns its process number.
+std::int64_t startProgram(const std::filesystem::path& program);
+
+// Folder of the running test program: the service, the DLL and the other programs stand in it too.
+std::filesystem::path programFolder();
+
+} // namespace support

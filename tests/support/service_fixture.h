@@ -1,0 +1,41 @@
+// One host with one handle and one stand-in service: the ground that most integration tests stand on.
+#pragma once
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "support/host_events.h"
+#include "support/host_library.h"
+#include "support/standin.h"
+
+namespace support {
+
+class ServiceTest : public testing::Test {
+protected:
+    void SetUp() override;
+    // Releases the handle if the test did not, and ends what was started.
+    void TearDown() override;
+
+    // initSonviaAudioService with the service playing the scenario.
+    void start(const std::string& scenario);
+    // start, then setParam with a complete record.
+    void startAndConfigure(const std::string& scenario);
+    // uninitSonviaAudioService.
+    void stop();
+
+    const HostApi& api = hostApi();
+    HostEvents& events = HostEvents::instance();
+    Standin standin;
+    AudioServiceHandle* handle = nullptr;
+};
+
+// Folder that the library is given for its log: one for the process, because the library keeps the first.
+std::string logFolder();
+// All log lines below that folder, file by file.
+std::string logText(const std::string& folder = logFolder());
+
+// The steps that almost every scenario begins with: until the device information has arrived.
+inline constexpr const char* kAfterDeviceInformation = "wait packet command 34 key KORUInfo\n";
+
+} // namespace support

@@ -1,0 +1,143 @@
+#include "support/standin.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+#include <gtest/gtest.h>
+#include <uv.h>
+
+#include "support/process.h"
+#include "support/wait.h"
+
+namespace support {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+void writeFile(const fs::path& path, const std::string& text) {
+    std::ofstream file(path, std::ios::binary);
+    file << text;
+    if (!file.flush()) {
+        throw std::runtime_error("cannot write " + path.string());
+    }
+}
+
+bool hasKey(const Json& packet, const std::string& key) {
+    const Json::List& entries = packet.at("entries").list();
+    return std::any_of(entries.begin(), entries.end(),
+                       [&](const Json& entry) { return entry.at("key").text() == key; });
+}
+
+} // namespace
+
+void enterTestFolder() {
+    static const fs::path kBase = fs::current_path();
+    const auto* info = testing::UnitTest::GetInstance()->current_test_info();
+    const fs::path folder = kBase / (std::string(info->test_suite_name()) + "." + info->name());
+    fs::current_path(kBase);
+    std::error_code absent;
+    fs::remove_all(folder, absent);
+    fs::create_directories(folder);
+    fs::current_path(folder);
+}
+
+const Json& entryOf(const Json::List& entries, const std::string& key) {
+    for (const Json& entry : entries) {
+        if (entry.at("key").text() == key) {
+            return entry;
+        }
+    }
+    throw std::runtime_error("no entry " + key);
+}
+
+Standin::~Standin() {
+    if (mRecordPath.empty()) {
+        return;
+    }
+    for (const Json& start : recorded("start")) {
+        killProcess(start.numberOf("pid"), "QuPCAudio.exe");
+    }
+    for (const Json& child : recorded("child")) {
+        killProcess(child.numberOf("pid"), "standin_child.exe");
+    }
+}
+
+void Standin::play(const std::string& scenario) {
+    const fs::path folder = fs::current_path();
+    mRecordPath = (folder / "record.jsonl").string();
+    mRead = 0;
+    mRecord.clear();
+    writeFile(mRecordPath, "");
+    writeFile(folder / "scenario.txt", scenario);
+    uv_os_setenv("SONVIA_STANDIN_SCENARIO", (folder / "scenario.txt").string().c_str());
+    uv_os_setenv("SONVIA_STANDIN_RECORD", mRecordPath.c_str());
+}
+
+void Standin::signal(const std::string& name) {
+    writeFile(name, "");
+}
+
+// Reads on from where the last call stopped; a line that is still being written is left for the next one.
+const std::vector<Json>& Standin::record() {
+    std::ifstream file(mRecordPath, std::ios::binary);
+    file.seekg(static_cast<std::streamoff>(mRead));
+    const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    std::size_t start = 0;
+    for (std::size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n', start)) {
+        mRecord.push_back(Json::parse(text.substr(start, end - start)));
+        start = end + 1;
+    }
+    mRead += start;
+    return mRecord;
+}
+
+std::vector<Json> Standin::recorded(const std::string& event) {
+    std::vector<Json> found;
+    for (const Json& line : record()) {
+        if (line.at("event").text() == event) {
+            found.push_back(line);
+        }
+    }
+    return found;
+}
+
+std::vector<Json> Standin::packets(std::int64_t command, const std::string& key) {
+    std::vector<Json> found;
+    for (Json& packet : recorded("packet")) {
+        if (packet.at("command").number() == command && (key.empty() || hasKey(packet, key))) {
+            found.push_back(std::move(packet));
+        }
+    }
+    return found;
+}
+
+bool Standin::waitForEvent(const std::string& event, std::size_t count) {
+    return eventually([&] { return recorded(event).size() >= count; });
+}
+
+bool Standin::waitForNote(const std::string& text) {
+    return eventually([&] {
+        const std::vector<Json> notes = recorded("note");
+        return std::any_of(notes.begin(), notes.end(),
+                           [&](const Json& note) { return note.textOf("text") == text; });
+    });
+}
+
+bool Standin::waitForPackets(std::size_t count, std::int64_t command, const std::string& key) {
+    return eventually([&] { return packets(command, key).size() >= count; });
+}
+
+std::int64_t Standin::pid() {
+    const std::vector<Json> starts = recorded("start");
+    return starts.empty() ? 0 : starts.back().at("pid").number();
+}
+
+bool Standin::running() {
+    return processRuns(pid(), "QuPCAudio.exe");
+}
+
+} // namespace support
