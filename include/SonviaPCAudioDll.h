@@ -8,9 +8,9 @@
  *     initSonviaAudioService  ->  setParam  ->  (any calls, callbacks arrive)  ->  uninitSonviaAudioService
  *
  * Threads. The library runs one loop thread for each handle, from the first successful setParam until
- * uninitSonviaAudioService. Both callbacks run on that thread, one at a time, with no lock of the library held.
- * Every function may be called from any thread; only uninitSonviaAudioService must not run at the same time as
- * another call on the same handle, and never inside a callback.
+ * uninitSonviaAudioService. Both callbacks run on that thread, one at a time, with no lock of the library
+ * held. Every function may be called from any thread; only uninitSonviaAudioService must not run at the same
+ * time as another call on the same handle, and never inside a callback.
  *
  * The service is one per machine: initSonviaAudioService and, if need be, uninitSonviaAudioService end every
  * process named "QuPCAudio.exe", whoever started it. Use one handle at a time.
@@ -52,26 +52,18 @@ extern "C" {
 #endif
 
 /** Levels for initSonviaAudioService. 2 is no level of its own; lines of the library never carry it. */
-enum {
-    SONVIA_LOG_DEBUG = 0,
-    SONVIA_LOG_INFO = 1,
-    SONVIA_LOG_WARNING = 3,
-    SONVIA_LOG_ERROR = 4
-};
+enum { SONVIA_LOG_DEBUG = 0, SONVIA_LOG_INFO = 1, SONVIA_LOG_WARNING = 3, SONVIA_LOG_ERROR = 4 };
 
 /** First argument of onEvent. */
 enum {
     SONVIA_EVENT_BUFFERING_STARTED = 200001, /**< value 0 */
     SONVIA_EVENT_BUFFERING_ENDED = 200002,   /**< value 0 */
     SONVIA_EVENT_FIRST_AUDIO = 200003,       /**< value 0 */
-    SONVIA_EVENT_MODE_CHANGED = 200006       /**< value: the new mode, as the service sent it; may be negative */
+    SONVIA_EVENT_MODE_CHANGED = 200006 /**< value: the new mode, as the service sent it; may be negative */
 };
 
 /** Values that the library sends to the service; never seen by a callback. */
-enum {
-    SONVIA_NOTIFY_STOP_SERVICE = 200004,
-    SONVIA_NOTIFY_EXIT_PROJECTION = 200005
-};
+enum { SONVIA_NOTIFY_STOP_SERVICE = 200004, SONVIA_NOTIFY_EXIT_PROJECTION = 200005 };
 
 /** First argument of onError. */
 enum {
@@ -84,11 +76,12 @@ enum {
     SONVIA_TEXT_SIZE = 256    /**< bytes of each text in AudioServiceParam, terminating NUL included */
 };
 
-/** The fixed record for setParam: 1560 bytes, copied whole; the caller may reuse or free it after the call. */
+/** The fixed record for setParam: 1560 bytes, copied whole; the caller may reuse or free it after the call.
+ */
 typedef struct AudioServiceParam {
     void (*onEvent)(int event, int value); /**< must not be NULL; called on the loop thread */
     void (*onError)(int code, int value);  /**< must not be NULL; called on the loop thread */
-    void *context;                         /**< must not be NULL; never read or followed by the library */
+    void* context;                         /**< must not be NULL; never read or followed by the library */
     char accountID[SONVIA_TEXT_SIZE];      /**< all texts: NUL-terminated; at most 256 bytes are read */
     char deviceID[SONVIA_TEXT_SIZE];
     char sn[SONVIA_TEXT_SIZE]; /**< serial number of the computer */
@@ -104,25 +97,26 @@ typedef struct AudioServiceHandle AudioServiceHandle;
  * Starts the service process and makes a handle for it.
  *
  * Ends every running "QuPCAudio.exe" first, opens the log in logDir + "\PCAudiodll", and starts the
- * "QuPCAudio.exe" that stands beside the host's executable (not beside this library) with logDir and logLevel as
- * its arguments. The first call in a process decides the log's folder and level; later ones do not change them.
+ * "QuPCAudio.exe" that stands beside the host's executable (not beside this library) with logDir and logLevel
+ * as its arguments. The first call in a process decides the log's folder and level; later ones do not change
+ * them.
  *
  * @param logDir   folder for log files, NUL-terminated, in the process's code page; NULL is read as "". The
  *                 service is given at most 255 characters of it. Not kept after the call.
  * @param logLevel SONVIA_LOG_DEBUG to SONVIA_LOG_ERROR: the least level that is logged.
  * Thread: any; not inside a callback.
  * Blocks: until old services are ended (taskkill), then 200 ms in which the new one opens its pipe.
- * @return the handle, to be released with uninitSonviaAudioService; NULL when the service could not be started
- *         (logged). Nothing is kept then and the call may be repeated.
- * Callbacks: none.
+ * @return the handle, to be released with uninitSonviaAudioService; NULL when the service could not be
+ * started (logged). Nothing is kept then and the call may be repeated. Callbacks: none.
  */
-AudioServiceHandle *initSonviaAudioService(const char *logDir, int logLevel);
+AudioServiceHandle* initSonviaAudioService(const char* logDir, int logLevel);
 
 /**
  * Stops the service and releases the handle.
  *
- * Tells the service to stop, gives it 1000 ms to end, ends it by force with its child processes after that, stops
- * and joins the loop thread, closes the pipe, and waits until the log lines written so far are in the file.
+ * Tells the service to stop, gives it 1000 ms to end, ends it by force with its child processes after that,
+ * stops and joins the loop thread, closes the pipe, and waits until the log lines written so far are in the
+ * file.
  *
  * @param handle from initSonviaAudioService, invalid afterwards; NULL is allowed and logged.
  * Thread: any but the loop thread (never inside a callback); no other call on this handle may be running.
@@ -133,25 +127,25 @@ AudioServiceHandle *initSonviaAudioService(const char *logDir, int logLevel);
  * Callbacks: a connection still being made is reported as onError(SONVIA_ERROR_CONNECTION, 0) while this call
  *            runs; the loss of the connection that this call causes is not. None after it returned.
  */
-bool uninitSonviaAudioService(AudioServiceHandle *handle);
+bool uninitSonviaAudioService(AudioServiceHandle* handle);
 
 /**
  * Hands over the callbacks and texts and starts the session; later calls send the new texts to the service.
  *
- * The first successful call starts the connection to the service and the loop thread. The connection is made once:
- * if it fails, onError(SONVIA_ERROR_CONNECTION, 0) is called, and another setParam tries again. After a connection
- * that was made and then lost, setParam does not connect again; release the handle and begin anew.
+ * The first successful call starts the connection to the service and the loop thread. The connection is made
+ * once: if it fails, onError(SONVIA_ERROR_CONNECTION, 0) is called, and another setParam tries again. After a
+ * connection that was made and then lost, setParam does not connect again; release the handle and begin anew.
  *
  * @param handle from initSonviaAudioService; NULL is logged and gives false.
- * @param param  copied whole before anything else, also when the call then fails; NULL is logged and gives false.
- * Thread: any; allowed inside a callback.
- * Blocks: never for long: the first call waits until the loop thread runs.
+ * @param param  copied whole before anything else, also when the call then fails; NULL is logged and gives
+ * false. Thread: any; allowed inside a callback. Blocks: never for long: the first call waits until the loop
+ * thread runs.
  * @return true when the record was taken (the connection is completed later); false when onEvent, onError or
  *         context is NULL, while a connection is still being made, or when the thread could not be started.
  * After failure: the session keeps the values that it had.
  * Callbacks: see above; onEvent from then on.
  */
-bool setParam(AudioServiceHandle *handle, const AudioServiceParam *param);
+bool setParam(AudioServiceHandle* handle, const AudioServiceParam* param);
 
 /**
  * Updates the signed-in account and tells the service.
@@ -163,10 +157,10 @@ bool setParam(AudioServiceHandle *handle, const AudioServiceParam *param);
  * @param accountID NUL-terminated, 1 to 255 bytes; NULL is read as "". Not kept after the call.
  * Thread: any; allowed inside a callback.
  * Blocks: never.
- * @return true when the id was taken (sent if connected); false, and nothing is sent, for an empty or too long id.
- * Callbacks: none.
+ * @return true when the id was taken (sent if connected); false, and nothing is sent, for an empty or too
+ * long id. Callbacks: none.
  */
-bool setAccountID(AudioServiceHandle *handle, const char *accountID);
+bool setAccountID(AudioServiceHandle* handle, const char* accountID);
 
 /**
  * Asks the service to end the current projection.
@@ -177,7 +171,7 @@ bool setAccountID(AudioServiceHandle *handle, const char *accountID);
  * @return true when the request was handed on; it is dropped when the session is not connected.
  * Callbacks: none.
  */
-bool exitAudioProjection(AudioServiceHandle *handle);
+bool exitAudioProjection(AudioServiceHandle* handle);
 
 /**
  * The player state that the service reported last.
@@ -188,7 +182,7 @@ bool exitAudioProjection(AudioServiceHandle *handle);
  * @return the state as the service sent it; SONVIA_STATE_UNKNOWN (4) until then.
  * Callbacks: none.
  */
-uint32_t getState(AudioServiceHandle *handle);
+uint32_t getState(AudioServiceHandle* handle);
 
 /**
  * The name of the phone that is sending, in the service's encoding.
@@ -196,13 +190,12 @@ uint32_t getState(AudioServiceHandle *handle);
  * @param handle from initSonviaAudioService; NULL is logged and gives "phone".
  * Thread: any; allowed inside a callback.
  * Blocks: never.
- * @return NUL-terminated text owned by the library, valid until the service sends another name or the handle is
- *         released: copy it to keep it. A name that arrives while the caller is reading does not pull the text
- *         away: it is kept until the same thread calls this function again, or 64 other threads have. "phone" as
- *         long as the service has sent no name, or an empty one.
- * Callbacks: none.
+ * @return NUL-terminated text owned by the library, valid until the service sends another name or the handle
+ * is released: copy it to keep it. A name that arrives while the caller is reading does not pull the text
+ *         away: it is kept until the same thread calls this function again, or 64 other threads have. "phone"
+ * as long as the service has sent no name, or an empty one. Callbacks: none.
  */
-const char *getSourceName(AudioServiceHandle *handle);
+const char* getSourceName(AudioServiceHandle* handle);
 
 /**
  * Always 0, as an integer or as a pointer. Needs no handle, logs nothing, may be called at any time.
@@ -210,13 +203,13 @@ const char *getSourceName(AudioServiceHandle *handle);
 int getVersion(void);
 
 /** Types for GetProcAddress: name##_fn is a pointer to the function of that name. */
-typedef AudioServiceHandle *(*initSonviaAudioService_fn)(const char *logDir, int logLevel);
-typedef bool (*uninitSonviaAudioService_fn)(AudioServiceHandle *handle);
-typedef bool (*setParam_fn)(AudioServiceHandle *handle, const AudioServiceParam *param);
-typedef bool (*setAccountID_fn)(AudioServiceHandle *handle, const char *accountID);
-typedef bool (*exitAudioProjection_fn)(AudioServiceHandle *handle);
-typedef uint32_t (*getState_fn)(AudioServiceHandle *handle);
-typedef const char *(*getSourceName_fn)(AudioServiceHandle *handle);
+typedef AudioServiceHandle* (*initSonviaAudioService_fn)(const char* logDir, int logLevel);
+typedef bool (*uninitSonviaAudioService_fn)(AudioServiceHandle* handle);
+typedef bool (*setParam_fn)(AudioServiceHandle* handle, const AudioServiceParam* param);
+typedef bool (*setAccountID_fn)(AudioServiceHandle* handle, const char* accountID);
+typedef bool (*exitAudioProjection_fn)(AudioServiceHandle* handle);
+typedef uint32_t (*getState_fn)(AudioServiceHandle* handle);
+typedef const char* (*getSourceName_fn)(AudioServiceHandle* handle);
 typedef int (*getVersion_fn)(void);
 
 #ifdef __cplusplus
@@ -229,7 +222,8 @@ typedef int (*getVersion_fn)(void);
 #else
 #define SONVIA_ASSERT_LAYOUT(condition) _Static_assert(condition, #condition)
 #endif
-#if UINTPTR_MAX == UINT64_MAX && (defined(__cplusplus) || (defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L))
+#if UINTPTR_MAX == UINT64_MAX &&                                                                             \
+    (defined(__cplusplus) || (defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L))
 SONVIA_ASSERT_LAYOUT(offsetof(AudioServiceParam, onEvent) == 0);
 SONVIA_ASSERT_LAYOUT(offsetof(AudioServiceParam, onError) == 8);
 SONVIA_ASSERT_LAYOUT(offsetof(AudioServiceParam, context) == 16);
