@@ -63,7 +63,7 @@ bool PacketEnd::write(const OBufList& list) {
     if (!interfere) {
         return OStreamPipe::write(list);
     }
-    OBufReader reader(list);
+    OBufReader reader{OBufList(list)};
     Packet packet(totalLength(list));
     reader.readBytes(packet.data(), packet.size());
     bool written = true;

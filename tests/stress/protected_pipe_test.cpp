@@ -124,10 +124,10 @@ TEST_P(ProtectedPipeTest, TwoEndsExchangePacketsInBothDirections) {
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryFlagCombination, ProtectedPipeTest, testing::ValuesIn(everyFlagCombination()),
-                         [](const auto& info) {
-                             std::string name = info.param.encrypt ? "Encrypted" : "Plain";
-                             name += info.param.pad ? "Padded" : "";
-                             name += info.param.integrity ? "Checked" : "";
+                         [](const auto& combination) {
+                             std::string name = combination.param.encrypt ? "Encrypted" : "Plain";
+                             name += combination.param.pad ? "Padded" : "";
+                             name += combination.param.integrity ? "Checked" : "";
                              return name;
                          });
 
