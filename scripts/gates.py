@@ -1,0 +1,234 @@
+"""The checks of the tree that no compiler makes. Each is a function that returns a list of findings, empty when the
+gate is green; scripts/canaries.py plants one fault for each and expects a finding.
+
+usage: python3 scripts/gates.py [gate...]        (all of them when none is named)
+"""
+import json
+import os
+import re
+import subprocess
+import sys
+from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parent.parent
+BUILD = ROOT / "build"
+SOURCE_SUFFIXES = {".c", ".cpp", ".h"}
+JOBS = int(os.environ.get("SONVIA_JOBS") or os.cpu_count() or 1)
+
+
+def tracked(root=ROOT):
+    """Files under version control, as paths below root; deleted ones are left out."""
+    listed = subprocess.run(["git", "-c", f"safe.directory={root}", "-C", root, "ls-files", "-z"],
+                            check=True, capture_output=True, text=True).stdout
+    return [Path(name) for name in listed.split("\0") if name and (root / name).is_file()]
+
+
+def sources(root=ROOT):
+    return [path for path in tracked(root) if path.suffix in SOURCE_SUFFIXES]
+
+
+def in_parallel(work, items):
+    with ThreadPoolExecutor(JOBS) as pool:
+        return [finding for found in pool.map(work, items) for finding in found]
+
+
+# --- form ---
+
+def check_format(root=ROOT):
+    """clang-format would leave every source as it is."""
+    def one(path):
+        run = subprocess.run(["clang-format-14", "--dry-run", "--Werror", "--ferror-limit=1", path],
+                             cwd=root, capture_output=True, text=True)
+        return [] if run.returncode == 0 else [run.stderr.strip().splitlines()[0]]
+    return in_parallel(one, sources(root))
+
+
+def compile_commands(preset):
+    path = BUILD / preset / "compile_commands.json"
+    return json.loads(path.read_text()) if path.is_file() else []
+
+
+def cross_include_options():
+    """clang finds MinGW's C headers by itself, but not the C++ ones of Debian's compiler."""
+    run = subprocess.run(["x86_64-w64-mingw32-g++-posix", "-x", "c++", "-E", "-v", os.devnull],
+                         check=True, capture_output=True, text=True)
+    listed = run.stderr.split("search starts here:")[-1].split("End of search list")[0].split()
+    return [f"--extra-arg=-isystem{os.path.normpath(path)}" for path in listed if "c++" in path]
+
+
+def tidy_one(root, path, options):
+    run = subprocess.run(["clang-tidy-14", "--quiet", *options, root / path],
+                         cwd=root, capture_output=True, text=True)
+    found = [line.replace(f"{root}/", "") for line in run.stdout.splitlines()
+             if re.search(r": (error|warning): |^error: ", line)]
+    if run.returncode != 0 and not found:
+        found = [f"{path}: clang-tidy failed: {run.stderr.strip()[-400:]}"]
+    return found
+
+
+def check_tidy(root=ROOT):
+    """clang-tidy has nothing to say about src/."""
+    native = {Path(entry["file"]) for entry in compile_commands("asan")}
+    windows = {Path(entry["file"]) for entry in compile_commands("windows")}
+    cross = cross_include_options()
+
+    def one(path):
+        if ROOT / path in native:
+            return tidy_one(root, path, ["-p", BUILD / "asan"])
+        if ROOT / path in windows:
+            return tidy_one(root, path, ["-p", BUILD / "windows", *cross])
+        return [f"{path}: no preset compiles it"]
+    files = [path for path in sources(root) if path.parts[0] == "src" and path.suffix == ".cpp"]
+    return sorted(set(in_parallel(one, files)))
+
+
+# --- architecture ---
+
+FLOORS = ["platform", "log", "transport", "protocol", "session", "api"]
+# Which folders may include a header that is not the project's: the rule and the folders below src/.
+FOREIGN = [
+    (re.compile(r"(windows|winsock2?|ws2tcpip|shell(api|scalingapi)|shl(obj|wapi)|tlhelp32|psapi|winver)\.h", re.I),
+     ["platform/windows", "api"], "Windows headers belong to platform/windows and api"),
+    (re.compile(r"(unistd|dirent|spawn|pthread|signal|sys/(wait|syscall|prctl))\.h"),
+     ["platform/posix"], "POSIX headers belong to platform/posix"),
+    (re.compile(r"(uv|uv/.*)\.h"), ["transport"], "libuv belongs to transport"),
+    (re.compile(r"miniz\.h"), ["log"], "miniz belongs to log"),
+]
+INCLUDE = re.compile(r'^\s*#\s*include\s*[<"]([^">]+)[">]', re.M)
+
+
+def check_floors(root=ROOT):
+    """A floor includes itself and the floors below; what is outside the library includes none of them."""
+    findings = []
+    for path in sources(root):
+        top = path.parts[0]
+        if top not in ("src", "tools", "examples", "include"):
+            continue
+        for match in INCLUDE.finditer((root / path).read_text(errors="replace")):
+            name = match.group(1)
+            line = (root / path).read_text(errors="replace").count("\n", 0, match.start(1)) + 1
+            reason = wrong_include(path, name)
+            if reason:
+                findings.append(f"{path}:{line}: includes {name}: {reason}")
+    return findings
+
+
+def wrong_include(path, name):
+    target = name.split("/")[0] if "/" in name else None
+    if path.parts[0] != "src":
+        return "only the public header is for programs" if target in FLOORS else None
+    floor = path.parts[1]
+    if target in FLOORS and floor in FLOORS and FLOORS.index(target) > FLOORS.index(floor):
+        return f"{floor} stands below {target}"
+    for pattern, folders, reason in FOREIGN:
+        if pattern.fullmatch(name):
+            below = path.relative_to("src")
+            if not any(below.is_relative_to(folder) for folder in folders):
+                return reason
+    return None
+
+
+def check_lists(root=ROOT):
+    """Every source is built by some preset, so every test file is in a test."""
+    built = {Path(entry["file"]) for preset in ("windows", "asan") for entry in compile_commands(preset)}
+    built = {path.relative_to(ROOT) for path in built if path.is_relative_to(ROOT)}
+    return [f"{path}: in no target's list" for path in sources(root)
+            if path.suffix in (".c", ".cpp") and path.parts[0] in ("src", "tests", "tools", "examples", "fuzz")
+            and path not in built]
+
+
+def check_paths(root=ROOT):
+    """No file names a folder of somebody's machine."""
+    homes = r"/(home|root|Users|work)/\w"
+    # The checkout's own place, unless it is so short that a path inside the tree may look the same.
+    own = f"|{re.escape(str(ROOT))}/" if len(ROOT.parts) > 2 else ""
+    pattern = re.compile(rf"(?<![\w.$}}/])({homes}{own})")
+    findings = []
+    for path in tracked(root):
+        try:
+            text = (root / path).read_text()
+        except UnicodeDecodeError:
+            continue
+        for number, line in enumerate(text.splitlines(), 1):
+            if pattern.search(line):
+                findings.append(f"{path}:{number}: {line.strip()[:100]}")
+    return findings
+
+
+# --- the product ---
+
+DLL = BUILD / "windows" / "bin" / "SonviaPCAudioDll.dll"
+EXPORTS = {"initSonviaAudioService", "uninitSonviaAudioService", "exitAudioProjection", "getState", "getSourceName",
+           "setParam", "setAccountID", "getVersion"}
+# All part of Windows itself, on every machine since version 7.
+SYSTEM_DLLS = {"advapi32.dll", "bcrypt.dll", "dbghelp.dll", "iphlpapi.dll", "kernel32.dll", "msvcrt.dll",
+               "ole32.dll", "psapi.dll", "shell32.dll", "shlwapi.dll", "user32.dll", "userenv.dll", "ws2_32.dll"}
+
+
+def headers_of(dll):
+    if not dll.is_file():
+        return None
+    return subprocess.run(["x86_64-w64-mingw32-objdump", "-p", dll],
+                          check=True, capture_output=True, text=True).stdout
+
+
+def check_exports(dll=DLL):
+    """The DLL exports the eight functions under their plain names and nothing else."""
+    text = headers_of(dll)
+    if text is None:
+        return [f"{dll.name} is not built"]
+    table = text.partition("[Ordinal/Name Pointer] Table")[2].partition("\n\n")[0]
+    exported = set(re.findall(r"\]\s+(?:\+base\[\s*\d+\]\s+\w+\s+)?(\S+)$", table, re.M))
+    return ([f"exports {name}, which is not for hosts" for name in sorted(exported - EXPORTS)] +
+            [f"does not export {name}" for name in sorted(EXPORTS - exported)])
+
+
+def check_imports(dll=DLL):
+    """The DLL needs nothing that Windows does not have."""
+    text = headers_of(dll)
+    if text is None:
+        return [f"{dll.name} is not built"]
+    imported = re.findall(r"DLL Name: (\S+)", text)
+    return ([] if imported else ["imports nothing: objdump's output was not understood"]) + [
+        f"imports {name}" for name in imported if name.lower() not in SYSTEM_DLLS]
+
+
+def check_instrumented():
+    """The sanitizer presets' dependencies are built with the sanitizers."""
+    findings = []
+    for preset, symbol in (("asan", "__asan_"), ("tsan", "__tsan_")):
+        for name in ("libuv.a", "libminiz.a", "libgtest.a"):
+            library = BUILD / "deps" / preset / "lib" / name
+            if not library.is_file():
+                findings.append(f"{preset}: {name} is not built")
+            elif symbol not in subprocess.run(["nm", library], capture_output=True, text=True).stdout:
+                findings.append(f"{preset}: {name} does not call the sanitizer")
+    return findings
+
+
+GATES = {
+    "format": check_format,
+    "floors": check_floors,
+    "lists": check_lists,
+    "paths": check_paths,
+    "exports": check_exports,
+    "imports": check_imports,
+    "instrumented": check_instrumented,
+    "tidy": check_tidy,
+}
+
+
+def main(names):
+    failed = False
+    for name in names or GATES:
+        findings = GATES[name]()
+        print(f"{'FAIL' if findings else 'ok':5}{name}: {GATES[name].__doc__}")
+        for finding in findings:
+            print(f"       {finding}")
+        failed = failed or bool(findings)
+    return 1 if failed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))
