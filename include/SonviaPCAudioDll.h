@@ -77,7 +77,7 @@ enum {
 };
 
 /** The fixed record for setParam: 1560 bytes, copied whole; the caller may reuse or free it after the call.
- */
+ *  */
 typedef struct AudioServiceParam {
     void (*onEvent)(int event, int value); /**< must not be NULL; called on the loop thread */
     void (*onError)(int code, int value);  /**< must not be NULL; called on the loop thread */
@@ -107,7 +107,8 @@ typedef struct AudioServiceHandle AudioServiceHandle;
  * Thread: any; not inside a callback.
  * Blocks: until old services are ended (taskkill), then 200 ms in which the new one opens its pipe.
  * @return the handle, to be released with uninitSonviaAudioService; NULL when the service could not be
- * started (logged). Nothing is kept then and the call may be repeated. Callbacks: none.
+ *         started (logged). Nothing is kept then and the call may be repeated.
+ * Callbacks: none.
  */
 AudioServiceHandle* initSonviaAudioService(const char* logDir, int logLevel);
 
@@ -138,11 +139,13 @@ bool uninitSonviaAudioService(AudioServiceHandle* handle);
  *
  * @param handle from initSonviaAudioService; NULL is logged and gives false.
  * @param param  copied whole before anything else, also when the call then fails; NULL is logged and gives
- * false. Thread: any; allowed inside a callback. Blocks: never for long: the first call waits until the loop
- * thread runs.
+ *               false.
+ * Thread: any; allowed inside a callback.
+ * Blocks: never for long: the first call waits until the loop thread runs.
  * @return true when the record was taken (the connection is completed later); false when onEvent, onError or
  *         context is NULL, while a connection is still being made, or when the thread could not be started.
- * After failure: the session keeps the values that it had.
+ * After failure: for a missing callback or context the session keeps what it had; while a connection is being
+ *         made the new record is taken all the same, and its texts are sent when the connection is there.
  * Callbacks: see above; onEvent from then on.
  */
 bool setParam(AudioServiceHandle* handle, const AudioServiceParam* param);
@@ -158,7 +161,8 @@ bool setParam(AudioServiceHandle* handle, const AudioServiceParam* param);
  * Thread: any; allowed inside a callback.
  * Blocks: never.
  * @return true when the id was taken (sent if connected); false, and nothing is sent, for an empty or too
- * long id. Callbacks: none.
+ *         long id.
+ * Callbacks: none.
  */
 bool setAccountID(AudioServiceHandle* handle, const char* accountID);
 
@@ -191,9 +195,10 @@ uint32_t getState(AudioServiceHandle* handle);
  * Thread: any; allowed inside a callback.
  * Blocks: never.
  * @return NUL-terminated text owned by the library, valid until the service sends another name or the handle
- * is released: copy it to keep it. A name that arrives while the caller is reading does not pull the text
- *         away: it is kept until the same thread calls this function again, or 64 other threads have. "phone"
- * as long as the service has sent no name, or an empty one. Callbacks: none.
+ *         is released: copy it to keep it. A name that arrives while the caller is reading does not pull the
+ *         text away: it is kept until the same thread calls this function again, or 64 other threads have.
+ *         "phone" as long as the service has sent no name, or an empty one.
+ * Callbacks: none.
  */
 const char* getSourceName(AudioServiceHandle* handle);
 

@@ -81,6 +81,7 @@ std::unique_ptr<AudioServiceHandle> startUp(const char* logDir, int logLevel) {
     std::unique_ptr<platform::ServiceProcess> process = platform::ServiceProcess::start(logDir, logLevel);
     if (process == nullptr) {
         writeLog(kLogError, kLogTagDll, "[%s:%d]QuPCAudio.exe start failed!!!!", kName, __LINE__);
+        orvel::FLUSHLOG(); // a host often ends right after this
         return nullptr;
     }
     auto handle = std::make_unique<AudioServiceHandle>();
