@@ -1,0 +1,55 @@
+#include "platform/clock.h"
+
+#include <ctime>
+
+namespace platform {
+
+namespace {
+
+class SystemClock final : public Clock {
+public:
+    Moment now() override {
+        timespec time{};
+        ::clock_gettime(CLOCK_REALTIME, &time);
+        return {time.tv_sec, static_cast<std::uint32_t>(time.tv_nsec / 1000000)};
+    }
+
+    CalendarTime toLocal(std::int64_t seconds) override {
+        const auto time = static_cast<std::time_t>(seconds);
+        std::tm local{};
+        if (::localtime_r(&time, &local) == nullptr) {
+            return {};
+        }
+        return {local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
+                local.tm_hour,        local.tm_min,     local.tm_sec};
+    }
+
+    std::int64_t fromLocal(const CalendarTime& local) override {
+        std::tm time{};
+        time.tm_year = local.year - 1900;
+        time.tm_mon = local.month - 1;
+        time.tm_mday = local.day;
+        time.tm_hour = local.hour;
+        time.tm_min = local.minute;
+        time.tm_sec = local.second;
+        time.tm_isdst = -1;
+        return std::mktime(&time);
+    }
+
+    void sleep(unsigned milliseconds) override {
+        timespec rest{};
+        rest.tv_sec = milliseconds / 1000;
+        rest.tv_nsec = static_cast<long>(milliseconds % 1000) * 1000000;
+        ::nanosleep(&rest, nullptr);
+    }
+};
+
+} // namespace
+
+Clock& systemClock() {
+    static Clock& clock =
+        *new SystemClock; // never destroyed: the writer thread may outlive static destruction
+    return clock;
+}
+
+} // namespace platform

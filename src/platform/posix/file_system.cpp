@@ -1,0 +1,140 @@
+#include "platform/file_system.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace platform {
+
+namespace {
+
+class PosixFile final : public OpenFile {
+public:
+    explicit PosixFile(int descriptor) : mDescriptor(descriptor) {}
+
+    ~PosixFile() override { ::close(mDescriptor); }
+
+    PosixFile(const PosixFile&) = delete;
+    PosixFile& operator=(const PosixFile&) = delete;
+
+    std::size_t write(const void* bytes, std::size_t count) override {
+        const char* next = static_cast<const char*>(bytes);
+        std::size_t done = 0;
+        while (done < count) {
+            const ssize_t step = ::write(mDescriptor, next + done, count - done);
+            if (step > 0) {
+                done += static_cast<std::size_t>(step);
+            } else if (step == 0 || errno != EINTR) {
+                break;
+            }
+        }
+        return done;
+    }
+
+    std::size_t writeAt(std::uint64_t offset, const void* bytes, std::size_t count) override {
+        return ::lseek(mDescriptor, static_cast<off_t>(offset), SEEK_SET) < 0 ? 0 : write(bytes, count);
+    }
+
+    std::size_t read(void* bytes, std::size_t count) override {
+        char* next = static_cast<char*>(bytes);
+        std::size_t done = 0;
+        while (done < count) {
+            const ssize_t step = ::read(mDescriptor, next + done, count - done);
+            if (step > 0) {
+                done += static_cast<std::size_t>(step);
+            } else if (step == 0 || errno != EINTR) {
+                break;
+            }
+        }
+        return done;
+    }
+
+    std::uint64_t size() override {
+        struct stat status {};
+
+        return ::fstat(mDescriptor, &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
+    }
+
+private:
+    int mDescriptor;
+};
+
+int openFlags(OpenMode mode) {
+    switch (mode) {
+    case OpenMode::Read:
+        return O_RDONLY;
+    case OpenMode::Write:
+        return O_WRONLY | O_CREAT | O_TRUNC;
+    case OpenMode::Append:
+        break;
+    }
+    return O_WRONLY | O_CREAT | O_APPEND;
+}
+
+class PosixFiles final : public FileSystem {
+public:
+    std::unique_ptr<OpenFile> open(const std::string& path, OpenMode mode) override {
+        const int descriptor = ::open(path.c_str(), openFlags(mode) | O_CLOEXEC, 0644);
+        if (descriptor < 0) {
+            return nullptr;
+        }
+        return std::make_unique<PosixFile>(descriptor);
+    }
+
+    std::optional<std::uint64_t> size(const std::string& path) override {
+        struct stat status {};
+
+        if (::stat(path.c_str(), &status) != 0 || S_ISDIR(status.st_mode)) {
+            return std::nullopt;
+        }
+        return static_cast<std::uint64_t>(status.st_size);
+    }
+
+    bool remove(const std::string& path) override { return ::unlink(path.c_str()) == 0; }
+
+    bool isFolder(const std::string& path) override {
+        struct stat status {};
+
+        return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+    }
+
+    bool createFolders(const std::string& path) override {
+        for (std::size_t i = 1; i <= path.size(); ++i) {
+            if (i == path.size() || path[i] == '/') {
+                ::mkdir(path.substr(0, i).c_str(), 0755); // an existing one is told apart at the end
+            }
+        }
+        return isFolder(path);
+    }
+
+    std::vector<FolderEntry> list(const std::string& folder) override {
+        std::vector<FolderEntry> entries;
+        DIR* stream = ::opendir(folder.c_str());
+        if (stream == nullptr) {
+            return entries;
+        }
+        while (const dirent* found = ::readdir(stream)) {
+            const std::string name = found->d_name;
+            if (name != "." && name != "..") {
+                const bool folderHere =
+                    found->d_type == DT_UNKNOWN ? isFolder(folder + "/" + name) : found->d_type == DT_DIR;
+                entries.push_back({name, folderHere});
+            }
+        }
+        ::closedir(stream);
+        return entries;
+    }
+};
+
+} // namespace
+
+FileSystem& systemFiles() {
+    static FileSystem& files =
+        *new PosixFiles; // never destroyed: the writer thread may outlive static destruction
+    return files;
+}
+
+} // namespace platform

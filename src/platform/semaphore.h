@@ -1,0 +1,27 @@
+#pragma once
+
+#include <memory>
+
+namespace platform {
+
+/// A counting semaphore between the threads of this process.
+class Semaphore {
+public:
+    /// A semaphore that the system cannot make is not usable: `post` and `wait` return false at once.
+    Semaphore(int initialCount, int maximumCount);
+    ~Semaphore();
+    Semaphore(const Semaphore&) = delete;
+    Semaphore& operator=(const Semaphore&) = delete;
+
+    /// Adds one; false when the count stands at its maximum. Thread: any. Blocks: never.
+    bool post();
+
+    /// Takes one; false when none came within that time. Thread: any.
+    bool wait(unsigned milliseconds);
+
+private:
+    struct System;
+    std::unique_ptr<System> mSystem;
+};
+
+} // namespace platform
