@@ -1,5 +1,7 @@
 #pragma once
 
+#include "log/printf_format.h"
+
 /// The levels a module logs with. 2 has no name: it is written as INFO and shows "D" on the console.
 inline constexpr int kLogDebug = 0;
 inline constexpr int kLogInfo = 1;
@@ -10,18 +12,6 @@ inline constexpr int kLogError = 4;
 inline constexpr const char* kLogTagDefault = "Sonvia_Default";
 inline constexpr const char* kLogTagDll = "SonviaPCAudioDll";
 inline constexpr const char* kLogTagSession = "Sonvia_PCAudioMessage";
-
-#if defined(__MINGW32__)
-// mingw's own bounded formatter understands the same formats on every C runtime; plain `printf` would check
-// against the older runtime's list and reject %zu and %lld.
-#define SONVIA_PRINTF_FORMAT(formatIndex, firstArgument)                                                     \
-    __attribute__((format(gnu_printf, formatIndex, firstArgument)))
-#elif defined(__GNUC__)
-#define SONVIA_PRINTF_FORMAT(formatIndex, firstArgument)                                                     \
-    __attribute__((format(printf, formatIndex, firstArgument)))
-#else
-#define SONVIA_PRINTF_FORMAT(formatIndex, firstArgument)
-#endif
 
 /// Writes one line to the log, or to the standard output while logging has not been initialised.
 /// level: kLogDebug to kLogError; below the threshold the call returns at once. tag: the writing module, null

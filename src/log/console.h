@@ -1,0 +1,29 @@
+#pragma once
+
+#include "log/printf_format.h"
+#include "log/sync_helpers.h"
+#include "platform/console.h"
+
+namespace orvel::log4z {
+
+/// Shows lines and the manager's own messages on the host's console. Thread: any.
+class ConsoleEcho {
+public:
+    explicit ConsoleEcho(platform::Console& console) : mConsole(console) {}
+
+    /// Levels from INFO up are shown in their colour, and not at all when the standard output is no screen; the others
+    /// are printed plainly wherever the standard output leads.
+    void show(int level, const char* text);
+
+    /// Prints to the standard output, wherever that leads, as printf does.
+    void print(const char* format, ...) SONVIA_PRINTF_FORMAT(2, 3);
+
+    /// A message of the manager itself, in the colour of FATAL.
+    void report(const char* format, ...) SONVIA_PRINTF_FORMAT(2, 3);
+
+private:
+    platform::Console& mConsole;
+    LockHelper mLock; ///< a colour is set, used and put back by one thread at a time
+};
+
+} // namespace orvel::log4z

@@ -1,0 +1,62 @@
+#include "log/history.h"
+
+#include <utility>
+
+namespace orvel::log4z {
+
+void History::clear() {
+    mEntries.clear();
+    mWriteLength = 0;
+}
+
+void History::append(std::string path, std::int64_t time) {
+    mEntries.push_back({std::move(path), time, 0});
+}
+
+void History::countNewest(std::uint64_t size) {
+    HistoryEntry& entry = mEntries.back();
+    mWriteLength += size - entry.countedSize;
+    entry.countedSize = size;
+}
+
+void History::dropOldest() {
+    mWriteLength -= mEntries.front().countedSize;
+    mEntries.pop_front();
+}
+
+bool History::mustDelete(const Retention& retention, std::int64_t now, bool& bySize) const {
+    bySize = false;
+    if (mEntries.empty()) {
+        return false;
+    }
+    if (mEntries.size() > kMaxEntries) {
+        return true;
+    }
+    switch (retention.type) {
+    case kReserveBySize:
+        bySize = isTooLarge(retention);
+        return bySize;
+    case kReserveByTime:
+        return isTooOld(retention, now);
+    case kReserveBySizeOrTime:
+        bySize = isTooLarge(retention);
+        return bySize || isTooOld(retention, now);
+    case kReserveBySizeAndTime:
+        bySize = isTooLarge(retention);
+        return bySize && isTooOld(retention, now);
+    }
+    return false;
+}
+
+bool History::isTooLarge(const Retention& retention) const {
+    // Summed in 64 bits: a single file without limit must not wrap round to a small one. Without a total limit no
+    // file is too much, whatever the single limit adds to it.
+    return retention.totalSizeMb != kNoLimit &&
+           std::uint64_t{retention.limitSizeMb} + megabytes() >= retention.totalSizeMb;
+}
+
+bool History::isTooOld(const Retention& retention, std::int64_t now) const {
+    return retention.reserveSeconds >= 1 && mEntries.front().time < now - retention.reserveSeconds;
+}
+
+} // namespace orvel::log4z

@@ -1,0 +1,117 @@
+#include "log/line_prefix.h"
+
+#include "log/log_level.h"
+#include "log/log_record.h"
+#include "platform/path_text.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+
+namespace orvel::log4z {
+
+/// What a thread keeps from its last line.
+struct PrefixCache {
+    std::uint64_t serial;  ///< whose it is; 0 is nobody's
+    std::int64_t midnight; ///< the first moment of the day in `clockText`
+    std::int64_t second;   ///< the second in `clockText`
+    char clockText[16];    ///< "MM-DD HH:MM:SS."
+    char originText[288];  ///< " [process] [thread] "
+    std::size_t originLength;
+};
+
+namespace {
+
+constexpr std::int64_t kSecondsOfDay = 86400;
+constexpr std::size_t kClockLength = 15;
+constexpr std::size_t kMaxProcessName = 259;
+
+static_assert(sizeof(PrefixCache::originText) > kMaxProcessName + sizeof " [] [4294967295] ");
+static_assert(sizeof(PrefixCache) + 16 < LogRecord::kCapacity);
+
+constexpr char kTwoDigits[] = "00010203040506070809101112131415161718192021222324"
+                              "25262728293031323334353637383940414243444546474849"
+                              "50515253545556575859606162636465666768697071727374"
+                              "75767778798081828384858687888990919293949596979899";
+
+constexpr char kLevelWords[][7] = {"TRACE ", "DEBUG ", "INFO  ", "WARN  ", "ERROR ", "ALARM ", "FATAL "};
+
+void putTwoDigits(char* out, std::int64_t value) {
+    std::memcpy(out, kTwoDigits + 2 * (value % 100), 2);
+}
+
+std::atomic<std::uint64_t> nextSerial{1};
+
+thread_local PrefixCache prefixCache;
+
+} // namespace
+
+LinePrefix::LinePrefix(platform::Clock& clock, const std::string& hostFileName)
+    : mClock(clock), mProcessName(processNameOf(hostFileName)),
+      mSerial(nextSerial.fetch_add(1, std::memory_order_relaxed)) {}
+
+std::string LinePrefix::processNameOf(const std::string& hostFileName) {
+    if (hostFileName.empty()) {
+        return "process";
+    }
+    const std::string name = platform::lastPathComponent(hostFileName).substr(0, kMaxProcessName);
+    return name.substr(0, name.rfind('.'));
+}
+
+int LinePrefix::write(char* out, platform::Moment time, std::uint32_t threadId, int level) const {
+    PrefixCache& cache = prefixCache;
+    if (cache.serial != mSerial) {
+        refreshOwner(cache, threadId);
+        refreshDay(cache, time.seconds);
+    } else if (time.seconds != cache.second) {
+        // The day is asked for by its length and not by the calendar: on the long day of the year the clock of the
+        // lines runs past 24:00, on the short one it is an hour late, and the lines stay in order.
+        if (time.seconds < cache.midnight || time.seconds >= cache.midnight + kSecondsOfDay) {
+            refreshDay(cache, time.seconds);
+        }
+        refreshSecond(cache, time.seconds);
+    }
+
+    char* next = out;
+    std::memcpy(next, cache.clockText, kClockLength);
+    next += kClockLength;
+    *next++ = static_cast<char>('0' + time.milliseconds / 100 % 10);
+    putTwoDigits(next, time.milliseconds);
+    next += 2;
+    std::memcpy(next, cache.originText, cache.originLength);
+    next += cache.originLength;
+    std::memcpy(next, kLevelWords[std::clamp<int>(level, kLevelTrace, kLevelFatal)], 6);
+    next += 6;
+    return static_cast<int>(next - out);
+}
+
+void LinePrefix::refreshOwner(PrefixCache& cache, std::uint32_t threadId) const {
+    std::string origin = " [" + mProcessName + "] [";
+    const std::string digits = std::to_string(threadId);
+    origin.append(digits.size() < 4 ? 4 - digits.size() : 0, '0').append(digits).append("] ");
+    cache.originLength = origin.copy(cache.originText, sizeof cache.originText);
+    cache.serial = mSerial;
+}
+
+void LinePrefix::refreshDay(PrefixCache& cache, std::int64_t seconds) const {
+    const platform::CalendarTime local = mClock.toLocal(seconds);
+    cache.midnight = platform::localMidnight(mClock, seconds);
+    putTwoDigits(cache.clockText, local.month);
+    cache.clockText[2] = '-';
+    putTwoDigits(cache.clockText + 3, local.day);
+    cache.clockText[5] = ' ';
+    cache.clockText[8] = ':';
+    cache.clockText[11] = ':';
+    cache.clockText[14] = '.';
+    refreshSecond(cache, seconds);
+}
+
+void LinePrefix::refreshSecond(PrefixCache& cache, std::int64_t seconds) const {
+    const std::int64_t sinceMidnight = seconds - cache.midnight;
+    putTwoDigits(cache.clockText + 6, sinceMidnight / 3600);
+    putTwoDigits(cache.clockText + 9, sinceMidnight / 60 % 60);
+    putTwoDigits(cache.clockText + 12, sinceMidnight % 60);
+    cache.second = seconds;
+}
+
+} // namespace orvel::log4z

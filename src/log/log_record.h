@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstdint>
+
+namespace orvel::log4z {
+
+/// One line, or one change of a logger's setting, on its way to the writer thread. A block is never cleared as a
+/// whole: only the bytes in use are touched, because moving them between two processors is what a line costs.
+#pragma pack(push, 1)
+
+struct LogRecord {
+    static constexpr int kCapacity = 8192;
+
+    std::int32_t loggerId;
+    std::int32_t type;      ///< 0 for a line, otherwise a SettingChange
+    std::int32_t typeValue; ///< the new value of a setting
+    std::int32_t level;
+    std::int64_t time;     ///< seconds since 1970-01-01 UTC
+    std::uint32_t precise; ///< milliseconds within that second
+    std::uint32_t threadId;
+    std::int32_t contentLength;
+    char content[kCapacity + 3]; ///< the text, with room for the line end and the terminator
+};
+
+#pragma pack(pop)
+
+static_assert(sizeof(LogRecord) == 8231);
+
+/// Which setting a record changes.
+enum SettingChange : std::int32_t {
+    kChangeNone = 0,
+    kChangeEnable = 1,
+    kChangeName = 2,
+    kChangePath = 3,
+    kChangeLevel = 4,
+    kChangeFileLine = 5,
+    kChangeDisplay = 6,
+    kChangeOutFile = 7,
+    kChangeLimitSize = 8,
+    kChangeTotalSize = 9,
+    kChangeMonthdir = 10,
+    kChangeReserveTime = 11,
+    kChangeZip = 12,
+    kChangeReserveDelType = 13,
+    kChangeVersion = 14,
+    kChangeHistory = 15, ///< not a setting: the writer thread reads the history anew
+};
+
+} // namespace orvel::log4z

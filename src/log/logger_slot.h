@@ -1,0 +1,48 @@
+#pragma once
+
+#include "log/history.h"
+#include "log/log_file.h"
+#include "log/log_level.h"
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+namespace orvel::log4z {
+
+inline constexpr int LOGGER_MAX = 20;
+
+/// One logger: its settings, and the file it writes.
+///
+/// While the manager runs, the writer thread alone changes a slot. Callers read the three atomic settings; everything
+/// else is the writer's own.
+struct LoggerSlot {
+    std::string key;
+    std::string name; ///< begins the names of its files
+    std::string path = "./sonvialog/";
+    std::string version;
+    std::atomic<int> level{kLevelDebug};
+    bool display = true;
+    bool outfile = true;
+    bool monthdir = false;
+    std::uint32_t limitSizeMb = 2;
+    std::uint32_t totalSizeMb = 5;
+    std::atomic<bool> enable{false};
+    std::atomic<bool> fileline{true};
+    std::int64_t reserveSeconds = 0;
+    bool isZip = false;
+    ReserveDelType reserveDelType = kReserveBySizeOrTime;
+
+    /// What changes with every line stays out of the memory that callers read.
+    alignas(64) LogFile file;
+    std::uint32_t unflushedLines = 0;
+    std::int64_t openTime = 0; ///< the time of the line that opened the file
+    std::int64_t openDay = 0;  ///< the local midnight before it
+    History history;
+    bool newestIsUncounted =
+        false; ///< the newest entry of the history is the file opened last, not weighed yet
+
+    Retention retention() const { return {reserveDelType, limitSizeMb, totalSizeMb, reserveSeconds}; }
+};
+
+} // namespace orvel::log4z

@@ -1,0 +1,237 @@
+#include "log/manager.h"
+
+#include "log/config_text.h"
+#include "platform/module_name.h"
+#include "platform/path_text.h"
+#include "platform/thread_id.h"
+
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+
+namespace orvel::log4z {
+
+namespace {
+
+/// From this many waiting records on a caller may be held back.
+constexpr std::uint64_t kBackPressureFrom = 20000;
+
+constexpr unsigned kStartLimit = 3000; // ms
+
+/// A few numbers without pattern, one series a thread.
+unsigned nextRandom() {
+    static thread_local std::uint32_t state = platform::currentThreadId() * 2654435761u | 1u;
+    state ^= state << 13;
+    state ^= state >> 17;
+    state ^= state << 5;
+    return state;
+}
+
+/// Appends as much as the record has room for.
+void append(LogRecord& record, std::string_view text) {
+    const std::size_t room = static_cast<std::size_t>(LogRecord::kCapacity - record.contentLength);
+    const std::size_t count = std::min(room, text.size());
+    std::memcpy(record.content + record.contentLength, text.data(), count);
+    record.contentLength += static_cast<std::int32_t>(count);
+}
+
+void endLine(LogRecord& record) {
+    if (record.contentLength + 3 > LogRecord::kCapacity) {
+        record.contentLength = LogRecord::kCapacity - 3;
+    }
+    std::memcpy(record.content + record.contentLength, "\r\n", 3);
+    record.contentLength += 2;
+}
+
+} // namespace
+
+LogSystem LogSystem::real() {
+    return {platform::systemClock(), platform::systemFiles(), platform::systemConsole(),
+            platform::hostModuleFileName()};
+}
+
+LogerManager& LogerManager::instance() {
+    static LogerManager& manager = *new LogerManager(LogSystem::real());
+    return manager;
+}
+
+LogerManager::LogerManager(LogSystem system)
+    : mClock(system.clock), mFiles(system.files), mConsole(system.console),
+      mPrefix(system.clock, system.hostFileName), mRotation(system.clock, system.files, mConsole) {}
+
+LogerManager::~LogerManager() {
+    LogerManager::stop();
+}
+
+std::string LogerManager::fullKey(const char* key) {
+    return std::string(trimmed(std::string("sonvia_") + key));
+}
+
+int LogerManager::createLogger(const char* key) {
+    if (key == nullptr) {
+        return -1;
+    }
+    const std::string full = fullKey(key);
+    const std::lock_guard<LockHelper> guard(mSlotLock);
+    const auto known = mIds.find(full);
+    if (known != mIds.end()) {
+        return static_cast<int>(known->second);
+    }
+    const int id = mLastId.load(std::memory_order_relaxed) + 1;
+    if (id >= LOGGER_MAX) {
+        mConsole.report(
+            "log: CreateLogger can not create|writeover, because loggerid need < LOGGER_MAX! \r\n");
+        return -1;
+    }
+    LoggerSlot& slot = mSlots[id];
+    slot.enable.store(true);
+    slot.key = full;
+    slot.name = full;
+    mIds[full] = static_cast<std::uint32_t>(id);
+    mLastId.store(id, std::memory_order_release); // the writer thread may look at the slot from now on
+    return id;
+}
+
+int LogerManager::findLogger(const char* key) {
+    if (key == nullptr) {
+        return -1;
+    }
+    const std::lock_guard<LockHelper> guard(mSlotLock);
+    const auto known = mIds.find(fullKey(key));
+    return known == mIds.end() ? -1 : static_cast<int>(known->second);
+}
+
+bool LogerManager::start() {
+    const std::lock_guard<LockHelper> guard(mLifeLock);
+    if (isRunning()) {
+        mConsole.report("log already start \r\n");
+        return false;
+    }
+    mStarted = std::make_unique<SemHelper>(0, 64);
+    mQueue.open();
+    if (!startThread()) {
+        mConsole.print("log: create log thread error! \r\n");
+        mQueue.closeIfEmpty();
+        return false;
+    }
+    mStarted->wait(kStartLimit);
+    return true;
+}
+
+bool LogerManager::stop() {
+    const std::lock_guard<LockHelper> guard(mLifeLock);
+    if (!isRunning()) {
+        return false;
+    }
+    mConsole.report("log stopping \r\n");
+    mRunning.store(false, std::memory_order_release);
+    mQueue.wake();
+    joinThread();
+    mPool.clear();
+    return true;
+}
+
+bool LogerManager::wouldLog(int id, int level) {
+    if (!isValid(id) || !isRunning() || !mSlots[id].enable.load(std::memory_order_relaxed) ||
+        level < mSlots[id].level.load(std::memory_order_relaxed)) {
+        return false;
+    }
+    std::uint64_t waiting = 0;
+    if (!mQueue.isLongerThan(kBackPressureFrom, waiting)) {
+        return true;
+    }
+    const unsigned delay = backPressureDelay(waiting);
+    if (nextRandom() % 100 < delay && (delay <= 50 || mQueue.waitingNow() > kBackPressureFrom)) {
+        mClock.sleep(delay);
+    }
+    return true;
+}
+
+LogRecord* LogerManager::makeRecord(int id, int level) {
+    LogRecord* record = mPool.take();
+    const platform::Moment now = mClock.now();
+    record->loggerId = id;
+    record->type = kChangeNone;
+    record->typeValue = 0;
+    record->level = level;
+    record->time = now.seconds;
+    record->precise = now.milliseconds;
+    record->threadId = platform::currentThreadId();
+    record->contentLength = mPrefix.write(record->content, now, record->threadId, level);
+    return record;
+}
+
+bool LogerManager::pushLog(LogRecord* record, const char* file, int line) {
+    if (record == nullptr) {
+        return false;
+    }
+    const int id = record->loggerId;
+    if (!isValid(id) || !isRunning() || !mSlots[id].enable.load(std::memory_order_relaxed)) {
+        freeRecord(record);
+        mConsole.print("11111111111 \n");
+        return false;
+    }
+    if (record->level < mSlots[id].level.load(std::memory_order_relaxed)) {
+        freeRecord(record);
+        return false;
+    }
+    record->contentLength = std::clamp(record->contentLength, 0, LogRecord::kCapacity);
+    if (file != nullptr && mSlots[id].fileline.load(std::memory_order_relaxed)) {
+        append(*record, " " + platform::lastPathComponent(file) + ":" + std::to_string(line));
+    }
+    endLine(*record);
+    if (!mQueue.push(record, true)) {
+        // The writer thread ended since the test above.
+        freeRecord(record);
+        mConsole.print("11111111111 \n");
+        return false;
+    }
+    return true;
+}
+
+void LogerManager::freeRecord(LogRecord* record) {
+    if (record != nullptr) {
+        mPool.put(record);
+    }
+}
+
+bool LogerManager::isLoggerEnabled(int id) {
+    return isValid(id) && mSlots[id].enable.load();
+}
+
+std::uint64_t LogerManager::totalLinesWritten() {
+    return mLinesWritten.load(std::memory_order_relaxed);
+}
+
+std::uint64_t LogerManager::totalBytesWritten() {
+    return mBytesWritten.load(std::memory_order_relaxed);
+}
+
+std::uint64_t LogerManager::totalRecordsPushed() {
+    return mQueue.linesPushed();
+}
+
+std::uint64_t LogerManager::totalRecordsPopped() {
+    return mRecordsPopped.load(std::memory_order_relaxed);
+}
+
+std::uint32_t LogerManager::activeLoggerCount() {
+    const auto last = mSlots + mLastId.load(std::memory_order_acquire) + 1;
+    return static_cast<std::uint32_t>(
+        std::count_if(mSlots, last, [](const LoggerSlot& slot) { return slot.enable.load(); }));
+}
+
+bool LogerManager::flush(unsigned milliseconds) {
+    const std::uint64_t wanted = mQueue.pushed();
+    for (unsigned waited = 0; mFlushedUpTo.load(std::memory_order_acquire) < wanted; ++waited) {
+        if (waited >= milliseconds || threadHasEnded()) {
+            return false;
+        }
+        mFlushWanted.store(true, std::memory_order_release);
+        mQueue.wake();
+        platform::systemClock().sleep(1);
+    }
+    return true;
+}
+
+} // namespace orvel::log4z

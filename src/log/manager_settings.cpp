@@ -1,0 +1,281 @@
+#include "log/config_text.h"
+#include "log/manager.h"
+#include "platform/path_text.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <mutex>
+
+namespace orvel::log4z {
+
+namespace {
+
+std::string_view textOf(const char* text) {
+    return text == nullptr ? std::string_view() : text;
+}
+
+/// A limit of 0 megabytes means none.
+std::int32_t limitValue(std::uint32_t megabytes) {
+    return static_cast<std::int32_t>(megabytes == 0 ? kNoLimit : megabytes);
+}
+
+ReserveDelType reserveDelTypeOf(std::int32_t value) {
+    // Negative numbers are no type either.
+    return value >= 4 || value < 0 ? kReserveBySizeOrTime : static_cast<ReserveDelType>(value);
+}
+
+} // namespace
+
+bool LogerManager::change(int id, SettingChange code, std::int32_t value, std::string_view text) {
+    if (!isValid(id) || text.size() >= LogRecord::kCapacity) {
+        return false;
+    }
+    // Asked of the queue and not of mRunning: a writer that is told to stop owns the slots until it has ended.
+    if (mQueue.isOpen()) {
+        LogRecord* record = makeRecord(id, kLevelDebug);
+        record->type = code;
+        record->typeValue = value;
+        std::memcpy(record->content, text.data(), text.size());
+        record->content[text.size()] = '\0';
+        record->contentLength = static_cast<std::int32_t>(text.size());
+        if (mQueue.push(record, false)) {
+            return true;
+        }
+        freeRecord(record); // the writer thread ended meanwhile: the change is made here
+    }
+    const std::lock_guard<LockHelper> guard(mSlotLock);
+    apply(mSlots[id], code, value, text);
+    return true;
+}
+
+void LogerManager::apply(LoggerSlot& slot, SettingChange code, std::int32_t value, std::string_view text) {
+    switch (code) {
+    case kChangeEnable:
+        slot.enable.store(value != 0);
+        break;
+    case kChangeName:
+        slot.name = text;
+        break;
+    case kChangePath:
+        slot.path = text;
+        break;
+    case kChangeLevel:
+        slot.level.store(value);
+        break;
+    case kChangeFileLine:
+        slot.fileline.store(value != 0);
+        break;
+    case kChangeDisplay:
+        slot.display = value != 0;
+        break;
+    case kChangeOutFile:
+        slot.outfile = value != 0;
+        break;
+    case kChangeLimitSize:
+        slot.limitSizeMb = static_cast<std::uint32_t>(value);
+        break;
+    case kChangeTotalSize:
+        slot.totalSizeMb = static_cast<std::uint32_t>(value);
+        break;
+    case kChangeMonthdir:
+        slot.monthdir = value != 0;
+        break;
+    case kChangeReserveTime:
+        slot.reserveSeconds = std::max(value, 0);
+        break;
+    case kChangeZip:
+        slot.isZip = value != 0;
+        break;
+    case kChangeReserveDelType:
+        slot.reserveDelType = reserveDelTypeOf(value);
+        break;
+    case kChangeVersion:
+        slot.version = text;
+        break;
+    case kChangeHistory:
+    case kChangeNone:
+        break;
+    }
+}
+
+bool LogerManager::enableLogger(int id, bool enable) {
+    return change(id, kChangeEnable, enable, {});
+}
+
+bool LogerManager::setLoggerName(int id, const char* name) {
+    return change(id, kChangeName, 0, textOf(name));
+}
+
+bool LogerManager::setLoggerPath(int id, const char* path) {
+    if (path == nullptr) {
+        return isValid(id);
+    }
+    std::string folder = path;
+    if (!platform::endsInSeparator(folder)) {
+        folder += '/';
+    }
+    return change(id, kChangePath, 0, folder);
+}
+
+bool LogerManager::setLoggerVersion(int id, const char* version) {
+    return change(id, kChangeVersion, 0, textOf(version));
+}
+
+bool LogerManager::setLoggerLevel(int id, int level) {
+    return change(id, kChangeLevel, level, {});
+}
+
+bool LogerManager::setLoggerFileLine(int id, bool fileline) {
+    return change(id, kChangeFileLine, fileline, {});
+}
+
+bool LogerManager::setLoggerDisplay(int id, bool display) {
+    return change(id, kChangeDisplay, display, {});
+}
+
+bool LogerManager::setLoggerOutFile(int id, bool outfile) {
+    return change(id, kChangeOutFile, outfile, {});
+}
+
+bool LogerManager::setLoggerLimitsize(int id, std::uint32_t megabytes) {
+    return change(id, kChangeLimitSize, limitValue(megabytes), {});
+}
+
+bool LogerManager::setLoggerTotalsize(int id, std::uint32_t megabytes) {
+    return change(id, kChangeTotalSize, limitValue(megabytes), {});
+}
+
+bool LogerManager::setLoggerMonthdir(int id, bool monthdir) {
+    return change(id, kChangeMonthdir, monthdir, {});
+}
+
+bool LogerManager::setLoggerReserveTime(int id, std::int64_t seconds) {
+    // A change carries 32 bits; 68 years are as good as more.
+    constexpr std::int64_t kMost = std::numeric_limits<std::int32_t>::max();
+    return change(id, kChangeReserveTime,
+                  static_cast<std::int32_t>(std::clamp<std::int64_t>(seconds, 0, kMost)), {});
+}
+
+bool LogerManager::setLoggerZip(int id, bool isZip) {
+    return change(id, kChangeZip, isZip, {});
+}
+
+bool LogerManager::setLoggerReserveDelType(int id, std::int32_t type) {
+    return change(id, kChangeReserveDelType, reserveDelTypeOf(type), {});
+}
+
+bool LogerManager::setConfigCheckInterval(std::uint32_t seconds) {
+    mConfigInterval.store(seconds);
+    return true;
+}
+
+bool LogerManager::config(const char* configFile) {
+    static constexpr char kFrame[] = " !!! !!! !!! !!!\r\n";
+    {
+        const std::lock_guard<LockHelper> guard(mConfigLock);
+        const std::string file(textOf(configFile));
+        if (mHasConfigFile) {
+            mConsole.print(
+                "%s !!! !!! log4z configure error: too many calls to Config. the old config file=%s,  "
+                "the new config file=%s !!! !!! \r\n%s",
+                kFrame, mConfigFile.c_str(), file.c_str(), kFrame);
+            return false;
+        }
+        mConfigFile = file;
+        mHasConfigFile = true;
+    }
+    std::string text;
+    if (!readConfigFile(text)) {
+        mConsole.print("%s !!! !!! log4z load config file error. filename=%s  !!! !!! \r\n%s", kFrame,
+                       std::string(textOf(configFile)).c_str(), kFrame);
+        return false;
+    }
+    return applyConfigText(text);
+}
+
+bool LogerManager::configFromText(const char* text) {
+    if (text != nullptr && applyConfigText(text)) {
+        return true;
+    }
+    static constexpr char kFrame[] = " !!! !!! !!! !!!\r\n";
+    mConsole.print("%s !!! !!! log4z load config file error \r\n%s", kFrame, kFrame);
+    return false;
+}
+
+bool LogerManager::updateConfig() {
+    std::string text;
+    return readConfigFile(text) && applyConfigText(text);
+}
+
+bool LogerManager::readConfigFile(std::string& text) {
+    std::string path;
+    {
+        const std::lock_guard<LockHelper> guard(mConfigLock);
+        if (!mHasConfigFile) {
+            return false;
+        }
+        path = mConfigFile;
+    }
+    const auto file = mFiles.open(path, platform::OpenMode::Read);
+    if (file == nullptr) {
+        return false;
+    }
+    char piece[4096];
+    for (std::size_t count = 0; (count = file->read(piece, sizeof piece)) > 0;) {
+        text.append(piece, count);
+    }
+    return true;
+}
+
+bool LogerManager::applyConfigText(std::string_view text) {
+    const std::lock_guard<LockHelper> guard(mConfigLock);
+    const std::uint32_t checksum = configChecksum(text);
+    if (checksum == mConfigChecksum) {
+        return true;
+    }
+    const ConfigText parsed = parseConfigText(text);
+    for (const std::string& warning : parsed.warnings) {
+        mConsole.report("%s", warning.c_str());
+    }
+    bool allMade = true;
+    for (const ConfigSection& section : parsed.sections) {
+        const int id = createLogger(section.name.c_str());
+        allMade = allMade && id >= 0;
+        for (const auto& [key, value] : section.pairs) {
+            applyPair(id, key, value); // without a logger the setters refuse
+        }
+    }
+    if (allMade) {
+        mConfigChecksum = checksum;
+    }
+    return allMade;
+}
+
+void LogerManager::applyPair(int id, const std::string& key, const std::string& value) {
+    int level = 0;
+    std::int64_t number = 0;
+    if (key == "path") {
+        setLoggerPath(id, value.c_str());
+    } else if (key == "name") {
+        setLoggerName(id, value.c_str());
+    } else if (key == "level" && configLevel(value, level)) {
+        setLoggerLevel(id, level);
+    } else if (key == "display") {
+        setLoggerDisplay(id, configFlag(value));
+    } else if (key == "outfile") {
+        setLoggerOutFile(id, configFlag(value));
+    } else if (key == "monthdir") {
+        setLoggerMonthdir(id, configFlag(value));
+    } else if (key == "limitsize" && configNumber(value, number) && number >= 0 && number <= kNoLimit) {
+        setLoggerLimitsize(id, static_cast<std::uint32_t>(number));
+    } else if (key == "fileline") {
+        setLoggerFileLine(id, configFlag(value));
+    } else if (key == "enable") {
+        enableLogger(id, configFlag(value));
+    } else if (key == "reserve" && configNumber(value, number)) {
+        setLoggerReserveTime(id, number);
+    }
+}
+
+} // namespace orvel::log4z

@@ -1,0 +1,90 @@
+#include "log/record_queue.h"
+
+#include <algorithm>
+#include <mutex>
+
+namespace orvel::log4z {
+
+unsigned backPressureDelay(std::uint64_t waiting) {
+    constexpr std::uint64_t kFree = 20000;
+    if (waiting <= kFree) {
+        return 0;
+    }
+    return static_cast<unsigned>(std::min<std::uint64_t>((waiting * 100 - kFree * 100) / kFree, 100));
+}
+
+bool RecordQueue::push(LogRecord* record, bool isLine) {
+    bool wakeWriter = false;
+    {
+        const std::lock_guard<LockHelper> guard(mLock);
+        if (!mOpen) {
+            return false;
+        }
+        mRecords.push_back(record);
+        mPushed.store(mPushed.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+        if (isLine) {
+            mLinesPushed.store(mLinesPushed.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+        }
+        if (mWakeAt != 0 && mRecords.size() >= mWakeAt) {
+            mWakeAt = 0;
+            wakeWriter = true;
+        }
+    }
+    if (wakeWriter) {
+        mWake.post();
+    }
+    return true;
+}
+
+bool RecordQueue::isLongerThan(std::uint64_t limit, std::uint64_t& waiting) {
+    const std::uint64_t pushedNow = mPushed.load(std::memory_order_relaxed);
+    if (pushedNow - mTakenBound.load(std::memory_order_relaxed) <= limit) {
+        return false;
+    }
+    const std::uint64_t takenNow = mTaken.load(std::memory_order_relaxed);
+    mTakenBound.store(takenNow, std::memory_order_relaxed);
+    // The writer may have passed the number of pushes read before.
+    waiting = pushedNow > takenNow ? pushedNow - takenNow : 0;
+    return waiting > limit;
+}
+
+std::uint64_t RecordQueue::waitingNow() {
+    const std::lock_guard<LockHelper> guard(mLock);
+    return mPushed.load(std::memory_order_relaxed) - mTaken.load(std::memory_order_relaxed);
+}
+
+void RecordQueue::takeAll(std::vector<LogRecord*>& batch) {
+    const std::lock_guard<LockHelper> guard(mLock);
+    mRecords.swap(batch);
+}
+
+void RecordQueue::waitForRecords(std::size_t enough, unsigned milliseconds) {
+    {
+        const std::lock_guard<LockHelper> guard(mLock);
+        if (mRecords.size() >= enough) {
+            return;
+        }
+        mWakeAt = enough;
+    }
+    mWake.wait(milliseconds);
+    const std::lock_guard<LockHelper> guard(mLock);
+    mWakeAt = 0;
+}
+
+bool RecordQueue::closeIfEmpty() {
+    const std::lock_guard<LockHelper> guard(mLock);
+    mOpen = !mRecords.empty();
+    return !mOpen;
+}
+
+void RecordQueue::open() {
+    const std::lock_guard<LockHelper> guard(mLock);
+    mOpen = true;
+}
+
+bool RecordQueue::isOpen() {
+    const std::lock_guard<LockHelper> guard(mLock);
+    return mOpen;
+}
+
+} // namespace orvel::log4z

@@ -1,0 +1,82 @@
+#pragma once
+
+#include "log/log_record.h"
+#include "log/sync_helpers.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace orvel::log4z {
+
+/// How long a caller is held back while that many records wait, in milliseconds: 0 up to 20000 records, then rising to
+/// 100 at 40000. It is also the chance, in percent, that a caller is held back at all.
+unsigned backPressureDelay(std::uint64_t waiting);
+
+/// The records between the callers and the writer thread, in the order they were pushed.
+///
+/// The writer takes all that wait under one lock, but reports each record as it is done with it, so that the number
+/// that waits falls one by one. Callers never read the writer's counter while few records wait: they know a lower
+/// bound of it, and the memory of the two sides stays apart.
+class RecordQueue {
+public:
+    RecordQueue() : mWake(0, 1) {}
+
+    RecordQueue(const RecordQueue&) = delete;
+    RecordQueue& operator=(const RecordQueue&) = delete;
+
+    /// Appends a record; false, with the record still the caller's, when the queue is closed. Wakes the writer only
+    /// when it sleeps. Thread: any.
+    bool push(LogRecord* record, bool isLine);
+
+    /// Whether more than `limit` records wait; `waiting` is set to how many only then. Thread: any. Takes no lock.
+    bool isLongerThan(std::uint64_t limit, std::uint64_t& waiting);
+
+    /// The records that wait now, counted under the lock. Thread: any.
+    std::uint64_t waitingNow();
+
+    /// Lines that were pushed. Thread: any.
+    std::uint64_t linesPushed() const { return mLinesPushed.load(std::memory_order_relaxed); }
+
+    /// Records that were pushed, setting changes included. Thread: any.
+    std::uint64_t pushed() const { return mPushed.load(std::memory_order_acquire); }
+
+    /// Ends the writer's sleep. Thread: any.
+    void wake() { mWake.post(); }
+
+    /// Moves all that waits into `batch`, which must be empty. Writer thread.
+    void takeAll(std::vector<LogRecord*>& batch);
+
+    /// The writer is done with one more record. Writer thread.
+    void countTaken() { mTaken.store(mTaken.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed); }
+
+    /// Records the writer is done with.
+    std::uint64_t taken() const { return mTaken.load(std::memory_order_relaxed); }
+
+    /// Sleeps until `enough` records wait, `wake` was called or the time is over. Writer thread.
+    void waitForRecords(std::size_t enough, unsigned milliseconds);
+
+    /// Closes the queue if nothing waits in it; false when something does. Writer thread.
+    bool closeIfEmpty();
+
+    /// Opens the queue, as it must be before the first push.
+    void open();
+
+    /// Whether there is a writer that will take what is pushed. Thread: any.
+    bool isOpen();
+
+private:
+    LockHelper mLock;
+    std::vector<LogRecord*> mRecords;
+    std::size_t mWakeAt = 0; ///< wake the writer when so many wait; 0 while it is awake
+    bool mOpen = false;
+    std::atomic<std::uint64_t> mPushed{0};
+    std::atomic<std::uint64_t> mLinesPushed{0};
+    std::atomic<std::uint64_t> mTakenBound{0}; ///< what callers know of mTaken, which never falls
+
+    alignas(64) std::atomic<std::uint64_t> mTaken{0};
+    SemHelper mWake;
+};
+
+} // namespace orvel::log4z

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "platform/thread.h"
+
+namespace orvel::log4z {
+
+/// An object with a thread of its own. The deriving class ends its thread before it is destroyed.
+class ThreadHelper {
+public:
+    ThreadHelper() = default;
+    virtual ~ThreadHelper() = default;
+    ThreadHelper(const ThreadHelper&) = delete;
+    ThreadHelper& operator=(const ThreadHelper&) = delete;
+
+protected:
+    /// The thread's whole life.
+    virtual void run() = 0;
+
+    /// False when the system gives no thread.
+    bool startThread() { return mThread.start(enter, this); }
+
+    /// Waits without limit for `run` to return.
+    void joinThread() { mThread.join(); }
+
+    /// Also true when the system has ended the thread, as it does when the process exits. Blocks: never.
+    bool threadHasEnded() const { return mThread.hasEnded(); }
+
+private:
+    static void enter(void* self) { static_cast<ThreadHelper*>(self)->run(); }
+
+    platform::Thread mThread;
+};
+
+} // namespace orvel::log4z
