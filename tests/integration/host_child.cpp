@@ -101,16 +101,17 @@ Result runUninitAtOnce() {
     return library.api().uninit(handle) ? configured : kUninitFailed;
 }
 
+// A handle that is never released stays reachable, as in a host that keeps it in a global.
+AudioServiceHandle* keptHandle = nullptr;
+
 // Leaves main with the loop thread running and the service connected.
 Result runExitWithoutUninit() {
-    AudioServiceHandle* handle = nullptr;
-    return begin(support::hostApi(), handle);
+    return begin(support::hostApi(), keptHandle);
 }
 
 // The same while callbacks come in as fast as they can.
 Result runExitInFlood() {
-    AudioServiceHandle* handle = nullptr;
-    const Result begun = begin(support::hostApi(), handle);
+    const Result begun = begin(support::hostApi(), keptHandle);
     if (begun != kGood) {
         return begun;
     }
@@ -118,7 +119,8 @@ Result runExitInFlood() {
 }
 
 Result runExitWithoutSetParam() {
-    return start(support::hostApi()) != nullptr ? kGood : kNoHandle;
+    keptHandle = start(support::hostApi());
+    return keptHandle != nullptr ? kGood : kNoHandle;
 }
 
 Result runLoadOnly() {

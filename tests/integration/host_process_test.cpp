@@ -1,7 +1,7 @@
 // Whole host processes: how they start, log, leave and come again.
 #include <algorithm>
 #include <filesystem>
-#include <regex>
+#include <sstream>
 
 #include "support/process.h"
 #include "support/service_fixture.h"
@@ -29,15 +29,23 @@ protected:
         return run(behaviour, scenario, support::programFolder());
     }
 
-    // Lines of the host's log that carry that tag, from the tag on, without their line numbers.
+    // Messages of the host's log under that tag, as "function text": the line numbers are left out.
     static std::vector<std::string> logLines(const std::string& tag) {
-        const std::string text = support::logText((fs::current_path() / "logs" / "host").string());
-        std::vector<std::string> lines;
-        const std::regex pattern("\\b" + tag + R"(: \[([^\]]*):\d+\](.*?)\r?\n)");
-        for (std::sregex_iterator it(text.begin(), text.end(), pattern); it != std::sregex_iterator(); ++it) {
-            lines.push_back((*it)[1].str() + " " + (*it)[2].str());
+        std::istringstream text(support::logText((fs::current_path() / "logs" / "host").string()));
+        std::vector<std::string> messages;
+        for (std::string line; std::getline(text, line);) {
+            const std::size_t start = line.find(" " + tag + ": [");
+            const std::size_t end = line.find(']', start);
+            if (start == std::string::npos || end == std::string::npos) {
+                continue;
+            }
+            const std::size_t name = start + tag.size() + 4;
+            const std::size_t number = line.rfind(':', end);
+            const std::size_t carriageReturn = line.find('\r', end);
+            messages.push_back(line.substr(name, number - name) + " " +
+                               line.substr(end + 1, carriageReturn - end - 1));
         }
-        return lines;
+        return messages;
     }
 
     static std::size_t countOf(const std::vector<std::string>& lines, const std::string& line) {

@@ -40,7 +40,7 @@ TEST_F(Lifecycle, ServiceIsStartedWithTheLogFolderAndLevel) {
     start("");
     ASSERT_TRUE(standin.waitForEvent("start"));
     std::string words;
-    const Json::List& argv = standin.recorded("start").at(0).at("argv").list();
+    const Json::List argv = standin.recorded("start").at(0).at("argv").list();
     for (std::size_t i = 1; i < argv.size(); ++i) {
         words.append(i == 1 ? "" : " ").append(argv[i].text());
     }
