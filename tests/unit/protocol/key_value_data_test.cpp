@@ -1,0 +1,284 @@
+// Received payloads indexed and read.
+
+#include "protocol/key_value.h"
+#include "unit/protocol/protocol_support.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+
+using wire::Bytes;
+using wire::intEntry;
+using wire::textEntry;
+using Data = CtrlProtocol::KeyValueData;
+
+namespace {
+
+struct Value {
+    bool ok = true;
+    std::int64_t number = -1;
+    std::string text;
+
+    friend bool operator==(const Value&, const Value&) = default;
+};
+
+std::ostream& operator<<(std::ostream& out, const Value& value) {
+    return out << (value.ok ? "ok " : "failed ") << value.number << " '" << value.text << "'";
+}
+
+Value intOf(const Data& data, const std::string& key) {
+    Value value;
+    value.number = data.getInt(key, value.ok);
+    return value;
+}
+
+Value byteOf(const Data& data, const std::string& key) {
+    Value value;
+    value.number = data.getByte(key, value.ok);
+    return value;
+}
+
+Value textOf(const Data& data, const std::string& key) {
+    Value value;
+    value.text = data.getString(key, value.ok);
+    return value;
+}
+
+Value bytesValueOf(const Data& data, const std::string& key) {
+    Value value;
+    value.text = wire::textOf(bytesOf(data.getBytes(key, value.ok)));
+    return value;
+}
+
+const Value kNoNumber = {false, 0, ""};
+const Value kNoText = {false, -1, ""};
+
+void expectNothingAt(const Data& data, const std::string& key) {
+    EXPECT_EQ(intOf(data, key), kNoNumber);
+    EXPECT_EQ(byteOf(data, key), kNoNumber);
+    EXPECT_EQ(textOf(data, key), kNoText);
+    EXPECT_EQ(bytesValueOf(data, key), kNoText);
+}
+
+} // namespace
+
+TEST(KeyValueData, AnEmptyPayloadHasNoKeysAndEveryGetterFails) {
+    const Data data{OBufList()};
+    EXPECT_TRUE(data.entries().empty());
+    expectNothingAt(data, "player-state");
+    expectNothingAt(data, "");
+}
+
+TEST(KeyValueData, EachGetterReadsItsType) {
+    const Data data(chainOf(wire::join({intEntry("int", -2), textEntry("text", "Handset A"),
+                                        wire::rawEntry("byte", wire::kTypeByte, {200})})));
+    EXPECT_EQ(intOf(data, "int"), (Value{true, -2, ""}));
+    EXPECT_EQ(textOf(data, "text"), (Value{true, -1, "Handset A"}));
+    EXPECT_EQ(bytesValueOf(data, "text"), (Value{true, -1, "Handset A"}));
+    EXPECT_EQ(byteOf(data, "byte"), (Value{true, 200, ""}));
+}
+
+TEST(KeyValueData, GetIntIsSigned) {
+    const Data data(
+        chainOf(wire::join({intEntry("low", INT32_MIN), intEntry("high", INT32_MAX), intEntry("one", -1)})));
+    EXPECT_EQ(intOf(data, "low").number, INT32_MIN);
+    EXPECT_EQ(intOf(data, "high").number, INT32_MAX);
+    EXPECT_EQ(intOf(data, "one").number, -1);
+}
+
+TEST(KeyValueData, OfTwoEntriesWithOneKeyTheLaterWins) {
+    const Data data(chainOf(wire::join({intEntry("k", 1), intEntry("other", 5), intEntry("k", 2)})));
+    EXPECT_EQ(intOf(data, "k"), (Value{true, 2, ""}));
+    EXPECT_EQ(data.entries().size(), 2U);
+}
+
+TEST(KeyValueData, ALaterEntryOfAnotherTypeHidesTheEarlierOne) {
+    const Data data(chainOf(wire::join({intEntry("k", 1), textEntry("k", "x")})));
+    EXPECT_EQ(intOf(data, "k"), kNoNumber);
+    EXPECT_EQ(textOf(data, "k"), (Value{true, -1, "x"}));
+}
+
+TEST(KeyValueData, ALaterEntryOfAnUnknownTypeHidesNothing) {
+    const Data data(chainOf(wire::join({intEntry("k", 1), wire::rawEntry("k", 99, {})})));
+    EXPECT_EQ(intOf(data, "k"), (Value{true, 1, ""}));
+}
+
+TEST(KeyValueData, GettersRefuseEveryTypeButTheirOwn) {
+    for (int type = 0; type < 256; ++type) {
+        const auto code = static_cast<std::uint8_t>(type);
+        const wire::Layout layout = wire::layoutOf(code);
+        const std::size_t size = layout.lengthWidth != 0 ? 3 : layout.fixedWidth;
+        const Data data(chainOf(wire::entry({"k", code, Bytes(size, 'v')})));
+        EXPECT_EQ(byteOf(data, "k").ok, type == 3) << type;
+        EXPECT_EQ(intOf(data, "k").ok, type == 6) << type;
+        EXPECT_EQ(textOf(data, "k").ok, type == 20) << type;
+        EXPECT_EQ(bytesValueOf(data, "k").ok, type == 20) << type;
+    }
+}
+
+TEST(KeyValueData, AWrongTypeGivesZeroOrEmpty) {
+    const Data data(chainOf(wire::join({intEntry("int", 7), textEntry("text", "7777")})));
+    EXPECT_EQ(textOf(data, "int"), kNoText);
+    EXPECT_EQ(bytesValueOf(data, "int"), kNoText);
+    EXPECT_EQ(byteOf(data, "int"), kNoNumber);
+    EXPECT_EQ(intOf(data, "text"), kNoNumber);
+}
+
+TEST(KeyValueData, TextOfLengthZeroIsFoundAndEmpty) {
+    const Data data(chainOf(textEntry("phone-name", "")));
+    EXPECT_EQ(textOf(data, "phone-name"), (Value{true, -1, ""}));
+    EXPECT_EQ(bytesValueOf(data, "phone-name"), (Value{true, -1, ""}));
+}
+
+TEST(KeyValueData, EveryKnownTypeIsIndexedAtItsTypeByteAndSkippedByItsLayout) {
+    for (int type = 0; type < 256; ++type) {
+        const auto code = static_cast<std::uint8_t>(type);
+        const wire::Layout layout = wire::layoutOf(code);
+        const std::size_t size = layout.lengthWidth != 0 ? 5 : layout.fixedWidth;
+        const bool known = size != 0;
+        const Data data(chainOf(wire::join(
+            {intEntry("a", 1), wire::entry({"key", code, Bytes(size, 0xEE)}), intEntry("z", 26)})));
+        std::map<std::string, std::uint32_t> expected = {{"a", 2}};
+        std::uint32_t next = 7 + 5; // behind the first entry, and the key and type of the second
+        if (known) {
+            expected["key"] = 7 + 4;
+            next += static_cast<std::uint32_t>(layout.lengthWidth + size);
+        }
+        expected["z"] = next + 2;
+        EXPECT_EQ(data.entries(), expected) << type;
+        EXPECT_EQ(intOf(data, "z"), (Value{true, 26, ""})) << type;
+    }
+}
+
+TEST(KeyValueData, TheByteBehindTypeFifteenIsTheNextKeysLength) {
+    // If the value bytes of type 15 were skipped, "b" would be lost.
+    const Data data(chainOf(Bytes{1, 'a', 15, 1, 'b', 6, 0, 0, 0, 9}));
+    EXPECT_EQ(data.entries(), (std::map<std::string, std::uint32_t>{{"b", 5}}));
+    EXPECT_EQ(intOf(data, "b"), (Value{true, 9, ""}));
+}
+
+TEST(KeyValueData, PrefixedValuesOfLengthZeroSkipNothing) {
+    for (const std::uint8_t type : Bytes{12, 13, 14, 20, 21, 22}) {
+        const Data data(chainOf(wire::join({wire::entry({"k", type, {}}), intEntry("z", 1)})));
+        EXPECT_EQ(data.entries().size(), 2U) << +type;
+        EXPECT_EQ(intOf(data, "z"), (Value{true, 1, ""})) << +type;
+    }
+}
+
+TEST(KeyValueData, LengthThatRunsPastThePayloadIsNotIndexedAndEndsIt) {
+    for (const std::uint8_t type : Bytes{12, 13, 14, 20, 21, 22}) {
+        const unsigned width = wire::layoutOf(type).lengthWidth;
+        const Bytes cut = wire::rawEntry("k", type, wire::join({wire::bigEndian(6, width), {1, 2, 3, 4, 5}}));
+        const Data data(chainOf(wire::join({intEntry("a", 1), cut})));
+        EXPECT_EQ(data.entries().size(), 1U) << +type;
+        expectNothingAt(data, "k");
+    }
+}
+
+TEST(KeyValueData, TheGreatestLengthsAreSurvived) {
+    for (const std::uint8_t type : Bytes{14, 20}) {
+        const unsigned width = wire::layoutOf(type).lengthWidth;
+        const Data data(chainOf(wire::rawEntry("k", type, wire::join({wire::bigEndian(~0ULL, width), {1}}))));
+        EXPECT_TRUE(data.entries().empty());
+        expectNothingAt(data, "k");
+    }
+}
+
+TEST(KeyValueData, ACutLaterEntryLeavesTheEarlierOneInForce) {
+    const Bytes cut = wire::rawEntry("k", wire::kTypeInt, {0, 0, 0});
+    const Data data(chainOf(wire::join({intEntry("k", 1), cut})));
+    EXPECT_EQ(intOf(data, "k"), (Value{true, 1, ""}));
+}
+
+TEST(KeyValueData, EveryTruncationOfAValidPayloadHoldsExactlyTheWholeEntries) {
+    const std::vector<Bytes> entries = {intEntry("player-state", 2),
+                                        textEntry("phone-name", "Handset A"),
+                                        wire::rawEntry("byte", wire::kTypeByte, {5}),
+                                        wire::rawEntry("none", 99, {}),
+                                        wire::entry({"KORUInfo", wire::kTypeNested, intEntry("n", 1)}),
+                                        wire::rawEntry("wide", 8, Bytes(8, 1))};
+    Bytes payload;
+    std::vector<std::pair<std::size_t, std::string>> ends; // where each known entry ends, and its key
+    for (const Bytes& next : entries) {
+        payload = wire::join({payload, next});
+        const std::string key = wire::textOf(Bytes(next.begin() + 1, next.begin() + 1 + next[0]));
+        if (key != "none") {
+            ends.emplace_back(payload.size(), key);
+        }
+    }
+    for (std::size_t size = 0; size <= payload.size(); ++size) {
+        const Data data(chainOf(Bytes(payload.begin(), payload.begin() + static_cast<std::ptrdiff_t>(size))));
+        for (const auto& [end, key] : ends) {
+            EXPECT_EQ(data.entries().count(key) != 0, end <= size) << key << " in " << size;
+        }
+        EXPECT_EQ(intOf(data, "player-state").ok, ends[0].first <= size) << size;
+        EXPECT_EQ(textOf(data, "phone-name").ok, ends[1].first <= size) << size;
+        EXPECT_EQ(byteOf(data, "byte").ok, ends[2].first <= size) << size;
+    }
+}
+
+TEST(KeyValueData, KeysAreOrderedByteByByte) {
+    const Data data(chainOf(wire::join({intEntry("b", 1), intEntry("\xC3\xA4", 1), intEntry("a", 1),
+                                        intEntry("B", 1), intEntry("ab", 1), intEntry("", 1)})));
+    std::vector<std::string> keys;
+    for (const auto& [key, offset] : data.entries()) {
+        keys.push_back(key);
+    }
+    EXPECT_EQ(keys, (std::vector<std::string>{"", "B", "a", "ab", "b", "\xC3\xA4"}));
+}
+
+TEST(KeyValueData, KeysMayHoldAnyBytes) {
+    const std::string key("a\0\xFF", 3);
+    const Data data(chainOf(intEntry(key, 3)));
+    EXPECT_EQ(intOf(data, key), (Value{true, 3, ""}));
+    expectNothingAt(data, "a");
+}
+
+TEST(KeyValueData, EverySplitOfAPayloadIntoPiecesReadsTheSame) {
+    const Bytes payload = wire::join({intEntry("int", 0x01020304), textEntry("text", "Handset A"),
+                                      wire::rawEntry("byte", wire::kTypeByte, {7})});
+    const Data whole(chainOf(payload));
+    for (std::size_t size = 1; size <= payload.size(); ++size) {
+        const Data data(chainOfPieces(payload, size));
+        EXPECT_EQ(data.entries(), whole.entries()) << size;
+        EXPECT_EQ(intOf(data, "int"), (Value{true, 0x01020304, ""})) << size;
+        EXPECT_EQ(textOf(data, "text"), (Value{true, -1, "Handset A"})) << size;
+        EXPECT_EQ(byteOf(data, "byte"), (Value{true, 7, ""})) << size;
+    }
+}
+
+TEST(KeyValueData, ThePayloadIsSharedAndNotCopied) {
+    const OBufList payload = chainOf(textEntry("k", "value"));
+    const Data data{OBufList(payload)};
+    bool ok = false;
+    const OBufList value = data.getBytes("k", ok);
+    ASSERT_TRUE(ok);
+    EXPECT_EQ(value.front().data(), payload.front().data() + 7);
+}
+
+TEST(KeyValueData, ValuesGivenOutOutliveTheIndex) {
+    OBufList value;
+    bool ok = false;
+    {
+        const Data data(chainOf(textEntry("k", "value")));
+        value = data.getBytes("k", ok);
+    }
+    EXPECT_EQ(wire::textOf(bytesOf(value)), "value");
+}
+
+TEST(KeyValueData, NestedBuffersAreIndexedAsOneEntry) {
+    const Data data(chainOf(wire::entry({"KORUInfo", wire::kTypeNested, intEntry("inner", 1)})));
+    EXPECT_EQ(data.entries().size(), 1U);
+    EXPECT_EQ(data.entries().count("KORUInfo"), 1U);
+    expectNothingAt(data, "KORUInfo");
+    expectNothingAt(data, "inner");
+}
+
+TEST(KeyValueData, AKeyOf256BytesIsNotReadBackAndHarmsNobody) {
+    OBufList chain;
+    CtrlProtocol::KeyValueBuf().addInt("first", 1).addInt(std::string(256, 'k'), 2).finish(chain);
+    const Data data(chain);
+    EXPECT_EQ(intOf(data, "first"), (Value{true, 1, ""}));
+    expectNothingAt(data, std::string(256, 'k'));
+}

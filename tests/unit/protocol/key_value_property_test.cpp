@@ -1,0 +1,130 @@
+// What holds for any payload: built entries are read back, and any bytes at all are survived.
+
+#include "protocol/key_value.h"
+#include "unit/protocol/protocol_support.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <random>
+#include <string>
+
+using wire::Bytes;
+using Data = CtrlProtocol::KeyValueData;
+
+namespace {
+
+std::string randomText(std::mt19937& random, std::size_t most) {
+    std::string text(random() % (most + 1), ' ');
+    std::generate(text.begin(), text.end(), [&random] { return static_cast<char>(random()); });
+    return text;
+}
+
+std::string keyOf(std::mt19937& random) {
+    // Few short keys, so that duplicates are common.
+    return random() % 2 == 0 ? std::string(1, static_cast<char>('a' + random() % 5))
+                             : randomText(random, 255);
+}
+
+void readEverything(const Data& data) {
+    for (const auto& [key, offset] : data.entries()) {
+        bool ok = false;
+        data.getByte(key, ok);
+        data.getInt(key, ok);
+        data.getString(key, ok);
+        data.getBytes(key, ok);
+    }
+}
+
+} // namespace
+
+TEST(KeyValueProperty, WhatIsBuiltIsReadBackHoweverItIsCut) {
+    std::mt19937 random(34);
+    for (int round = 0; round < 200; ++round) {
+        CtrlProtocol::KeyValueBuf builder;
+        std::map<std::string, wire::Entry> last;
+        const std::size_t count = random() % 12;
+        for (std::size_t index = 0; index < count; ++index) {
+            const std::string key = keyOf(random);
+            if (random() % 2 == 0) {
+                const auto value = static_cast<std::uint32_t>(random());
+                builder.addInt(key, value);
+                last[key] = {key, wire::kTypeInt, wire::bigEndian(value, 4)};
+            } else {
+                const std::string value = randomText(random, 300);
+                builder.addString(key, value);
+                last[key] = {key, wire::kTypeText, wire::bytesOf(value)};
+            }
+        }
+        OBufList chain;
+        builder.finish(chain);
+        const Data data(chainOfPieces(bytesOf(chain), 1 + random() % 40));
+        ASSERT_EQ(data.entries().size(), last.size());
+        for (const auto& [key, entry] : last) {
+            bool ok = false;
+            if (entry.type == wire::kTypeInt) {
+                ASSERT_EQ(data.getInt(key, ok), wire::intOf(entry.value));
+            } else {
+                ASSERT_EQ(data.getString(key, ok), wire::textOf(entry.value));
+            }
+            ASSERT_TRUE(ok);
+        }
+    }
+}
+
+TEST(KeyValueProperty, ThePlainDecoderOfTheTestsReadsWhatIsBuilt) {
+    std::mt19937 random(20);
+    for (int round = 0; round < 100; ++round) {
+        CtrlProtocol::KeyValueBuf builder;
+        std::vector<wire::Entry> expected;
+        for (std::size_t index = random() % 8; index-- > 0;) {
+            const std::string key = keyOf(random);
+            const std::string value = randomText(random, 600);
+            CtrlProtocol::KeyValueBuf inner;
+            inner.addString(key, value);
+            builder.addString(key, value).addKeyValueBuf(key, inner);
+            expected.push_back({key, wire::kTypeText, wire::bytesOf(value)});
+            expected.push_back({key, wire::kTypeNested, wire::textEntry(key, value)});
+        }
+        OBufList chain;
+        builder.finish(chain);
+        ASSERT_EQ(wire::entriesOf(bytesOf(chain)), expected);
+    }
+}
+
+TEST(KeyValueProperty, EveryTruncationOfEveryBuiltPayloadIsSurvived) {
+    std::mt19937 random(5);
+    for (int round = 0; round < 20; ++round) {
+        CtrlProtocol::KeyValueBuf builder;
+        for (int index = 0; index < 5; ++index) {
+            builder.addInt(keyOf(random), 1).addString(keyOf(random), randomText(random, 20));
+        }
+        OBufList chain;
+        builder.finish(chain);
+        const Bytes whole = bytesOf(chain);
+        for (std::size_t size = 0; size <= whole.size(); ++size) {
+            // A block of exactly the bytes that are there: a read past the end is seen by the sanitizer.
+            readEverything(
+                Data(chainOf(Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)))));
+        }
+    }
+}
+
+TEST(KeyValueProperty, AnyBytesAreSurvived) {
+    std::mt19937 random(6);
+    for (int round = 0; round < 5000; ++round) {
+        Bytes bytes(random() % 60);
+        const unsigned range =
+            round % 2 == 0 ? 256 : 24; // small numbers make known types and fitting lengths
+        std::generate(bytes.begin(), bytes.end(),
+                      [&] { return static_cast<std::uint8_t>(random() % range); });
+        const Data data(chainOfPieces(bytes, 1 + random() % 10));
+        readEverything(data);
+        for (const auto& [key, offset] : data.entries()) {
+            ASSERT_LT(offset, bytes.size());
+            ASSERT_TRUE(wire::layoutOf(bytes[offset]).lengthWidth != 0 ||
+                        wire::layoutOf(bytes[offset]).fixedWidth != 0);
+        }
+    }
+}

@@ -1,0 +1,64 @@
+// What the protocol's tests need around it: a stream that keeps what is written, a protocol that keeps what
+// arrives, and chains of views cut as a test wants them.
+#pragma once
+
+#include "protocol/ctrl_protocol.h"
+#include "transport/buf_view.h"
+#include "transport/socket.h"
+#include "unit/protocol/wire_bytes.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/// A chain of one piece.
+OBufList chainOf(const wire::Bytes& bytes);
+/// A chain of pieces of at most `pieceSize` bytes, each in a block of its own.
+OBufList chainOfPieces(const wire::Bytes& bytes, std::size_t pieceSize);
+/// One read as the loop makes it: the bytes at the start of a block of 64 KB.
+OBufView readOf(const std::uint8_t* bytes, std::size_t size);
+wire::Bytes bytesOf(const OBufList& list);
+
+/// A stream that goes nowhere.
+class RecordingSocket : public OBaseSocket {
+public:
+    RecordingSocket() : OBaseSocket(nullptr) {}
+
+    uv_handle_t* handle() override { return nullptr; }
+
+    void releaseHandle() override {}
+
+    bool readStart() override { return false; }
+
+    bool readStop() override { return false; }
+
+    bool write(const OBufList& list) override {
+        writes.push_back(list);
+        return accepts;
+    }
+
+    /// All bytes written so far, cut into packets.
+    std::vector<wire::Packet> packets() const;
+
+    std::vector<OBufList> writes;
+    bool accepts = true;
+};
+
+struct Received {
+    CtrlPacketHeader header = {};
+    wire::Bytes payload;
+    bool nullPayload = false;
+};
+
+class RecordingProtocol : public CtrlProtocol {
+public:
+    void onPacket(const CtrlPacketHeader* header, const std::uint8_t* payload, std::uint32_t length) override;
+
+    /// Hands bytes over as one chunk of one piece.
+    void feed(const wire::Bytes& bytes) { DepackPacket(chainOf(bytes)); }
+
+    std::vector<wire::Packet> packets() const;
+
+    std::vector<Received> received;
+    std::vector<const std::uint8_t*> payloadPlaces;
+};
