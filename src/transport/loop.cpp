@@ -26,11 +26,22 @@ T* allocateZeroed() {
     return static_cast<T*>(memory);
 }
 
+// Made once, whichever threads ask, together with everything that libuv sets up once for a process: two hosts'
+// loops may come and go at the same time, and uv_default_loop has no lock of its own. The guard is inside as
+// well: a loop made beside the first one would remember the settings that libuv has just changed as the host's.
+uv_loop_t* defaultLoop() {
+    static uv_loop_t* const kLoop = [] {
+        const platform::HostSettingsGuard hostSettings;
+        return uv_default_loop();
+    }();
+    return kLoop;
+}
+
 } // namespace
 
 OUVLoop::OUVLoop() : loop(allocateZeroed<uv_loop_t>()), asyncHandle(allocateZeroed<uv_async_t>()) {
     logLoopLine(kLogDebug, kLogTagDefault, "[%s:%d]OUVLoop", "OUVLoop::OUVLoop", kConstructorLine);
-    const platform::HostSettingsGuard hostSettings;
+    defaultLoop();
     uv_loop_init(loop);
     asyncHandle->data = this;
     uv_async_init(loop, asyncHandle, onAsync);
@@ -45,7 +56,7 @@ OUVLoop::~OUVLoop() {
         uv_run(loop, UV_RUN_NOWAIT);
     }
     uv_loop_close(loop);
-    if (loop != uv_default_loop()) {
+    if (loop != defaultLoop()) {
         std::free(loop);
     }
     std::free(asyncHandle);
@@ -131,11 +142,14 @@ void OUVLoop::walkCb(uv_handle_t* handle, void* self) {
         return;
     }
     auto* owner = static_cast<OBaseHandle*>(handle->data);
+    if (owner == nullptr) {
+        return;
+    }
+    // Cleared first, so that a handle closed by the shutdown never reports "closed" upward.
+    owner->clearCallbacks();
     // A handle that is closing already is left to libuv: closing it again would free memory that libuv still
     // holds.
-    if (owner != nullptr && uv_is_closing(handle) == 0) {
-        // Cleared first, so that a handle closed by the shutdown never reports "closed" upward.
-        owner->clearCallbacks();
+    if (uv_is_closing(handle) == 0) {
         owner->close();
     }
 }

@@ -68,6 +68,6 @@ private:
     std::atomic<std::uint32_t> mPosting{0};
     /// Held while a call is made directly, and while the loop goes from not running to running: so that a
     /// direct call never overlaps with the loop thread. No libuv callback can run under it, since nothing
-    /// runs the loop then.
-    std::mutex mDirectMutex;
+    /// runs the loop then. Recursive: what is called directly may call dispatch() again.
+    std::recursive_mutex mDirectMutex;
 };
