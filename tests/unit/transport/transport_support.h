@@ -1,0 +1,127 @@
+// What the transport's tests share: a loop on its own thread, work done on that thread, a pipe that records what
+// it is told and shows its insides.
+#pragma once
+
+#include "transport/loop.h"
+#include "transport/stream_pipe.h"
+
+#include "support/wait.h"
+
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <functional>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+/// Waits for a one-time event, with a guard.
+class Signal {
+public:
+    void set() { mPromise.set_value(); }
+
+    bool wait() { return mPromise.get_future().wait_for(support::kGuard) == std::future_status::ready; }
+
+private:
+    std::promise<void> mPromise;
+};
+
+/// A loop, and a thread that runs it from run() on until the end of this object.
+class LoopThread {
+public:
+    LoopThread() : mLoop(new OUVLoop) {}
+
+    ~LoopThread() { stop(); }
+
+    LoopThread(const LoopThread&) = delete;
+    LoopThread& operator=(const LoopThread&) = delete;
+
+    const std::shared_ptr<OUVLoop>& loop() const { return mLoop; }
+
+    OUVLoop* operator->() const { return mLoop.get(); }
+
+    /// Returns when the loop accepts posts.
+    void run();
+    /// Stops the loop and waits for its thread.
+    void stop();
+    /// Waits for the thread of a loop that something else stops.
+    void join();
+    /// Does `work` on the loop thread and waits until it has been done.
+    void call(std::function<void()> work);
+    /// Keeps the loop thread busy inside a task until the returned signal is set: what is posted meanwhile
+    /// comes in one batch.
+    std::shared_ptr<Signal> hold();
+
+    bool lastRunResult = false;
+
+private:
+    std::shared_ptr<OUVLoop> mLoop;
+    std::thread mThread;
+};
+
+/// An OStreamPipe that records every report, on whichever thread it comes, and whose fields are open.
+class TestPipe : public OStreamPipe {
+public:
+    using OStreamPipe::OStreamPipe;
+
+    using OBaseSocket::activeWriteReqs;
+    using OBaseSocket::allocCb;
+    using OBaseSocket::eventCallback;
+    using OBaseSocket::freeWriteReqs;
+    using OBaseSocket::pendingReads;
+    using OBaseSocket::readCallback;
+    using OBaseSocket::readCb;
+    using OBaseSocket::writeCallback;
+    using OStreamPipe::connecting;
+    using OStreamPipe::connectReq;
+    using OStreamPipe::initialized;
+    using OStreamPipe::pipe;
+};
+
+/// What a pipe's three callbacks were told. Outlives the pipe.
+class Reports {
+public:
+    using Event = std::pair<std::int32_t, std::int32_t>; // code and status
+
+    void attachTo(OBaseSocket& socket);
+
+    std::vector<Event> events() const;
+    std::string bytes() const;
+    std::vector<std::int32_t> writes() const;
+
+    bool waitForEvent(std::int32_t code) const;
+    bool waitForBytes(std::size_t count) const;
+    bool waitForWrites(std::size_t count) const;
+    /// Status of the first event of that code; 1 when there is none.
+    std::int32_t statusOf(std::int32_t code) const;
+
+private:
+    template <typename Change>
+    void change(Change change);
+    template <typename Condition>
+    bool waitFor(Condition condition) const;
+
+    mutable std::mutex mMutex;
+    mutable std::condition_variable mChanged;
+    std::vector<Event> mEvents;
+    std::string mBytes;
+    std::vector<std::int32_t> mWrites;
+};
+
+OBufList listOf(const std::string& text);
+
+/// The loops' own lines go nowhere: so it is when the tests start, and so a test leaves it.
+void quietLoopLog();
+
+/// Gives OStreamPipe a pipe-name prefix of the test's own, and takes it back.
+class PipeTest : public testing::Test {
+protected:
+    PipeTest();
+    ~PipeTest() override;
+
+    std::string prefix;
+};
