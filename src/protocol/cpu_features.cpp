@@ -39,6 +39,6 @@ CpuFeatures askProcessor() {
 } // namespace
 
 const CpuFeatures& cpuFeatures() {
-    static const CpuFeatures features = askProcessor();
-    return features;
+    static const CpuFeatures kFeatures = askProcessor();
+    return kFeatures;
 }

@@ -80,6 +80,6 @@ std::uint32_t integrityValueSliced(const std::uint8_t* data, std::size_t size) {
 }
 
 std::uint32_t integrityValue(const std::uint8_t* data, std::size_t size) {
-    static const IntegrityCode code = chooseCode();
-    return code(data, size);
+    static const IntegrityCode kCode = chooseCode();
+    return kCode(data, size);
 }
