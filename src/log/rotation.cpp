@@ -64,6 +64,7 @@ bool Rotation::openFor(LoggerSlot& slot, std::int64_t lineTime) {
         slot.outfile = false;
         return false;
     }
+    slot.openedFull = slot.file.length() > limitInBytes(slot.limitSizeMb);
     deleteOldFiles(slot, path);
     if (slot.history.empty() || !isSameFile(slot.history.newest().path, path)) {
         slot.history.append(path, mClock.now().seconds);
@@ -73,8 +74,12 @@ bool Rotation::openFor(LoggerSlot& slot, std::int64_t lineTime) {
 }
 
 bool Rotation::fileTakes(const LoggerSlot& slot, std::int64_t lineTime) const {
-    return slot.file.isOpen() && lineTime >= slot.openDay && lineTime < slot.openDay + kSecondsOfDay &&
-           slot.file.length() <= limitInBytes(slot.limitSizeMb);
+    if (!slot.file.isOpen() || lineTime < slot.openDay || lineTime >= slot.openDay + kSecondsOfDay) {
+        return false;
+    }
+    // When every name of this second is in use, opening again would give the same file, once for every line.
+    return slot.file.length() <= limitInBytes(slot.limitSizeMb) ||
+           (slot.openedFull && lineTime == slot.openTime);
 }
 
 /// Closes the file if it is open, and counts it. A file that was closed for another reason (a changed setting, a full
