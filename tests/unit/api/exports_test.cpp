@@ -1,0 +1,259 @@
+// The exported functions on a handle with a session.
+
+#include "SonviaPCAudioDll.h"
+#include "support/wait.h"
+#include "unit/api/api_support.h"
+#include "unit/protocol/log_lines.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+using wire::intEntry;
+using wire::textEntry;
+
+namespace {
+
+constexpr const char* kTag = "SonviaPCAudioDll";
+
+class Exports : public testing::Test {
+protected:
+    AudioServiceHandle* handle() { return direct.handle.get(); }
+
+    Host host;
+    DirectHandle direct;
+};
+
+std::vector<std::string> textsOf(const std::vector<LogLine>& lines) {
+    std::vector<std::string> texts;
+    for (const LogLine& line : lines) {
+        texts.push_back(std::string(1, line.letter) + " " + line.function + " " + line.text);
+    }
+    return texts;
+}
+
+} // namespace
+
+TEST_F(Exports, GetStateOfAFreshHandleIsFour) {
+    LogCapture log;
+    EXPECT_EQ(getState(handle()), 4U);
+    EXPECT_EQ(textsOf(log.lines()), std::vector<std::string>{"D getState getState!"});
+}
+
+TEST_F(Exports, GetStateIsWhatTheServiceReportedLast) {
+    direct.receive(intEntry("player-state", 2));
+    EXPECT_EQ(getState(handle()), 2U);
+    direct.receive(intEntry("player-state", -1));
+    EXPECT_EQ(getState(handle()), 0xFFFFFFFFU);
+}
+
+TEST_F(Exports, GetSourceNameIsPhoneUntilTheServiceNamesOne) {
+    LogCapture log;
+    EXPECT_STREQ(getSourceName(handle()), "phone");
+    EXPECT_EQ(textsOf(log.lines()), std::vector<std::string>{"D getSourceName getSourceName!"});
+    direct.receive(textEntry("phone-name", "Handset A"));
+    EXPECT_STREQ(getSourceName(handle()), "Handset A");
+}
+
+TEST_F(Exports, GetSourceNameIsPhoneAgainAfterAnEmptyName) {
+    direct.receive(textEntry("phone-name", "Handset A"));
+    direct.receive(textEntry("phone-name", ""));
+    EXPECT_STREQ(getSourceName(handle()), "phone");
+}
+
+TEST_F(Exports, GetSourceNameIsTheSameTextUntilAnotherNameComes) {
+    direct.receive(textEntry("phone-name", "Handset A"));
+    const char* name = getSourceName(handle());
+    EXPECT_EQ(getSourceName(handle()), name);
+    direct.receive(textEntry("phone-name", "Handset B"));
+    EXPECT_STREQ(name, "Handset A"); // not pulled away under a host that reads
+    EXPECT_STREQ(getSourceName(handle()), "Handset B");
+}
+
+TEST_F(Exports, ExitAudioProjectionSendsItsNotify) {
+    LogCapture log;
+    EXPECT_TRUE(exitAudioProjection(handle()));
+    EXPECT_EQ(textsOf(log.lines()), std::vector<std::string>{"I exitAudioProjection exitAudioProjection"});
+    EXPECT_EQ(direct.stream.packets(),
+              (std::vector<wire::Packet>{{0x24, 34, 1, intEntry("exitAudioProjection", 200005)}}));
+}
+
+TEST_F(Exports, ExitAudioProjectionCountsFromOneApartFromTheSession) {
+    setAccountID(handle(), "a");
+    exitAudioProjection(handle());
+    setAccountID(handle(), "b");
+    exitAudioProjection(handle());
+    exitAudioProjection(handle());
+    std::vector<int> numbers;
+    for (const wire::Packet& packet : direct.stream.packets()) {
+        numbers.push_back(packet.seq);
+    }
+    EXPECT_EQ(numbers, (std::vector<int>{0, 1, 1, 2, 3}));
+}
+
+TEST_F(Exports, TheSequenceOfTheExportsWrapsAfterSixteenBits) {
+    handle()->sequence = 65534;
+    for (int call = 0; call < 3; ++call) {
+        exitAudioProjection(handle());
+    }
+    EXPECT_EQ(direct.stream.packets().at(0).seq, 65535);
+    EXPECT_EQ(direct.stream.packets().at(1).seq, 0);
+    EXPECT_EQ(direct.stream.packets().at(2).seq, 1);
+}
+
+TEST_F(Exports, SetAccountIDGivesTheSessionsResult) {
+    LogCapture log;
+    EXPECT_TRUE(setAccountID(handle(), "someone"));
+    EXPECT_FALSE(setAccountID(handle(), ""));
+    EXPECT_FALSE(setAccountID(handle(), nullptr));
+    EXPECT_FALSE(setAccountID(handle(), std::string(256, 'a').c_str()));
+    EXPECT_TRUE(setAccountID(handle(), std::string(255, 'a').c_str()));
+    EXPECT_EQ(textsOf(log.lines(kTag)), std::vector<std::string>(5, "D setAccountID koru setAccountID!"));
+    EXPECT_EQ(direct.stream.packets().size(), 2U);
+}
+
+TEST_F(Exports, SetParamWithoutACallbackOrContextFailsAndStartsNoThread) {
+    for (int missing = 0; missing < 3; ++missing) {
+        AudioServiceParam param = Host::record();
+        if (missing == 0) {
+            param.onEvent = nullptr;
+        } else if (missing == 1) {
+            param.onError = nullptr;
+        } else {
+            param.context = nullptr;
+        }
+        LogCapture log;
+        EXPECT_FALSE(setParam(handle(), &param)) << missing;
+        EXPECT_EQ(textsOf(log.lines()),
+                  (std::vector<std::string>{"D setParam koru setParam!",
+                                            "E QuPCAudioMessage::init param error, init failed.",
+                                            "E setParam setParam failed!"}));
+        EXPECT_EQ(handle()->loopThread, nullptr);
+    }
+    EXPECT_TRUE(Host::errors().empty());
+}
+
+TEST_F(Exports, SetParamTakesTheWholeRecordBeforeItChecksAnything) {
+    LogCapture quiet;
+    AudioServiceParam param = Host::record();
+    setText(param.pcName, std::string(256, 'n'));
+    param.context = nullptr;
+    setParam(handle(), &param);
+    EXPECT_EQ(std::string(handle()->params.pcName, 256), std::string(256, 'n'));
+    EXPECT_EQ(handle()->params.context, nullptr);
+}
+
+TEST_F(Exports, SetParamSurvivesANullRecord) {
+    LogCapture quiet;
+    EXPECT_FALSE(setParam(handle(), nullptr));
+    EXPECT_EQ(handle()->loopThread, nullptr);
+}
+
+namespace {
+
+/// A handle on a pipe of its own, from setParam to uninitSonviaAudioService.
+class LiveHandle : public testing::Test {
+protected:
+    LiveHandle() {
+        handle->loop = names.loop;
+        handle->session = std::make_unique<QuPCAudioMessage>(names.loop);
+    }
+
+    ~LiveHandle() override {
+        if (handle != nullptr) {
+            end();
+        }
+    }
+
+    bool end() { return uninitSonviaAudioService(std::exchange(handle, nullptr)); }
+
+    Host host;
+    PipeSession names; ///< for its pipe name, its peer and its loop
+    AudioServiceHandle* handle = new AudioServiceHandle;
+};
+
+} // namespace
+
+TEST_F(LiveHandle, SetParamConnectsAndStartsTheThreadOnce) {
+    LogCapture quiet;
+    names.listen();
+    AudioServiceParam param = Host::record();
+    ASSERT_TRUE(setParam(handle, &param));
+    ASSERT_NE(handle->loopThread, nullptr);
+    const std::thread::id thread = handle->loopThread->get_id();
+    ASSERT_EQ(names.waitForPackets(1).size(), 1U);
+    setText(param.sn, "another");
+    // While the connect is being reported setParam would begin another one, and send as well.
+    ASSERT_TRUE(support::eventually([&] { return setParam(handle, &param); }));
+    const std::vector<wire::Packet> packets = names.waitForPackets(2);
+    ASSERT_EQ(packets.size(), 2U);
+    EXPECT_EQ(koruInfoOf(packets[1].payload).at(4).second, "another");
+    EXPECT_EQ(handle->loopThread->get_id(), thread);
+}
+
+TEST_F(LiveHandle, WithoutAServiceSetParamIsTrueAndTheHostHearsLater) {
+    LogCapture quiet;
+    const AudioServiceParam param = Host::record();
+    EXPECT_TRUE(setParam(handle, &param));
+    ASSERT_TRUE(Host::waitForErrors(1));
+    EXPECT_EQ(Host::errors(), (std::vector<Host::Call>{{-2, 0}}));
+    EXPECT_EQ(getState(handle), 4U);
+    EXPECT_STREQ(getSourceName(handle), "phone");
+}
+
+TEST_F(LiveHandle, TheServiceSeesTheProjectionEndAndTheStop) {
+    LogCapture quiet;
+    names.listen();
+    const AudioServiceParam param = Host::record();
+    ASSERT_TRUE(setParam(handle, &param));
+    ASSERT_EQ(names.waitForPackets(1).size(), 1U);
+    EXPECT_TRUE(exitAudioProjection(handle));
+    EXPECT_TRUE(end());
+    ASSERT_TRUE(names.peer->waitForEnd());
+    const std::vector<wire::Packet> packets = names.waitForPackets(3);
+    ASSERT_EQ(packets.size(), 3U);
+    EXPECT_EQ(packets[1], (wire::Packet{0x24, 34, 1, intEntry("exitAudioProjection", 200005)}));
+    EXPECT_EQ(packets[2], (wire::Packet{0x24, 8193, 2, intEntry("StopSonviaAudioService", 200004)}));
+    EXPECT_TRUE(Host::errors().empty());
+}
+
+TEST_F(LiveHandle, UninitRightAfterSetParamAlwaysEnds) {
+    LogCapture quiet;
+    const AudioServiceParam param = Host::record();
+    for (int round = 0; round < 30; ++round) {
+        auto* own = new AudioServiceHandle;
+        own->loop = std::make_shared<OUVLoop>();
+        own->session = std::make_unique<QuPCAudioMessage>(own->loop);
+        ASSERT_TRUE(setParam(own, &param));
+        ASSERT_TRUE(uninitSonviaAudioService(own));
+    }
+}
+
+TEST_F(LiveHandle, HostThreadsMayCallEverythingWhileTheLoopRuns) {
+    LogCapture quiet;
+    names.listen();
+    const AudioServiceParam param = Host::record();
+    ASSERT_TRUE(setParam(handle, &param));
+    ASSERT_EQ(names.waitForPackets(1).size(), 1U);
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < 50; ++round) {
+                setParam(handle, &param);
+                setAccountID(handle, "someone");
+                exitAudioProjection(handle);
+                getState(handle);
+                getSourceName(handle);
+            }
+        });
+    }
+    for (int mode = 0; mode < 200; ++mode) {
+        names.sendToSession(
+            notify(wire::join({intEntry("change-mode", mode), textEntry("phone-name", "x")})));
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_TRUE(Host::waitForEvents(200));
+    EXPECT_TRUE(Host::errors().empty());
+}

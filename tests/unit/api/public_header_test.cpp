@@ -1,0 +1,69 @@
+#include "SonviaPCAudioDll.h"
+#include "unit/api/public_header.h"
+#include "unit/protocol/log_lines.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstring>
+
+TEST(PublicHeader, TheRecordHas1560BytesAndFixedOffsets) {
+    EXPECT_EQ(sizeof(AudioServiceParam), 1560U);
+    EXPECT_EQ(offsetof(AudioServiceParam, onEvent), 0U);
+    EXPECT_EQ(offsetof(AudioServiceParam, onError), 8U);
+    EXPECT_EQ(offsetof(AudioServiceParam, context), 16U);
+    EXPECT_EQ(offsetof(AudioServiceParam, accountID), 24U);
+    EXPECT_EQ(offsetof(AudioServiceParam, deviceID), 280U);
+    EXPECT_EQ(offsetof(AudioServiceParam, sn), 536U);
+    EXPECT_EQ(offsetof(AudioServiceParam, model), 792U);
+    EXPECT_EQ(offsetof(AudioServiceParam, bluetoothMac), 1048U);
+    EXPECT_EQ(offsetof(AudioServiceParam, pcName), 1304U);
+    EXPECT_EQ(sizeof(AudioServiceParam::pcName), 256U);
+}
+
+TEST(PublicHeader, TheConstantsHaveTheirNumbers) {
+    EXPECT_EQ(SONVIA_EVENT_BUFFERING_STARTED, 200001);
+    EXPECT_EQ(SONVIA_EVENT_BUFFERING_ENDED, 200002);
+    EXPECT_EQ(SONVIA_EVENT_FIRST_AUDIO, 200003);
+    EXPECT_EQ(SONVIA_NOTIFY_STOP_SERVICE, 200004);
+    EXPECT_EQ(SONVIA_NOTIFY_EXIT_PROJECTION, 200005);
+    EXPECT_EQ(SONVIA_EVENT_MODE_CHANGED, 200006);
+    EXPECT_EQ(SONVIA_ERROR_CONNECTION, -2);
+    EXPECT_EQ(SONVIA_ERROR_STREAM, -3);
+    EXPECT_EQ(SONVIA_STATE_UNKNOWN, 4);
+    EXPECT_EQ(SONVIA_TEXT_SIZE, 256);
+    EXPECT_EQ(SONVIA_LOG_DEBUG, 0);
+    EXPECT_EQ(SONVIA_LOG_INFO, 1);
+    EXPECT_EQ(SONVIA_LOG_WARNING, 3);
+    EXPECT_EQ(SONVIA_LOG_ERROR, 4);
+}
+
+TEST(PublicHeader, CAndCxxAgreeAboutTheRecord) {
+    EXPECT_EQ(sizeOfRecordInC(), sizeof(AudioServiceParam));
+    AudioServiceParam param;
+    std::memset(&param, 0xFF, sizeof param);
+    fillRecordInC(&param);
+    EXPECT_EQ(param.context, &param);
+    EXPECT_STREQ(param.pcName, "c");
+    EXPECT_STREQ(param.accountID, "");
+    param.onError(SONVIA_ERROR_CONNECTION, 0);
+    EXPECT_EQ(errorsSeenInC(), 1);
+}
+
+TEST(PublicHeader, ACProgramCallsEveryFunction) {
+    LogCapture quiet;
+    EXPECT_NE(callEveryFunctionInC(), 0);
+}
+
+TEST(PublicHeader, GetVersionIsZeroAndLogsNothing) {
+    LogCapture log;
+    EXPECT_EQ(getVersion(), 0);
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(PublicHeader, ACallerThatExpectsAPointerFromGetVersionGetsNull) {
+    // Through an untyped pointer, as GetProcAddress gives it.
+    void (*untyped)() = reinterpret_cast<void (*)()>(&getVersion);
+    const auto asPointer = reinterpret_cast<const char* (*)()>(untyped);
+    EXPECT_EQ(asPointer(), nullptr);
+}

@@ -1,0 +1,94 @@
+// Start-up where no service stands beside the program. It initialises logging, so the lines are looked for in the
+// log's files, or in the output while there are none.
+
+#include "SonviaPCAudioDll.h"
+#include "log/init_log.h"
+#include "log/write_log.h"
+#include "transport/loop_log.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kLogDir = "start-up-log";
+
+std::size_t count(const std::string& text, const std::string& part) {
+    std::size_t found = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+        ++found;
+    }
+    return found;
+}
+
+/// Runs `body` and gives all that the library has logged meanwhile.
+template <typename Body>
+std::string logOf(Body body) {
+    const auto filed = [] {
+        std::string text;
+        std::error_code ignored;
+        for (const fs::directory_entry& entry :
+             fs::recursive_directory_iterator(fs::current_path(), ignored)) {
+            if (entry.path().string().find(kLogDir) != std::string::npos && entry.is_regular_file()) {
+                std::ostringstream content;
+                content << std::ifstream(entry.path(), std::ios::binary).rdbuf();
+                text += content.str();
+            }
+        }
+        return text;
+    };
+    const std::size_t before = filed().size();
+    testing::internal::CaptureStdout();
+    body();
+    orvel::FLUSHLOG();
+    const std::string shown = testing::internal::GetCapturedStdout();
+    const std::string all = filed();
+    return all.empty() ? shown : all.substr(before);
+}
+
+} // namespace
+
+TEST(StartUp, WithoutAServiceItIsNullAndSaysSoOnce) {
+    fs::remove_all(kLogDir);
+    AudioServiceHandle* handle = nullptr;
+    const std::string log = logOf([&handle] { handle = initSonviaAudioService(kLogDir, SONVIA_LOG_DEBUG); });
+    EXPECT_EQ(handle, nullptr);
+    EXPECT_EQ(count(log, "QuPCAudio.exe start failed!!!!"), 1U);
+    EXPECT_EQ(count(log, "]initSonviaAudioService"), 1U);
+    EXPECT_LT(log.find("]initSonviaAudioService"), log.find("]QuPCAudio.exe start failed!!!!"));
+}
+
+TEST(StartUp, MayBeRepeatedAfterAFailure) {
+    const std::string log = logOf([] {
+        EXPECT_EQ(initSonviaAudioService(kLogDir, SONVIA_LOG_DEBUG), nullptr);
+        EXPECT_EQ(initSonviaAudioService(kLogDir, SONVIA_LOG_DEBUG), nullptr);
+    });
+    EXPECT_EQ(count(log, "]QuPCAudio.exe start failed!!!!"), 2U);
+    EXPECT_EQ(count(log, "]kill QuPCAudio process"), 2U); // at every start-up
+}
+
+TEST(StartUp, ANullLogDirIsAnEmptyOne) {
+    std::string log = logOf([] { EXPECT_EQ(initSonviaAudioService(nullptr, SONVIA_LOG_DEBUG), nullptr); });
+    EXPECT_EQ(count(log, "]QuPCAudio.exe start failed!!!!"), 1U);
+}
+
+TEST(StartUp, LinesOfTheLoopGoToTheLogButForLevelTwoAndUnknownOnes) {
+    initSonviaAudioService(kLogDir, SONVIA_LOG_DEBUG);
+    const std::string log = logOf([] {
+        for (int level = -1; level <= 6; ++level) {
+            logLoopLine(level, "SomeTag", "a loop line of level %d, 100%% as it is: %s", level, "%n%s%d");
+        }
+    });
+    for (const int level : {0, 1, 3, 4}) {
+        const std::string text =
+            "SomeTag: a loop line of level " + std::to_string(level) + ", 100% as it is: %n%s%d";
+        EXPECT_EQ(count(log, text), 1U) << level;
+    }
+    EXPECT_EQ(count(log, "a loop line"), 4U);
+}

@@ -1,0 +1,165 @@
+// What a completed connect and a stream error do to the session, told by calling it as the loop does.
+
+#include "unit/protocol/log_lines.h"
+#include "unit/session/session_support.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+constexpr const char* kTag = "Sonvia_PCAudioMessage";
+
+using Calls = std::vector<Host::Call>;
+
+LogLine errorLine(const std::string& text) {
+    return {'E', kTag, "QuPCAudioMessage::onError", 0, text};
+}
+
+LogLine warningLine(int code) {
+    return {'W', kTag, "QuPCAudioMessage::onError", 0, "nErrorCode:" + std::to_string(code)};
+}
+
+class ConnectionState : public testing::Test {
+protected:
+    /// The host's record is taken and the connection made.
+    void connected() {
+        direct.session.onConnect(nullptr, 0);
+        direct.session.init(Host::record());
+    }
+
+    Host host;
+    DirectSession direct;
+};
+
+} // namespace
+
+TEST_F(ConnectionState, SuccessIsLoggedAndThenSendsTheDeviceInformation) {
+    LogCapture log;
+    direct.session.onConnect(nullptr, 0);
+    EXPECT_EQ(log.lines(kTag),
+              (std::vector<LogLine>{
+                  {'I', kTag, "QuPCAudioMessage::onConnect", 0, "Connect successed, start recv."},
+                  {'I', kTag, "QuPCAudioMessage::_setKORUInfoNotify", 0, "send notify koru info."}}));
+    ASSERT_EQ(direct.stream.packets().size(), 1U);
+    EXPECT_EQ(direct.stream.packets()[0].seq, 0);
+    EXPECT_EQ(koruInfoOf(direct.stream.packets()[0].payload).size(), 6U);
+}
+
+TEST_F(ConnectionState, FailureIsLoggedWithItsStatusAndReportedWithoutIt) {
+    connected();
+    direct.stream.writes.clear();
+    LogCapture log;
+    direct.session.onConnect(nullptr, UV_ENOENT);
+    EXPECT_EQ(log.lines(kTag), (std::vector<LogLine>{{'E', kTag, "QuPCAudioMessage::onConnect", 0,
+                                                      "connect failed " + std::to_string(int{UV_ENOENT})}}));
+    EXPECT_EQ(Host::errors(), (Calls{{-2, 0}}));
+    EXPECT_TRUE(direct.stream.writes.empty());
+}
+
+TEST_F(ConnectionState, FailureWithoutARecordIsSurvived) {
+    direct.session.onConnect(nullptr, UV_ECONNREFUSED);
+    EXPECT_TRUE(Host::errors().empty());
+}
+
+TEST_F(ConnectionState, FailureMakesTheSessionUnconnected) {
+    connected();
+    direct.session.onConnect(nullptr, UV_ENOENT);
+    direct.session.onError(UV_EOF);
+    EXPECT_EQ(Host::errors(), (Calls{{-2, 0}})); // of the connect; the stream's error is silent
+}
+
+TEST_F(ConnectionState, ResetAndEndOfStreamAreALostConnection) {
+    for (const int code : {int{UV_ECONNRESET}, int{UV_EOF}}) {
+        Host fresh;
+        connected();
+        LogCapture log;
+        direct.session.onError(code);
+        EXPECT_EQ(log.lines(kTag),
+                  (std::vector<LogLine>{warningLine(code), errorLine("kSinkErrorConnection,errorCode: " +
+                                                                     std::to_string(code))}));
+        EXPECT_EQ(Host::errors(), (Calls{{-2, code}}));
+    }
+}
+
+TEST_F(ConnectionState, EveryOtherCodeIsAStreamError) {
+    for (const int code : {int{UV_EPIPE}, int{UV_ECONNABORTED}, int{UV_ENOBUFS}, int{UV_EINVAL}, -1, 0, 1}) {
+        Host fresh;
+        connected();
+        LogCapture log;
+        direct.session.onError(code);
+        EXPECT_EQ(log.lines(kTag),
+                  (std::vector<LogLine>{warningLine(code),
+                                        errorLine("kSinkErrorProtocol,errorCode: " + std::to_string(code))}));
+        EXPECT_EQ(Host::errors(), (Calls{{-3, code}}));
+    }
+}
+
+TEST_F(ConnectionState, WithoutAConnectionAStreamErrorIsOnlyLogged) {
+    LogCapture log;
+    direct.session.onError(UV_EOF);
+    EXPECT_EQ(log.lines(kTag), (std::vector<LogLine>{warningLine(UV_EOF)}));
+    EXPECT_TRUE(Host::errors().empty());
+}
+
+TEST_F(ConnectionState, WithoutACallbackAStreamErrorIsOnlyLogged) {
+    direct.session.onConnect(nullptr, 0); // connected, but the host has handed nothing over
+    LogCapture log;
+    direct.session.onError(UV_EOF);
+    EXPECT_EQ(log.lines(kTag), (std::vector<LogLine>{warningLine(UV_EOF)}));
+}
+
+TEST_F(ConnectionState, StreamErrorAfterTheSessionEndedIsOnlyLogged) {
+    connected();
+    direct.session.endSession();
+    LogCapture log;
+    direct.session.onError(UV_EOF);
+    direct.session.onError(UV_EPIPE);
+    EXPECT_EQ(log.lines(kTag), (std::vector<LogLine>{warningLine(UV_EOF), warningLine(UV_EPIPE)}));
+    EXPECT_TRUE(Host::errors().empty());
+}
+
+TEST_F(ConnectionState, AConnectThatCompletesAfterTheSessionEndedDoesNotBreakTheSilence) {
+    connected();
+    direct.session.endSession();
+    direct.session.onConnect(nullptr, 0);
+    direct.session.onError(UV_EOF);
+    EXPECT_TRUE(Host::errors().empty());
+}
+
+TEST_F(ConnectionState, StaysConnectedThroughStreamErrors) {
+    connected();
+    direct.session.onError(UV_EOF);
+    direct.session.onError(UV_EPIPE);
+    direct.session.onError(UV_ECONNRESET);
+    EXPECT_EQ(Host::errors(), (Calls{{-2, UV_EOF}, {-3, UV_EPIPE}, {-2, UV_ECONNRESET}}));
+}
+
+TEST_F(ConnectionState, AfterALostConnectionARecordIsReSentAndNoConnectIsMade) {
+    connected();
+    direct.session.onError(UV_EOF);
+    direct.stream.writes.clear();
+    EXPECT_TRUE(direct.session.init(Host::record()));
+    EXPECT_EQ(direct.stream.packets().size(), 1U);
+    EXPECT_EQ(direct.session.handle(), nullptr);
+}
+
+TEST_F(ConnectionState, TheErrorCallbackInForceIsTheLatestRecords) {
+    connected();
+    static int other;
+    other = 0;
+    AudioServiceParam param = Host::record();
+    param.onError = [](int, int) { ++other; };
+    direct.session.init(param);
+    direct.session.onError(UV_EOF);
+    EXPECT_TRUE(Host::errors().empty());
+    EXPECT_EQ(other, 1);
+}
+
+TEST_F(ConnectionState, AFreshSessionHasNoReportAndNoHandle) {
+    EXPECT_EQ(direct.session.getPlayerState(), 4U);
+    EXPECT_EQ(direct.session.lendPhoneName(), nullptr);
+    EXPECT_EQ(direct.session.handle(), nullptr);
+    EXPECT_TRUE(direct.stream.writes.empty());
+}

@@ -1,0 +1,122 @@
+#include "session/source_name.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+TEST(SourceName, IsNullUntilANameIsSet) {
+    SourceName name;
+    EXPECT_EQ(name.lend(), nullptr);
+    name.set("Handset A");
+    EXPECT_STREQ(name.lend(), "Handset A");
+}
+
+TEST(SourceName, IsNullAgainAfterAnEmptyName) {
+    SourceName name;
+    name.set("Handset A");
+    name.set("");
+    EXPECT_EQ(name.lend(), nullptr);
+}
+
+TEST(SourceName, TheSameNameIsLentAgainAtTheSamePlace) {
+    SourceName name;
+    name.set("Handset A");
+    const char* first = name.lend();
+    EXPECT_EQ(name.lend(), first);
+}
+
+TEST(SourceName, ALentTextStaysReadableWhenAnotherNameArrives) {
+    SourceName name;
+    name.set("Handset A");
+    const char* lent = name.lend();
+    name.set("Handset B, with a text that is long enough to need memory of its own");
+    name.set("");
+    EXPECT_STREQ(lent, "Handset A");
+}
+
+TEST(SourceName, ReadersOnDifferentThreadsDoNotEndEachOthersTexts) {
+    SourceName name;
+    name.set("one");
+    const char* here = name.lend();
+    name.set("two");
+    std::thread([&name] { EXPECT_STREQ(name.lend(), "two"); }).join();
+    EXPECT_STREQ(here, "one");
+    EXPECT_STREQ(name.lend(), "two");
+}
+
+TEST(SourceName, TheLast64ReadersKeepTheirTexts) {
+    SourceName name;
+    std::vector<const char*> lent;
+    std::vector<std::thread> threads;
+    std::atomic<std::size_t> turn{0};
+    std::atomic<bool> done{false};
+    // All alive at once, so that no two have the same thread id.
+    for (std::size_t reader = 0; reader < SourceName::kMaxReaders; ++reader) {
+        threads.emplace_back([&, reader] {
+            while (turn.load() != reader) {
+                std::this_thread::yield();
+            }
+            name.set("name " + std::to_string(reader));
+            lent.push_back(name.lend());
+            turn = reader + 1;
+            while (!done.load()) {
+                std::this_thread::yield();
+            }
+        });
+    }
+    while (turn.load() != SourceName::kMaxReaders) {
+        std::this_thread::yield();
+    }
+    name.set("the last");
+    for (std::size_t reader = 0; reader < lent.size(); ++reader) {
+        EXPECT_EQ(lent[reader], "name " + std::to_string(reader));
+    }
+    done = true;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+TEST(SourceName, ReadersNeverReadFreedTextWhileThousandsOfNamesArrive) {
+    SourceName name;
+    std::atomic<bool> done{false};
+    std::atomic<int> started{0};
+    std::atomic<bool> allWell{true};
+    const auto read = [&] {
+        bool first = true;
+        while (!done.load() || first) {
+            const char* text = name.lend();
+            if (text != nullptr) {
+                // Every name is one letter, repeated: a torn or replaced text would show another one.
+                for (std::size_t index = 0, length = std::strlen(text); index < length; ++index) {
+                    if (text[index] != text[0]) {
+                        allWell = false;
+                    }
+                }
+            }
+            if (first) {
+                ++started;
+                first = false;
+            }
+        }
+    };
+    std::vector<std::thread> readers;
+    for (int reader = 0; reader < 4; ++reader) {
+        readers.emplace_back(read);
+    }
+    while (started.load() != 4) {
+        std::this_thread::yield();
+    }
+    for (int round = 0; round < 5000; ++round) {
+        name.set(std::string(static_cast<std::size_t>(round % 300), static_cast<char>('a' + round % 26)));
+    }
+    done = true;
+    for (std::thread& reader : readers) {
+        reader.join();
+    }
+    EXPECT_TRUE(allWell.load());
+}
