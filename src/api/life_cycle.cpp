@@ -119,13 +119,15 @@ void ThreadFun(const std::shared_ptr<OUVLoop>& loop, const std::function<void()>
         started();
         return;
     }
-    if (loop->runState.load() != OUVLoop::kNotRunning) {
+    const bool ran = loop->run([&started] {
+        writeLog(kLogWarning, kLogTagDll, "[%s:%d]SonviaPCDll begin run", kName, __LINE__);
+        started();
+    });
+    if (!ran) {
         writeLog(kLogWarning, kLogTagDll, "[%s:%d]SonviaPCDll is running", kName, __LINE__);
         started();
         return;
     }
-    writeLog(kLogWarning, kLogTagDll, "[%s:%d]SonviaPCDll begin run", kName, __LINE__);
-    loop->run(started);
     writeLog(kLogWarning, kLogTagDll, "[%s:%d]SonviaPCDll will out run", kName, __LINE__);
 }
 
