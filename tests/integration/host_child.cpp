@@ -10,6 +10,7 @@
 #include "support/host_events.h"
 #include "support/host_library.h"
 #include "support/service_fixture.h"
+#include "support/standin.h"
 #include "support/wait.h"
 
 namespace {
@@ -22,6 +23,7 @@ using support::HostLibrary;
 enum Result : int {
     kGood = 0,
     kNoHandle = 2,
+    kNoPipe,
     kSetParamFailed,
     kNoEvent,
     kNoLogLine,
@@ -42,12 +44,17 @@ Result waitForFirstEvent() {
     return HostEvents::instance().waitFor(event(SONVIA_EVENT_BUFFERING_STARTED, 0)) ? kGood : kNoEvent;
 }
 
-// From init to the first event.
+// From init to the first event. The library connects once; a busy machine may need longer to open the pipe than the
+// library waits.
 Result begin(const HostApi& api, AudioServiceHandle*& handle) {
     HostEvents::instance().reset();
+    const std::size_t before = support::countInRecord("listen");
     handle = start(api);
     if (handle == nullptr) {
         return kNoHandle;
+    }
+    if (!support::eventually([before] { return support::countInRecord("listen") > before; })) {
+        return kNoPipe;
     }
     const Result configured = configure(api, handle);
     return configured == kGood ? waitForFirstEvent() : configured;

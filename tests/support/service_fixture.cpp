@@ -23,6 +23,9 @@ void ServiceTest::start(const std::string& scenario) {
     standin.play(scenario);
     handle = api.init(logFolder().c_str(), SONVIA_LOG_WARNING);
     ASSERT_NE(handle, nullptr);
+    if (scenario.find("no-pipe") == std::string::npos && scenario.find("listen") == std::string::npos) {
+        ASSERT_TRUE(standin.waitForEvent("listen"));
+    }
 }
 
 void ServiceTest::startAndConfigure(const std::string& scenario) {

@@ -17,7 +17,9 @@ protected:
     // Releases the handle if the test did not, and ends what was started.
     void TearDown() override;
 
-    // initSonviaAudioService with the service playing the scenario.
+    // initSonviaAudioService with the service playing the scenario. Returns when the service has opened its pipe, unless
+    // the scenario decides itself when it does: the library connects once, and a busy machine may need longer than the
+    // 200 ms that it gives the service.
     void start(const std::string& scenario);
     // start, then setParam with a complete record.
     void startAndConfigure(const std::string& scenario);

@@ -54,6 +54,21 @@ const Json& entryOf(const Json::List& entries, const std::string& key) {
     throw std::runtime_error("no entry " + key);
 }
 
+std::size_t countInRecord(const std::string& event) {
+    char path[4096] = {};
+    std::size_t size = sizeof path;
+    if (uv_os_getenv("SONVIA_STANDIN_RECORD", path, &size) != 0) {
+        return 0;
+    }
+    std::ifstream file(path, std::ios::binary);
+    const std::string start = "{\"event\":\"" + event + "\"";
+    std::size_t count = 0;
+    for (std::string line; std::getline(file, line);) {
+        count += line.rfind(start, 0) == 0 ? 1U : 0U;
+    }
+    return count;
+}
+
 Standin::~Standin() {
     if (mRecordPath.empty()) {
         return;

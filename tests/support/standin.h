@@ -20,6 +20,9 @@ void enterTestFolder();
 // Entry of that key in a packet's (or a nested entry's) list; throws std::runtime_error when there is none.
 const Json& entryOf(const Json::List& entries, const std::string& key);
 
+// Lines of that event in the record that the environment names: for programs that a test starts.
+std::size_t countInRecord(const std::string& event);
+
 class Standin {
 public:
     // Ends whatever the record says was started and may still run.
