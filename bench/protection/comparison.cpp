@@ -1,24 +1,30 @@
 #include "comparison.h"
 
 #include <algorithm>
-#include <chrono>
+#include <array>
 #include <cstdio>
-#include <limits>
+#include <ctime>
 #include <utility>
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+constexpr std::size_t kTurns = 201;
+using Turns = std::array<double, kTurns>;
+constexpr double kTurnNanoseconds = 1e6;
 
-constexpr int kTurns = 60;
-constexpr double kTurnNanoseconds = 2e6;
+/// Time that this thread had a processor: other programs on the machine do not count.
+double processorNanoseconds() {
+    timespec time = {};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
+}
 
 double timeOf(const Operation& operation, long times) {
-    const auto start = Clock::now();
+    const double start = processorNanoseconds();
     for (long time = 0; time < times; ++time) {
         operation();
     }
-    return std::chrono::duration<double, std::nano>(Clock::now() - start).count();
+    return processorNanoseconds() - start;
 }
 
 /// How often the operation fits into one turn.
@@ -34,6 +40,11 @@ long timesPerTurn(const Operation& operation) {
 bool hasTarget(const Comparison& comparison) {
     return comparison.bound == Comparison::Bound::SpeedAtLeast ||
            comparison.bound == Comparison::Bound::TimeAtMost;
+}
+
+double median(Turns turns) {
+    std::nth_element(turns.begin(), turns.begin() + kTurns / 2, turns.end());
+    return turns[kTurns / 2];
 }
 
 const char* verdict(const Comparison& comparison) {
@@ -57,7 +68,7 @@ std::string targetText(const Comparison& comparison) {
 
 double Comparison::ratio() const {
     const bool timeRatio = bound == Bound::TimeAtMost || bound == Bound::Floor;
-    return timeRatio ? ourNanoseconds / peerNanoseconds : peerNanoseconds / ourNanoseconds;
+    return timeRatio ? 1 / speedRatio : speedRatio;
 }
 
 bool Comparison::met() const {
@@ -75,21 +86,24 @@ bool Comparison::met() const {
 
 Comparison compare(std::string what, std::string peer, const Operation& ours, const Operation& theirs,
                    Comparison::Bound bound, double target) {
+    const long ourTimes = timesPerTurn(ours);
+    const long peerTimes = timesPerTurn(theirs);
+    Turns ourTurns = {};
+    Turns peerTurns = {};
+    Turns ratios = {};
+    for (std::size_t turn = 0; turn < kTurns; ++turn) {
+        ourTurns[turn] = timeOf(ours, ourTimes) / static_cast<double>(ourTimes);
+        peerTurns[turn] = timeOf(theirs, peerTimes) / static_cast<double>(peerTimes);
+        ratios[turn] = peerTurns[turn] / ourTurns[turn];
+    }
     Comparison result;
     result.what = std::move(what);
     result.peer = std::move(peer);
+    result.ourNanoseconds = median(ourTurns);
+    result.peerNanoseconds = median(peerTurns);
+    result.speedRatio = median(ratios);
     result.bound = bound;
     result.target = target;
-    result.ourNanoseconds = std::numeric_limits<double>::max();
-    result.peerNanoseconds = std::numeric_limits<double>::max();
-    const long ourTimes = timesPerTurn(ours);
-    const long peerTimes = timesPerTurn(theirs);
-    for (int turn = 0; turn < kTurns; ++turn) {
-        result.ourNanoseconds =
-            std::min(result.ourNanoseconds, timeOf(ours, ourTimes) / static_cast<double>(ourTimes));
-        result.peerNanoseconds =
-            std::min(result.peerNanoseconds, timeOf(theirs, peerTimes) / static_cast<double>(peerTimes));
-    }
     return result;
 }
 

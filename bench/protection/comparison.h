@@ -19,8 +19,11 @@ struct Comparison {
 
     std::string what;
     std::string peer;
+    /// Median times of a call.
     double ourNanoseconds = 0;
     double peerNanoseconds = 0;
+    /// Median, over the turns, of the peer's time divided by ours.
+    double speedRatio = 0;
     Bound bound = Bound::None;
     double target = 0;
 
