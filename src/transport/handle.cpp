@@ -32,12 +32,19 @@ void OBaseHandle::closeCb(uv_handle_t* closed) {
 void OBaseHandle::releaseOnDestruction() {
     if (mLoop != nullptr && mLoop->runState.load() == OUVLoop::kRunning &&
         mLoop->threadId.load() == platform::currentThreadId()) {
-        uv_handle_t* own = handle();
-        if (own != nullptr) {
-            own->data = nullptr;
-            close();
+        if (handle() != nullptr) {
+            abandonHandle();
         }
         return;
     }
     releaseHandle();
+}
+
+void OBaseHandle::abandonHandle() {
+    uv_handle_t* own = handle();
+    own->data = nullptr;
+    // Not so on a handle that is closing: close() would free the memory under libuv, which frees it itself.
+    if (uv_is_closing(own) == 0) {
+        close();
+    }
 }

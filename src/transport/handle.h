@@ -37,6 +37,9 @@ protected:
     /// closed through libuv; anywhere else its memory is freed as it stands, since libuv may not be entered
     /// there.
     void releaseOnDestruction();
+    /// Leaves the libuv handle to libuv, which closes it and frees its memory without telling anyone; the
+    /// caller forgets it. Where close() may be called; not without a handle.
+    void abandonHandle();
 
     std::shared_ptr<OUVLoop> mLoop;
 

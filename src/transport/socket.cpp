@@ -94,11 +94,13 @@ bool OBaseSocket::writeTo(uv_stream_t* stream, const OBufList& list) {
 
 void OBaseSocket::writeCb(uv_write_t* req, int status) {
     auto* write = static_cast<OWriteReq*>(req->data);
-    if (write->owner == nullptr) {
+    if (write->owner != nullptr) {
+        write->owner->onWrite(write->views, status);
+    }
+    if (write->owner == nullptr) { // gone before, or in its own callback
         delete write;
         return;
     }
-    write->owner->onWrite(write->views, status);
     write->owner->recycle(write);
 }
 

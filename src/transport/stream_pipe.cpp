@@ -26,10 +26,16 @@ OStreamPipe::OStreamPipe(std::shared_ptr<OUVLoop> loop)
 
 OStreamPipe::~OStreamPipe() {
     releaseOnDestruction();
-    initialized = false;
+    forgetPipe();
     if (mConnectInFlight.load()) {
         connectReq.release()->data = nullptr; // the pending callback frees it
     }
+}
+
+// For a pipe that is libuv's alone now: its close frees the memory.
+void OStreamPipe::forgetPipe() {
+    static_cast<void>(pipe.release());
+    initialized = false;
 }
 
 uv_handle_t* OStreamPipe::handle() {
@@ -73,6 +79,7 @@ void OStreamPipe::init() {
     uv_pipe_init(mLoop->uvLoop(), pipe.get(), 1);
     pipe->data = static_cast<OBaseHandle*>(this);
     initialized = true;
+    mConnectFailed = false;
 }
 
 bool OStreamPipe::connect(const std::string& name) {
@@ -85,6 +92,12 @@ bool OStreamPipe::connect(const std::string& name) {
 }
 
 void OStreamPipe::openConnection(const std::string& fullName) {
+    // libuv tries a pipe once: on Windows it calls one that has failed busy ever after, elsewhere it connects it
+    // and then neither reads nor writes.
+    if (mConnectFailed && pipe != nullptr) {
+        abandonHandle();
+        forgetPipe();
+    }
     init();
     if (connectReq == nullptr) {
         connectReq = std::make_unique<uv_connect_t>();
@@ -112,6 +125,7 @@ void OStreamPipe::connectCb(uv_connect_t* req, int status) {
         return;
     }
     owner->mConnectInFlight = false;
+    owner->mConnectFailed = status != 0;
     owner->finishConnection(req, status);
 }
 

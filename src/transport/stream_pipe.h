@@ -54,9 +54,12 @@ private:
     static void connectCb(uv_connect_t* req, int status);
     void openConnection(const std::string& fullName);
     void finishConnection(uv_connect_t* req, std::int32_t status);
+    void forgetPipe();
 
     uv_stream_t* stream() const { return reinterpret_cast<uv_stream_t*>(pipe.get()); }
 
     /// libuv holds connectReq. `connecting` does not tell that: it is set before the loop thread has begun.
     std::atomic<bool> mConnectInFlight{false};
+    /// The last connect of this libuv pipe has failed, and libuv would refuse another. Loop thread.
+    bool mConnectFailed = false;
 };
