@@ -78,6 +78,20 @@ TEST(Handle, ClosedHandleWhoseOwnerIsGoneIsFreed) {
     EXPECT_EQ(record.count("release"), 0);
 }
 
+TEST(Handle, DestroyedOnTheLoopThreadWhileItIsClosingIsLeftToLibuv) {
+    LoopThread loop;
+    uv_timer_t* timer = newTimer(*loop.loop()); // freed by the close
+    FakeHandleRecord record;
+    auto handle = std::make_unique<FakeHandle>(loop.loop(), timer, record);
+    loop.run();
+    loop.call([&] {
+        handle->close();
+        handle.reset();
+    });
+    loop.stop();
+    EXPECT_EQ(record.steps, Steps({"close"}));
+}
+
 TEST(Handle, DestroyedOnAnotherThreadIsReleasedWithoutClosing) {
     LoopThread loop;
     uv_timer_t* timer = newTimer(*loop.loop());

@@ -116,6 +116,10 @@ bool Reports::waitForEvent(std::int32_t code) const {
     });
 }
 
+bool Reports::waitForEvents(std::size_t count) const {
+    return waitFor([this, count] { return mEvents.size() >= count; });
+}
+
 bool Reports::waitForBytes(std::size_t count) const {
     return waitFor([this, count] { return mBytes.size() >= count; });
 }

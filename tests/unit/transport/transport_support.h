@@ -94,6 +94,7 @@ public:
     std::vector<std::int32_t> writes() const;
 
     bool waitForEvent(std::int32_t code) const;
+    bool waitForEvents(std::size_t count) const;
     bool waitForBytes(std::size_t count) const;
     bool waitForWrites(std::size_t count) const;
     /// Status of the first event of that code; 1 when there is none.
