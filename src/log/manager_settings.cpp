@@ -3,7 +3,6 @@
 #include "platform/path_text.h"
 
 #include <algorithm>
-#include <cstring>
 #include <limits>
 #include <mutex>
 
@@ -36,7 +35,7 @@ bool LogerManager::change(int id, SettingChange code, std::int32_t value, std::s
         LogRecord* record = makeRecord(id, kLevelDebug);
         record->type = code;
         record->typeValue = value;
-        std::memcpy(record->content, text.data(), text.size());
+        text.copy(record->content, text.size());
         record->content[text.size()] = '\0';
         record->contentLength = static_cast<std::int32_t>(text.size());
         if (mQueue.push(record, false)) {

@@ -1,0 +1,266 @@
+// The front end writes through the process's one engine, which can be initialised once: these tests run in a process
+// of their own and build on each other, in the order of this file.
+
+#include "log/front_end.h"
+#include "log/init_log.h"
+#include "log/log_folder.h"
+#include "log/log_settings.h"
+#include "log/write_log.h"
+#include "platform/thread_id.h"
+#include "unit/log/log_fixture.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace orvel;
+using namespace orvel::log4z;
+
+namespace {
+
+const std::string kFolder = "front_end_logs";
+
+std::string threadText() {
+    return "[" + std::to_string(platform::currentThreadId()) + "]";
+}
+
+/// What is printed while `body` runs, with line ends as on POSIX.
+template <typename Body>
+std::string printedBy(Body body) {
+    ::testing::internal::CaptureStdout();
+    body();
+    std::string text = ::testing::internal::GetCapturedStdout();
+    text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
+    return text;
+}
+
+/// The lines of all log files, without their ends.
+std::vector<std::string> fileLines() {
+    EXPECT_TRUE(FLUSHLOG());
+    std::vector<std::string> paths;
+    for (const FoundLog& log : listLogs(platform::systemFiles(), kFolder, "sonvia_Sonvia", nullptr)) {
+        paths.push_back(log.path);
+    }
+    std::sort(paths.begin(), paths.end());
+    std::vector<std::string> lines;
+    for (const std::string& path : paths) {
+        std::ifstream file(path, std::ios::binary);
+        std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+        for (std::size_t end = 0; (end = text.find("\r\n")) != std::string::npos; text.erase(0, end + 2)) {
+            lines.push_back(text.substr(0, end));
+        }
+        EXPECT_EQ(text, "") << "a line without an end";
+    }
+    return lines;
+}
+
+std::string lastLine() {
+    const std::vector<std::string> lines = fileLines();
+    return lines.empty() ? "" : lines.back();
+}
+
+void appendTo(LogRecord& record, const char* tag, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    appendMessage(record, tag, format, arguments);
+    va_end(arguments);
+}
+
+} // namespace
+
+TEST(LogSettings, HaveTheirDefaults) {
+    const LogInitSettings& settings = logInitSettings();
+    EXPECT_EQ(settings.tag, "Sonvia");
+    EXPECT_EQ(settings.key, "Sonvia");
+    EXPECT_EQ(settings.reserveDelType, "size");
+    EXPECT_EQ(settings.reserveTimeSec, 172800);
+    EXPECT_EQ(settings.singleSizeMb, 2u);
+    EXPECT_EQ(settings.totalSizeMb, 5u);
+    EXPECT_FALSE(settings.isZip);
+    EXPECT_EQ(&settings, &logInitSettings());
+}
+
+TEST(LogSettings, TheNameTablesHoldFourNamesEach) {
+    const std::map<std::string, int> levels{{"debug", 0}, {"info", 1}, {"warning", 3}, {"error", 4}};
+    EXPECT_EQ(logLevelNames, levels);
+    const std::map<std::string, int> types{
+        {"size", 0}, {"time", 1}, {"size-or-Time", 2}, {"size-and-Time", 3}};
+    EXPECT_EQ(reserveDelTypeNames, types);
+}
+
+TEST(LogSettings, AreAppliedToTheLogger) {
+    FakeClock clock;
+    MemoryFiles files;
+    RecordingConsole console;
+    LogerManager manager({clock, files, console, "host"});
+    const int id = setUpLogger(manager, {}, "logs", kLogError);
+    const LoggerSlot& slot = manager.slot(id);
+    EXPECT_EQ(slot.name, "sonvia_Sonvia");
+    EXPECT_EQ(slot.reserveDelType, kReserveBySize);
+    EXPECT_EQ(slot.reserveSeconds, 172800);
+    EXPECT_EQ(slot.limitSizeMb, 2u);
+    EXPECT_EQ(slot.totalSizeMb, 5u);
+    EXPECT_FALSE(slot.isZip);
+    EXPECT_EQ(slot.level, kLogError) << "the number as it is";
+    EXPECT_EQ(slot.path, "logs/");
+    EXPECT_EQ(slot.version, "2.1.2110122");
+    EXPECT_TRUE(slot.monthdir && slot.display);
+}
+
+TEST(LogSettings, AReserveDeletionTypeInAnotherLetterCaseLeavesTheManagersDefault) {
+    FakeClock clock;
+    MemoryFiles files;
+    RecordingConsole console;
+    LogerManager manager({clock, files, console, "host"});
+    LogInitSettings settings;
+    settings.reserveDelType = "Size";
+    const int id = setUpLogger(manager, settings, nullptr, kLogDebug);
+    EXPECT_EQ(manager.slot(id).reserveDelType, kReserveBySizeOrTime);
+    EXPECT_EQ(manager.slot(id).path, "./sonvialog/") << "a null path keeps the default folder";
+}
+
+TEST(Message, IsAppendedBehindItsTag) {
+    LogRecord record;
+    record.contentLength = 3;
+    appendTo(record, "tag", "%d-%s", 7, "x");
+    EXPECT_EQ(std::string(record.content + 3, static_cast<std::size_t>(record.contentLength - 3)),
+              "tag: 7-x");
+    record.contentLength = 0;
+    appendTo(record, nullptr, "x");
+    EXPECT_EQ(std::string(record.content, static_cast<std::size_t>(record.contentLength)), ": x");
+}
+
+TEST(Message, IsCutAtFourThousandNinetyFiveCharacters) {
+    for (const std::size_t length : {4094u, 4095u, 4096u, 10000u}) {
+        LogRecord record;
+        record.contentLength = 100;
+        appendTo(record, "t", "%s", std::string(length, 'm').c_str());
+        EXPECT_EQ(record.contentLength, static_cast<int>(100 + 3 + std::min<std::size_t>(length, 4095)));
+    }
+}
+
+TEST(Message, ThatOverflowsItsRecordMarksItFull) {
+    const std::string longTag(5000, 't');
+
+    struct Case {
+        std::int32_t used;
+        std::size_t tag;
+        std::size_t message;
+        std::int32_t expected;
+    };
+
+    for (const Case& c :
+         {Case{100, 5000, 3089, 8191}, Case{100, 5000, 3090, 8192}, Case{100, 5000, 4095, 8192},
+          Case{8192, 1, 1, 8192}, Case{8190, 1, 1, 8192}, Case{8188, 1, 0, 8191}}) {
+        LogRecord record;
+        std::memset(record.content, '.', sizeof record.content);
+        record.contentLength = c.used;
+        appendTo(record, longTag.substr(0, c.tag).c_str(), "%s", std::string(c.message, 'm').c_str());
+        EXPECT_EQ(record.contentLength, c.expected) << c.used << " " << c.tag << " " << c.message;
+    }
+}
+
+TEST(FrontEnd, BeforeInitialisationANullTagPrintsThreadLetterAndMessage) {
+    EXPECT_EQ(printedBy([] { writeLog(0, nullptr, "x"); }), threadText() + " D : x\n");
+}
+
+TEST(FrontEnd, EveryLevelHasItsLetterAndTwoPrintsD) {
+    const std::pair<int, const char*> letters[] = {{0, "D"}, {1, "I"}, {2, "D"}, {3, "W"},
+                                                   {4, "E"}, {5, "D"}, {99, "D"}};
+    for (const auto& [level, letter] : letters) {
+        EXPECT_EQ(printedBy([level = level] { writeLog(level, "tag", "number %d", level); }),
+                  threadText() + " " + letter + " tag: number " + std::to_string(level) + "\n");
+    }
+}
+
+TEST(FrontEnd, ALevelBelowTheThresholdPrintsNothing) {
+    EXPECT_EQ(printedBy([] { writeLog(-1, "tag", "x"); }), "");
+}
+
+TEST(FrontEnd, BeforeInitialisationALongMessageIsCut) {
+    const std::string printed = printedBy([] { writeLog(4, "t", "%s", std::string(10000, 'm').c_str()); });
+    EXPECT_EQ(printed.size(), (threadText() + " E t: \n").size() + 4095);
+}
+
+TEST(FrontEnd, BeforeInitialisationThereIsNothingToFlush) {
+    EXPECT_TRUE(FLUSHLOG());
+}
+
+TEST(FrontEnd, InitialisationLogsItsSettings) {
+    std::filesystem::remove_all(kFolder);
+    const std::string printed = printedBy([] { INITLOG(kFolder.c_str(), 0); });
+    EXPECT_EQ(printed.find(
+                  threadText() + " W Sonvia_Default: [orvel::INITLOG:395]binit:0 path:" + kFolder +
+                  " tag:Sonvia key:Sonvia reserveDelType:size level:0 reserveTimeSec:172800 singleSizeMb:2 "
+                  "totalSizeMb:5 isZip:0\n"),
+              0u)
+        << printed;
+    EXPECT_EQ(logFrontEnd.threshold.load(), 0);
+    EXPECT_EQ(*logFrontEnd.tag, "Sonvia");
+    EXPECT_TRUE(LogerManager::instance().isLoggerEnabled(logFrontEnd.loggerId.load()));
+}
+
+TEST(FrontEnd, LinesGoToTheFileWithTheirLevelWord) {
+    const std::pair<int, const char*> words[] = {{0, "DEBUG"}, {1, "INFO "}, {2, "INFO "}, {3, "WARN "},
+                                                 {4, "ERROR"}, {5, "INFO "}, {99, "INFO "}};
+    for (const auto& [level, word] : words) {
+        writeLog(level, kLogTagSession, "[%s:%d]level %d", "Test::body", 7, level);
+        const std::string line = lastLine();
+        EXPECT_EQ(line.substr(line.find("] ", line.find("] [") + 1) + 2),
+                  std::string(word) + " Sonvia_PCAudioMessage: [Test::body:7]level " + std::to_string(level));
+    }
+}
+
+TEST(FrontEnd, ASecondInitialisationLogsItsSettingsAndChangesNothingElse) {
+    INITLOG("elsewhere", 4);
+    const std::string line = lastLine();
+    EXPECT_NE(
+        line.find("WARN  Sonvia_Default: [orvel::INITLOG:395]binit:1 path:elsewhere tag:Sonvia key:Sonvia "
+                  "reserveDelType:size level:4 "),
+        std::string::npos)
+        << line;
+    EXPECT_EQ(logFrontEnd.threshold.load(), 0);
+    EXPECT_EQ(LogerManager::instance().activeLoggerCount(), 1u);
+    EXPECT_FALSE(std::filesystem::exists("elsewhere"));
+    INITLOG(nullptr, 0);
+    EXPECT_NE(lastLine().find(" path:null "), std::string::npos);
+}
+
+TEST(FrontEnd, FilesLieInTheirMonthAndTheVersionBesideThem) {
+    EXPECT_TRUE(std::filesystem::exists(kFolder + "/sonvia_version"));
+    bool inMonth = false;
+    for (const auto& entry : std::filesystem::directory_iterator(kFolder)) {
+        inMonth = inMonth || (entry.is_directory() && entry.path().filename().string().size() == 7);
+    }
+    EXPECT_TRUE(inMonth);
+}
+
+TEST(FrontEnd, ALongMessageIsCutInTheFileToo) {
+    writeLog(4, "t", "%s", std::string(10000, 'm').c_str());
+    const std::string line = lastLine();
+    EXPECT_EQ(line.size() - line.find("ERROR t: ") - 9, 4095u);
+}
+
+TEST(FrontEnd, FourThreadsWriteWholeLines) {
+    LogerManager::instance().setLoggerDisplay(0, false);
+    const std::size_t before = fileLines().size();
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
+        threads.emplace_back([thread] {
+            for (int i = 0; i < 500; ++i) {
+                writeLog(1, "many", "[%s:%d]line %d of thread %d.", "body", 1, i, thread);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(fileLines().size(), before + 2000);
+}

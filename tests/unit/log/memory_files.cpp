@@ -1,0 +1,216 @@
+#include "unit/log/memory_files.h"
+
+#include <algorithm>
+
+namespace {
+
+/// One spelling for each path: single forward slashes, none at the end.
+std::string plain(const std::string& path) {
+    std::string result;
+    for (const char c : path) {
+        const char next = c == '\\' ? '/' : c;
+        if (next != '/' || result.empty() || result.back() != '/') {
+            result += next;
+        }
+    }
+    while (result.size() > 1 && result.back() == '/') {
+        result.pop_back();
+    }
+    return result;
+}
+
+std::string parentOf(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "." : path.substr(0, slash);
+}
+
+} // namespace
+
+class MemoryFile final : public platform::OpenFile {
+public:
+    MemoryFile(MemoryFiles& files, std::shared_ptr<std::string> content, bool append)
+        : mFiles(files), mContent(std::move(content)), mAppend(append) {}
+
+    std::size_t write(const void* bytes, std::size_t count) override {
+        const std::lock_guard<std::mutex> guard(mFiles.mLock);
+        if (mFiles.fails(MemoryFiles::Call::Write)) {
+            count /= 2;
+        }
+        if (mAppend) {
+            mPlace = mContent->size();
+        }
+        mContent->resize(std::max(mContent->size(), mPlace + count));
+        mContent->replace(mPlace, count, static_cast<const char*>(bytes), count);
+        mPlace += count;
+        mFiles.mLargestPiece = std::max(mFiles.mLargestPiece, count);
+        return count;
+    }
+
+    std::size_t writeAt(std::uint64_t offset, const void* bytes, std::size_t count) override {
+        mPlace = static_cast<std::size_t>(offset);
+        return write(bytes, count);
+    }
+
+    std::size_t read(void* bytes, std::size_t count) override {
+        const std::lock_guard<std::mutex> guard(mFiles.mLock);
+        const std::size_t end = std::min(mContent->size(), mFiles.mReadLimit);
+        const std::size_t got =
+            mPlace >= end ? 0
+                          : mContent->copy(static_cast<char*>(bytes), std::min(count, end - mPlace), mPlace);
+        mPlace += got;
+        mFiles.mLargestPiece = std::max(mFiles.mLargestPiece, got);
+        return got;
+    }
+
+    std::uint64_t size() override {
+        const std::lock_guard<std::mutex> guard(mFiles.mLock);
+        return mContent->size();
+    }
+
+private:
+    MemoryFiles& mFiles;
+    std::shared_ptr<std::string> mContent; ///< stays when the file is removed meanwhile
+    bool mAppend;
+    std::size_t mPlace = 0;
+};
+
+void MemoryFiles::failNth(Call call, int n, bool forEver) {
+    const std::lock_guard<std::mutex> guard(mLock);
+    Fault& fault = mFaults[call];
+    fault.at = fault.calls + n;
+    fault.forEver = forEver;
+}
+
+void MemoryFiles::failNothing() {
+    const std::lock_guard<std::mutex> guard(mLock);
+    for (auto& [call, fault] : mFaults) {
+        fault.at = 0;
+    }
+}
+
+int MemoryFiles::calls(Call call) const {
+    const std::lock_guard<std::mutex> guard(mLock);
+    const auto fault = mFaults.find(call);
+    return fault == mFaults.end() ? 0 : fault->second.calls;
+}
+
+bool MemoryFiles::fails(Call call) {
+    Fault& fault = mFaults[call];
+    ++fault.calls;
+    return fault.at != 0 && (fault.calls == fault.at || (fault.forEver && fault.calls > fault.at));
+}
+
+bool MemoryFiles::exists(const std::string& path) const {
+    const std::lock_guard<std::mutex> guard(mLock);
+    return mFiles.count(plain(path)) != 0;
+}
+
+std::string MemoryFiles::content(const std::string& path) const {
+    const std::lock_guard<std::mutex> guard(mLock);
+    const auto file = mFiles.find(plain(path));
+    return file == mFiles.end() ? std::string() : *file->second;
+}
+
+void MemoryFiles::put(const std::string& path, const std::string& content) {
+    createFolders(parentOf(plain(path)));
+    const std::lock_guard<std::mutex> guard(mLock);
+    mFiles[plain(path)] = std::make_shared<std::string>(content);
+}
+
+std::vector<std::string> MemoryFiles::paths() const {
+    return pathsWith("");
+}
+
+std::vector<std::string> MemoryFiles::pathsWith(const std::string& part) const {
+    const std::lock_guard<std::mutex> guard(mLock);
+    std::vector<std::string> found;
+    for (const auto& [path, content] : mFiles) {
+        if (path.find(part) != std::string::npos) {
+            found.push_back(path);
+        }
+    }
+    return found;
+}
+
+std::uint64_t MemoryFiles::totalSize(const std::string& part) const {
+    const std::lock_guard<std::mutex> guard(mLock);
+    std::uint64_t total = 0;
+    for (const auto& [path, content] : mFiles) {
+        total += path.find(part) != std::string::npos ? content->size() : 0;
+    }
+    return total;
+}
+
+void MemoryFiles::removeFolder(const std::string& folder) {
+    const std::lock_guard<std::mutex> guard(mLock);
+    const std::string base = plain(folder);
+    const auto isInside = [&](const std::string& path) {
+        return path == base || path.starts_with(base + "/");
+    };
+    std::erase_if(mFiles, [&](const auto& file) { return isInside(file.first); });
+    std::erase_if(mFolders, isInside);
+}
+
+std::unique_ptr<platform::OpenFile> MemoryFiles::open(const std::string& path, platform::OpenMode mode) {
+    const std::lock_guard<std::mutex> guard(mLock);
+    const std::string name = plain(path);
+    auto file = mFiles.find(name);
+    if (fails(Call::Open) || (mode == platform::OpenMode::Read && file == mFiles.end()) ||
+        (mode != platform::OpenMode::Read && mFolders.count(parentOf(name)) == 0)) {
+        return nullptr;
+    }
+    if (file == mFiles.end()) {
+        file = mFiles.emplace(name, std::make_shared<std::string>()).first;
+    }
+    if (mode == platform::OpenMode::Write) {
+        file->second->clear();
+    }
+    return std::make_unique<MemoryFile>(*this, file->second, mode == platform::OpenMode::Append);
+}
+
+std::optional<std::uint64_t> MemoryFiles::size(const std::string& path) {
+    const std::lock_guard<std::mutex> guard(mLock);
+    ++mSizeReads;
+    const auto file = mFiles.find(plain(path));
+    return file == mFiles.end() ? std::nullopt : std::optional<std::uint64_t>(file->second->size());
+}
+
+bool MemoryFiles::remove(const std::string& path) {
+    const std::lock_guard<std::mutex> guard(mLock);
+    return !fails(Call::Remove) && mFiles.erase(plain(path)) != 0;
+}
+
+bool MemoryFiles::isFolder(const std::string& path) {
+    const std::lock_guard<std::mutex> guard(mLock);
+    return mFolders.count(plain(path)) != 0;
+}
+
+bool MemoryFiles::createFolders(const std::string& path) {
+    const std::lock_guard<std::mutex> guard(mLock);
+    if (fails(Call::CreateFolders)) {
+        return false;
+    }
+    for (std::string folder = plain(path);; folder = parentOf(folder)) {
+        mFolders.insert(folder);
+        if (folder.find('/') == std::string::npos) {
+            return true;
+        }
+    }
+}
+
+std::vector<platform::FolderEntry> MemoryFiles::list(const std::string& folder) {
+    const std::lock_guard<std::mutex> guard(mLock);
+    std::vector<platform::FolderEntry> entries;
+    const std::string base = plain(folder);
+    for (const auto& [path, content] : mFiles) {
+        if (parentOf(path) == base) {
+            entries.push_back({path.substr(base.size() + 1), false});
+        }
+    }
+    for (const std::string& path : mFolders) {
+        if (parentOf(path) == base && path != base) {
+            entries.push_back({path.substr(base.size() + 1), true});
+        }
+    }
+    return entries;
+}

@@ -1,0 +1,65 @@
+#pragma once
+
+#include "platform/file_system.h"
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+/// Files in memory, any of whose calls a test can make fail. Both separators are understood. Any thread.
+class MemoryFiles final : public platform::FileSystem {
+public:
+    enum class Call { Open, Write, Remove, CreateFolders };
+
+    /// The Nth call of that kind from now on fails (1 is the next); with `forEver` all later ones too. A failing write
+    /// takes half of its bytes.
+    void failNth(Call call, int n, bool forEver = false);
+    void failNothing();
+    int calls(Call call) const;
+
+    /// Read failures: a file gives only so many bytes and then looks ended.
+    void limitReads(std::size_t bytes) { mReadLimit = bytes; }
+
+    bool exists(const std::string& path) const;
+    std::string content(const std::string& path) const;
+    void put(const std::string& path, const std::string& content);
+    std::vector<std::string> paths() const; ///< of all files, sorted
+    std::vector<std::string> pathsWith(const std::string& part) const;
+    std::uint64_t totalSize(const std::string& part) const;
+
+    std::uint64_t sizeReads() const { return mSizeReads; }
+
+    std::size_t largestPiece() const { return mLargestPiece; }
+
+    void removeFolder(const std::string& folder); ///< with all that is in it
+
+    std::unique_ptr<platform::OpenFile> open(const std::string& path, platform::OpenMode mode) override;
+    std::optional<std::uint64_t> size(const std::string& path) override;
+    bool remove(const std::string& path) override;
+    bool isFolder(const std::string& path) override;
+    bool createFolders(const std::string& path) override;
+    std::vector<platform::FolderEntry> list(const std::string& folder) override;
+
+private:
+    friend class MemoryFile;
+
+    struct Fault {
+        int at = 0; ///< 0: none
+        bool forEver = false;
+        int calls = 0;
+    };
+
+    bool fails(Call call);
+
+    mutable std::mutex mLock;
+    std::map<std::string, std::shared_ptr<std::string>> mFiles;
+    std::set<std::string> mFolders;
+    std::map<Call, Fault> mFaults;
+    std::size_t mReadLimit = SIZE_MAX;
+    std::size_t mLargestPiece = 0;
+    std::uint64_t mSizeReads = 0;
+};

@@ -1,0 +1,156 @@
+#include "log/record_queue.h"
+
+#include "log/record_pool.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+using orvel::log4z::backPressureDelay;
+using orvel::log4z::LogRecord;
+using orvel::log4z::RecordPool;
+using orvel::log4z::RecordQueue;
+
+namespace {
+
+constexpr unsigned kGuard = 60000; // ms
+
+} // namespace
+
+TEST(BackPressure, FortyThousandWaitingRecordsGiveADelayOfAHundredMilliseconds) {
+    EXPECT_EQ(backPressureDelay(40000), 100u);
+    EXPECT_EQ(backPressureDelay(39999), 99u);
+    EXPECT_EQ(backPressureDelay(1000000), 100u);
+}
+
+TEST(BackPressure, TwentyThousandAndOneWaitingRecordsGiveNoDelay) {
+    EXPECT_EQ(backPressureDelay(0), 0u);
+    EXPECT_EQ(backPressureDelay(20000), 0u);
+    EXPECT_EQ(backPressureDelay(20001), 0u);
+    EXPECT_EQ(backPressureDelay(20199), 0u);
+    EXPECT_EQ(backPressureDelay(20200), 1u);
+    EXPECT_EQ(backPressureDelay(30000), 50u);
+}
+
+TEST(RecordQueue, RecordsComeOutInTheOrderTheyWerePushed) {
+    RecordQueue queue;
+    queue.open();
+    std::vector<LogRecord> records(5);
+    for (LogRecord& record : records) {
+        ASSERT_TRUE(queue.push(&record, true));
+    }
+    std::vector<LogRecord*> batch;
+    queue.takeAll(batch);
+    ASSERT_EQ(batch.size(), 5u);
+    for (std::size_t i = 0; i < batch.size(); ++i) {
+        EXPECT_EQ(batch[i], &records[i]);
+    }
+}
+
+TEST(RecordQueue, WaitingRecordsFallOneByOneAlthoughTheyAreTakenAtOnce) {
+    RecordQueue queue;
+    queue.open();
+    LogRecord record{};
+    for (int i = 0; i < 3; ++i) {
+        queue.push(&record, true);
+    }
+    std::vector<LogRecord*> batch;
+    queue.takeAll(batch);
+    EXPECT_EQ(queue.waitingNow(), 3u);
+    queue.countTaken();
+    EXPECT_EQ(queue.waitingNow(), 2u);
+    std::uint64_t waiting = 0;
+    EXPECT_TRUE(queue.isLongerThan(1, waiting));
+    EXPECT_EQ(waiting, 2u);
+    EXPECT_FALSE(queue.isLongerThan(2, waiting));
+}
+
+TEST(RecordQueue, SettingChangesWaitButAreNoLines) {
+    RecordQueue queue;
+    queue.open();
+    LogRecord record{};
+    queue.push(&record, false);
+    queue.push(&record, true);
+    EXPECT_EQ(queue.waitingNow(), 2u);
+    EXPECT_EQ(queue.pushed(), 2u);
+    EXPECT_EQ(queue.linesPushed(), 1u);
+}
+
+TEST(RecordQueue, AClosedQueueRefusesRecordsAndAFilledOneDoesNotClose) {
+    RecordQueue queue;
+    LogRecord record{};
+    EXPECT_FALSE(queue.push(&record, true)) << "it is not open yet";
+    queue.open();
+    EXPECT_TRUE(queue.push(&record, true));
+    EXPECT_FALSE(queue.closeIfEmpty());
+    EXPECT_TRUE(queue.isOpen());
+    std::vector<LogRecord*> batch;
+    queue.takeAll(batch);
+    EXPECT_TRUE(queue.closeIfEmpty());
+    EXPECT_FALSE(queue.push(&record, true));
+    EXPECT_EQ(queue.linesPushed(), 1u);
+}
+
+TEST(RecordQueue, ASleepingWriterIsWokenWhenEnoughRecordsWait) {
+    RecordQueue queue;
+    queue.open();
+    std::atomic<bool> woken{false};
+    std::thread writer([&] {
+        queue.waitForRecords(3, kGuard);
+        woken.store(true);
+    });
+    LogRecord record{};
+    for (int i = 0; i < 3; ++i) {
+        queue.push(&record, true);
+    }
+    writer.join(); // ends only when woken
+    EXPECT_TRUE(woken.load());
+    EXPECT_EQ(queue.waitingNow(), 3u);
+}
+
+TEST(RecordQueue, AWriterDoesNotSleepOnWaitingRecords) {
+    RecordQueue queue;
+    queue.open();
+    LogRecord record{};
+    queue.push(&record, true);
+    queue.waitForRecords(1, kGuard); // returns at once, else the test runs into its limit
+    std::vector<LogRecord*> batch;
+    queue.takeAll(batch);
+    EXPECT_EQ(batch.size(), 1u);
+}
+
+TEST(RecordPool, AReturnedRecordIsTakenAgain) {
+    RecordPool pool;
+    LogRecord* first = pool.take();
+    pool.put(first);
+    EXPECT_EQ(pool.size(), 1u);
+    EXPECT_EQ(pool.take(), first);
+    EXPECT_EQ(pool.size(), 0u);
+    pool.put(first);
+}
+
+TEST(RecordPool, ANewRecordBeginsWithFortyZeros) {
+    RecordPool pool;
+    LogRecord* record = pool.take();
+    const auto* bytes = reinterpret_cast<const unsigned char*>(record);
+    for (int i = 0; i < 40; ++i) {
+        EXPECT_EQ(bytes[i], 0) << "byte " << i;
+    }
+    pool.put(record);
+}
+
+TEST(RecordPool, KeepsTwoHundredRecordsAndFreesTheRest) {
+    RecordPool pool;
+    std::vector<LogRecord*> taken;
+    for (int i = 0; i < 250; ++i) {
+        taken.push_back(pool.take());
+    }
+    pool.put(taken.data(), 150);
+    EXPECT_EQ(pool.size(), 150u);
+    pool.put(taken.data() + 150, 100);
+    EXPECT_EQ(pool.size(), RecordPool::kLimit);
+    pool.clear();
+    EXPECT_EQ(pool.size(), 0u);
+}
