@@ -177,7 +177,10 @@ bool LogerManager::pushLog(LogRecord* record, const char* file, int line) {
     }
     record->contentLength = std::clamp(record->contentLength, 0, LogRecord::kCapacity);
     if (file != nullptr && mSlots[id].fileline.load(std::memory_order_relaxed)) {
-        append(*record, " " + platform::lastPathComponent(file) + ":" + std::to_string(line));
+        append(*record, " ");
+        append(*record, platform::lastPathComponent(file));
+        append(*record, ":");
+        append(*record, std::to_string(line));
     }
     endLine(*record);
     if (!mQueue.push(record, true)) {

@@ -170,12 +170,11 @@ TEST(RealFolder, ANameOutsideAsciiThatTheCodePageHoldsWorks) {
 #endif
 }
 
-TEST(RealFolder, BothSeparatorsMayBeMixed) {
 #ifdef _WIN32
+// Elsewhere a backslash is part of a name.
+TEST(RealFolder, BothSeparatorsMayBeMixed) {
     TestFolder folder;
     logsInto(folder.path() + "\\PCAudiodll");
     logsInto(folder.path() + "\\other/");
-#else
-    GTEST_SKIP() << "here a backslash is part of a name";
-#endif
 }
+#endif
