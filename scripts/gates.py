@@ -131,7 +131,8 @@ def wrong_include(path, name):
 
 def check_lists(root=ROOT):
     """Every source is built by some preset, so every test file is in a test."""
-    built = {Path(entry["file"]) for preset in ("windows", "asan") for entry in compile_commands(preset)}
+    built = {Path(entry["file"]) for preset in ("windows", "asan", "tsan")
+             for entry in compile_commands(preset)}
     built = {path.relative_to(ROOT) for path in built if path.is_relative_to(ROOT)}
     return [f"{path}: in no target's list" for path in sources(root)
             if path.suffix in (".c", ".cpp") and path.parts[0] in ("src", "tests", "tools", "examples", "fuzz")

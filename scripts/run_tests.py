@@ -140,7 +140,7 @@ def run_canaries():
 
 def configure_missing():
     """The gates read what each preset compiles."""
-    for preset in ("windows", "asan"):
+    for preset in PRESETS:
         if not (gates.BUILD / preset / "compile_commands.json").is_file():
             run_logged(["cmake", "--preset", preset], gates.BUILD / preset / "configuring.log")
 
@@ -184,7 +184,7 @@ def main():
     presets = [part for part in [*PRESETS, "native"] if part in parts]
     held = lock()
     rows = []
-    needed = presets or ["windows", "asan"]
+    needed = presets if set(parts) <= set(presets) else [*PRESETS, *presets]
     if subprocess.run([gates.ROOT / "scripts" / "build-deps", *needed]).returncode != 0:
         sys.exit("the dependencies could not be built")
     try:
@@ -193,7 +193,8 @@ def main():
     finally:
         if "windows" in presets:
             subprocess.run([gates.ROOT / "scripts" / "wine-prefix", "stop"])
-    configure_missing()
+    if set(parts) - set(presets):
+        configure_missing()
     if "gates" in parts:
         rows.append(run_gates())
     if "canaries" in parts:
