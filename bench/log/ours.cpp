@@ -15,21 +15,32 @@ using namespace orvel::log4z;
 class FastClock final : public platform::Clock {
 public:
     platform::Moment now() override {
-        const platform::Moment real = mSystem.now();
-        const std::int64_t fast = (real.seconds * 1000 + real.milliseconds) * 100;
+        const std::int64_t fast = mStart + (milliseconds() - mStart) * 100;
         return {fast / 1000, static_cast<std::uint32_t>(fast % 1000)};
     }
 
-    platform::CalendarTime toLocal(std::int64_t seconds) override { return mSystem.toLocal(seconds / 100); }
+    platform::CalendarTime toLocal(std::int64_t seconds) override { return mSystem.toLocal(seconds); }
 
-    std::int64_t fromLocal(const platform::CalendarTime& local) override {
-        return mSystem.fromLocal(local) * 100;
-    }
+    std::int64_t fromLocal(const platform::CalendarTime& local) override { return mSystem.fromLocal(local); }
 
-    void sleep(unsigned milliseconds) override { mSystem.sleep(milliseconds); }
+    void sleep(unsigned duration) override { mSystem.sleep(duration); }
 
 private:
+    std::int64_t milliseconds() {
+        const platform::Moment real = mSystem.now();
+        return real.seconds * 1000 + real.milliseconds;
+    }
+
     platform::Clock& mSystem = platform::systemClock();
+    const std::int64_t mStart = milliseconds();
+};
+
+/// Swallows the engine's own messages: they would stand among the results.
+class NoConsole final : public platform::Console {
+public:
+    bool printColoured(unsigned, const char*) override { return false; }
+
+    void print(const char*) override {}
 };
 
 /// The real engine behind the real front end.
@@ -71,7 +82,8 @@ private:
     static LogSystem system() {
         LogSystem real = LogSystem::real();
         static FastClock clock;
-        return {clock, real.files, real.console, real.hostFileName};
+        static NoConsole console;
+        return {clock, real.files, console, real.hostFileName};
     }
 
     LogerManager mManager;

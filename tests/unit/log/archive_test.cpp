@@ -71,7 +71,7 @@ TEST(Archive, GivesBackTheLogByteForByte) {
 TEST(Archive, ItsPiecesDoNotGrowWithTheLog) {
     MemoryFiles files;
     files.createFolders("logs");
-    const std::string text = noise(8 * 1048576);
+    const std::string text = noise(3 * 1048576);
     files.put("logs/a.log", text);
     MemoryFiles measured;
     measured.put("logs/a.log", text);

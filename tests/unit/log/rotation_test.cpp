@@ -456,7 +456,7 @@ TEST_F(RotationTest, AYearOfLoggingStaysWithinEveryLimit) {
     for (int hour = 0; hour < 365 * 24; ++hour) {
         noise = noise * 1664525u + 1013904223u;
         clock.advance(hour % 700 == 699 ? -7200 : 3600);
-        ASSERT_TRUE(line(50000 + (noise >> 8) % (hour % 31 == 0 ? 900000u : 100000u)));
+        ASSERT_TRUE(line(10000 + (noise >> 8) % (hour % 31 == 0 ? 900000u : 30000u)));
         ASSERT_LE(files.totalSize(".log"), 6 * kMb) << "hour " << hour;
         ASSERT_LE(slot.history.count(), 501u);
         ASSERT_GE(slot.history.writeLength() + slot.file.length(), files.totalSize(".log"));
