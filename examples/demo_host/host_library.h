@@ -1,0 +1,24 @@
+#pragma once
+
+#include "SonviaPCAudioDll.h"
+
+#include <windows.h>
+
+/// The library as a host meets it: loaded by its name, its functions found by theirs.
+struct HostLibrary {
+    /// Ends the program with a message when the DLL or one of the names is missing.
+    HostLibrary();
+    ~HostLibrary();
+    HostLibrary(const HostLibrary&) = delete;
+    HostLibrary& operator=(const HostLibrary&) = delete;
+
+    HMODULE module = nullptr;
+    initSonviaAudioService_fn init = nullptr;
+    uninitSonviaAudioService_fn uninit = nullptr;
+    setParam_fn setParam = nullptr;
+    setAccountID_fn setAccountID = nullptr;
+    exitAudioProjection_fn exitProjection = nullptr;
+    getState_fn state = nullptr;
+    getSourceName_fn sourceName = nullptr;
+    getVersion_fn version = nullptr;
+};
