@@ -13,9 +13,9 @@ public:
     HostSettingsGuard& operator=(const HostSettingsGuard&) = delete;
 
 private:
-    unsigned int mErrorMode = 0;
-    void (*mInvalidParameterHandler)(const wchar_t*, const wchar_t*, const wchar_t*, unsigned int,
-                                     unsigned long long) = nullptr;
+    [[maybe_unused]] unsigned int mErrorMode = 0;
+    [[maybe_unused]] void (*mInvalidParameterHandler)(const wchar_t*, const wchar_t*, const wchar_t*,
+                                                      unsigned int, unsigned long long) = nullptr;
 };
 
 } // namespace platform
