@@ -17,7 +17,7 @@
 namespace {
 
 constexpr std::uint8_t kMagic = 0x24; // '$'
-constexpr std::uint64_t kTailCapacity = 64 * 1024;
+constexpr std::uint64_t kTailCapacity = 65536;
 
 using MallocBytes = std::unique_ptr<std::uint8_t, void (*)(void*)>;
 

@@ -151,7 +151,9 @@ void OBaseSocket::readCb(uv_stream_t* stream, ssize_t nread, const uv_buf_t* buf
     }
     OBufView view = owner->takePendingRead(buf->base);
     view.setLength(static_cast<std::uint64_t>(nread));
-    owner->onRead(OBufList(1, std::move(view)), 0);
+    OBufList list;
+    list.push_back(std::move(view));
+    owner->onRead(std::move(list), 0);
 }
 
 // libuv may have several buffers out; the one it filled is known by its first byte.

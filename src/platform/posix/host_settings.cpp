@@ -3,7 +3,8 @@
 namespace platform {
 
 // libuv changes no setting of the process here.
-HostSettingsGuard::HostSettingsGuard() = default;
-HostSettingsGuard::~HostSettingsGuard() = default;
+HostSettingsGuard::HostSettingsGuard() {}
+
+HostSettingsGuard::~HostSettingsGuard() {}
 
 } // namespace platform
