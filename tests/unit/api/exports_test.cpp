@@ -7,7 +7,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
+#include <thread>
+#include <utility>
 
 using wire::intEntry;
 using wire::textEntry;
@@ -215,6 +218,30 @@ TEST_F(LiveHandle, TheServiceSeesTheProjectionEndAndTheStop) {
     EXPECT_EQ(packets[1], (wire::Packet{0x24, 34, 1, intEntry("exitAudioProjection", 200005)}));
     EXPECT_EQ(packets[2], (wire::Packet{0x24, 8193, 2, intEntry("StopSonviaAudioService", 200004)}));
     EXPECT_TRUE(Host::errors().empty());
+}
+
+TEST_F(LiveHandle, EveryOtherFunctionMayBeCalledInsideACallback) {
+    LogCapture quiet;
+    names.listen();
+    const AudioServiceParam param = Host::record();
+    ASSERT_TRUE(setParam(handle, &param));
+    ASSERT_EQ(names.waitForPackets(1).size(), 1U);
+    std::atomic<bool> done{false};
+    Host::whenEvent([&](int, int) {
+        EXPECT_EQ(getState(handle), 4U);
+        EXPECT_STREQ(getSourceName(handle), "phone");
+        EXPECT_TRUE(setAccountID(handle, "someone"));
+        EXPECT_TRUE(setParam(handle, &param));
+        EXPECT_TRUE(exitAudioProjection(handle));
+        done = true;
+    });
+    names.sendToSession(notify(intEntry("change-mode", 1)));
+    EXPECT_TRUE(support::eventually([&done] { return done.load(); }));
+    const std::vector<wire::Packet> packets = names.waitForPackets(4);
+    ASSERT_EQ(packets.size(), 4U);
+    EXPECT_EQ(accountOf(packets[1].payload), "someoneount");
+    EXPECT_EQ(koruInfoOf(packets[2].payload).size(), 6U);
+    EXPECT_EQ(packets[3], (wire::Packet{0x24, 34, 1, intEntry("exitAudioProjection", 200005)}));
 }
 
 TEST_F(LiveHandle, UninitRightAfterSetParamAlwaysEnds) {

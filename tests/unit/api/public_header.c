@@ -1,5 +1,4 @@
-/* The public header as a C program sees it, included before anything else and twice. */
-#include "SonviaPCAudioDll.h"
+/* The public header as a C program sees it: before anything else, and twice. */
 #include "SonviaPCAudioDll.h"
 
 #include "unit/api/public_header.h"
@@ -23,7 +22,7 @@ size_t sizeOfRecordInC(void) {
     return sizeof(AudioServiceParam);
 }
 
-void fillRecordInC(AudioServiceParam *param) {
+void fillRecordInC(AudioServiceParam* param) {
     const AudioServiceParam empty = {0};
     *param = empty;
     param->onEvent = onEvent;

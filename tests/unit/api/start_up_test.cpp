@@ -12,6 +12,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -52,10 +53,25 @@ std::string logOf(Body body) {
     return all.empty() ? shown : all.substr(before);
 }
 
+class StartUp : public testing::Test {
+protected:
+    /// Removes what an earlier run has left. Where a backslash is no separator the log's folder has it in its name.
+    static void SetUpTestSuite() {
+        std::vector<fs::path> old;
+        for (const fs::directory_entry& entry : fs::directory_iterator(fs::current_path())) {
+            if (entry.path().filename().string().rfind(kLogDir, 0) == 0) {
+                old.push_back(entry.path());
+            }
+        }
+        for (const fs::path& path : old) {
+            fs::remove_all(path);
+        }
+    }
+};
+
 } // namespace
 
-TEST(StartUp, WithoutAServiceItIsNullAndSaysSoOnce) {
-    fs::remove_all(kLogDir);
+TEST_F(StartUp, WithoutAServiceItIsNullAndSaysSoOnce) {
     AudioServiceHandle* handle = nullptr;
     const std::string log = logOf([&handle] { handle = initSonviaAudioService(kLogDir, SONVIA_LOG_DEBUG); });
     EXPECT_EQ(handle, nullptr);
@@ -64,7 +80,7 @@ TEST(StartUp, WithoutAServiceItIsNullAndSaysSoOnce) {
     EXPECT_LT(log.find("]initSonviaAudioService"), log.find("]QuPCAudio.exe start failed!!!!"));
 }
 
-TEST(StartUp, MayBeRepeatedAfterAFailure) {
+TEST_F(StartUp, MayBeRepeatedAfterAFailure) {
     const std::string log = logOf([] {
         EXPECT_EQ(initSonviaAudioService(kLogDir, SONVIA_LOG_DEBUG), nullptr);
         EXPECT_EQ(initSonviaAudioService(kLogDir, SONVIA_LOG_DEBUG), nullptr);
@@ -73,12 +89,12 @@ TEST(StartUp, MayBeRepeatedAfterAFailure) {
     EXPECT_EQ(count(log, "]kill QuPCAudio process"), 2U); // at every start-up
 }
 
-TEST(StartUp, ANullLogDirIsAnEmptyOne) {
+TEST_F(StartUp, ANullLogDirIsAnEmptyOne) {
     std::string log = logOf([] { EXPECT_EQ(initSonviaAudioService(nullptr, SONVIA_LOG_DEBUG), nullptr); });
     EXPECT_EQ(count(log, "]QuPCAudio.exe start failed!!!!"), 1U);
 }
 
-TEST(StartUp, LinesOfTheLoopGoToTheLogButForLevelTwoAndUnknownOnes) {
+TEST_F(StartUp, LinesOfTheLoopGoToTheLogButForLevelTwoAndUnknownOnes) {
     initSonviaAudioService(kLogDir, SONVIA_LOG_DEBUG);
     const std::string log = logOf([] {
         for (int level = -1; level <= 6; ++level) {

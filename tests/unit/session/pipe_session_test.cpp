@@ -103,6 +103,22 @@ TEST_F(Session, EveryFailedAttemptIsReportedOnce) {
     ASSERT_TRUE(Host::waitForErrors(6));
 }
 
+TEST_F(Session, TheHostMayTryAgainInsideItsErrorCallback) {
+    std::atomic<int> tries{0};
+    Host::whenError([&](int, int) {
+        if (++tries == 3) {
+            pipe.listen();
+        }
+        EXPECT_TRUE(pipe.session->init(Host::record()));
+    });
+    pipe.session->init(Host::record());
+    pipe.runLoop();
+    ASSERT_TRUE(Host::waitForErrors(3));
+    ASSERT_TRUE(support::eventually([this] { return pipe.session->connects.load() == 4; }));
+    EXPECT_EQ(pipe.waitForPackets(1).size(), 1U);
+    EXPECT_EQ(Host::errors(), Calls(3, {-2, 0}));
+}
+
 TEST_F(Session, AServiceThatClosesIsALostConnectionReportedOnce) {
     connect();
     pipe.peer->disconnect();

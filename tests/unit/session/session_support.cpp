@@ -14,12 +14,26 @@ struct Calls {
     std::mutex mutex;
     std::vector<Host::Call> events;
     std::vector<Host::Call> errors;
-    std::function<void(int, int)> hook;
+    std::function<void(int, int)> eventHook;
+    std::function<void(int, int)> errorHook;
 };
 
 Calls& calls() {
     static auto& all = *new Calls;
     return all;
+}
+
+void note(std::vector<Host::Call>& list, const std::function<void(int, int)>& hookPlace, int first,
+          int second) {
+    std::function<void(int, int)> hook;
+    {
+        const std::lock_guard guard(calls().mutex);
+        list.emplace_back(first, second);
+        hook = hookPlace;
+    }
+    if (hook) {
+        hook(first, second);
+    }
 }
 
 std::vector<Host::Call> copyOf(const std::vector<Host::Call>& list) {
@@ -33,12 +47,14 @@ Host::Host() {
     const std::lock_guard guard(calls().mutex);
     calls().events.clear();
     calls().errors.clear();
-    calls().hook = nullptr;
+    calls().eventHook = nullptr;
+    calls().errorHook = nullptr;
 }
 
 Host::~Host() {
     const std::lock_guard guard(calls().mutex);
-    calls().hook = nullptr;
+    calls().eventHook = nullptr;
+    calls().errorHook = nullptr;
 }
 
 AudioServiceParam Host::record() {
@@ -56,20 +72,11 @@ AudioServiceParam Host::record() {
 }
 
 void Host::onEvent(int event, int value) {
-    std::function<void(int, int)> hook;
-    {
-        const std::lock_guard guard(calls().mutex);
-        calls().events.emplace_back(event, value);
-        hook = calls().hook;
-    }
-    if (hook) {
-        hook(event, value);
-    }
+    note(calls().events, calls().eventHook, event, value);
 }
 
 void Host::onError(int code, int value) {
-    const std::lock_guard guard(calls().mutex);
-    calls().errors.emplace_back(code, value);
+    note(calls().errors, calls().errorHook, code, value);
 }
 
 std::vector<Host::Call> Host::events() {
@@ -90,7 +97,12 @@ bool Host::waitForErrors(std::size_t count) {
 
 void Host::whenEvent(std::function<void(int, int)> hook) {
     const std::lock_guard guard(calls().mutex);
-    calls().hook = std::move(hook);
+    calls().eventHook = std::move(hook);
+}
+
+void Host::whenError(std::function<void(int, int)> hook) {
+    const std::lock_guard guard(calls().mutex);
+    calls().errorHook = std::move(hook);
 }
 
 void setText(char (&field)[SONVIA_TEXT_SIZE], const std::string& text) {

@@ -37,8 +37,9 @@ public:
     static std::vector<Call> errors();
     static bool waitForEvents(std::size_t count);
     static bool waitForErrors(std::size_t count);
-    /// Is run inside onEvent, after the call has been noted. To be set before calls can come.
+    /// Are run inside the callbacks, after the call has been noted.
     static void whenEvent(std::function<void(int event, int value)> hook);
+    static void whenError(std::function<void(int code, int value)> hook);
 };
 
 void setText(char (&field)[SONVIA_TEXT_SIZE], const std::string& text);
