@@ -12,6 +12,7 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <utility>
 
 namespace {
@@ -100,6 +101,7 @@ void CtrlProtocol::protectPayload(OBufList& payload) const {
 void CtrlProtocol::DepackPacket(OBufList received) {
     OBufList input;
     input.swap(mPending);
+    const std::size_t keptBefore = input.size();
     input.splice(input.end(), received);
     OBufReader reader(std::move(input));
     while (true) {
@@ -124,7 +126,7 @@ void CtrlProtocol::DepackPacket(OBufList received) {
         }
         mDepackState = kExpectHeader;
     }
-    keepRest(reader);
+    keepRest(reader, keptBefore);
 }
 
 void CtrlProtocol::deliver(const std::uint8_t* body) {
@@ -144,21 +146,24 @@ void CtrlProtocol::deliver(const std::uint8_t* body) {
     onPacket(&mHeader, plainSize != 0 ? plain : nullptr, static_cast<std::uint32_t>(plainSize));
 }
 
-void CtrlProtocol::keepRest(const OBufReader& reader) {
+// The first `keptBefore` views have been kept before: they stay as they are, whatever a slow peer adds to them.
+void CtrlProtocol::keepRest(const OBufReader& reader, std::size_t keptBefore) {
+    OBufList::const_iterator view = reader.current;
+    auto index = static_cast<std::size_t>(std::distance(reader.views.begin(), view));
     std::uint64_t from = reader.posInView;
-    for (OBufList::const_iterator view = reader.current; view != reader.views.end(); ++view) {
+    for (; view != reader.views.end(); ++view, ++index) {
         OBufView rest;
         if (view->slice(rest, from, view->length - from)) {
-            keep(rest);
+            index < keptBefore ? mPending.push_back(rest) : keep(rest);
         }
         from = 0;
     }
 }
 
-// A read comes in a block of 64 KB even when it holds one byte. A peer that drips its bytes must not make us
-// hold a block for each, so sparse views are copied together; well filled ones are shared.
+// A read comes in a block of 64 KB even when it holds one byte. A peer that drips its bytes must not make us hold
+// a block for each, so sparse views are copied together; well filled ones are shared.
 void CtrlProtocol::keep(const OBufView& rest) {
-    if (rest.buffer == mTail || rest.length >= rest.buffer->capacity / 4) {
+    if (rest.length >= rest.buffer->capacity / 4) {
         mPending.push_back(rest);
         return;
     }

@@ -2,6 +2,7 @@
 
 #include "transport/buf_view.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -65,7 +66,7 @@ private:
 
     void protectPayload(OBufList& payload) const;
     void deliver(const std::uint8_t* body);
-    void keepRest(const OBufReader& reader);
+    void keepRest(const OBufReader& reader, std::size_t keptBefore);
     void keep(const OBufView& rest);
 
     DepackState mDepackState = kExpectHeader;
