@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <stdexcept>
 
 namespace support {
 
@@ -22,16 +23,22 @@ void ServiceTest::TearDown() {
 void ServiceTest::start(const std::string& scenario) {
     standin.play(scenario);
     handle = api.init(logFolder().c_str(), SONVIA_LOG_WARNING);
-    ASSERT_NE(handle, nullptr);
-    if (scenario.find("no-pipe") == std::string::npos && scenario.find("listen") == std::string::npos) {
-        ASSERT_TRUE(standin.waitForEvent("listen"));
+    if (handle == nullptr) {
+        throw std::runtime_error("no handle: the service could not be started");
+    }
+    const bool opensItsPipeAtOnce =
+        scenario.find("no-pipe") == std::string::npos && scenario.find("listen") == std::string::npos;
+    if (opensItsPipeAtOnce && !standin.waitForEvent("listen")) {
+        throw std::runtime_error("the service did not open its pipe");
     }
 }
 
 void ServiceTest::startAndConfigure(const std::string& scenario) {
-    ASSERT_NO_FATAL_FAILURE(start(scenario));
+    start(scenario);
     const AudioServiceParam param = completeParam();
-    ASSERT_TRUE(api.setParam(handle, &param));
+    if (!api.setParam(handle, &param)) {
+        throw std::runtime_error("setParam refused a complete record");
+    }
 }
 
 void ServiceTest::stop() {

@@ -19,7 +19,7 @@ protected:
 
     // initSonviaAudioService with the service playing the scenario. Returns when the service has opened its pipe, unless
     // the scenario decides itself when it does: the library connects once, and a busy machine may need longer than the
-    // 200 ms that it gives the service.
+    // 200 ms that it gives the service. Throws when anything fails: no test goes on without its ground.
     void start(const std::string& scenario);
     // start, then setParam with a complete record.
     void startAndConfigure(const std::string& scenario);
