@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <latch>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -18,9 +19,14 @@ namespace {
 
 // Several at once: a loop must not take for the host's what another loop has just changed.
 void makeFirstLoops() {
+    constexpr int kThreads = 8;
+    std::latch together(kThreads);
     std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i) {
-        threads.emplace_back([] { std::shared_ptr<OUVLoop>(new OUVLoop).reset(); });
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&together] {
+            together.arrive_and_wait();
+            std::shared_ptr<OUVLoop>(new OUVLoop).reset();
+        });
     }
     for (std::thread& thread : threads) {
         thread.join();
