@@ -1,5 +1,7 @@
 #include "log/manager.h"
 
+#include "platform/processor.h"
+
 #include <mutex>
 #include <string_view>
 
@@ -15,8 +17,20 @@ constexpr unsigned kIdleSleep = 50;
 constexpr unsigned kRest = 2;
 constexpr std::size_t kEnoughToWake = 96;
 
+/// A batch of this size is part of a burst.
+constexpr std::size_t kBurst = 16;
+
 /// Records go back to the pool so many at a time.
-constexpr std::size_t kHandful = 32;
+constexpr std::size_t kHandful = 48;
+
+/// A record is fetched from its caller's processor this many turns before it is written.
+constexpr std::size_t kAhead = 4;
+
+void fetchRecord(const LogRecord* record) {
+    platform::fetchToRead(record);
+    platform::fetchToRead(record->content + 64);
+    platform::fetchToRead(record->content + 128);
+}
 
 /// Adds to a counter that only the writer thread changes.
 void add(std::atomic<std::uint64_t>& counter, std::uint64_t value) {
@@ -34,7 +48,11 @@ void LogerManager::run() {
     for (;;) {
         mQueue.takeAll(batch);
         if (!batch.empty()) {
+            const bool isBurst = batch.size() >= kBurst;
             writeBatch(batch);
+            if (isBurst) {
+                mQueue.spinForRecords(kEnoughToWake);
+            }
             continue;
         }
         if (!waitForWork()) {
@@ -64,6 +82,9 @@ void LogerManager::writeBatch(std::vector<LogRecord*>& batch) {
     mWasBusy = true;
     std::size_t returned = 0;
     for (std::size_t i = 0; i < batch.size(); ++i) {
+        if (i + kAhead < batch.size()) {
+            fetchRecord(batch[i + kAhead]);
+        }
         const LogRecord& record = *batch[i];
         if (record.type != kChangeNone) {
             applyRecord(record);

@@ -1,5 +1,7 @@
 #include "log/record_queue.h"
 
+#include "platform/processor.h"
+
 #include <algorithm>
 #include <mutex>
 
@@ -69,6 +71,17 @@ void RecordQueue::waitForRecords(std::size_t enough, unsigned milliseconds) {
     mWake.wait(milliseconds);
     const std::lock_guard<LockHelper> guard(mLock);
     mWakeAt = 0;
+}
+
+void RecordQueue::spinForRecords(std::size_t enough) {
+    constexpr int kLooks = 12;
+    constexpr int kPauses = 64; // between two looks: each takes the number's memory away from the callers
+    const std::uint64_t wanted = mTaken.load(std::memory_order_relaxed) + enough;
+    for (int look = 0; look < kLooks && mPushed.load(std::memory_order_relaxed) < wanted; ++look) {
+        for (int pause = 0; pause < kPauses; ++pause) {
+            platform::spinPause();
+        }
+    }
 }
 
 bool RecordQueue::closeIfEmpty() {

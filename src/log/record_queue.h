@@ -57,6 +57,10 @@ public:
     /// Sleeps until `enough` records wait, `wake` was called or the time is over. Writer thread.
     void waitForRecords(std::size_t enough, unsigned milliseconds);
 
+    /// Waits for `enough` records without giving up the processor, about as long as a caller at full speed takes to
+    /// write them. Writer thread.
+    void spinForRecords(std::size_t enough);
+
     /// Closes the queue if nothing waits in it; false when something does. Writer thread.
     bool closeIfEmpty();
 
