@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "support/service_fixture.h"
+#include "support/wait.h"
 
 namespace {
 
@@ -91,7 +92,9 @@ TEST_F(HostThreads, NothingIsLostAndEachThreadsSendsStayInOrder) {
         thread.join();
     }
     ASSERT_TRUE(events.waitFor(event(SONVIA_EVENT_MODE_CHANGED, kFlood - 1)));
-    EXPECT_EQ(api.state(handle), static_cast<std::uint32_t>(kFlood - 1));
+    // The state of the last packet is stored after its event has been reported.
+    EXPECT_TRUE(
+        support::eventually([this] { return api.state(handle) == static_cast<std::uint32_t>(kFlood - 1); }));
     ASSERT_TRUE(standin.waitForNote("all heard"));
     stop();
 
