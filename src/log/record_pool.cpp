@@ -6,6 +6,7 @@
 #include <cstring>
 #include <mutex>
 #include <new>
+#include <thread>
 
 namespace orvel::log4z {
 
@@ -26,18 +27,29 @@ void fetchUsedPart(const LogRecord* record) {
 } // namespace
 
 LogRecord* RecordPool::take() {
-    {
-        const std::lock_guard<LockHelper> guard(mLock);
-        if (mCount > 0) {
-            if (mCount > kAhead) {
-                fetchUsedPart(mFree[mCount - 1 - kAhead]);
-            }
-            return mFree[--mCount];
-        }
+    LogRecord* record = takeFree();
+    if (record == nullptr) {
+        // The writer has fallen behind, most likely for want of a processor. With one it gives records back sooner
+        // than the heap makes new ones, whose memory is touched for the first time.
+        std::this_thread::yield();
+        record = takeFree();
     }
-    void* block = ::operator new(sizeof(LogRecord));
-    std::memset(block, 0, 40);
-    return static_cast<LogRecord*>(block);
+    if (record == nullptr) {
+        record = static_cast<LogRecord*>(::operator new(sizeof(LogRecord)));
+        std::memset(static_cast<void*>(record), 0, 40);
+    }
+    return record;
+}
+
+LogRecord* RecordPool::takeFree() {
+    const std::lock_guard<LockHelper> guard(mLock);
+    if (mCount == 0) {
+        return nullptr;
+    }
+    if (mCount > kAhead) {
+        fetchUsedPart(mFree[mCount - 1 - kAhead]);
+    }
+    return mFree[--mCount];
 }
 
 void RecordPool::put(LogRecord* const* records, std::size_t count) {

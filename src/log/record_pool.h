@@ -21,7 +21,7 @@ public:
     RecordPool& operator=(const RecordPool&) = delete;
 
     /// A record of the pool, or a new one. The caller owns it until it is put back. What it holds is left over from
-    /// its last use.
+    /// its last use. Blocks: never; when the pool is empty another thread may have its turn first.
     LogRecord* take();
 
     void put(LogRecord* record) { put(&record, 1); }
@@ -35,6 +35,8 @@ public:
     std::size_t size();
 
 private:
+    LogRecord* takeFree();
+
     LockHelper mLock;
     std::size_t mCount = 0;
     LogRecord* mFree[kLimit];

@@ -77,9 +77,15 @@ void RecordQueue::spinForRecords(std::size_t enough) {
     constexpr int kLooks = 12;
     constexpr int kPauses = 64; // between two looks: each takes the number's memory away from the callers
     const std::uint64_t wanted = mTaken.load(std::memory_order_relaxed) + enough;
-    for (int look = 0; look < kLooks && mPushed.load(std::memory_order_relaxed) < wanted; ++look) {
+    std::uint64_t seen = mPushed.load(std::memory_order_relaxed);
+    for (int look = 0; look < kLooks && seen < wanted; ++look) {
         for (int pause = 0; pause < kPauses; ++pause) {
             platform::spinPause();
+        }
+        const std::uint64_t before = seen;
+        seen = mPushed.load(std::memory_order_relaxed);
+        if (seen == before) {
+            return; // nobody writes now: the burst is over, or the caller waits for this very processor
         }
     }
 }
