@@ -1,0 +1,42 @@
+// What only a Windows host can see: the command line of the service, and what the library leaves of its process.
+#include <windows.h>
+
+#include "support/service_fixture.h"
+
+namespace {
+
+class WindowsHost : public support::ServiceTest {};
+
+TEST_F(WindowsHost, LogFolderIsCutAt255CharactersOnTheServicesCommandLine) {
+    // The library keeps the folder of the first handle for its log; it must not be this one.
+    start("");
+    stop();
+    standin.play("");
+    const std::string folder(300, 'f');
+    handle = api.init(folder.c_str(), SONVIA_LOG_ERROR);
+    ASSERT_NE(handle, nullptr);
+    ASSERT_TRUE(standin.waitForEvent("start"));
+    const support::Json::List argv = standin.recorded("start").at(0).at("argv").list();
+    ASSERT_EQ(argv.size(), 3U);
+    EXPECT_EQ(argv[1].text(), std::string(255, 'f'));
+    EXPECT_EQ(argv[2].text(), "4");
+}
+
+TEST_F(WindowsHost, ErrorModeAndCurrentFolderAreLeftAsTheyWere) {
+    const UINT before = SetErrorMode(SEM_FAILCRITICALERRORS);
+    SetErrorMode(SEM_FAILCRITICALERRORS);
+    wchar_t folder[1024] = {};
+    GetCurrentDirectoryW(1024, folder);
+
+    startAndConfigure("wait packet key KORUInfo\nnotify int buffering-start 1\n");
+    ASSERT_TRUE(events.waitFor(support::event(SONVIA_EVENT_BUFFERING_STARTED, 0)));
+    EXPECT_EQ(GetErrorMode(), static_cast<UINT>(SEM_FAILCRITICALERRORS));
+    stop();
+    EXPECT_EQ(GetErrorMode(), static_cast<UINT>(SEM_FAILCRITICALERRORS));
+    wchar_t folderAfter[1024] = {};
+    GetCurrentDirectoryW(1024, folderAfter);
+    EXPECT_STREQ(folderAfter, folder);
+    SetErrorMode(before);
+}
+
+} // namespace
