@@ -1,4 +1,9 @@
 // One process, many handles after one another: nothing may be left behind by any of them.
+#include <cstdio>
+#include <memory>
+#include <thread>
+#include <vector>
+
 #include "support/process.h"
 #include "support/service_fixture.h"
 
@@ -8,6 +13,24 @@ namespace {
 constexpr int kWarmUp = 5;
 constexpr int kLives = 50;
 constexpr std::size_t kMegabyte = 1024U * 1024U;
+
+// The scale must move before it is trusted to have stood still.
+TEST(OwnSize, SeesHandlesThreadsAndMemoryThatAreHeld) {
+    using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+    const support::ProcessSize before = support::ownSize();
+    std::vector<File> files;
+    for (int i = 0; i < 20; ++i) {
+        files.emplace_back(std::fopen("held.txt", "a"), std::fclose);
+        ASSERT_NE(files.back(), nullptr);
+    }
+    const std::vector<char> memory(32 * kMegabyte, 'm');
+    support::ProcessSize with;
+    std::thread([&with] { with = support::ownSize(); }).join();
+    EXPECT_GE(with.handles, before.handles + 20);
+    EXPECT_GE(with.threads, before.threads + 1);
+    EXPECT_GE(with.memoryBytes, before.memoryBytes + 30 * kMegabyte);
+    EXPECT_EQ(memory.back(), 'm');
+}
 
 class RepeatedLives : public support::ServiceTest {
 protected:
