@@ -15,7 +15,7 @@
 #include <vector>
 
 #ifdef SONVIA_BENCH_FILES
-void registerFileBenchmarks(int repetitions);
+void registerFileBenchmarks();
 #endif
 
 namespace {
@@ -25,7 +25,6 @@ using SteadyClock = std::chrono::steady_clock;
 constexpr int kLines = 400000;
 constexpr int kBurst = 1000;
 constexpr int kBursts = 40;
-constexpr int kRepetitions = 9;
 
 double secondsSince(SteadyClock::time_point start) {
     return std::chrono::duration<double>(SteadyClock::now() - start).count();
@@ -183,28 +182,24 @@ void registerAll() {
                 benchmark::RegisterBenchmark(("sustained/" + name).c_str(), sustained, peer.make, line,
                                              threads)
                     ->UseManualTime()
-                    ->Iterations(1)
-                    ->Repetitions(kRepetitions);
+                    ->Iterations(1);
                 benchmark::RegisterBenchmark(("caller/" + name).c_str(), callersCost, peer.make, line,
                                              threads)
                     ->UseManualTime()
-                    ->Iterations(1)
-                    ->Repetitions(kRepetitions);
+                    ->Iterations(1);
             }
         }
-        benchmark::RegisterBenchmark(("format/" + kind).c_str(), formatFloor, line)
-            ->Repetitions(kRepetitions);
+        benchmark::RegisterBenchmark(("format/" + kind).c_str(), formatFloor, line);
         for (const bool format : {false, true}) {
             benchmark::RegisterBenchmark(((format ? "format_fwrite/" : "fwrite/") + kind).c_str(), writeFloor,
                                          line, format)
                 ->UseManualTime()
-                ->Iterations(1)
-                ->Repetitions(kRepetitions);
+                ->Iterations(1);
         }
     }
-    benchmark::RegisterBenchmark("below_threshold", belowThreshold)->Repetitions(kRepetitions);
+    benchmark::RegisterBenchmark("below_threshold", belowThreshold);
 #ifdef SONVIA_BENCH_FILES
-    registerFileBenchmarks(kRepetitions);
+    registerFileBenchmarks();
 #endif
 }
 
@@ -252,9 +247,10 @@ std::vector<Target> targets() {
 
 int main(int argc, char** argv) {
     // Repetitions of all benchmarks take turns: what else the machine does meets all of them alike.
-    std::vector<char*> arguments(argv, argv + argc);
     static char interleave[] = "--benchmark_enable_random_interleaving=true";
-    arguments.push_back(interleave);
+    static char repetitions[] = "--benchmark_repetitions=9";
+    std::vector<char*> arguments = {argv[0], interleave, repetitions};
+    arguments.insert(arguments.end(), argv + 1, argv + argc);
     int count = static_cast<int>(arguments.size());
     benchmark::Initialize(&count, arguments.data());
     registerAll();

@@ -65,6 +65,7 @@ private:
 };
 
 #ifdef SONVIA_BENCH_GLOG
+/// Keeps one file open until it is full or has another destination.
 class Glog final : public Subject {
 public:
     explicit Glog(const std::string& folder) {
@@ -77,6 +78,7 @@ public:
         FLAGS_alsologtostderr = false;
         FLAGS_stderrthreshold = google::GLOG_FATAL;
         FLAGS_logbuflevel = google::GLOG_INFO;
+        FLAGS_max_log_size = 1000; // MB
         google::SetLogDestination(google::GLOG_INFO, (folder + "/glog.").c_str());
     }
 

@@ -30,7 +30,7 @@ int formatWholeLine(char* out, std::size_t size, Line line, int number) {
 std::uint64_t countLines(const std::string& folder) {
     std::uint64_t lines = 0;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
-        if (!entry.is_regular_file()) {
+        if (!entry.is_regular_file() || entry.is_symlink()) {
             continue;
         }
         std::ifstream file(entry.path(), std::ios::binary);
@@ -44,9 +44,12 @@ std::uint64_t countLines(const std::string& folder) {
     return lines;
 }
 
-std::string freshFolder() {
+std::string freshFolder(const std::string& within) {
     static int serial = 0;
-    const auto folder = std::filesystem::temp_directory_path() / ("bench_log_" + std::to_string(serial++));
+    const std::filesystem::path parent = std::filesystem::is_directory(within)
+                                             ? std::filesystem::path(within)
+                                             : std::filesystem::temp_directory_path();
+    const auto folder = parent / ("bench_log_" + std::to_string(serial++));
     std::filesystem::remove_all(folder);
     std::filesystem::create_directories(folder);
     return folder.string();

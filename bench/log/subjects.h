@@ -43,5 +43,5 @@ std::unique_ptr<Subject> makeGlog(const std::string& folder);
 /// The lines with "Player state is" in all files of a folder and its sub-folders.
 std::uint64_t countLines(const std::string& folder);
 
-/// An empty folder for one run.
-std::string freshFolder();
+/// An empty folder for one run, within the given one if that exists, else where temporary files go.
+std::string freshFolder(const std::string& within = "");

@@ -72,6 +72,7 @@ bool LogerManager::waitForWork() {
         mWasBusy = false;
         mQueue.waitForRecords(kEnoughToWake, kRest);
     } else {
+        mPool.endBurst();
         mQueue.waitForRecords(1, kIdleSleep);
     }
     checkConfig();

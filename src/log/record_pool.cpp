@@ -15,6 +15,10 @@ namespace {
 /// A record is asked for this many turns before it is used, so that it has come from the writer's processor by then.
 constexpr std::size_t kAhead = 3;
 
+/// So many new records a burst may have at full speed; a stream of lines that goes on after them lets the writer catch
+/// up, so that it neither uses up memory nor runs into the back-pressure.
+constexpr std::uint32_t kBurst = 4096;
+
 /// The part of a record that a line of common length uses.
 void fetchUsedPart(const LogRecord* record) {
     constexpr std::size_t kCacheLine = 64;
@@ -28,13 +32,14 @@ void fetchUsedPart(const LogRecord* record) {
 
 LogRecord* RecordPool::take() {
     LogRecord* record = takeFree();
-    if (record == nullptr) {
+    if (record == nullptr && mNewInBurst.load(std::memory_order_relaxed) > kBurst) {
         // The writer has fallen behind, most likely for want of a processor. With one it gives records back sooner
         // than the heap makes new ones, whose memory is touched for the first time.
         std::this_thread::yield();
         record = takeFree();
     }
     if (record == nullptr) {
+        mNewInBurst.fetch_add(1, std::memory_order_relaxed);
         record = static_cast<LogRecord*>(::operator new(sizeof(LogRecord)));
         std::memset(static_cast<void*>(record), 0, 40);
     }

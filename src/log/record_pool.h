@@ -3,7 +3,9 @@
 #include "log/log_record.h"
 #include "log/sync_helpers.h"
 
+#include <atomic>
 #include <cstddef>
+#include <cstdint>
 
 namespace orvel::log4z {
 
@@ -21,13 +23,17 @@ public:
     RecordPool& operator=(const RecordPool&) = delete;
 
     /// A record of the pool, or a new one. The caller owns it until it is put back. What it holds is left over from
-    /// its last use. Blocks: never; when the pool is empty another thread may have its turn first.
+    /// its last use. Blocks: never; in a long burst another thread may have its turn when the
+    /// pool is empty.
     LogRecord* take();
 
     void put(LogRecord* record) { put(&record, 1); }
 
     /// Puts a handful back under one lock.
     void put(LogRecord* const* records, std::size_t count);
+
+    /// Nobody writes at present: what comes next is another burst.
+    void endBurst() { mNewInBurst.store(0, std::memory_order_relaxed); }
 
     /// Frees every pooled record.
     void clear();
@@ -38,6 +44,7 @@ private:
     LogRecord* takeFree();
 
     LockHelper mLock;
+    std::atomic<std::uint32_t> mNewInBurst{0}; ///< records that the heap has made since the last rest
     std::size_t mCount = 0;
     LogRecord* mFree[kLimit];
 };
