@@ -37,6 +37,20 @@ uv_loop_t* defaultLoop() {
     return kLoop;
 }
 
+/// One more for as long as it lives, also when an exception ends that.
+class CountedScope {
+public:
+    explicit CountedScope(std::atomic<std::uint32_t>& count) : mCount(count) { mCount.fetch_add(1); }
+
+    ~CountedScope() { mCount.fetch_sub(1); }
+
+    CountedScope(const CountedScope&) = delete;
+    CountedScope& operator=(const CountedScope&) = delete;
+
+private:
+    std::atomic<std::uint32_t>& mCount;
+};
+
 } // namespace
 
 OUVLoop::OUVLoop() : loop(allocateZeroed<uv_loop_t>()), asyncHandle(allocateZeroed<uv_async_t>()) {
@@ -69,7 +83,9 @@ bool OUVLoop::onLoopThread() const {
 bool OUVLoop::run(const std::function<void()>& onEntered) {
     {
         const std::lock_guard direct(mDirectMutex);
-        if (runState.load() != kNotRunning) {
+        // A loop that was stopped has no wake-up any more: it would accept a stop that never comes through.
+        if (runState.load() != kNotRunning ||
+            uv_is_closing(reinterpret_cast<uv_handle_t*>(asyncHandle)) != 0) {
             return false;
         }
         threadId = platform::currentThreadId();
@@ -111,17 +127,16 @@ void OUVLoop::dispatch(std::function<void()> call) {
 
 // Moves `task` into the queue, or leaves it to the caller when the loop does not run.
 bool OUVLoop::tryPost(std::function<void()>& task) {
-    mPosting.fetch_add(1);
-    const bool accepted = runState.load() == kRunning;
-    if (accepted) {
-        {
-            const std::lock_guard guard(taskMutex);
-            tasks.push_back(std::move(task));
-        }
-        uv_async_send(asyncHandle);
+    const CountedScope posting(mPosting);
+    if (runState.load() != kRunning) {
+        return false;
     }
-    mPosting.fetch_sub(1);
-    return accepted;
+    {
+        const std::lock_guard guard(taskMutex);
+        tasks.push_back(std::move(task));
+    }
+    uv_async_send(asyncHandle);
+    return true;
 }
 
 void OUVLoop::onAsync(uv_async_t* async) {

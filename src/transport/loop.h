@@ -27,7 +27,8 @@ public:
     OUVLoop(const OUVLoop&) = delete;
     OUVLoop& operator=(const OUVLoop&) = delete;
 
-    /// Runs the loop on the calling thread until it is stopped. False, at once, when it is running already.
+    /// Runs the loop on the calling thread until it is stopped. False, at once, when it is running already or was
+    /// stopped: a loop runs once.
     /// `onEntered` is called on this thread when the loop has begun to accept stop() and post(), before the
     /// first event.
     bool run(const std::function<void()>& onEntered = {});
