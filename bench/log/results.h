@@ -16,7 +16,7 @@ public:
     /// The median of a benchmark's counter; the counter "" is its time in nanoseconds. 0 when it did not run.
     double median(const std::string& benchmark, const std::string& counter) const;
 
-    /// A run whose result was wrong.
+    /// A run of ours whose result was wrong.
     bool hasError() const { return mHasError; }
 
 private:

@@ -33,7 +33,7 @@ bool RecordQueue::push(LogRecord* record, bool isLine) {
         }
     }
     if (wakeWriter) {
-        mWake.post();
+        mWake.signal();
     }
     return true;
 }

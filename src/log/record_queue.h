@@ -2,6 +2,7 @@
 
 #include "log/log_record.h"
 #include "log/sync_helpers.h"
+#include "platform/wake_up.h"
 
 #include <atomic>
 #include <cstddef>
@@ -21,7 +22,7 @@ unsigned backPressureDelay(std::uint64_t waiting);
 /// bound of it, and the memory of the two sides stays apart.
 class RecordQueue {
 public:
-    RecordQueue() : mWake(0, 1) {}
+    RecordQueue() = default;
 
     RecordQueue(const RecordQueue&) = delete;
     RecordQueue& operator=(const RecordQueue&) = delete;
@@ -43,7 +44,7 @@ public:
     std::uint64_t pushed() const { return mPushed.load(std::memory_order_acquire); }
 
     /// Ends the writer's sleep. Thread: any.
-    void wake() { mWake.post(); }
+    void wake() { mWake.signal(); }
 
     /// Moves all that waits into `batch`, which must be empty. Writer thread.
     void takeAll(std::vector<LogRecord*>& batch);
@@ -80,7 +81,7 @@ private:
     std::atomic<std::uint64_t> mTakenBound{0}; ///< what callers know of mTaken, which never falls
 
     alignas(64) std::atomic<std::uint64_t> mTaken{0};
-    SemHelper mWake;
+    platform::WakeUp mWake;
 };
 
 } // namespace orvel::log4z
