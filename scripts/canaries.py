@@ -74,6 +74,10 @@ def path_of_somebodys_machine():
     return planted(gates.check_paths, "docs/canary.md", "See " + "/home" + "/somebody/canary.\n")
 
 
+def sample_that_differs_from_its_file():
+    return planted(gates.check_samples, "docs/canary.md", "<!-- file: test -->\n```sh\nrm -r build\n```\n")
+
+
 def badly_named_function():
     with Tree() as tree:
         source = "src/log/canary.cpp"
@@ -140,8 +144,8 @@ def warning_in_the_projects_code():
 
 CANARIES = [badly_formatted_file, include_from_a_higher_floor, windows_header_outside_its_folder,
             libuv_header_outside_transport, program_that_uses_more_than_the_public_header, unlisted_test_file,
-            path_of_somebodys_machine, badly_named_function, ninth_export, import_of_a_compilers_library,
-            warning_in_the_projects_code]
+            path_of_somebodys_machine, sample_that_differs_from_its_file, badly_named_function, ninth_export,
+            import_of_a_compilers_library, warning_in_the_projects_code]
 
 
 def main(names):

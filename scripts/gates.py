@@ -157,6 +157,12 @@ def check_paths(root=ROOT):
     return findings
 
 
+def check_samples(root=ROOT):
+    """A sample in a page is the file that it is taken from, letter for letter."""
+    result = subprocess.run([root / "scripts" / "doc-samples"], capture_output=True, text=True)
+    return (result.stdout + result.stderr).splitlines() if result.returncode else []
+
+
 # --- the product ---
 
 DLL = BUILD / "windows" / "bin" / "SonviaPCAudioDll.dll"
@@ -213,6 +219,7 @@ GATES = {
     "floors": check_floors,
     "lists": check_lists,
     "paths": check_paths,
+    "samples": check_samples,
     "exports": check_exports,
     "imports": check_imports,
     "instrumented": check_instrumented,

@@ -103,8 +103,9 @@ TEST(ProtocolPage, EverySentPacketHasTheBytesOfThePage) {
 
     ASSERT_TRUE(session.init(paramWithTexts()));
     session._setKORUInfoNotify();
-    EXPECT_EQ(session.sent,
-              page[R"(Device information with the texts "a", "b", "d", "m", "s" and "p", sequence number 0)"]);
+    EXPECT_EQ(
+        session.sent,
+        page[R"(Device information with the texts "a", "b", "d", "m", "s" and "p", sequence number 0)"]);
     ASSERT_TRUE(session.setAccountID("abc"));
     EXPECT_EQ(session.sent, page[R"(Account id "abc", sequence number 1)"]);
 }
