@@ -7,7 +7,7 @@ namespace orvel::log4z {
 namespace {
 
 /// Small enough to stay in a processor's own cache beside the records.
-constexpr std::size_t kBufferSize = 128 * 1024;
+constexpr std::size_t kBufferSize = std::size_t{128} * 1024;
 
 } // namespace
 

@@ -103,15 +103,16 @@ void appendMessage(log4z::LogRecord& record, const char* tag, const char* format
     char* text = record.content + record.contentLength;
     const std::size_t heading = name.size() + 2;
     if (heading >= room) {
-        std::memcpy(text, name.data(), std::min(name.size(), room));
+        name.copy(text, room);
         if (name.size() < room) {
             text[name.size()] = ':';
         }
         record.contentLength = log4z::LogRecord::kCapacity;
         return;
     }
-    std::memcpy(text, name.data(), name.size());
-    std::memcpy(text + name.size(), ": ", 2);
+    name.copy(text, name.size());
+    text[name.size()] = ':';
+    text[name.size() + 1] = ' ';
     // Straight into the record: a buffer between would move every line twice.
     const std::size_t space = std::min(kMessageSize, room - heading);
     const std::size_t length =

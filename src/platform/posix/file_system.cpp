@@ -116,11 +116,13 @@ public:
         if (stream == nullptr) {
             return entries;
         }
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): the stream is this call's own
         while (const dirent* found = ::readdir(stream)) {
             const std::string name = found->d_name;
             if (name != "." && name != "..") {
-                const bool folderHere =
-                    found->d_type == DT_UNKNOWN ? isFolder(folder + "/" + name) : found->d_type == DT_DIR;
+                const bool folderHere = found->d_type == DT_UNKNOWN
+                                            ? isFolder(std::string(folder).append("/").append(name))
+                                            : found->d_type == DT_DIR;
                 entries.push_back({name, folderHere});
             }
         }
