@@ -4,6 +4,8 @@
 
 #include <process.h>
 
+#include <cstdint>
+
 namespace platform {
 
 struct Thread::System {
@@ -31,9 +33,8 @@ bool Thread::start(void (*entry)(void*), void* argument) {
     mSystem->entry = entry;
     mSystem->argument = argument;
     // The C runtime's own call, which gives the handle as a number: the thread uses the runtime's per-thread data.
-    // NOLINTNEXTLINE(performance-no-int-to-ptr)
-    mSystem->handle =
-        reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, System::run, mSystem.get(), 0, nullptr));
+    const std::uintptr_t number = _beginthreadex(nullptr, 0, System::run, mSystem.get(), 0, nullptr);
+    mSystem->handle = reinterpret_cast<HANDLE>(number); // NOLINT(performance-no-int-to-ptr)
     return mSystem->handle != nullptr;
 }
 
