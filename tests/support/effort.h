@@ -1,0 +1,29 @@
+// How hard a test tries, and how it says what it tried. `./test` runs the short form of every test, `./test --long`
+// sets SONVIA_EFFORT=long for all of them, under Wine too.
+#pragma once
+
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include <gtest/gtest.h>
+
+namespace support {
+
+inline bool longForm() {
+    const char* effort = std::getenv("SONVIA_EFFORT");
+    return effort != nullptr && std::string_view(effort) == "long";
+}
+
+// How often to repeat what the test does.
+inline int rounds(int shortForm, int inLongForm) {
+    return longForm() ? inLongForm : shortForm;
+}
+
+// Notes for the table at the end of ./test that the running test tried this so often. Call it on the test's own thread
+// when the work is done, with what was counted and not with what was planned; `unit` names what was counted.
+inline void tried(const std::string& what, long long times, const std::string& unit = "rounds") {
+    testing::Test::RecordProperty("tried: " + what, std::to_string(times) + " " + unit);
+}
+
+} // namespace support
