@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/// The second opinion: decoders and encoders written from the layout of the bytes alone, as plainly as can be. They
+/// share no code with the library, so that a mistake there meets no twin here.
+namespace oracle {
+
+using Bytes = std::vector<std::uint8_t>;
+
+/// The big-endian number of `width` bytes at `from`; the bytes must be there.
+inline std::uint64_t number(const Bytes& bytes, std::size_t from, std::size_t width) {
+    std::uint64_t value = 0;
+    for (std::size_t index = 0; index < width; ++index) {
+        value = value * 256 + bytes.at(from + index);
+    }
+    return value;
+}
+
+/// `count` bytes from `from` on; they must be there.
+inline Bytes part(const Bytes& bytes, std::size_t from, std::size_t count) {
+    const auto first = bytes.begin() + static_cast<std::ptrdiff_t>(from);
+    return {first, first + static_cast<std::ptrdiff_t>(count)};
+}
+
+inline void append(Bytes& bytes, const Bytes& more) {
+    bytes.insert(bytes.end(), more.begin(), more.end());
+}
+
+inline void appendNumber(Bytes& bytes, std::uint64_t value, unsigned width) {
+    for (unsigned index = width; index-- > 0;) {
+        bytes.push_back(static_cast<std::uint8_t>(value >> (8 * index)));
+    }
+}
+
+inline std::string text(const Bytes& bytes) {
+    return {bytes.begin(), bytes.end()};
+}
+
+inline Bytes bytesOf(const std::string& text) {
+    return {text.begin(), text.end()};
+}
+
+} // namespace oracle

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "oracle/bytes.h"
+#include "oracle/entries.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace oracle {
+
+/// A call of one of the host's callbacks, with what the host could ask for at that moment.
+struct HostCall {
+    char callback = 0; ///< 'E': onEvent, 'X': onError
+    int code = 0;
+    int value = 0;
+    std::uint32_t state = 0;
+    std::string sourceName;
+
+    friend bool operator==(const HostCall&, const HostCall&) = default;
+};
+
+/// What one session does with what it is told and with what arrives: its callbacks, its answers, what it sends. In the
+/// callback of a change of mode this host sends an account id.
+class Session {
+public:
+    /// The six identity texts, all of them the same here.
+    void init(const std::string& texts);
+    void connected(int status);
+    void bytesArrive(const Bytes& bytes);
+    void streamFails(int code);
+    bool setAccountID(const std::string& text);
+    void end();
+
+    /// The account id that this host sends in a callback with `value`.
+    static std::string accountFor(int value) { return "mode " + std::to_string(value); }
+
+    std::string sourceName() const;
+
+    std::vector<HostCall> calls;
+    Bytes sent;
+    std::uint32_t state = 4;
+
+private:
+    void notified(const Bytes& payload);
+    void report(char callback, int code, int value);
+    void send(const Bytes& payload);
+    void sendIdentity();
+
+    bool mHasHost = false;
+    bool mConnected = false;
+    bool mEnded = false;
+    std::string mAccount;
+    std::string mTexts;
+    std::string mPhoneName;
+    std::uint16_t mSequence = 0;
+    Bytes mArrived;
+};
+
+} // namespace oracle

@@ -1,0 +1,229 @@
+// A whole session between a host and a peer that cannot be trusted. Byte 0 of an input says how many bytes of control
+// follow (at most 31); the rest is the stream that arrives. Each byte of control is a step: some of the stream arrives,
+// or the connection fails, or the host does something. What remains of the stream arrives in one last read. A plain
+// model of the session must agree on every callback (and on what the host is told inside it), on the state, on the
+// source's name and on all that is sent.
+
+#include "oracle/session.h"
+#include "api/audio_service_handle.h"
+#include "support/input.h"
+#include "support/quiet_log.h"
+#include "support/require.h"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+using oracle::Bytes;
+
+namespace {
+
+/// A session without a pipe: it is read to as libuv reads to it, and what it writes is kept.
+class OpenSession : public QuPCAudioMessage {
+public:
+    explicit OpenSession(std::shared_ptr<OUVLoop> loop) : QuPCAudioMessage(std::move(loop)) {
+        mStream.data = static_cast<OBaseHandle*>(this);
+    }
+
+    bool connect(const std::string& /*name*/) override { return true; }
+
+    bool write(const OBufList& list) override {
+        for (const OBufView& view : list) {
+            sent.insert(sent.end(), view.data(), view.data() + view.length);
+        }
+        return true;
+    }
+
+    void arrive(const Bytes& bytes, std::size_t blockSize) {
+        uv_buf_t block = {};
+        allocCb(reinterpret_cast<uv_handle_t*>(&mStream), blockSize, &block);
+        std::memcpy(block.base, bytes.data(), bytes.size());
+        readCb(&mStream, static_cast<ssize_t>(bytes.size()), &block);
+    }
+
+    void fail(int code) {
+        uv_buf_t block = {};
+        allocCb(reinterpret_cast<uv_handle_t*>(&mStream), 1, &block);
+        readCb(&mStream, code, &block);
+    }
+
+    Bytes sent;
+
+private:
+    uv_stream_t mStream = {};
+};
+
+/// Session and model, told the same.
+class Meeting {
+public:
+    Meeting();
+
+    ~Meeting() { sNow = nullptr; }
+
+    Meeting(const Meeting&) = delete;
+    Meeting& operator=(const Meeting&) = delete;
+
+    void step(std::uint8_t control, Input& stream);
+    void arrive(const Bytes& bytes, std::size_t blockSize);
+    void compare();
+
+private:
+    static void onEvent(int event, int value);
+    static void onError(int code, int value);
+    void note(char callback, int code, int value);
+    void hostActs(std::uint8_t choice);
+    void fail(std::uint8_t choice);
+    void init(const std::string& texts);
+    void setAccountID(const std::string& text);
+
+    static Meeting* sNow; ///< the callbacks are plain functions
+
+    AudioServiceHandle mHandle;
+    OpenSession* mSession = nullptr; ///< of mHandle
+    oracle::Session mModel;
+    std::vector<oracle::HostCall> mCalls;
+};
+
+Meeting* Meeting::sNow = nullptr;
+
+Meeting::Meeting() {
+    // Nothing of a session without a pipe stays in the loop, so one does for all of them.
+    static const auto kLoop = std::make_shared<OUVLoop>();
+    auto session = std::make_unique<OpenSession>(kLoop);
+    mSession = session.get();
+    mHandle.session = std::move(session);
+    sNow = this;
+}
+
+void Meeting::onEvent(int event, int value) {
+    sNow->note('E', event, value);
+    if (event == SONVIA_EVENT_MODE_CHANGED) {
+        require(::setAccountID(&sNow->mHandle, oracle::Session::accountFor(value).c_str()),
+                "a callback may send");
+    }
+}
+
+void Meeting::onError(int code, int value) {
+    sNow->note('X', code, value);
+}
+
+void Meeting::note(char callback, int code, int value) {
+    mCalls.push_back({callback, code, value, getState(&mHandle), getSourceName(&mHandle)});
+}
+
+void Meeting::init(const std::string& texts) {
+    AudioServiceParam param = {};
+    param.onEvent = onEvent;
+    param.onError = onError;
+    param.context = this;
+    for (auto* field :
+         {&param.accountID, &param.bluetoothMac, &param.deviceID, &param.model, &param.sn, &param.pcName}) {
+        texts.copy(*field, sizeof *field - 1);
+    }
+    require(mSession->init(param), "a session without a connection starts to connect");
+    mModel.init(texts);
+    param.onError = nullptr;
+    require(!mSession->init(param), "a record without a callback is refused");
+}
+
+void Meeting::setAccountID(const std::string& text) {
+    require(::setAccountID(&mHandle, text.c_str()) == mModel.setAccountID(text), "the same ids are refused");
+}
+
+void Meeting::hostActs(std::uint8_t choice) {
+    switch (choice % 8) {
+    case 0:
+        init("someone@example.com");
+        break;
+    case 1:
+        init(std::string(SONVIA_TEXT_SIZE - 1, 'z'));
+        break;
+    case 2:
+        setAccountID("abc");
+        break;
+    case 3:
+        setAccountID(std::string(SONVIA_TEXT_SIZE - choice / 8U, 'q'));
+        break;
+    case 4:
+        mSession->onConnect(nullptr, UV_ENOENT);
+        mModel.connected(UV_ENOENT);
+        break;
+    case 5:
+        mSession->endSession();
+        mModel.end();
+        break;
+    default:
+        mSession->onConnect(nullptr, 0);
+        mModel.connected(0);
+        break;
+    }
+}
+
+void Meeting::fail(std::uint8_t choice) {
+    constexpr int kCodes[] = {UV_EOF, UV_ECONNRESET, UV_EPIPE, 0, UV_ENOBUFS};
+    const int code = kCodes[choice % std::size(kCodes)];
+    mSession->fail(code);
+    mModel.streamFails(code);
+}
+
+void Meeting::arrive(const Bytes& bytes, std::size_t blockSize) {
+    if (!bytes.empty()) {
+        mSession->arrive(bytes, blockSize);
+        mModel.bytesArrive(bytes);
+    }
+}
+
+void Meeting::step(std::uint8_t control, Input& stream) {
+    const auto choice = static_cast<std::uint8_t>(control / 8);
+    switch (control % 8) {
+    case 0:
+        hostActs(choice);
+        break;
+    case 1:
+        fail(choice);
+        break;
+    case 2: { // a block that the bytes fill
+        const Bytes bytes = stream.take(choice);
+        arrive(bytes, bytes.size());
+        break;
+    }
+    case 3:
+        arrive(stream.take(choice), 64UL * 1024);
+        break;
+    default:
+        arrive(stream.take(choice * 8U), 1024);
+        break;
+    }
+}
+
+void Meeting::compare() {
+    require(mCalls == mModel.calls, "the host is called as the model calls it");
+    require(getState(&mHandle) == mModel.state, "the same state");
+    require(getSourceName(&mHandle) == mModel.sourceName(), "the same name");
+    require(mSession->sent == mModel.sent, "the same is sent");
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+    silenceLog();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    constexpr std::size_t kMostControl = 32;
+    Input stream(data, size);
+    const Bytes controls = stream.take(stream.takeByte() % kMostControl);
+    Meeting meeting;
+    for (const std::uint8_t control : controls) {
+        meeting.step(control, stream);
+        meeting.compare();
+    }
+    const Bytes rest = stream.rest();
+    meeting.arrive(rest, rest.size());
+    meeting.compare();
+    return 0;
+}

@@ -1,0 +1,80 @@
+#include "support/cuts.h"
+
+#include <algorithm>
+#include <cstring>
+#include <random>
+
+namespace {
+
+constexpr std::uint8_t kUncut = 0;
+constexpr std::uint8_t kEveryByte = 1;
+
+/// A few bytes mostly: headers and lengths are to be torn apart.
+constexpr std::size_t kPieceLimits[] = {2, 4, 12, 40, 5000};
+constexpr std::size_t kSpareFactors[] = {0, 0, 1, 8};
+
+class Cutter {
+public:
+    Cutter(const oracle::Bytes& bytes, std::uint8_t seed)
+        : mBytes(bytes), mSeed(seed), mRandom(seed),
+          mLimit(kPieceLimits[mRandom() % std::size(kPieceLimits)]) {}
+
+    bool done() const { return mAt == mBytes.size(); }
+
+    OBufView nextPiece() {
+        const std::size_t left = mBytes.size() - mAt;
+        std::size_t length = left;
+        std::size_t before = 0;
+        std::size_t behind = 0;
+        if (mSeed == kEveryByte) {
+            length = 1;
+        } else if (mSeed != kUncut) {
+            length = std::min<std::size_t>(left, 1 + mRandom() % mLimit);
+            behind = length * kSpareFactors[mRandom() % std::size(kSpareFactors)];
+            before = mRandom() % 4 == 0 ? 3 : 0;
+        }
+        OBufView piece;
+        piece.reset(before + length + behind);
+        piece.offset = before;
+        piece.length = length;
+        if (length != 0) {
+            std::memcpy(piece.data(), mBytes.data() + mAt, length);
+        }
+        mAt += length;
+        return piece;
+    }
+
+    bool chunkEnds() { return mSeed == kEveryByte || mRandom() % 3 != 0; }
+
+private:
+    const oracle::Bytes& mBytes;
+    const std::uint8_t mSeed;
+    std::minstd_rand mRandom;
+    const std::size_t mLimit;
+    std::size_t mAt = 0;
+};
+
+} // namespace
+
+std::vector<OBufList> cutIntoChunks(const oracle::Bytes& stream, std::uint8_t seed) {
+    Cutter cutter(stream, seed);
+    std::vector<OBufList> chunks;
+    bool ended = true;
+    while (!cutter.done()) {
+        if (ended) {
+            chunks.emplace_back();
+        }
+        chunks.back().push_back(cutter.nextPiece());
+        ended = cutter.chunkEnds();
+    }
+    return chunks;
+}
+
+OBufList cutIntoPieces(const oracle::Bytes& bytes, std::uint8_t seed) {
+    Cutter cutter(bytes, seed);
+    OBufList chunk;
+    while (!cutter.done()) {
+        chunk.push_back(cutter.nextPiece());
+    }
+    return chunk;
+}
