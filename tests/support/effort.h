@@ -23,7 +23,7 @@ inline int rounds(int shortForm, int inLongForm) {
 // Notes for the table at the end of ./test that the running test tried this so often. Call it on the test's own thread
 // when the work is done, with what was counted and not with what was planned; `unit` names what was counted.
 inline void tried(const std::string& what, long long times, const std::string& unit = "rounds") {
-    testing::Test::RecordProperty("tried: " + what, std::to_string(times) + " " + unit);
+    testing::Test::RecordProperty("tried: " + what + " (" + unit + ")", std::to_string(times));
 }
 
 } // namespace support
