@@ -10,6 +10,8 @@
 #
 # SERIAL: the test shares something with other tests that there is only one of (the service's process name, all of
 # the processor's time), so no two of them run at once. Under Wine every test runs alone: all share one prefix.
+set(SONVIA_TIMEOUT_FACTOR 1 CACHE STRING "How much longer than usual a test may take; ./test --long sets it")
+
 function(sonvia_add_test name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "SERIAL" "TIMEOUT" "SOURCES;LIBS;LABELS")
     if(arg_UNPARSED_ARGUMENTS OR NOT arg_SOURCES)
@@ -40,6 +42,7 @@ function(sonvia_run_as_test target)
     if(NOT arg_TIMEOUT)
         set(arg_TIMEOUT 300)
     endif()
+    math(EXPR timeout "${arg_TIMEOUT} * ${SONVIA_TIMEOUT_FACTOR}")
 
     # Wine or the sanitizers' options: each toolchain file names what its programs are launched with.
     set(folder "${PROJECT_BINARY_DIR}/testrun/${target}")
@@ -47,7 +50,7 @@ function(sonvia_run_as_test target)
     add_test(NAME ${target}
         COMMAND ${SONVIA_TEST_LAUNCHER} "$<TARGET_FILE:${target}>" ${arg_ARGS}
         WORKING_DIRECTORY "${folder}")
-    set_tests_properties(${target} PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
+    set_tests_properties(${target} PROPERTIES TIMEOUT ${timeout} LABELS "${arg_LABELS}")
     if(SONVIA_TESTS_USE_WINE)
         set_tests_properties(${target} PROPERTIES RUN_SERIAL TRUE FIXTURES_REQUIRED wine)
     elseif(arg_SERIAL)

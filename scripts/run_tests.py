@@ -1,38 +1,37 @@
 """Builds and tests everything and sums it up; ./test starts it once the machine has the packages it needs.
 
 The count at the end is that of the single GoogleTest cases (from the result.xml that each test program leaves), of
-the ctest entries that are no GoogleTest programs, of the gates and of their canaries. A test program that fails
-without a failed case (it crashed, a sanitizer stopped it, its time ran out) counts as one failure.
+the ctest entries that are no GoogleTest programs, of the fuzz targets, of the gates and of their canaries. A test
+program that fails without a failed case (it crashed, a sanitizer stopped it, its time ran out) counts as one failure.
+
+Everything is built first, with all processors. Then one worker for each processor takes the runs one after another:
+the tests under Wine must not run beside each other, and beside them there is room for the native ones.
 """
 import argparse
 import fcntl
+import os
 import subprocess
 import sys
+import threading
 import time
 import xml.etree.ElementTree as ElementTree
-from dataclasses import dataclass, field
+from concurrent.futures import ThreadPoolExecutor
 
 import canaries
+import coverage
+import fuzzing
 import gates
+import memcheck
+from summary import Row, Tried, report
 
+# In the order in which their tests start: the longest first.
 PRESETS = ["windows", "asan", "tsan"]
+# What else ./test does when nothing is chosen.
+OTHERS = ["fuzz", "memcheck", "gates", "canaries"]
 # Entries that prepare and clear up; they count only when they fail.
 FIXTURES = {"wine_start", "wine_stop"}
-
-
-@dataclass
-class Row:
-    """A line of the table at the end."""
-    name: str
-    passed: int = 0
-    skipped: int = 0
-    seconds: float = 0
-    failures: list = field(default_factory=list)
-    failed: int = 0
-
-    def fail(self, what, count=1):
-        self.failures.append(what)
-        self.failed += count
+# How much longer than in the short form a test program may take.
+LONG_TIMEOUT_FACTOR = 30
 
 
 def say(text):
@@ -49,18 +48,31 @@ def run_logged(command, log):
     return status == 0
 
 
-def build(preset, row):
+def build(preset, row, options=(), targets=()):
     say(f"{preset}: building")
     folder = gates.BUILD / preset
-    for step, command in (("configuring", ["cmake", "--preset", preset]),
-                          ("building", ["cmake", "--build", "--preset", preset, "--parallel", str(gates.JOBS)])):
+    start = time.monotonic()
+    chosen = ["--target", *targets] if targets else []
+    for step, command in (("configuring", ["cmake", "--preset", preset, *options]),
+                          ("building", ["cmake", "--build", "--preset", preset, "--parallel", str(gates.JOBS),
+                                        *chosen])):
         if not run_logged(command, folder / f"{step}.log"):
             row.fail(f"{step} failed, see build/{preset}/{step}.log")
-            return False
-    return True
+            break
+    row.seconds += time.monotonic() - start
+    return not row.failed
 
 
-def count_entry(row, preset, entry):
+def tried_in(total, preset):
+    """What the cases of a test program noted about themselves."""
+    for case in total.iter("testcase"):
+        for note in case.iter("property"):
+            name, value = note.get("name"), note.get("value")
+            if name.startswith("tried: "):
+                yield Tried(name.removeprefix("tried: "), preset, int(value), len(case.findall("failure")))
+
+
+def count_entry(row, tried, preset, entry):
     """Adds one ctest entry of the JUnit file, and the cases within it."""
     name = entry.get("name")
     good = entry.get("status") == "run"
@@ -73,6 +85,7 @@ def count_entry(row, preset, entry):
         failed = numbers["failures"] + numbers["errors"]
         row.passed += numbers["tests"] - failed - skipped
         row.skipped += skipped
+        tried.extend(tried_in(total, preset))
     elif good and name not in FIXTURES:
         row.passed += 1
     if failed:
@@ -83,31 +96,37 @@ def count_entry(row, preset, entry):
         row.fail(f"{name}: {'did not run' if entry.get('status') in ('disabled', 'notrun') else 'failed'}")
 
 
-def run_ctest(preset, row, pattern):
-    say(f"{preset}: testing")
+def show_from(part):
+    """Several parts talk at once, so each line says whose it is."""
+    return lambda line: print(f"{part:9}{line.rstrip()}", flush=True)
+
+
+def run_ctest(preset, row, pattern, effort):
+    """Runs the tests of a built preset; returns what they tried."""
+    show = show_from(preset)
+    start = time.monotonic()
     for old in (gates.BUILD / preset).glob("testrun/*/result.xml"):
         old.unlink()
     junit = gates.BUILD / preset / "ctest.xml"
     junit.unlink(missing_ok=True)
     chosen = ["-R", pattern] if pattern else []
-    status = subprocess.run(["ctest", "--preset", preset, "--parallel", str(gates.JOBS), "--no-tests=error",
-                             "--output-junit", junit, *chosen], cwd=gates.ROOT).returncode
-    if not junit.is_file():
+    ctest = subprocess.Popen(["ctest", "--preset", preset, "--parallel", str(max(1, gates.JOBS // 2)),
+                              "--no-tests=error", "--output-junit", junit, *chosen],
+                             cwd=gates.ROOT, env={**os.environ, "SONVIA_EFFORT": effort}, text=True,
+                             errors="replace", stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    for line in ctest.stdout:
+        if line.strip() and not line.lstrip().startswith("Start "):
+            show(line)
+    tried = []
+    if junit.is_file():
+        for entry in ElementTree.parse(junit).getroot().iter("testcase"):
+            count_entry(row, tried, preset, entry)
+    else:
         row.fail("ctest left no result")
-        return
-    for entry in ElementTree.parse(junit).getroot().iter("testcase"):
-        count_entry(row, preset, entry)
-    if status != 0 and not row.failures:
+    if ctest.wait() != 0 and not row.failures:
         row.fail("ctest failed")
-
-
-def test_preset(preset, pattern):
-    row = Row(preset)
-    start = time.monotonic()
-    if build(preset, row):
-        run_ctest(preset, row, pattern)
-    row.seconds = time.monotonic() - start
-    return row
+    row.seconds += time.monotonic() - start
+    return tried
 
 
 def run_checks(title, checks):
@@ -140,29 +159,108 @@ def run_canaries():
 
 def configure_missing():
     """The gates read what each preset compiles."""
-    for preset in PRESETS:
+    for preset in [*PRESETS, "fuzz"]:
         if not (gates.BUILD / preset / "compile_commands.json").is_file():
             run_logged(["cmake", "--preset", preset], gates.BUILD / preset / "configuring.log")
 
 
-def table(rows):
-    say("summary")
-    print(f"{'':12}{'passed':>8}{'failed':>8}{'skipped':>9}{'seconds':>9}")
-    for row in rows:
-        print(f"{row.name:12}{row.passed:8}{row.failed:8}{row.skipped:9}{row.seconds:9.0f}")
-    for row in rows:
-        for failure in row.failures:
-            print(f"FAILED {row.name}: {failure}")
-    passed, failed = sum(row.passed for row in rows), sum(row.failed for row in rows)
-    print(f"\n{passed} passed, {failed} failed", flush=True)
-    return failed == 0 and passed > 0
+class Run:
+    """Everything that was chosen: built first, then run side by side."""
+
+    def __init__(self, chosen, parts):
+        self.pattern = chosen.filter
+        self.effort = "long" if chosen.long else "short"
+        self.presets = [part for part in (*PRESETS, "native", "coverage") if part in parts]
+        self.parts = parts
+        self.rows = {}
+        self.tried = []
+        self.lock = threading.Lock()
+
+    def row(self, part):
+        return self.rows.setdefault(part, Row(part))
+
+    def build(self):
+        factor = LONG_TIMEOUT_FACTOR if self.effort == "long" else 1
+        options = [f"-DSONVIA_TIMEOUT_FACTOR={factor}"]
+        self.built = [preset for preset in self.presets if build(preset, self.row(preset), options)]
+        if "fuzz" in self.parts and build("fuzz", self.row("fuzz")):
+            self.built.append("fuzz")
+        if "memcheck" in self.parts:
+            # After `native`, whose row has any failure of this build's already.
+            if build("native", self.row("memcheck"), options, memcheck.PROGRAMS):
+                self.built.append("memcheck")
+
+    def tasks(self):
+        for preset in self.presets:
+            if preset in self.built:
+                yield preset, lambda preset=preset: (self.row(preset),
+                                                     run_ctest(preset, self.row(preset), self.pattern, self.effort))
+        if "fuzz" in self.built:
+            for target in fuzzing.targets():
+                yield "fuzz", lambda target=target: fuzzing.run(target, self.effort, show_from("fuzz"))
+        if "memcheck" in self.built:
+            for program in memcheck.PROGRAMS:
+                yield "memcheck", lambda program=program: memcheck.run(program, self.effort, show_from("memcheck"))
+
+    def work(self, task):
+        part, function = task
+        start = time.monotonic()
+        row, tried = function()
+        with self.lock:
+            self.tried += tried
+            total = self.row(part)
+            if row is not total:
+                total.passed += row.passed
+                total.skipped += row.skipped
+                total.seconds += time.monotonic() - start
+                for failure in row.failures:
+                    total.fail(f"{row.name}: {failure}", 0)
+                total.failed += row.failed
+
+    def test(self):
+        say("testing")
+        try:
+            with ThreadPoolExecutor(gates.JOBS) as pool:
+                list(pool.map(self.work, self.tasks()))
+        finally:
+            if "windows" in self.presets:
+                subprocess.run([gates.ROOT / "scripts" / "wine-prefix", "stop"])
+
+    def check(self):
+        if "coverage" in self.built:
+            say("coverage")
+            coverage.check(self.row("coverage"))
+        if "gates" in self.parts or "canaries" in self.parts:
+            configure_missing()
+        if "gates" in self.parts:
+            self.rows["gates"] = run_gates()
+        if "canaries" in self.parts:
+            self.rows["canaries"] = run_canaries()
+
+    def report(self):
+        text = report(self.rows.values(), self.tried)
+        print(text, flush=True)
+        (gates.BUILD / "summary.txt").write_text(text.lstrip() + "\n")
+        return all(row.failed == 0 for row in self.rows.values()) and any(row.passed for row in self.rows.values())
+
+    def needed(self):
+        """The presets whose dependencies are called for."""
+        needed = set(self.presets) | ({"fuzz"} if "fuzz" in self.parts else set())
+        if "memcheck" in self.parts:
+            needed.add("native")
+        if {"gates", "canaries"} & set(self.parts):
+            needed |= {*PRESETS, "fuzz"}
+        return sorted(needed)
 
 
 def arguments():
     parser = argparse.ArgumentParser(prog="./test", description="Builds and tests everything.")
-    parser.add_argument("--only", action="append", choices=[*PRESETS, "native", "gates", "canaries"],
+    parser.add_argument("--only", action="append", choices=[*PRESETS, "native", *OTHERS],
                         help="this part alone; may be given several times")
     parser.add_argument("--filter", metavar="REGEX", help="only the test programs whose name matches")
+    parser.add_argument("--long", action="store_true", help="every test and every fuzz target for longer: about an hour")
+    parser.add_argument("--coverage", action="store_true",
+                        help="measures which lines of src/ the native tests reach, and nothing else")
     return parser.parse_args()
 
 
@@ -180,26 +278,15 @@ def lock():
 
 def main():
     chosen = arguments()
-    parts = chosen.only or [*PRESETS, "gates", "canaries"]
-    presets = [part for part in [*PRESETS, "native"] if part in parts]
+    parts = ["coverage"] if chosen.coverage else chosen.only or [*PRESETS, *OTHERS]
     held = lock()
-    rows = []
-    needed = presets if set(parts) <= set(presets) else [*PRESETS, *presets]
-    if subprocess.run([gates.ROOT / "scripts" / "build-deps", *needed]).returncode != 0:
+    run = Run(chosen, parts)
+    if subprocess.run([gates.ROOT / "scripts" / "build-deps", *run.needed()]).returncode != 0:
         sys.exit("the dependencies could not be built")
-    try:
-        for preset in presets:
-            rows.append(test_preset(preset, chosen.filter))
-    finally:
-        if "windows" in presets:
-            subprocess.run([gates.ROOT / "scripts" / "wine-prefix", "stop"])
-    if set(parts) - set(presets):
-        configure_missing()
-    if "gates" in parts:
-        rows.append(run_gates())
-    if "canaries" in parts:
-        rows.append(run_canaries())
-    good = table(rows)
+    run.build()
+    run.test()
+    run.check()
+    good = run.report()
     held.close()
     return 0 if good else 1
 

@@ -1,0 +1,51 @@
+"""Runs test programs of the native build under valgrind: the optimised code, without a sanitizer's runtime in it.
+
+A block that nothing points at when the process ends, a read of a value that was never set, or a bad access is a
+failure. What is still pointed at is no leak: the log's writer and libuv's pool live until the process ends.
+"""
+import os
+import shutil
+import subprocess
+import xml.etree.ElementTree as ElementTree
+
+import gates
+from summary import Row, Tried
+
+FOLDER = gates.BUILD / "native"
+PROGRAMS = ["stress_repeated_lives", "unit_api", "unit_log", "unit_log_front", "unit_platform", "unit_protection",
+            "unit_protocol", "unit_session", "unit_transport"]
+EXIT_CODE = 99
+# Of these programs some cases are left out: they count in the millions, and valgrind takes fifty times as long.
+WITHOUT = {}
+
+
+def valgrind(program, *arguments):
+    return ["valgrind", "--quiet", "--leak-check=full", "--show-leak-kinds=definite,possible",
+            "--errors-for-leak-kinds=definite,possible", "--track-fds=no", f"--error-exitcode={EXIT_CODE}",
+            "--fair-sched=yes", program, *arguments]
+
+
+def run(program, effort, show):
+    """One program. Returns its row and what it tried: so many test cases without an error of valgrind's."""
+    row = Row(program)
+    folder = FOLDER / "testrun" / f"memcheck_{program}"
+    shutil.rmtree(folder, ignore_errors=True)
+    folder.mkdir(parents=True)
+    arguments = ["--gtest_output=xml:result.xml"]
+    if program in WITHOUT:
+        arguments.append(f"--gtest_filter=-{':'.join(WITHOUT[program])}")
+    log = folder / "output.txt"
+    with open(log, "w") as out:
+        status = subprocess.run(valgrind(FOLDER / "bin" / program, *arguments), cwd=folder, stdout=out,
+                                stderr=subprocess.STDOUT, env={**os.environ, "SONVIA_EFFORT": effort}).returncode
+    result = folder / "result.xml"
+    total = ElementTree.parse(result).getroot() if result.is_file() else None
+    cases = 0 if total is None else int(total.get("tests")) - int(total.get("failures"))
+    if status != 0:
+        for line in log.read_text(errors="replace").splitlines()[-80:]:
+            show(line)
+        row.fail(f"{'valgrind found errors' if status == EXIT_CODE else f'exit code {status}'}, "
+                 f"see {log.relative_to(gates.ROOT)}")
+    row.passed = cases
+    show(f"{program}: {cases} cases, {'FAILED' if row.failed else 'no error'}")
+    return row, [Tried(f"valgrind {program} (cases)", "memcheck", cases, row.failed)]

@@ -1,0 +1,60 @@
+"""What a run of ./test found, and the two tables at its end: how many tests passed where, and what was tried how often."""
+from dataclasses import dataclass, field
+
+
+@dataclass
+class Row:
+    """A line of the first table."""
+    name: str
+    passed: int = 0
+    skipped: int = 0
+    seconds: float = 0
+    failures: list = field(default_factory=list)
+    failed: int = 0
+
+    def fail(self, what, count=1):
+        self.failures.append(what)
+        self.failed += count
+
+
+@dataclass
+class Tried:
+    """A line of the second table, for one part of the run: tests note these themselves."""
+    what: str
+    part: str
+    times: int
+    found: int = 0
+
+
+def number(value):
+    return f"{value:,}"
+
+
+def results_table(rows):
+    yield f"{'':12}{'passed':>8}{'failed':>8}{'skipped':>9}{'seconds':>9}"
+    for row in rows:
+        yield f"{row.name:12}{row.passed:8}{row.failed:8}{row.skipped:9}{row.seconds:9.0f}"
+
+
+def tried_table(tried):
+    """One line for each thing that was tried, one column for each part of the run that tried it."""
+    parts = list(dict.fromkeys(entry.part for entry in tried))
+    lines = {}
+    for entry in tried:
+        lines.setdefault(entry.what, {})[entry.part] = entry
+    width = max(map(len, lines)) + 2
+    yield f"{'what was tried':{width}}" + "".join(f"{part:>12}" for part in parts) + f"{'found':>7}"
+    for what, entries in sorted(lines.items()):
+        counts = "".join(f"{number(entries[part].times) if part in entries else '-':>12}" for part in parts)
+        yield f"{what:{width}}{counts}{sum(entry.found for entry in entries.values()):>7}"
+
+
+def report(rows, tried):
+    """The text that a run ends with."""
+    lines = ["", "== summary", *results_table(rows)]
+    if tried:
+        lines += ["", *tried_table(tried)]
+    lines += [f"FAILED {row.name}: {failure}" for row in rows for failure in row.failures]
+    passed, failed = sum(row.passed for row in rows), sum(row.failed for row in rows)
+    lines += ["", f"{passed} passed, {failed} failed"]
+    return "\n".join(lines)
