@@ -86,6 +86,20 @@ def badly_named_function():
         return any("readability-identifier-naming" in finding for finding in findings)
 
 
+def buffer_that_cppcheck_sees_overrun():
+    return planted(gates.check_cppcheck, "src/log/canary.cpp",
+                   "int canary() {\n    int bytes[4] = {0, 1, 2, 3};\n    return bytes[4];\n}\n")
+
+
+def function_of_too_many_lines():
+    with Tree() as tree:
+        source = "src/log/canary.cpp"
+        tree.plant(source, "int canary(int value);\nint canary(int value) {\n" + "    value += value;\n" * 61 +
+                   "    return value;\n}\n")
+        findings = gates.tidy_one(tree.root, source, ["--extra-arg=-std=c++20"])
+        return any("readability-function-size" in finding for finding in findings)
+
+
 def small_dll(folder, names, source="", options=()):
     folder = Path(folder)
     (folder / "canary.def").write_text("LIBRARY canary\nEXPORTS\n" + "".join(f"    {name}\n" for name in names))
@@ -133,18 +147,20 @@ def warning_in_the_projects_code():
     shadow = "int canary(int length);\nint canary(int length) {\n    { long length = 1; (void)length; }\n" \
              "    return length;\n}\n"
     narrowing = "char canary(int length);\nchar canary(int length) {\n    return length;\n}\n"
-    for preset in ("windows", "asan"):
+    for preset in ("windows", "asan", "fuzz"):  # MinGW's compiler, GCC and clang
         if compiled_as_the_project_is(preset, clean).returncode != 0:
             return False
-        for text, flag in ((shadow, "-Werror=shadow"), (narrowing, "-Werror=conversion")):
-            if flag not in compiled_as_the_project_is(preset, text).stderr:
+        for text, warning in ((shadow, "shadow"), (narrowing, "conversion")):
+            # GCC says -Werror=shadow, clang -Werror,-Wshadow.
+            if not re.search(rf"-Werror(=|,-W)[a-z-]*{warning}", compiled_as_the_project_is(preset, text).stderr):
                 return False
     return True
 
 
 CANARIES = [badly_formatted_file, include_from_a_higher_floor, windows_header_outside_its_folder,
             libuv_header_outside_transport, program_that_uses_more_than_the_public_header, unlisted_test_file,
-            path_of_somebodys_machine, sample_that_differs_from_its_file, badly_named_function, ninth_export,
+            path_of_somebodys_machine, sample_that_differs_from_its_file, badly_named_function, function_of_too_many_lines,
+            buffer_that_cppcheck_sees_overrun, ninth_export,
             import_of_a_compilers_library, warning_in_the_projects_code]
 
 

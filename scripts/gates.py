@@ -84,6 +84,21 @@ def check_tidy(root=ROOT):
     return sorted(set(in_parallel(one, files)))
 
 
+def check_cppcheck(root=ROOT):
+    """cppcheck has nothing to say about src/, for either platform."""
+    findings = []
+    for platform, left_out in (("unix64", "windows"), ("win64", "posix")):
+        run = subprocess.run(["cppcheck", "--quiet", "--std=c++20", "--language=c++", f"--platform={platform}",
+                              *(["-D_WIN32"] if platform == "win64" else []),
+                              "--enable=warning,performance,portability", "--inline-suppr", f"-j{JOBS}",
+                              "--template={file}:{line}: {id}: {message}", "-Isrc", "-Iinclude",
+                              f"-isrc/platform/{left_out}", "src"], cwd=root, capture_output=True, text=True)
+        findings += run.stderr.splitlines()
+        if run.returncode != 0:
+            findings.append(f"cppcheck failed: {run.stdout.strip()[-400:]}")
+    return sorted(set(findings))
+
+
 # --- architecture ---
 
 FLOORS = ["platform", "log", "transport", "protocol", "session", "api"]
@@ -132,7 +147,7 @@ def wrong_include(path, name):
 
 def check_lists(root=ROOT):
     """Every source is built by some preset, so every test file is in a test."""
-    built = {Path(entry["file"]) for preset in ("windows", "asan", "tsan")
+    built = {Path(entry["file"]) for preset in ("windows", "asan", "tsan", "fuzz")
              for entry in compile_commands(preset)}
     built = {path.relative_to(ROOT) for path in built if path.is_relative_to(ROOT)}
     return [f"{path}: in no target's list" for path in sources(root)
@@ -205,7 +220,7 @@ def check_imports(dll=DLL):
 def check_instrumented():
     """The sanitizer presets' dependencies are built with the sanitizers."""
     findings = []
-    for preset, symbol in (("asan", "__asan_"), ("tsan", "__tsan_")):
+    for preset, symbol in (("asan", "__asan_"), ("tsan", "__tsan_"), ("fuzz", "__sanitizer_cov_")):
         for name in ("libuv.a", "libminiz.a", "libgtest.a"):
             library = BUILD / "deps" / preset / "lib" / name
             if not library.is_file():
@@ -224,6 +239,7 @@ GATES = {
     "exports": check_exports,
     "imports": check_imports,
     "instrumented": check_instrumented,
+    "cppcheck": check_cppcheck,
     "tidy": check_tidy,
 }
 

@@ -46,7 +46,7 @@ private:
     LockHelper mLock;
     std::atomic<std::uint32_t> mNewInBurst{0}; ///< records that the heap has made since the last rest
     std::size_t mCount = 0;
-    LogRecord* mFree[kLimit];
+    LogRecord* mFree[kLimit] = {};
 };
 
 } // namespace orvel::log4z
