@@ -154,6 +154,16 @@ TEST_F(Connection, ServiceThatNeverReadsBlocksNobody) {
     EXPECT_EQ(events.count(), 0U);
 }
 
+TEST_F(Connection, ServiceThatReadsInSmallBitesGetsEverything) {
+    startAndConfigure("read-slowly 16 1\nwait packet key KORUInfo\nnotify int buffering-start 1\n");
+    ASSERT_TRUE(events.waitFor(event(200001, 0)));
+    ASSERT_TRUE(api.setAccountID(handle, "bite by bite"));
+    ASSERT_TRUE(standin.waitForPackets(1, support::kNotify, "accountID"));
+    stop();
+    EXPECT_EQ(standin.packets(support::kStop).size(), 1U);
+    EXPECT_EQ(events.count(), 1U);
+}
+
 TEST_F(Connection, NothingIsReportedOnceUninitHasReturned) {
     for (int i = 0; i < 3; ++i) {
         startAndConfigure("wait packet key KORUInfo\nrepeat forever\n notify int buffering-start 1\nend\n");

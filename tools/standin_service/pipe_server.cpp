@@ -1,5 +1,6 @@
 #include "pipe_server.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <utility>
 
@@ -25,7 +26,10 @@ void closeAndFree(uv_pipe_t* pipe) {
 } // namespace
 
 PipeServer::PipeServer(uv_loop_t* loop, std::string pipeName, Events events)
-    : mLoop(loop), mPipeName(std::move(pipeName)), mEvents(std::move(events)), mReadBuffer{} {}
+    : mLoop(loop), mPipeName(std::move(pipeName)), mEvents(std::move(events)), mReadBuffer{} {
+    uv_timer_init(mLoop, &mPause);
+    mPause.data = this;
+}
 
 int PipeServer::listen() {
     if (mListener != nullptr) {
@@ -94,10 +98,28 @@ void PipeServer::setReading(bool on) {
     }
 }
 
+void PipeServer::readSlowly(std::size_t bytes, std::uint64_t pauseMs) {
+    mReadSize = std::clamp<std::size_t>(bytes, 1, sizeof mReadBuffer);
+    mPauseMs = pauseMs;
+}
+
+void PipeServer::pauseReading() {
+    uv_read_stop(streamOf(mConnection));
+    uv_timer_start(
+        &mPause,
+        [](uv_timer_t* timer) {
+            auto* self = static_cast<PipeServer*>(timer->data);
+            if (self->mReading && self->mConnection != nullptr) {
+                self->startReading();
+            }
+        },
+        mPauseMs, 0);
+}
+
 void PipeServer::onAlloc(uv_handle_t* handle, std::size_t /*suggested*/, uv_buf_t* buffer) {
     auto* self = static_cast<PipeServer*>(handle->data);
-    *buffer =
-        self == nullptr ? uv_buf_init(nullptr, 0) : uv_buf_init(self->mReadBuffer, sizeof self->mReadBuffer);
+    *buffer = self == nullptr ? uv_buf_init(nullptr, 0)
+                              : uv_buf_init(self->mReadBuffer, static_cast<unsigned>(self->mReadSize));
 }
 
 void PipeServer::onRead(uv_stream_t* stream, ssize_t count, const uv_buf_t* buffer) {
@@ -107,6 +129,9 @@ void PipeServer::onRead(uv_stream_t* stream, ssize_t count, const uv_buf_t* buff
     }
     if (count > 0) {
         self->mEvents.received({buffer->base, static_cast<std::size_t>(count)});
+        if (self->mPauseMs != 0 && streamOf(self->mConnection) == stream) {
+            self->pauseReading();
+        }
         return;
     }
     self->disconnect();

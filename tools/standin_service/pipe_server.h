@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -43,6 +44,8 @@ public:
     // Closes the connection; the peer sees the end of the stream. `disconnected` is not called for it.
     void disconnect();
     void setReading(bool on);
+    // From here on each read takes at most so many bytes (1 or more) and is followed by a pause.
+    void readSlowly(std::size_t bytes, std::uint64_t pauseMs);
 
 private:
     static void onConnection(uv_stream_t* listener, int status);
@@ -51,6 +54,7 @@ private:
 
     void accept();
     void startReading();
+    void pauseReading();
 
     uv_loop_t* mLoop;
     std::string mPipeName;
@@ -58,6 +62,9 @@ private:
     uv_pipe_t* mListener = nullptr;   // freed by its close callback
     uv_pipe_t* mConnection = nullptr; // freed by its close callback
     bool mReading = true;
+    uv_timer_t mPause{};
+    std::uint64_t mPauseMs = 0;
+    std::size_t mReadSize = sizeof mReadBuffer;
     char mReadBuffer[65536];
 };
 

@@ -281,6 +281,12 @@ bool Player::perform(const ReadingSwitch& step) {
     return true;
 }
 
+bool Player::perform(const ReadSlowly& step) {
+    mPipe.readSlowly(static_cast<std::size_t>(step.bytes.value(mCounters)),
+                     static_cast<std::uint64_t>(step.pause.value(mCounters)));
+    return true;
+}
+
 bool Player::perform(const OnStop& step) {
     mOnStop = step;
     return true;

@@ -68,6 +68,7 @@ private:
     bool perform(const Crash& step);
     bool perform(const Exit& step);
     bool perform(const ReadingSwitch& step);
+    bool perform(const ReadSlowly& step);
     bool perform(const OnStop& step);
     bool perform(const StartChildren& step);
     bool perform(const Note& step);

@@ -140,6 +140,12 @@ private:
 
     void parseStartReading() { add(ReadingSwitch{true}); }
 
+    void parseReadSlowly() {
+        ReadSlowly step{mWords.number("bytes"), {}};
+        step.pause = mWords.number("milliseconds");
+        add(std::move(step));
+    }
+
     void openBlock(Action begin) {
         mOpenBlocks.push_back(mScenario.steps.size());
         add(std::move(begin));
@@ -173,6 +179,7 @@ void Parser::parseStep() {
         {"exit", &Parser::parseExit},
         {"stop-reading", &Parser::parseStopReading},
         {"start-reading", &Parser::parseStartReading},
+        {"read-slowly", &Parser::parseReadSlowly},
         {"on-stop", &Parser::parseOnStop},
         {"children", &Parser::parseChildren},
         {"note", &Parser::parseNote},

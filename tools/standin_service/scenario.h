@@ -127,6 +127,11 @@ struct ReadingSwitch {
     bool on = false;
 };
 
+struct ReadSlowly {
+    Number bytes;
+    Number pause;
+};
+
 struct OnStop {
     bool ignore = false;
     Number code;
@@ -141,9 +146,10 @@ struct Note {
     Text text;
 };
 
-using Action = std::variant<WaitTime, WaitConnection, WaitPacket, WaitFile, Listen, SendPacket, SendBytes,
-                            SendFill, Flush, RepeatBegin, RepeatEnd, SplitBegin, SplitEnd, JoinBegin, JoinEnd,
-                            Disconnect, ClosePipe, Crash, Exit, ReadingSwitch, OnStop, StartChildren, Note>;
+using Action =
+    std::variant<WaitTime, WaitConnection, WaitPacket, WaitFile, Listen, SendPacket, SendBytes, SendFill,
+                 Flush, RepeatBegin, RepeatEnd, SplitBegin, SplitEnd, JoinBegin, JoinEnd, Disconnect,
+                 ClosePipe, Crash, Exit, ReadingSwitch, ReadSlowly, OnStop, StartChildren, Note>;
 
 struct Step {
     std::size_t line = 0;

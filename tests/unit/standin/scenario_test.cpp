@@ -101,6 +101,14 @@ TEST(StandinScenario, WaitsCarryTheirConditionsAndGuards) {
     EXPECT_EQ(std::get<WaitTime>(steps.at(3).action).milliseconds.literal, 7);
 }
 
+TEST(StandinScenario, SlowReadingHasASizeAndAPause) {
+    const std::vector<Step> steps = stepsOf("read-slowly 3 1000");
+    const auto& slowly = std::get<ReadSlowly>(steps.at(0).action);
+    EXPECT_EQ(slowly.bytes.literal, 3);
+    EXPECT_EQ(slowly.pause.literal, 1000);
+    EXPECT_EQ(parseScenario("read-slowly 3").error, "line 1: milliseconds is missing");
+}
+
 TEST(StandinScenario, MistakesAreReportedWithTheirLine) {
     EXPECT_EQ(parseScenario("flush\njump").error, "line 2: unknown step: jump");
     EXPECT_EQ(parseScenario("repeat 2").error, "line 1: a block is not closed");
