@@ -1,0 +1,109 @@
+#include "stress/hostile_rounds.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <future>
+#include <optional>
+
+#include <uv.h>
+
+#include "support/effort.h"
+
+namespace stress {
+
+namespace {
+
+constexpr std::size_t kMegabyte = 1024U * 1024U;
+
+using Clock = std::chrono::steady_clock;
+
+std::chrono::milliseconds since(Clock::time_point begun) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begun);
+}
+
+} // namespace
+
+void HostileRounds::repeat(const std::string& what, int times, const std::function<void(int)>& round) {
+    static std::optional<support::ProcessSize>
+        firstSize; // of the whole program, over all that is hostile in it
+    support::ProcessSize before;
+    const Clock::time_point begun = Clock::now();
+    int done = 0;
+    for (; done < times && !HasFailure(); ++done) {
+        round(done);
+        ASSERT_EQ(handle, nullptr) << "a round ends with its release";
+        ASSERT_EQ(events.count(), mEventsAtRelease) << "callback after uninit, round " << done;
+        events.reset();
+        if (done == 0) {
+            before = support::ownSize();
+            firstSize = firstSize.value_or(before);
+        }
+    }
+    const support::ProcessSize after = support::ownSize();
+    expectLevel(before, after, "the first round");
+    expectLevel(*firstSize, after, "the first round of all");
+    RecordProperty("longest uninit, ms", std::to_string(mLongestRelease.count()));
+    RecordProperty("all rounds, ms", std::to_string(since(begun).count()));
+    RecordProperty("handles", std::to_string(before.handles) + " -> " + std::to_string(after.handles));
+    RecordProperty("threads", std::to_string(before.threads) + " -> " + std::to_string(after.threads));
+    RecordProperty("memory", std::to_string(before.memoryBytes) + " -> " + std::to_string(after.memoryBytes));
+    support::tried("hostile service: " + what, done);
+}
+
+// Far less than one of each round of the long form; a few may come and go with the system's own threads.
+void HostileRounds::expectLevel(const support::ProcessSize& before, const support::ProcessSize& after,
+                                const char* since) {
+    EXPECT_LE(after.handles, before.handles + 5) << "since " << since;
+    EXPECT_LE(after.threads, before.threads + 2) << "since " << since;
+    EXPECT_LT(after.memoryBytes, before.memoryBytes + 8 * kMegabyte) << "since " << since;
+}
+
+void HostileRounds::configure() {
+    const AudioServiceParam param = support::completeParam();
+    ASSERT_TRUE(api.setParam(handle, &param));
+}
+
+void HostileRounds::release(Told told, End end, std::chrono::seconds bound) {
+    const Clock::time_point begun = Clock::now();
+    std::future<bool> returned = std::async(std::launch::async, [this] { return api.uninit(handle); });
+    if (returned.wait_for(bound + support::kGuard) != std::future_status::ready) {
+        std::fputs("uninitSonviaAudioService hangs\n", stderr);
+        std::_Exit(1); // its thread cannot be ended, and the test cannot go on beside it
+    }
+    mLastRelease = since(begun);
+    mLongestRelease = std::max(mLongestRelease, mLastRelease);
+    mEventsAtRelease = events.count();
+    handle = nullptr;
+    EXPECT_TRUE(returned.get());
+    EXPECT_LE(mLastRelease, bound);
+    expectTold(told);
+    expectServiceGone(end);
+}
+
+void HostileRounds::expectTold(Told told) {
+    std::vector<support::HostEvent> errors;
+    for (const support::HostEvent& each : events.all()) {
+        if (each.isError) {
+            errors.push_back(each);
+        }
+    }
+    ASSERT_EQ(errors.size(), told == Told::kNothing ? 0U : 1U);
+    if (told == Told::kNeverConnected) {
+        EXPECT_EQ(errors[0], support::error(SONVIA_ERROR_CONNECTION, 0));
+    } else if (told == Told::kConnectionLost) {
+        EXPECT_EQ(errors[0].code, SONVIA_ERROR_CONNECTION);
+        EXPECT_TRUE(errors[0].value == UV_EOF || errors[0].value == UV_ECONNRESET) << errors[0].value;
+    }
+}
+
+void HostileRounds::expectServiceGone(End end) {
+    EXPECT_FALSE(standin.running());
+    for (const support::Json& child : standin.recorded("child")) {
+        const std::int64_t pid = child.at("pid").number();
+        EXPECT_TRUE(support::eventually([pid] { return !support::processRuns(pid, "standin_child.exe"); }));
+    }
+    const std::size_t orderly = standin.recorded("exit").size() + standin.recorded("crash").size();
+    EXPECT_EQ(orderly, end == End::kItself ? 1U : 0U);
+}
+
+} // namespace stress

@@ -1,0 +1,43 @@
+// Ground of the tests with services that do their worst: the same round over and over, each with a life of its own from
+// initSonviaAudioService to uninitSonviaAudioService, and after each of them nothing that is left or still to come.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <string>
+
+#include "support/process.h"
+#include "support/service_fixture.h"
+#include "support/wait.h"
+
+namespace stress {
+
+// What the host is told by onError, in one round.
+enum class Told { kNothing, kNeverConnected, kConnectionLost };
+
+// Who ends the service.
+enum class End { kItself, kLibrary };
+
+class HostileRounds : public support::ServiceTest {
+protected:
+    // Runs `round` `times` times. The first one loads what is loaded once; after it this process may not grow.
+    void repeat(const std::string& what, int times, const std::function<void(int)>& round);
+    void configure();
+    // uninitSonviaAudioService, which must come back within `bound` at the latest, and what must be true behind it.
+    void release(Told told, End end, std::chrono::seconds bound = support::kGuard);
+
+    // Lifetime of the last release.
+    std::chrono::milliseconds lastRelease() const { return mLastRelease; }
+
+private:
+    void expectTold(Told told);
+    void expectServiceGone(End end);
+    static void expectLevel(const support::ProcessSize& before, const support::ProcessSize& after,
+                            const char* since);
+
+    std::chrono::milliseconds mLastRelease{0};
+    std::chrono::milliseconds mLongestRelease{0};
+    std::size_t mEventsAtRelease = 0;
+};
+
+} // namespace stress

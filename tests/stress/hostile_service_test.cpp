@@ -1,0 +1,218 @@
+// Services that do their worst, round after round. One row says what the service plays, what the host does meanwhile,
+// what the host is told, and who has to end the service.
+#include <cstring>
+#include <random>
+
+#include "stress/hostile_rounds.h"
+#include "support/effort.h"
+
+namespace {
+
+using stress::End;
+using stress::Told;
+using support::event;
+
+constexpr int kModeChanged = SONVIA_EVENT_MODE_CHANGED;
+constexpr std::size_t kMegabyte = 1024U * 1024U;
+
+class HostileService;
+
+struct Hostility {
+    const char* name;
+    const char* what;
+    std::string (*scenario)(int round);
+    void (HostileService::*host)(int round);
+    Told told;
+    End end;
+};
+
+class HostileService : public stress::HostileRounds, public testing::WithParamInterface<Hostility> {
+public:
+    // What the host does between setParam and uninit: each waits until the service has done its worst.
+    void waitForError(int /*round*/) { ASSERT_TRUE(events.waitForCount(1)); }
+
+    void waitForNote(int /*round*/) { ASSERT_TRUE(standin.waitForNote("hostile")); }
+
+    void connectAgain(int round) {
+        ASSERT_TRUE(events.waitForCount(1));
+        standin.signal("open" + std::to_string(round));
+        ASSERT_TRUE(standin.waitForEvent("listen"));
+        ASSERT_NO_FATAL_FAILURE(configure());
+        ASSERT_TRUE(events.waitFor(event(SONVIA_EVENT_BUFFERING_STARTED, 0)));
+    }
+
+    // More than the pipe holds.
+    void sendUnheard(int round) {
+        ASSERT_NO_FATAL_FAILURE(waitForNote(round));
+        const std::string account(255, 'a');
+        for (int i = 0; i < 1000; ++i) {
+            ASSERT_TRUE(api.setAccountID(handle, account.c_str()));
+        }
+        EXPECT_TRUE(standin.recorded("packet").empty());
+    }
+
+    void askInVain(int round) {
+        ASSERT_NO_FATAL_FAILURE(waitForNote(round));
+        EXPECT_TRUE(api.exitProjection(handle));
+        EXPECT_EQ(api.state(handle), 4U);
+        EXPECT_STREQ(api.sourceName(handle), "phone");
+    }
+
+    void takeModes(int /*round*/) {
+        ASSERT_TRUE(events.waitForCount(kDrippedModes));
+        for (int i = 0; i < kDrippedModes; ++i) {
+            EXPECT_EQ(events.all().at(static_cast<std::size_t>(i)), event(kModeChanged, i));
+        }
+    }
+
+    void takeHugeName(int /*round*/) {
+        ASSERT_TRUE(events.waitForCount(1));
+        const char* name = api.sourceName(handle);
+        EXPECT_EQ(std::strlen(name), 64 * kMegabyte);
+        EXPECT_EQ(std::strspn(name, "x"), 64 * kMegabyte);
+    }
+
+    void countWholePackets(int round) {
+        const std::size_t whole = bytesBeforeDeath(round) / kPacketSize;
+        ASSERT_TRUE(events.waitForCount(whole + 1));
+        EXPECT_EQ(events.count(), whole + 1);
+        for (std::size_t i = 0; i < whole; ++i) {
+            EXPECT_EQ(events.all().at(i), event(kModeChanged, static_cast<int>(i)));
+        }
+    }
+
+    void takeFlood(int /*round*/) {
+        ASSERT_TRUE(events.waitForCount(kFloodOfARound));
+        EXPECT_EQ(events.all().back(), event(kModeChanged, kEventsOfAWrite - 1));
+    }
+
+    static constexpr int kDrippedModes = 5;
+    static constexpr int kEventsOfAWrite = 1000;
+    static constexpr int kFloodOfARound = 50 * kEventsOfAWrite;
+    static constexpr std::size_t kPacketSize = 26; // one mode: 9 bytes of header, 17 of payload
+    static constexpr std::size_t kPackets = 8;
+
+    // Somewhere in the packets, another place in each round and the same ones in each run.
+    static std::size_t bytesBeforeDeath(int round) {
+        std::mt19937 random(static_cast<unsigned>(round) + 1);
+        return 1 + random() % (kPackets * kPacketSize);
+    }
+};
+
+std::string hexOf(const std::string& bytes) {
+    constexpr char kDigits[] = "0123456789ABCDEF";
+    std::string hex;
+    for (const char byte : bytes) {
+        const auto value = static_cast<unsigned char>(byte);
+        hex += kDigits[value >> 4U];
+        hex += kDigits[value & 15U];
+    }
+    return hex;
+}
+
+std::string garbage(int round) {
+    std::mt19937 random(static_cast<unsigned>(round) + 1);
+    std::string bytes(20000, '\0');
+    for (char& byte : bytes) {
+        byte = static_cast<char>(random() & 0xFFU);
+    }
+    return "bytes " + hexOf(bytes) + "\nflush\nnote hostile\n";
+}
+
+std::string deathAtAByte(int round) {
+    std::string stream;
+    for (std::size_t i = 0; i < HostileService::kPackets; ++i) {
+        stream += std::string("$\0\x22\0\1\0\0\0\x11\x0B", 10) + "change-mode" + std::string("\6\0\0\0", 4) +
+                  static_cast<char>(i);
+    }
+    stream.resize(HostileService::bytesBeforeDeath(round));
+    return support::kAfterDeviceInformation + ("bytes " + hexOf(stream)) + "\ncrash\n";
+}
+
+std::string modes(int count) {
+    return "repeat " + std::to_string(count) + "\n notify int change-mode $i\nend\n";
+}
+
+// Many events in each write: what the pipe takes is then the only limit.
+std::string flood(int count) {
+    return "repeat " + std::to_string(count / HostileService::kEventsOfAWrite) + " as write\njoin\n" +
+           modes(HostileService::kEventsOfAWrite) + "end\nend\n";
+}
+
+const Hostility kHostilities[] = {
+    {"NeverCreatesItsPipe", "never creates its pipe", [](int) -> std::string { return "no-pipe\n"; },
+     &HostileService::waitForError, Told::kNeverConnected, End::kLibrary},
+    {"CreatesItsPipeLate", "creates its pipe late",
+     [](int round) {
+         return "wait file open" + std::to_string(round) +
+                "\nlisten\nwait packet key KORUInfo\nnotify int buffering-start 1\n";
+     },
+     &HostileService::connectAgain, Told::kNeverConnected, End::kItself},
+    {"AcceptsAndNeverReads", "accepts and never reads",
+     [](int) -> std::string { return "stop-reading\nwait connection\nnote hostile\n"; },
+     &HostileService::sendUnheard, Told::kNothing, End::kLibrary},
+    {"NeverAnswers", "never answers",
+     [](int) -> std::string { return "wait packet key KORUInfo\nnote hostile\n"; },
+     &HostileService::askInVain, Told::kNothing, End::kItself},
+    {"ReadsOneByteASecond", "reads one byte a second",
+     [](int) -> std::string { return "read-slowly 1 1000\nwait connection\nnote hostile\n"; },
+     &HostileService::sendUnheard, Told::kNothing, End::kLibrary},
+    {"DripsOneByteAWrite", "drips one byte a write",
+     [](int) {
+         return support::kAfterDeviceInformation + ("split\n" + modes(HostileService::kDrippedModes)) +
+                "end\n";
+     },
+     &HostileService::takeModes, Told::kNothing, End::kItself},
+    {"SendsSixtyFourMegabytesInOnePacket", "64 MB in one packet",
+     [](int) -> std::string {
+         return "wait packet key KORUInfo\nnotify fill-string phone-name 67108864\nnotify int "
+                "change-mode 1\n";
+     },
+     &HostileService::takeHugeName, Told::kNothing, End::kItself},
+    {"SendsGarbage", "garbage", garbage, &HostileService::waitForNote, Told::kNothing, End::kItself},
+    {"SendsHalfAHeaderAndFallsSilent", "half a header, then silence",
+     [](int) -> std::string { return "bytes 24 00 22 00\nflush\nnote hostile\n"; },
+     &HostileService::waitForNote, Told::kNothing, End::kItself},
+    {"DiesAtARandomByte", "dies at a random byte", deathAtAByte, &HostileService::countWholePackets,
+     Told::kConnectionLost, End::kItself},
+    {"RefusesToDie", "refuses to die",
+     [](int) -> std::string { return "on-stop ignore\nwait packet key KORUInfo\nnote hostile\n"; },
+     &HostileService::waitForNote, Told::kNothing, End::kLibrary},
+    {"StartsChildrenThatRefuseToDie", "starts children that refuse to die",
+     [](int) -> std::string {
+         return "on-stop ignore\nchildren 3\nwait packet key KORUInfo\nnote hostile\n";
+     },
+     &HostileService::waitForNote, Told::kNothing, End::kLibrary},
+    {"SendsAsFastAsThePipeTakes", "50,000 events as fast as the pipe takes them",
+     [](int) { return support::kAfterDeviceInformation + flood(HostileService::kFloodOfARound); },
+     &HostileService::takeFlood, Told::kNothing, End::kItself},
+};
+
+TEST_P(HostileService, CostsTheHostNothingButTheSession) {
+    const Hostility& row = GetParam();
+    repeat(row.what, support::rounds(2, 100), [&](int round) {
+        startAndConfigure(row.scenario(round));
+        ASSERT_NO_FATAL_FAILURE((this->*row.host)(round));
+        release(row.told, row.end);
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(Every, HostileService, testing::ValuesIn(kHostilities),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+class EventFlood : public stress::HostileRounds {};
+
+TEST_F(EventFlood, EveryEventArrivesInOrder) {
+    const int count = support::rounds(50'000, 1'000'000);
+    startAndConfigure(support::kAfterDeviceInformation + flood(count));
+    ASSERT_TRUE(events.waitForCount(static_cast<std::size_t>(count)));
+    const std::vector<support::HostEvent> all = events.all();
+    ASSERT_EQ(all.size(), static_cast<std::size_t>(count));
+    for (int i = 0; i < count; ++i) {
+        ASSERT_EQ(all[static_cast<std::size_t>(i)], event(kModeChanged, i % HostileService::kEventsOfAWrite));
+    }
+    release(Told::kNothing, End::kItself);
+    support::tried("hostile service: flood in one session", count, "events");
+}
+
+} // namespace
