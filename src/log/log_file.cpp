@@ -1,5 +1,6 @@
 #include "log/log_file.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace orvel::log4z {
@@ -24,23 +25,26 @@ bool LogFile::open(platform::FileSystem& files, const std::string& path) {
     return true;
 }
 
-bool LogFile::write(const char* bytes, std::size_t count) {
+bool LogFile::write(const char* line, std::size_t count) {
     mLength += count;
     if (count > kBufferSize - mUsed && !flush()) {
+        loseLines(1);
         return false;
     }
     if (count > kBufferSize) {
-        return writeOut(bytes, count);
+        return writeOut(line, count, {count});
     }
-    std::memcpy(mBuffer.get() + mUsed, bytes, count);
+    std::memcpy(mBuffer.get() + mUsed, line, count);
     mUsed += count;
+    mLineEnds.push_back(mUsed);
     return true;
 }
 
 bool LogFile::flush() {
-    const std::size_t count = mUsed;
+    const bool whole = mUsed == 0 || writeOut(mBuffer.get(), mUsed, mLineEnds);
     mUsed = 0; // what the file does not take is lost: trying again would write parts of it twice
-    return count == 0 || writeOut(mBuffer.get(), count);
+    mLineEnds.clear();
+    return whole;
 }
 
 void LogFile::close() {
@@ -50,12 +54,19 @@ void LogFile::close() {
     }
 }
 
-bool LogFile::writeOut(const char* bytes, std::size_t count) {
-    if (mFile->write(bytes, count) == count) {
+bool LogFile::writeOut(const char* lines, std::size_t count, const std::vector<std::size_t>& ends) {
+    const std::size_t taken = mFile->write(lines, count);
+    if (taken == count) {
         return true;
     }
+    const auto isLost = [&](std::size_t end) { return end > taken; };
+    loseLines(static_cast<std::uint64_t>(std::count_if(ends.begin(), ends.end(), isLost)));
     mFile.reset();
     return false;
+}
+
+void LogFile::loseLines(std::uint64_t count) {
+    mLinesLost.store(mLinesLost.load(std::memory_order_relaxed) + count, std::memory_order_relaxed);
 }
 
 } // namespace orvel::log4z

@@ -2,14 +2,16 @@
 
 #include "platform/file_system.h"
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace orvel::log4z {
 
-/// A log file that is being written, through one large buffer. Writer thread only.
+/// A log file that is being written, through one large buffer. Writer thread only, but for the count of lost lines.
 class LogFile {
 public:
     /// Opens for appending; false when that fails. An open file is closed first.
@@ -17,9 +19,9 @@ public:
 
     bool isOpen() const { return mFile != nullptr; }
 
-    /// Takes the bytes over; false when the file did not take all that was due to be written: lines are lost then,
-    /// and the file is closed.
-    bool write(const char* bytes, std::size_t count);
+    /// Takes a line over; false when the file did not take all that was due to be written: lines are lost then, and
+    /// the file is closed.
+    bool write(const char* line, std::size_t count);
 
     /// Hands what is buffered to the system; false as above.
     bool flush();
@@ -30,12 +32,21 @@ public:
     /// The file's length, with what is still buffered.
     std::uint64_t length() const { return mLength; }
 
+    /// So many lines were to be written and there was no file for them.
+    void loseLines(std::uint64_t count);
+
+    /// Lines that are not, or not whole, in any file. Thread: any.
+    std::uint64_t linesLost() const { return mLinesLost.load(std::memory_order_relaxed); }
+
 private:
-    bool writeOut(const char* bytes, std::size_t count);
+    bool writeOut(const char* lines, std::size_t count, const std::vector<std::size_t>& ends);
 
     std::unique_ptr<platform::OpenFile> mFile;
     std::unique_ptr<char[]> mBuffer; ///< made at the first opening
     std::size_t mUsed = 0;
+    std::vector<std::size_t>
+        mLineEnds; ///< of the lines in the buffer: to tell which of them a full disk has taken
+    std::atomic<std::uint64_t> mLinesLost{0};
     std::uint64_t mLength = 0;
 };
 

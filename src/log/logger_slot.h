@@ -24,6 +24,8 @@ struct LoggerSlot {
     std::atomic<int> level{kLevelDebug};
     bool display = true;
     bool outfile = true;
+    bool openFailed =
+        false; ///< outfile is off because a file could not be opened, and not because it was set so
     bool monthdir = false;
     std::uint32_t limitSizeMb = 2;
     std::uint32_t totalSizeMb = 5;

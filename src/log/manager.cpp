@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstring>
 #include <mutex>
+#include <thread>
 
 namespace orvel::log4z {
 
@@ -55,7 +56,7 @@ LogerManager& LogerManager::instance() {
     return manager;
 }
 
-LogerManager::LogerManager(LogSystem system)
+LogerManager::LogerManager(const LogSystem& system)
     : mClock(system.clock), mFiles(system.files), mConsole(system.console),
       mPrefix(system.clock, system.hostFileName), mRotation(system.clock, system.files, mConsole) {}
 
@@ -224,15 +225,33 @@ std::uint32_t LogerManager::activeLoggerCount() {
         std::count_if(mSlots, last, [](const LoggerSlot& slot) { return slot.enable.load(); }));
 }
 
+std::uint64_t LogerManager::totalLinesLost() const {
+    std::uint64_t lost = 0;
+    for (const LoggerSlot& slot : mSlots) {
+        lost += slot.file.linesLost();
+    }
+    return lost;
+}
+
 bool LogerManager::flush(unsigned milliseconds) {
+    // A writer with little to do is done before a sleep would end.
+    constexpr unsigned kShortLooks = 100;
     const std::uint64_t wanted = mQueue.pushed();
-    for (unsigned waited = 0; mFlushedUpTo.load(std::memory_order_acquire) < wanted; ++waited) {
+    unsigned waited = 0;
+    for (unsigned look = 0; mFlushedUpTo.load(std::memory_order_acquire) < wanted; ++look) {
         if (waited >= milliseconds || threadHasEnded()) {
             return false;
         }
-        mFlushWanted.store(true, std::memory_order_release);
-        mQueue.wake();
-        platform::systemClock().sleep(1);
+        if (look == 0 || look >= kShortLooks) {
+            mFlushWanted.store(true, std::memory_order_release);
+            mQueue.wake();
+        }
+        if (look < kShortLooks) {
+            std::this_thread::yield();
+        } else {
+            platform::systemClock().sleep(1);
+            ++waited;
+        }
     }
     return true;
 }

@@ -43,7 +43,7 @@ public:
     /// that waited for it would hang the host under the loader lock.
     static LogerManager& instance();
 
-    explicit LogerManager(LogSystem system);
+    explicit LogerManager(const LogSystem& system);
     ~LogerManager() override;
 
     bool config(const char* configFile) override;
@@ -79,6 +79,11 @@ public:
     LogRecord* makeRecord(int id, int level) override;
     void freeRecord(LogRecord* record) override;
     bool loadHistory() override;
+
+    /// Lines for a file that are in none: it could not be opened or did not take them. Those that came while the writer
+    /// had given the file up, or lay in its buffer, are also among the lines written, which counts what the writer is
+    /// done with. Thread: any.
+    std::uint64_t totalLinesLost() const;
 
     /// Waits until every record pushed before the call is written and handed to the system. False when it took longer,
     /// or when the writer thread is gone. Thread: any but the writer. Blocks: that long at most.

@@ -70,6 +70,7 @@ void LogerManager::apply(LoggerSlot& slot, SettingChange code, std::int32_t valu
         break;
     case kChangeOutFile:
         slot.outfile = value != 0;
+        slot.openFailed = false;
         break;
     case kChangeLimitSize:
         slot.limitSizeMb = static_cast<std::uint32_t>(value);

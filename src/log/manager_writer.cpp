@@ -131,10 +131,13 @@ void LogerManager::writeLine(const LogRecord& record) {
     }
     if (slot.outfile) {
         if (!openLogger(record)) {
+            slot.file.loseLines(1);
             return;
         }
         slot.file.write(record.content, static_cast<std::size_t>(record.contentLength));
         ++slot.unflushedLines;
+    } else if (slot.openFailed) {
+        slot.file.loseLines(1);
     }
     add(mLinesWritten, 1);
     add(mBytesWritten, static_cast<std::uint64_t>(record.contentLength));

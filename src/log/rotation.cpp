@@ -62,6 +62,7 @@ bool Rotation::openFor(LoggerSlot& slot, std::int64_t lineTime) {
         mConsole.report("can not open log file %s. \r\n", path.c_str());
         mConsole.report("%s", kFrame);
         slot.outfile = false;
+        slot.openFailed = true;
         return false;
     }
     slot.openedFull = slot.file.length() > limitInBytes(slot.limitSizeMb);

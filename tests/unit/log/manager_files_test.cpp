@@ -182,6 +182,7 @@ TEST_F(ManagerFiles, AFullDiskStopsNeitherTheWriterNorTheCallers) {
     logNow(id, "kept again");
     manager.stop();
     EXPECT_EQ(manager.totalRecordsPopped(), 102u);
+    EXPECT_EQ(manager.totalLinesLost(), 100u) << "the halves of them are no lines";
     std::string all;
     for (const std::string& path : files.pathsWith(".log")) {
         all += files.content(path);
@@ -209,6 +210,7 @@ TEST_F(ManagerFiles, AFolderThatCannotBeWrittenIsToldOnceAndOtherLoggersGoOn) {
     EXPECT_EQ(manager.totalLinesWritten(), 21u)
         << "of the failed opening the first line is lost; the others went to "
            "a logger without file output";
+    EXPECT_EQ(manager.totalLinesLost(), 10u);
 }
 
 TEST_F(ManagerFiles, EveryFailingFileCallLeavesAWriterThatWrites) {
