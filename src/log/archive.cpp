@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <string_view>
 
 namespace orvel::log4z {
 
@@ -64,6 +65,23 @@ bool writeArchive(platform::FileSystem& files, const std::string& logPath, const
     const bool whole = packInto(zip, platform::lastPathComponent(logPath), *log, time);
     mz_zip_writer_end(&zip);
     return whole;
+}
+
+bool isWholeArchive(platform::FileSystem& files, const std::string& archivePath) {
+    // The last record of an archive without a comment.
+    constexpr std::size_t kEndSize = 22;
+    constexpr std::string_view kEndMark("PK\x05\x06", 4);
+    const auto archive = files.open(archivePath, platform::OpenMode::Read);
+    if (archive == nullptr) {
+        return false;
+    }
+    std::string tail;
+    char piece[4096];
+    for (std::size_t count = 0; (count = archive->read(piece, sizeof piece)) > 0;) {
+        tail.append(piece, count);
+        tail.erase(0, tail.size() - std::min(tail.size(), kEndSize));
+    }
+    return tail.size() == kEndSize && tail.compare(0, kEndMark.size(), kEndMark) == 0;
 }
 
 } // namespace orvel::log4z

@@ -14,4 +14,7 @@ namespace orvel::log4z {
 bool writeArchive(platform::FileSystem& files, const std::string& logPath, const std::string& archivePath,
                   std::int64_t time);
 
+/// Whether an archive was written to its end.
+bool isWholeArchive(platform::FileSystem& files, const std::string& archivePath);
+
 } // namespace orvel::log4z

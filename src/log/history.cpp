@@ -1,8 +1,25 @@
 #include "log/history.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace orvel::log4z {
+
+bool isSameFile(std::string_view a, std::string_view b) {
+    const auto isSeparator = [](char c) { return c == '/' || c == '\\'; };
+    while (!a.empty() && !b.empty()) {
+        if (isSeparator(a.front()) && isSeparator(b.front())) {
+            a.remove_prefix(std::min(a.find_first_not_of("/\\"), a.size()));
+            b.remove_prefix(std::min(b.find_first_not_of("/\\"), b.size()));
+        } else if (a.front() == b.front()) {
+            a.remove_prefix(1);
+            b.remove_prefix(1);
+        } else {
+            return false;
+        }
+    }
+    return a.empty() && b.empty();
+}
 
 void History::clear() {
     mEntries.clear();
@@ -17,6 +34,17 @@ void History::countNewest(std::uint64_t size) {
     HistoryEntry& entry = mEntries.back();
     mWriteLength += size - entry.countedSize;
     entry.countedSize = size;
+}
+
+void History::forgetEarlier(const std::string& path) {
+    for (auto entry = mEntries.begin(); entry != mEntries.end() && entry + 1 != mEntries.end();) {
+        if (isSameFile(entry->path, path)) {
+            mWriteLength -= entry->countedSize;
+            entry = mEntries.erase(entry);
+        } else {
+            ++entry;
+        }
+    }
 }
 
 void History::dropOldest() {

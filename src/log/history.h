@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <deque>
 #include <string>
+#include <string_view>
 
 namespace orvel::log4z {
 
@@ -32,6 +33,9 @@ struct HistoryEntry {
     std::uint64_t countedSize = 0; ///< its part of the history's write length
 };
 
+/// Whether two paths name one file: a listed one and one put together here may differ in their separators.
+bool isSameFile(std::string_view a, std::string_view b);
+
 /// A logger's older files, oldest first, with their total size. Writer thread only.
 ///
 /// Each entry keeps what it added to the total. A user may delete or cut old files at any time; were the size on disk
@@ -57,6 +61,10 @@ public:
 
     /// The newest entry names another file from now on: its log has been packed.
     void renameNewest(std::string path) { mEntries.back().path = std::move(path); }
+
+    /// Forgets a file that is about to become the newest once more: a name used again is still one file. The newest
+    /// entry stays in any case.
+    void forgetEarlier(const std::string& path);
 
     /// Counts the newest entry with this size; a second time it counts with the new size only.
     void countNewest(std::uint64_t size);

@@ -26,23 +26,6 @@ bool isArchive(const std::string& path) {
            path.compare(path.size() - kEnding.size(), kEnding.size(), kEnding) == 0;
 }
 
-/// A listed path and one put together here may differ in their separators.
-bool isSameFile(std::string_view a, std::string_view b) {
-    const auto isSeparator = [](char c) { return c == '/' || c == '\\'; };
-    while (!a.empty() && !b.empty()) {
-        if (isSeparator(a.front()) && isSeparator(b.front())) {
-            a.remove_prefix(std::min(a.find_first_not_of("/\\"), a.size()));
-            b.remove_prefix(std::min(b.find_first_not_of("/\\"), b.size()));
-        } else if (a.front() == b.front()) {
-            a.remove_prefix(1);
-            b.remove_prefix(1);
-        } else {
-            return false;
-        }
-    }
-    return a.empty() && b.empty();
-}
-
 } // namespace
 
 bool Rotation::openFor(LoggerSlot& slot, std::int64_t lineTime) {
@@ -56,6 +39,7 @@ bool Rotation::openFor(LoggerSlot& slot, std::int64_t lineTime) {
         slot.monthdir ? slot.path + monthFolderName(mClock.toLocal(lineTime)) : slot.path;
     ensureFolder(mFiles, folder);
     const std::string path = chooseName(slot, folder);
+    const bool isUsedAgain = mFiles.size(path).has_value();
     if (!slot.file.open(mFiles, path)) {
         static constexpr char kFrame[] = "!!!!!!!!!!!!!!!!!!!!!!!!!! \r\n";
         mConsole.report("%s", kFrame);
@@ -66,6 +50,9 @@ bool Rotation::openFor(LoggerSlot& slot, std::int64_t lineTime) {
         return false;
     }
     slot.openedFull = slot.file.length() > limitInBytes(slot.limitSizeMb);
+    if (isUsedAgain) {
+        slot.history.forgetEarlier(path);
+    }
     deleteOldFiles(slot, path);
     if (slot.history.empty() || !isSameFile(slot.history.newest().path, path)) {
         slot.history.append(path, mClock.now().seconds);
@@ -138,6 +125,9 @@ void Rotation::archiveNewest(LoggerSlot& slot) {
     const auto start = std::chrono::steady_clock::now();
     const std::string log = slot.history.newest().path;
     const std::string archive = log + kArchiveEnding;
+    if (mFiles.size(archive).has_value()) {
+        return; // of an earlier log of that name: it holds lines that are nowhere else
+    }
     const bool whole = writeArchive(mFiles, log, archive, mClock.now().seconds);
     const std::uint64_t logSize = sizeOf(log);
     const std::uint64_t archiveSize = sizeOf(archive);
@@ -195,10 +185,11 @@ void Rotation::clearFolder(LoggerSlot& slot) {
 
 void Rotation::readFolder(LoggerSlot& slot) {
     std::vector<FoundLog> found = listLogs(mFiles, slot.path, slot.name, &mClock);
-    // An archive beside its log is what a process that ended while packing has left: the log counts.
+    // Half an archive beside its log is what a process that ended while packing has left: the log counts.
     const auto isLeftOver = [&](const FoundLog& log) {
         return isArchive(log.path) &&
-               mFiles.size(log.path.substr(0, log.path.size() + 1 - sizeof kArchiveEnding)).has_value();
+               mFiles.size(log.path.substr(0, log.path.size() + 1 - sizeof kArchiveEnding)).has_value() &&
+               !isWholeArchive(mFiles, log.path);
     };
     for (const FoundLog& log : found) {
         if (isLeftOver(log)) {
