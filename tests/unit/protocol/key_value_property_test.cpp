@@ -1,11 +1,13 @@
 // What holds for any payload: built entries are read back, and any bytes at all are survived.
 
 #include "protocol/key_value.h"
+#include "support/effort.h"
 #include "unit/protocol/protocol_support.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <random>
 #include <string>
@@ -37,11 +39,28 @@ void readEverything(const Data& data) {
     }
 }
 
+/// Just the getter of the entry's type finds it.
+void requireValue(const Data& data, const wire::Entry& entry) {
+    bool ok = false;
+    const std::uint8_t byte = data.getByte(entry.key, ok);
+    ASSERT_EQ(ok, entry.type == wire::kTypeByte);
+    ASSERT_EQ(byte, ok ? entry.value[0] : 0);
+    const std::int32_t number = data.getInt(entry.key, ok);
+    ASSERT_EQ(ok, entry.type == wire::kTypeInt);
+    ASSERT_EQ(number, ok ? wire::intOf(entry.value) : 0);
+    const std::string text = data.getString(entry.key, ok);
+    ASSERT_EQ(ok, entry.type == wire::kTypeText);
+    ASSERT_EQ(text, ok ? wire::textOf(entry.value) : "");
+    ASSERT_EQ(bytesOf(data.getBytes(entry.key, ok)), wire::bytesOf(text));
+}
+
 } // namespace
 
 TEST(KeyValueProperty, WhatIsBuiltIsReadBackHoweverItIsCut) {
-    std::mt19937 random(34);
-    for (int round = 0; round < 200; ++round) {
+    const int rounds = support::rounds(200, 20000);
+    for (int seed = 0; seed < rounds; ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        std::mt19937 random(static_cast<unsigned>(seed));
         CtrlProtocol::KeyValueBuf builder;
         std::map<std::string, wire::Entry> last;
         const std::size_t count = random() % 12;
@@ -71,6 +90,35 @@ TEST(KeyValueProperty, WhatIsBuiltIsReadBackHoweverItIsCut) {
             ASSERT_TRUE(ok);
         }
     }
+    support::tried("random payloads built and read back", rounds, "payloads");
+}
+
+TEST(KeyValueProperty, OfEntriesWithTheSameKeyTheLastOneWinsWhateverItsType) {
+    constexpr std::uint8_t kTypes[] = {
+        0, wire::kTypeByte, 5, wire::kTypeInt, 8, wire::kTypeNested, wire::kTypeText, 22};
+    const int rounds = support::rounds(300, 30000);
+    for (int seed = 0; seed < rounds; ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        std::mt19937 random(static_cast<unsigned>(seed));
+        Bytes payload;
+        std::map<std::string, wire::Entry> last;
+        for (int count = 0; count < 12; ++count) {
+            wire::Entry next{std::string(1, static_cast<char>('a' + random() % 3)),
+                             kTypes[random() % std::size(kTypes)], wire::bytesOf(randomText(random, 20))};
+            const wire::Layout layout = wire::layoutOf(next.type);
+            if (layout.lengthWidth == 0) {
+                next.value.resize(layout.fixedWidth);
+            }
+            payload = wire::join({payload, wire::entry(next)});
+            last[next.key] = next;
+        }
+        const Data data(chainOfPieces(payload, 1 + random() % 40));
+        ASSERT_EQ(data.entries().size(), last.size());
+        for (const auto& [key, entry] : last) {
+            ASSERT_NO_FATAL_FAILURE(requireValue(data, entry)) << "key " << key;
+        }
+    }
+    support::tried("random payloads of duplicate keys", rounds, "payloads");
 }
 
 TEST(KeyValueProperty, ThePlainDecoderOfTheTestsReadsWhatIsBuilt) {
@@ -113,7 +161,8 @@ TEST(KeyValueProperty, EveryTruncationOfEveryBuiltPayloadIsSurvived) {
 
 TEST(KeyValueProperty, AnyBytesAreSurvived) {
     std::mt19937 random(6);
-    for (int round = 0; round < 5000; ++round) {
+    const int rounds = support::rounds(5000, 1000000);
+    for (int round = 0; round < rounds; ++round) {
         Bytes bytes(random() % 60);
         const unsigned range =
             round % 2 == 0 ? 256 : 24; // small numbers make known types and fitting lengths
@@ -127,4 +176,5 @@ TEST(KeyValueProperty, AnyBytesAreSurvived) {
                         wire::layoutOf(bytes[offset]).fixedWidth != 0);
         }
     }
+    support::tried("random bytes as a payload", rounds, "payloads");
 }
