@@ -11,6 +11,8 @@ constexpr std::uint8_t kEveryByte = 1;
 
 /// A few bytes mostly: headers and lengths are to be torn apart.
 constexpr std::size_t kPieceLimits[] = {2, 4, 12, 40, 5000};
+/// Work grows with the square of the pieces; behind so many, what is left comes in a few large ones.
+constexpr std::size_t kManyPieces = 24;
 constexpr std::size_t kSpareFactors[] = {0, 0, 1, 8};
 
 class Cutter {
@@ -33,6 +35,9 @@ public:
             behind = length * kSpareFactors[mRandom() % std::size(kSpareFactors)];
             before = mRandom() % 4 == 0 ? 3 : 0;
         }
+        if (++mPieces > kManyPieces) {
+            length = std::max(length, left / 8);
+        }
         OBufView piece;
         piece.reset(before + length + behind);
         piece.offset = before;
@@ -52,6 +57,7 @@ private:
     std::minstd_rand mRandom;
     const std::size_t mLimit;
     std::size_t mAt = 0;
+    std::size_t mPieces = 0;
 };
 
 } // namespace
