@@ -18,7 +18,7 @@ constexpr mz_uint kCompressionLevel = 4;
 
 struct LogSource {
     platform::OpenFile& file;
-    std::uint64_t left; ///< the length when it was opened: what another program appends is not packed
+    std::uint64_t left; ///< of the length that it had when it was opened
 };
 
 std::size_t readLog(void* opaque, mz_uint64, void* bytes, std::size_t count) {
@@ -33,6 +33,12 @@ std::size_t writeZip(void* opaque, mz_uint64 offset, const void* bytes, std::siz
     return static_cast<platform::OpenFile*>(opaque)->writeAt(offset, bytes, count);
 }
 
+/// Behind its length a log has more when another program appends to it, or when the length could not be read.
+bool hasMore(platform::OpenFile& log) {
+    char byte = 0;
+    return log.read(&byte, 1) != 0;
+}
+
 bool packInto(mz_zip_archive& zip, const std::string& memberName, platform::OpenFile& log,
               std::int64_t time) {
     const std::uint64_t length = log.size();
@@ -43,7 +49,7 @@ bool packInto(mz_zip_archive& zip, const std::string& memberName, platform::Open
                                                nullptr,
                                                0) != MZ_FALSE &&
            source.left == 0 && // a read error looks like the end of the file
-           mz_zip_writer_finalize_archive(&zip) != MZ_FALSE;
+           !hasMore(log) && mz_zip_writer_finalize_archive(&zip) != MZ_FALSE;
 }
 
 } // namespace

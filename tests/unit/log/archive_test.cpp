@@ -88,6 +88,14 @@ TEST(Archive, AMissingLogOrAFolderThatTakesNoFileGivesNone) {
     EXPECT_FALSE(writeArchive(files, "logs/a.log", "nowhere/a.log.zip", kTime));
 }
 
+TEST(Archive, ALogWhoseLengthCannotBeReadIsNotPackedAsAnEmptyOne) {
+    MemoryFiles files;
+    files.put("logs/a.log", "the only copy of these lines");
+    files.failNth(MemoryFiles::Call::FileSize, 1);
+    EXPECT_FALSE(writeArchive(files, "logs/a.log", "logs/a.log.zip", 1700000000));
+    EXPECT_TRUE(writeArchive(files, "logs/a.log", "logs/a.log.zip", 1700000000));
+}
+
 TEST(Archive, EveryFailingWriteIsNoticed) {
     const std::string text = logText(300000);
     for (int failing = 1;; ++failing) {

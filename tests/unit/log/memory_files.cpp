@@ -33,9 +33,34 @@ public:
 
     std::size_t write(const void* bytes, std::size_t count) override {
         const std::lock_guard<std::mutex> guard(mFiles.mLock);
-        if (mFiles.fails(MemoryFiles::Call::Write)) {
-            count /= 2;
-        }
+        return put(bytes, mFiles.allowed(MemoryFiles::Call::Write, count));
+    }
+
+    std::size_t writeAt(std::uint64_t offset, const void* bytes, std::size_t count) override {
+        const std::lock_guard<std::mutex> guard(mFiles.mLock);
+        mPlace = static_cast<std::size_t>(offset);
+        const std::size_t taken = mFiles.allowed(MemoryFiles::Call::WriteAt, count);
+        return put(bytes, std::min(taken, mFiles.allowed(MemoryFiles::Call::Write, count)));
+    }
+
+    std::size_t read(void* bytes, std::size_t count) override {
+        const std::lock_guard<std::mutex> guard(mFiles.mLock);
+        const std::size_t end = std::min(mContent->size(), mFiles.mReadLimit);
+        const std::size_t rest = mPlace >= end ? 0 : std::min(count, end - mPlace);
+        const std::size_t wanted = mFiles.allowed(MemoryFiles::Call::Read, rest);
+        const std::size_t got = wanted == 0 ? 0 : mContent->copy(static_cast<char*>(bytes), wanted, mPlace);
+        mPlace += got;
+        mFiles.mLargestPiece = std::max(mFiles.mLargestPiece, got);
+        return got;
+    }
+
+    std::uint64_t size() override {
+        const std::lock_guard<std::mutex> guard(mFiles.mLock);
+        return mFiles.fails(MemoryFiles::Call::FileSize) ? 0 : mContent->size();
+    }
+
+private:
+    std::size_t put(const void* bytes, std::size_t count) {
         if (mAppend) {
             mPlace = mContent->size();
         }
@@ -46,39 +71,18 @@ public:
         return count;
     }
 
-    std::size_t writeAt(std::uint64_t offset, const void* bytes, std::size_t count) override {
-        mPlace = static_cast<std::size_t>(offset);
-        return write(bytes, count);
-    }
-
-    std::size_t read(void* bytes, std::size_t count) override {
-        const std::lock_guard<std::mutex> guard(mFiles.mLock);
-        const std::size_t end = std::min(mContent->size(), mFiles.mReadLimit);
-        const std::size_t got =
-            mPlace >= end ? 0
-                          : mContent->copy(static_cast<char*>(bytes), std::min(count, end - mPlace), mPlace);
-        mPlace += got;
-        mFiles.mLargestPiece = std::max(mFiles.mLargestPiece, got);
-        return got;
-    }
-
-    std::uint64_t size() override {
-        const std::lock_guard<std::mutex> guard(mFiles.mLock);
-        return mContent->size();
-    }
-
-private:
     MemoryFiles& mFiles;
     std::shared_ptr<std::string> mContent; ///< stays when the file is removed meanwhile
     bool mAppend;
     std::size_t mPlace = 0;
 };
 
-void MemoryFiles::failNth(Call call, int n, bool forEver) {
+void MemoryFiles::failNth(Call call, int n, bool forEver, Kind kind) {
     const std::lock_guard<std::mutex> guard(mLock);
     Fault& fault = mFaults[call];
     fault.at = fault.calls + n;
     fault.forEver = forEver;
+    fault.kind = kind;
 }
 
 void MemoryFiles::failNothing() {
@@ -100,6 +104,19 @@ bool MemoryFiles::fails(Call call) {
     return fault.at != 0 && (fault.calls == fault.at || (fault.forEver && fault.calls > fault.at));
 }
 
+/// How much of a write, a read or a listing succeeds.
+std::size_t MemoryFiles::allowed(Call call, std::size_t count) {
+    if (!fails(call)) {
+        return count;
+    }
+    return mFaults[call].kind == Kind::Partly ? count / 2 : 0;
+}
+
+std::vector<MemoryFiles::Removed> MemoryFiles::removed() const {
+    const std::lock_guard<std::mutex> guard(mLock);
+    return mRemoved;
+}
+
 bool MemoryFiles::exists(const std::string& path) const {
     const std::lock_guard<std::mutex> guard(mLock);
     return mFiles.count(plain(path)) != 0;
@@ -112,9 +129,13 @@ std::string MemoryFiles::content(const std::string& path) const {
 }
 
 void MemoryFiles::put(const std::string& path, const std::string& content) {
-    createFolders(parentOf(plain(path)));
+    putShared(path, std::make_shared<std::string>(content));
+}
+
+void MemoryFiles::putShared(const std::string& path, std::shared_ptr<std::string> content) {
     const std::lock_guard<std::mutex> guard(mLock);
-    mFiles[plain(path)] = std::make_shared<std::string>(content);
+    addFolders(parentOf(plain(path)));
+    mFiles[plain(path)] = std::move(content);
 }
 
 std::vector<std::string> MemoryFiles::paths() const {
@@ -172,17 +193,28 @@ std::optional<std::uint64_t> MemoryFiles::size(const std::string& path) {
     const std::lock_guard<std::mutex> guard(mLock);
     ++mSizeReads;
     const auto file = mFiles.find(plain(path));
-    return file == mFiles.end() ? std::nullopt : std::optional<std::uint64_t>(file->second->size());
+    return fails(Call::Size) || file == mFiles.end() ? std::nullopt
+                                                     : std::optional<std::uint64_t>(file->second->size());
 }
 
 bool MemoryFiles::remove(const std::string& path) {
     const std::lock_guard<std::mutex> guard(mLock);
-    return !fails(Call::Remove) && mFiles.erase(plain(path)) != 0;
+    const auto file = mFiles.find(plain(path));
+    const bool failed = fails(Call::Remove);
+    if (file == mFiles.end() || (failed && mFaults[Call::Remove].kind != Kind::Gone)) {
+        return false;
+    }
+    if (mKeepsRemoved) {
+        const auto archive = mFiles.find(file->first + ".zip");
+        mRemoved.push_back({file->first, *file->second, archive == mFiles.end() ? "" : *archive->second});
+    }
+    mFiles.erase(file);
+    return !failed;
 }
 
 bool MemoryFiles::isFolder(const std::string& path) {
     const std::lock_guard<std::mutex> guard(mLock);
-    return mFolders.count(plain(path)) != 0;
+    return !fails(Call::IsFolder) && mFolders.count(plain(path)) != 0;
 }
 
 bool MemoryFiles::createFolders(const std::string& path) {
@@ -190,10 +222,15 @@ bool MemoryFiles::createFolders(const std::string& path) {
     if (fails(Call::CreateFolders)) {
         return false;
     }
-    for (std::string folder = plain(path);; folder = parentOf(folder)) {
+    addFolders(plain(path));
+    return true;
+}
+
+void MemoryFiles::addFolders(std::string folder) {
+    for (;; folder = parentOf(folder)) {
         mFolders.insert(folder);
         if (folder.find('/') == std::string::npos) {
-            return true;
+            return;
         }
     }
 }
@@ -212,5 +249,6 @@ std::vector<platform::FolderEntry> MemoryFiles::list(const std::string& folder) 
             entries.push_back({path.substr(base.size() + 1), true});
         }
     }
+    entries.resize(allowed(Call::List, entries.size()));
     return entries;
 }

@@ -13,11 +13,17 @@
 /// Files in memory, any of whose calls a test can make fail. Both separators are understood. Any thread.
 class MemoryFiles final : public platform::FileSystem {
 public:
-    enum class Call { Open, Write, Remove, CreateFolders };
+    /// Write is any write; WriteAt only one at a given place. Size is a path's, FileSize an open file's.
+    enum class Call { Open, Write, WriteAt, Read, Size, FileSize, Remove, IsFolder, CreateFolders, List };
 
-    /// The Nth call of that kind from now on fails (1 is the next); with `forEver` all later ones too. A failing write
-    /// takes half of its bytes.
-    void failNth(Call call, int n, bool forEver = false);
+    enum class Kind {
+        Partly,  ///< a write, a read or a listing stops half way; any other call just fails
+        Refused, ///< denied, or the disk is full: nothing is done
+        Gone,    ///< another program was quicker: what was to be removed is not there any more
+    };
+
+    /// The Nth call of that kind from now on fails (1 is the next); with `forEver` all later ones too.
+    void failNth(Call call, int n, bool forEver = false, Kind kind = Kind::Partly);
     void failNothing();
     int calls(Call call) const;
 
@@ -27,13 +33,25 @@ public:
     bool exists(const std::string& path) const;
     std::string content(const std::string& path) const;
     void put(const std::string& path, const std::string& content);
-    std::vector<std::string> paths() const; ///< of all files, sorted
+    void putShared(const std::string& path, std::shared_ptr<std::string> content); ///< without a copy
+    std::vector<std::string> paths() const;                                        ///< of all files, sorted
     std::vector<std::string> pathsWith(const std::string& part) const;
     std::uint64_t totalSize(const std::string& part) const;
 
     std::uint64_t sizeReads() const { return mSizeReads; }
 
     std::size_t largestPiece() const { return mLargestPiece; }
+
+    struct Removed {
+        std::string path;
+        std::string content;
+        std::string archive; ///< what the archive of its name held at that time
+    };
+
+    /// All that `remove` has removed, once it has been asked for.
+    void keepRemoved() { mKeepsRemoved = true; }
+
+    std::vector<Removed> removed() const;
 
     void removeFolder(const std::string& folder); ///< with all that is in it
 
@@ -51,9 +69,12 @@ private:
         int at = 0; ///< 0: none
         bool forEver = false;
         int calls = 0;
+        Kind kind = Kind::Partly;
     };
 
     bool fails(Call call);
+    void addFolders(std::string folder);
+    std::size_t allowed(Call call, std::size_t count);
 
     mutable std::mutex mLock;
     std::map<std::string, std::shared_ptr<std::string>> mFiles;
@@ -62,4 +83,6 @@ private:
     std::size_t mReadLimit = SIZE_MAX;
     std::size_t mLargestPiece = 0;
     std::uint64_t mSizeReads = 0;
+    bool mKeepsRemoved = false;
+    std::vector<Removed> mRemoved;
 };
