@@ -3,12 +3,12 @@
 #include "log/config_text.h"
 #include "platform/module_name.h"
 #include "platform/path_text.h"
+#include "platform/processor.h"
 #include "platform/thread_id.h"
 
 #include <algorithm>
 #include <cstring>
 #include <mutex>
-#include <thread>
 
 namespace orvel::log4z {
 
@@ -235,7 +235,7 @@ std::uint64_t LogerManager::totalLinesLost() const {
 
 bool LogerManager::flush(unsigned milliseconds) {
     // A writer with little to do is done before a sleep would end.
-    constexpr unsigned kShortLooks = 100;
+    constexpr unsigned kShortLooks = 2000;
     const std::uint64_t wanted = mQueue.pushed();
     unsigned waited = 0;
     for (unsigned look = 0; mFlushedUpTo.load(std::memory_order_acquire) < wanted; ++look) {
@@ -247,7 +247,7 @@ bool LogerManager::flush(unsigned milliseconds) {
             mQueue.wake();
         }
         if (look < kShortLooks) {
-            std::this_thread::yield();
+            platform::spinPause(); // yielding would give the turn to any other program first
         } else {
             platform::systemClock().sleep(1);
             ++waited;

@@ -1,0 +1,94 @@
+// What a process that was killed while packing leaves behind.
+
+#include "log/archive.h"
+#include "support/effort.h"
+#include "unit/log/faults/line_account.h"
+#include "unit/log/log_fixture.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+
+using namespace orvel::log4z;
+
+namespace {
+
+class TornArchive : public LogEngine {};
+
+constexpr char kLog[] = "logs/sonvia_Test_2026-03-07-08-00-00.log";
+
+std::string oldText() {
+    std::string text;
+    for (int line = 0; line < 40; ++line) {
+        text += "03-07 08:00:00.000 [host] [1234] INFO  tag: #number " + std::to_string(line) + " whole\r\n";
+    }
+    return text;
+}
+
+std::string archiveOf(const std::string& text) {
+    MemoryFiles files;
+    files.put(kLog, text);
+    EXPECT_TRUE(writeArchive(files, kLog, "logs/a.zip", 1700000000));
+    return files.content("logs/a.zip");
+}
+
+/// The first lengths of an archive, then those in steps, then the last.
+bool isTried(std::size_t length, std::size_t whole) {
+    return support::longForm() || length < 30 || length + 30 > whole || length % 7 == 0;
+}
+
+} // namespace
+
+TEST_F(TornArchive, AnArchiveTornAnywhereBesideItsLogIsRemovedAndTheLogKept) {
+    const std::string text = oldText();
+    const std::string archive = archiveOf(text);
+    long long tried = 0;
+    for (std::size_t length = 0; length < archive.size(); ++length) {
+        if (!isTried(length, archive.size())) {
+            continue;
+        }
+        for (const bool zip : {false, true}) {
+            MemoryFiles disk;
+            LogerManager engine({clock, disk, console, "host"});
+            disk.put(kLog, text);
+            disk.put(std::string(kLog) + ".zip", archive.substr(0, length));
+            const int id = engine.createLogger("Test");
+            engine.setLoggerPath(id, "logs");
+            engine.setLoggerZip(id, zip);
+            ASSERT_TRUE(engine.start());
+            engine.stop();
+            const bool packed = disk.exists(std::string(kLog) + ".zip");
+            EXPECT_EQ(packed, zip) << "of " << length << " bytes";
+            EXPECT_EQ(packed ? unpackedText(disk.content(std::string(kLog) + ".zip")) : disk.content(kLog),
+                      text);
+            ++tried;
+        }
+    }
+    support::tried("log: archives torn at any byte", tried, "archives");
+}
+
+TEST_F(TornArchive, ATornArchiveWithoutItsLogIsAnOldFileLikeAnyOther) {
+    files.put(std::string(kLog) + ".zip", "");
+    files.put("logs/sonvia_Test_2026-03-08-08-00-00.log.zip", "PK");
+    const int id = makeQuietLogger();
+    manager.setLoggerZip(id, true);
+    ASSERT_TRUE(manager.start());
+    EXPECT_TRUE(pushNumbered(manager, id, 1));
+    manager.stop();
+    EXPECT_EQ(manager.slot(id).history.count(), 3u);
+    EXPECT_EQ(files.pathsWith(".zip").size(), 2u);
+}
+
+TEST_F(TornArchive, AWholeArchiveIsNotTakenForATornOneWhateverFollowsOrPrecedesIt) {
+    const std::string archive = archiveOf(oldText());
+    const auto isWhole = [&](const std::string& content) {
+        files.put("a.zip", content);
+        return isWholeArchive(files, "a.zip");
+    };
+    EXPECT_TRUE(isWhole(archive));
+    EXPECT_TRUE(isWhole(archiveOf(std::string(300000, 'x') + oldText())));
+    EXPECT_FALSE(isWhole(archive + "x"));
+    EXPECT_FALSE(isWhole(std::string(archive.size(), '\0')));
+    EXPECT_FALSE(isWholeArchive(files, "missing.zip"));
+}
