@@ -40,7 +40,9 @@ bool QuPCAudioMessage::init(const AudioServiceParam& param) {
         _setKORUInfoNotify();
         return true;
     }
-    const bool connectStarted = connect(kServicePeerName);
+    // A connect that waits for a loop to run is this call's as well: the call that asked for it found no thread.
+    const bool connectStarted =
+        connect(kServicePeerName) || (connecting.load() && mLoop->runState.load() == OUVLoop::kNotRunning);
     if (!connectStarted) {
         writeLog(kLogError, kLogTagSession, "[%s:%d]connect failed %d.", kName, __LINE__, connectStarted);
     }

@@ -1,0 +1,30 @@
+#include "unit/api/refusing_threads.h"
+
+#include <dlfcn.h>
+#include <pthread.h>
+
+#include <atomic>
+#include <cerrno>
+
+namespace {
+
+std::atomic<bool> refusing{false};
+
+using Create = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
+
+} // namespace
+
+extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*function)(void*),
+                              void* argument) noexcept {
+    // The next one in the order of loading is the C library's, or a sanitizer's before it.
+    static const auto kNext = reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
+    return refusing.load() ? EAGAIN : kNext(thread, attributes, function, argument);
+}
+
+RefusingThreads::RefusingThreads() {
+    refusing = true;
+}
+
+RefusingThreads::~RefusingThreads() {
+    refusing = false;
+}

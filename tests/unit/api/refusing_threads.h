@@ -1,0 +1,11 @@
+// A system that has no thread to give. The test program's own pthread_create stands before the C library's.
+#pragma once
+
+/// While it lives, no thread can be started. One at a time, on one thread.
+class RefusingThreads {
+public:
+    RefusingThreads();
+    ~RefusingThreads();
+    RefusingThreads(const RefusingThreads&) = delete;
+    RefusingThreads& operator=(const RefusingThreads&) = delete;
+};
