@@ -126,7 +126,7 @@ def sessions():
     init, connected, refused, end = 0, 6 * 8, 4 * 8, 5 * 8
     account, long_account, too_long = 2 * 8, 11 * 8, 3 * 8
     eof, reset, broken, nothing = 1, 1 + 8, 1 + 16, 1 + 24
-    filled, sparse, large = 2 + 9 * 8, 3 + 5 * 8, 4 + 20 * 8
+    filled, sparse, large, recipe = 2 + 9 * 8, 3 + 5 * 8, 6 + 20 * 8, 4
     play = b"".join(PLAYS)
     seeds = {f"page_{name}": steps(init, connected) + data for name, data in page_packets().items()}
     seeds["play_in_one_read"] = steps(init, connected) + play
@@ -146,6 +146,10 @@ def sessions():
         text("phone-name", "\0b"))
     seeds["name_taken_back"] = steps(init, connected, large) + packet(text("phone-name", "gone")) + packet(
         text("phone-name", ""))
+    seeds["name_of_another_type_is_not_taken"] = steps(init, connected) + PLAYS[4] + packet(number("phone-name", 1))
+    seeds["notifications_by_recipe"] = (steps(init, connected, recipe, recipe + 8, recipe + 24) + b"\x09Name" +
+                                        b"\0\0\0\0\2" b"\2\0\0\0\3" + b"\x11\1\2\3\4" b"\x12\1\0\0\0"
+                                        b"\x1b\0\0\0\0\x0f" b"\5\0\0\0\0")
     seeds["other_commands"] = steps(init, connected) + packet(ALL_SIX, STOP) + packet(ALL_SIX, 35) + packet(b"", 26)
     seeds["payload_cut_in_an_entry"] = steps(init, connected) + packet(ALL_SIX[:-3]) + packet(ALL_SIX[:40])
     seeds["wrong_size_puts_out_of_step"] = steps(init, connected) + packet(ALL_SIX, size=len(ALL_SIX) - 4) + play

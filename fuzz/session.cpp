@@ -1,11 +1,12 @@
 // A whole session between a host and a peer that cannot be trusted. Byte 0 of an input says how many bytes of control
 // follow (at most 31); the rest is the stream that arrives. Each byte of control is a step: some of the stream arrives,
-// or the connection fails, or the host does something. What remains of the stream arrives in one last read. A plain
+// as it is or as the recipe of a whole notification, or the connection fails, or the host does something. What remains of the stream arrives in one last read. A plain
 // model of the session must agree on every callback (and on what the host is told inside it), on the state, on the
 // source's name and on all that is sent.
 
 #include "oracle/session.h"
 #include "api/audio_service_handle.h"
+#include "oracle/packets.h"
 #include "support/input.h"
 #include "support/quiet_log.h"
 #include "support/require.h"
@@ -55,6 +56,37 @@ public:
 private:
     uv_stream_t mStream = {};
 };
+
+/// One entry as the stream's next bytes choose it: a key that counts mostly, the type that belongs to it often.
+Bytes takeEntry(Input& stream) {
+    constexpr const char* kKeys[] = {"player-state",  "phone-name",     "change-mode", "buffering-start",
+                                     "buffering-end", "first-audiopcm", "phone-nam",   ""};
+    constexpr std::uint8_t kByteType = 3;
+    const std::uint8_t choice = stream.takeByte();
+    const std::string key = kKeys[choice % std::size(kKeys)];
+    const std::uint8_t kind = choice / std::size(kKeys) % 4;
+    const Bytes value = stream.take(4);
+    if (kind == 0 && value.size() == 4) {
+        return oracle::encodeInt(key, static_cast<std::uint32_t>(oracle::number(value, 0, 4)));
+    }
+    if (kind == 1) {
+        return oracle::encodeText(key, oracle::text(value));
+    }
+    Bytes entry = {static_cast<std::uint8_t>(key.size())};
+    oracle::append(entry, oracle::bytesOf(key));
+    entry.push_back(kind == 2 ? kByteType : stream.takeByte());
+    oracle::append(entry, value);
+    return entry;
+}
+
+Bytes takeNotification(Input& stream, std::size_t entries) {
+    constexpr std::uint16_t kNotify = 34;
+    Bytes payload;
+    for (std::size_t count = 0; count < entries; ++count) {
+        oracle::append(payload, takeEntry(stream));
+    }
+    return oracle::encodePacket(kNotify, 0, payload);
+}
 
 /// Session and model, told the same.
 class Meeting {
@@ -192,6 +224,10 @@ void Meeting::step(std::uint8_t control, Input& stream) {
     }
     case 3:
         arrive(stream.take(choice), 64UL * 1024);
+        break;
+    case 4:
+    case 5:
+        arrive(takeNotification(stream, 1 + choice % 4U), 1024);
         break;
     default:
         arrive(stream.take(choice * 8U), 1024);
