@@ -1,0 +1,69 @@
+// What the log's files must look like, told plainly: one logger, its settings, and the lines one after the other. Slow,
+// without threads and without faults. Times are UTC.
+#pragma once
+
+#include "log/history.h"
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+struct ModelSettings {
+    std::string name = "sonvia_Test";
+    std::string path = "logs/";
+    std::string version;
+    int level = 1;
+    bool enable = true;
+    bool outfile = true;
+    bool monthdir = false;
+    bool zip = false;
+    std::uint32_t limitMb = 2;
+    std::uint32_t totalMb = 5;
+    std::int64_t reserve = 0;
+    int type = orvel::log4z::kReserveBySizeOrTime;
+};
+
+class LogModel {
+public:
+    struct Entry {
+        std::string path;
+        std::int64_t time;
+        std::uint64_t size; ///< 0 while the file is written for the first time
+    };
+
+    /// The logger starts, or is told to read its history anew.
+    void load(std::int64_t now);
+
+    /// `time` is the line's own, `now` that of its writing.
+    void line(int level, const std::string& text, std::int64_t time, std::int64_t now);
+
+    /// A setting was changed: the next line opens its file anew.
+    void close() { mOpenPath.clear(); }
+
+    /// The sum of the sizes in the history.
+    std::uint64_t historyBytes() const;
+
+    std::map<std::string, std::string> files; ///< by path, single forward slashes
+    ModelSettings settings;
+    std::vector<Entry> history; ///< oldest first
+
+private:
+    void open(std::int64_t time, std::int64_t now);
+    std::string freeName(std::int64_t time) const;
+    void settle(std::int64_t now);
+    void packNewest(std::int64_t now);
+    bool mustDelete(std::int64_t now) const;
+    bool openFileTakes(std::int64_t time) const;
+    std::vector<std::string> listed(const std::string& namePart) const;
+    std::uint64_t sizeOf(const std::string& path) const;
+
+    std::string mOpenPath; ///< empty when no file is open
+    std::int64_t mOpenTime = 0;
+    bool mOpenedFull = false;
+    bool mNewestUncounted = false;
+};
+
+/// The time that a file's name tells, by a reading of its own.
+std::optional<std::int64_t> modelTimeInName(const std::string& name);
