@@ -1,9 +1,11 @@
 // One process, many handles after one another: nothing may be left behind by any of them.
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <thread>
 #include <vector>
 
+#include "support/effort.h"
 #include "support/process.h"
 #include "support/service_fixture.h"
 
@@ -11,7 +13,6 @@ namespace {
 
 // The first lives load what is loaded once: system libraries, thread pools, buffers of the log.
 constexpr int kWarmUp = 5;
-constexpr int kLives = 50;
 constexpr std::size_t kMegabyte = 1024U * 1024U;
 
 // The scale must move before it is trusted to have stood still.
@@ -49,14 +50,19 @@ TEST_F(RepeatedLives, LeaveNoHandlesThreadsOrMemoryBehind) {
         ASSERT_NO_FATAL_FAILURE(live());
     }
     const support::ProcessSize before = support::ownSize();
-    for (int i = 0; i < kLives; ++i) {
+    const int lives = support::rounds(45, 495);
+    for (int i = 0; i < lives; ++i) {
         ASSERT_NO_FATAL_FAILURE(live());
     }
     const support::ProcessSize after = support::ownSize();
     // Far less than one of each life; a few may come and go with the system's own threads.
     EXPECT_LE(after.handles, before.handles + 5);
     EXPECT_LE(after.threads, before.threads + 2);
-    EXPECT_LT(after.memoryBytes, before.memoryBytes + 8 * kMegabyte);
+    if (std::getenv("SONVIA_MEMCHECK") ==
+        nullptr) { // valgrind's own notes grow; it finds leaks in its own way
+        EXPECT_LT(after.memoryBytes, before.memoryBytes + 8 * kMegabyte);
+    }
+    support::tried("sessions after one another", kWarmUp + lives);
     RecordProperty("handles", std::to_string(before.handles) + " -> " + std::to_string(after.handles));
     RecordProperty("threads", std::to_string(before.threads) + " -> " + std::to_string(after.threads));
     RecordProperty("memory", std::to_string(before.memoryBytes) + " -> " + std::to_string(after.memoryBytes));

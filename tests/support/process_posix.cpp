@@ -1,6 +1,7 @@
 #include <fstream>
 #include <iterator>
 
+#include <malloc.h>
 #include <unistd.h>
 
 #include "support/process.h"
@@ -39,6 +40,7 @@ ProcessSize ownSize() {
     ProcessSize size;
     size.handles = entriesOf("/proc/self/fd");
     size.threads = entriesOf("/proc/self/task");
+    malloc_trim(0); // what the C library keeps for its next use is not held by anybody
     size.memoryBytes = __sanitizer_get_current_allocated_bytes != nullptr
                            ? __sanitizer_get_current_allocated_bytes()
                            : residentBytes();
