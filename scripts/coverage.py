@@ -51,7 +51,8 @@ def compare(lines):
     known = listed()
     findings = []
     for source in sorted(set(lines) | set(known)):
-        text = (gates.ROOT / source).read_text().splitlines()
+        path = gates.ROOT / source
+        text = path.read_text().splitlines() if path.is_file() else []
         left = list(known[source])
         for line, times in sorted(lines.get(source, {}).items()):
             code = text[line - 1].strip()
