@@ -74,18 +74,17 @@ Bytes Protection::seal(const Bytes& payload) {
     if (settings.encrypt) {
         data = mSend.encrypt(data);
     }
-    Bytes tail = {1};
-    tail.push_back(static_cast<std::uint8_t>((settings.encrypt ? kEncrypted : 0) | (padded ? kPadded : 0) |
-                                             (settings.integrity ? kChecked : 0)));
+    Bytes message;
+    appendNumber(message, 2U + (padded ? 1 : 0) + (settings.integrity ? 4 : 0), 2);
+    message.push_back(1);
+    message.push_back(static_cast<std::uint8_t>((settings.encrypt ? kEncrypted : 0) | (padded ? kPadded : 0) |
+                                                (settings.integrity ? kChecked : 0)));
     if (padded) {
-        appendNumber(tail, padding, 1);
+        appendNumber(message, padding, 1);
     }
     if (settings.integrity) {
-        appendNumber(tail, checkValue(data), 4);
+        appendNumber(message, checkValue(data), 4);
     }
-    Bytes message;
-    appendNumber(message, tail.size(), 2);
-    append(message, tail);
     append(message, data);
     return message;
 }
