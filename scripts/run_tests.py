@@ -187,7 +187,7 @@ class Run:
             self.built.append("fuzz")
         if "memcheck" in self.parts:
             # After `native`, whose row has any failure of this build's already.
-            if build("native", self.row("memcheck"), options, memcheck.PROGRAMS):
+            if build("native", self.row("memcheck"), options, memcheck.PROGRAMS[self.effort]):
                 self.built.append("memcheck")
 
     def tasks(self):
@@ -199,7 +199,7 @@ class Run:
             for target in fuzzing.targets():
                 yield "fuzz", lambda target=target: fuzzing.run(target, self.effort, show_from("fuzz"))
         if "memcheck" in self.built:
-            for program in memcheck.PROGRAMS:
+            for program in memcheck.PROGRAMS[self.effort]:
                 yield "memcheck", lambda program=program: memcheck.run(program, self.effort, show_from("memcheck"))
 
     def work(self, task):
