@@ -220,9 +220,9 @@ std::uint64_t LogerManager::totalRecordsPopped() {
 }
 
 std::uint32_t LogerManager::activeLoggerCount() {
-    const auto last = mSlots + mLastId.load(std::memory_order_acquire) + 1;
+    const int made = mLastId.load(std::memory_order_acquire) + 1;
     return static_cast<std::uint32_t>(
-        std::count_if(mSlots, last, [](const LoggerSlot& slot) { return slot.enable.load(); }));
+        std::count_if(mSlots, mSlots + made, [](const LoggerSlot& slot) { return slot.enable.load(); }));
 }
 
 std::uint64_t LogerManager::totalLinesLost() const {

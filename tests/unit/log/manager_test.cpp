@@ -20,6 +20,7 @@ std::string contentOf(const LogRecord* record) {
 } // namespace
 
 TEST_F(Manager, TwentyLoggersCanBeMadeAndTheTwentyFirstFails) {
+    EXPECT_EQ(manager.activeLoggerCount(), 0u);
     for (int i = 0; i < 20; ++i) {
         EXPECT_EQ(manager.createLogger(("key" + std::to_string(i)).c_str()), i);
     }
