@@ -1,6 +1,7 @@
-// Byte 0 of an input chooses the settings of a logger, byte 1 what its version file holds. Then come the files of its
-// folder: a byte for the content and a name, each ended by a line feed. The logger reads its history and writes a few
-// lines, on days of their own and within one second. The files and the history must be those of a plain model.
+// Byte 0 of an input chooses the settings of a logger, byte 1 what its version file holds (77: and more old files than a
+// history keeps). Then come the files of its folder: a byte for the content and a name, each ended by a line feed. The
+// logger reads its history and writes a few lines, on days of their own and within one second. The files and the
+// history must be those of a plain model.
 
 #include "log/rotation.h"
 #include "support/input.h"
@@ -17,8 +18,9 @@ using namespace orvel::log4z;
 
 namespace {
 
-constexpr std::size_t kMostFiles = 700;
-constexpr int kMostLarge = 4;
+constexpr std::size_t kMostFiles = 60;
+constexpr int kMostLarge = 1;
+constexpr unsigned kMany = 77;              ///< as byte 1: more old files than a history keeps
 constexpr std::int64_t kStart = 1773043200; // 2026-03-09 08:00:00
 
 /// One way to write a path: no empty components, single forward slashes.
@@ -38,10 +40,11 @@ std::string plainPath(const std::string& text) {
     return path;
 }
 
-std::string contentOf(char kind, int& large) {
-    if (kind == 'M' && large < kMostLarge) {
+/// A megabyte is what the limits count in. Where logs are packed a few hundred bytes must do: packing takes its time.
+std::string contentOf(char kind, bool zip, int& large) {
+    if (kind == 'M' && (zip || large < kMostLarge)) {
         ++large;
-        return std::string(1048576, 'o');
+        return std::string(zip ? 600 : 1048576, 'o');
     }
     if (kind == 'Z') {
         return std::string("PK\x03\x04 packed ") + "PK\x05\x06" +
@@ -62,7 +65,7 @@ void takeFiles(Input& input, MemoryFiles& disk, LogModel& model) {
         if (name.empty()) {
             continue;
         }
-        const std::string content = contentOf(line[0], large);
+        const std::string content = contentOf(line[0], model.settings.zip, large);
         disk.put("logs/" + name, content);
         model.files["logs/" + name] = content;
     }
@@ -76,7 +79,7 @@ void choose(Input& input, LoggerSlot& slot, MemoryFiles& disk, LogModel& model) 
     set.type = static_cast<int>(flags >> 2 & 3u);
     set.reserve = (flags & 16u) != 0 ? 30 * 86400 : 0;
     set.limitMb = 1;
-    set.totalMb = (flags & 32u) != 0 ? kNoLimit : 4;
+    set.totalMb = (flags & 32u) != 0 ? kNoLimit : 2;
     set.version = (flags & 64u) != 0 ? "2.1" : "";
     slot.enable = true;
     slot.name = set.name;
@@ -89,22 +92,34 @@ void choose(Input& input, LoggerSlot& slot, MemoryFiles& disk, LogModel& model) 
     slot.totalSizeMb = set.totalMb;
     slot.version = set.version;
     constexpr const char* kStored[] = {"", "2.1", "2.1 \r\n", "2.0"};
-    const unsigned stored = input.takeByte() % 5u;
+    const unsigned second = input.takeByte();
+    const unsigned stored = second % 5u;
     takeFiles(input, disk, model);
+    for (int day = second == kMany ? 511 : 0; day > 0; --day) {
+        const std::string name = "logs/sonvia_Test_" +
+                                 std::to_string((1900 + day / 336) * 1000000 + (day / 28 % 12 + 1) * 10000 +
+                                                (day % 28 + 1) * 100) +
+                                 ".log";
+        disk.put(name, "o");
+        model.files[name] = "o";
+    }
     if (stored < 4) {
         disk.put("logs/sonvia_version", kStored[stored]);
         model.files["logs/sonvia_version"] = kStored[stored];
     }
 }
 
-void requireSame(const MemoryFiles& disk, const LoggerSlot& slot, const LogModel& model) {
-    std::size_t at = 0;
+void requireSameFiles(const MemoryFiles& disk, const LogModel& model) {
     const std::vector<std::string> paths = disk.paths();
     require(paths.size() == model.files.size(), "as many files");
+    std::size_t at = 0;
     for (const auto& [path, content] : model.files) {
         require(paths[at++] == path, "the same files");
         require(disk.content(path) == content, "the same content");
     }
+}
+
+void requireSameHistory(const LoggerSlot& slot, const LogModel& model) {
     require(slot.history.count() == model.history.size(), "as many in the history");
     require(slot.history.writeLength() == model.historyBytes(), "the same total");
     if (!model.history.empty()) {
@@ -134,7 +149,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     choose(input, slot, disk, model);
     rotation.loadHistory(0, slot);
     model.load(kStart);
-    requireSame(disk, slot, model);
+    requireSameFiles(disk, model);
+    requireSameHistory(slot, model);
     constexpr std::int64_t kSteps[] = {0, 0, 1, 86400, 0, -86400, 40 * 86400};
     for (const std::int64_t step : kSteps) {
         clock.advance(step);
@@ -144,7 +160,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         slot.file.close(); // as after a changed setting
         model.line(kLevelFatal, "one line\r\n", now, now);
         model.close();
-        requireSame(disk, slot, model);
+        requireSameHistory(slot, model);
     }
+    requireSameFiles(disk, model);
     return 0;
 }
