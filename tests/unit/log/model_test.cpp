@@ -77,7 +77,7 @@ private:
                                "logs/sonvia_Test_2025-12-31-00-00-00.log"};
         for (const char* name : names) {
             if (pick(3) == 0) {
-                const std::string content(pick(2) == 0 ? 1048576u + pick(1048576) : pick(300), 'o');
+                const std::string content(pick(6) == 0 ? 1048576u + pick(1048576) : pick(300), 'o');
                 mDisk.put(name, content);
                 mModel.files[name] = content;
             }
@@ -88,7 +88,7 @@ private:
         const unsigned what = pick(100);
         if (what < 50) {
             line(20 + pick(200));
-        } else if (what < 52) {
+        } else if (what < 51) {
             for (int i = 0; i < 135; ++i) { // a little over a megabyte
                 line(8000);
             }

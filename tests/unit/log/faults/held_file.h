@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+
+/// Another program that keeps a file to itself: while this lives, nobody else opens or removes it. On Windows the file
+/// is open without sharing. Elsewhere nothing keeps a file so; a folder that is not empty stands in its place instead.
+class HeldFile {
+public:
+    explicit HeldFile(std::string path);
+    ~HeldFile();
+    HeldFile(const HeldFile&) = delete;
+    HeldFile& operator=(const HeldFile&) = delete;
+
+private:
+    std::string mPath;
+    void* mHandle = nullptr;
+};
