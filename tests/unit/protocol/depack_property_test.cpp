@@ -100,7 +100,7 @@ Bytes protectedStream(const std::vector<wire::Packet>& packets, std::mt19937& ra
 } // namespace
 
 TEST(DepackProperty, AnyCutOfAnyStreamGivesTheSamePackets) {
-    const int streams = support::rounds(60, 2000);
+    const int streams = support::rounds(60, 1000);
     for (int seed = 0; seed < streams; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         std::mt19937 random(static_cast<unsigned>(seed));
@@ -122,7 +122,7 @@ TEST(DepackProperty, AnyCutOfAnyStreamGivesTheSamePackets) {
 }
 
 TEST(DepackProperty, AnyCutOfAnyProtectedStreamGivesThePacketsThatWereSent) {
-    const int streams = support::rounds(40, 1500);
+    const int streams = support::rounds(40, 750);
     LogCapture log; // a line for every message that is refused
     for (int seed = 0; seed < streams; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));

@@ -161,7 +161,7 @@ TEST(KeyValueProperty, EveryTruncationOfEveryBuiltPayloadIsSurvived) {
 
 TEST(KeyValueProperty, AnyBytesAreSurvived) {
     std::mt19937 random(6);
-    const int rounds = support::rounds(5000, 1000000);
+    const int rounds = support::rounds(5000, 500000);
     for (int round = 0; round < rounds; ++round) {
         Bytes bytes(random() % 60);
         const unsigned range =
