@@ -20,6 +20,7 @@ constexpr unsigned kGuard = 60000; // ms; generous, no result depends on it
 class Sequence {
 public:
     explicit Sequence(unsigned seed) : mRandom(seed), mManager({mClock, mDisk, mConsole, "host"}) {
+        mAcrossMidnight = pick(4) == 0;
         mClock.setLocal({2026, 2, 28, 23, 59, 50});
         mId = mManager.createLogger("Test");
         mManager.setLoggerPath(mId, "logs");
@@ -92,7 +93,7 @@ private:
             for (int i = 0; i < 135; ++i) { // a little over a megabyte
                 line(8000);
             }
-        } else if (what < 66) {
+        } else if (what < (mAcrossMidnight ? 80u : 66u)) {
             stepClock();
         } else if (what < 69) {
             mManager.loadHistory();
@@ -119,6 +120,11 @@ private:
     void stepClock() {
         constexpr std::int64_t kSteps[] = {1, 1, 2, 10, -1, -10, 3600, 86400, -86400, 3 * 86400, 31 * 86400};
         sync();
+        if (mAcrossMidnight) {
+            mClock.setLocal({2026, 2, 28, 23, 59, 59});
+            mClock.advance(pick(2));
+            return;
+        }
         mClock.advance(kSteps[pick(std::size(kSteps))]);
     }
 
@@ -205,6 +211,8 @@ private:
     LogerManager mManager;
     LogModel mModel;
     int mId = 0;
+    bool mAcrossMidnight =
+        false; ///< to and fro, so that the few names of two seconds are used again and again
     long long mLines = 0;
 };
 
