@@ -2,11 +2,19 @@
 
 #include <windows.h>
 
-#include <cstdio>
+#include <cstring>
 
 namespace platform {
 
 namespace {
+
+// Past the C runtime's own stream, whose lock is the host's too: exit() takes it, and would wait for a writer that
+// prints line after line on a slow screen, or for ever when nobody reads the pipe that the output leads to
+// (HostOutput.UnreadPipeDoesNotHoldTheHostsEnd).
+void writeText(HANDLE output, const char* text) {
+    DWORD written = 0;
+    WriteFile(output, text, static_cast<DWORD>(std::strlen(text)), &written, nullptr);
+}
 
 class WindowsConsole final : public Console {
 public:
@@ -18,13 +26,17 @@ public:
             return false;
         }
         SetConsoleTextAttribute(output, static_cast<WORD>(attribute));
-        std::printf("%s", text);
-        std::fflush(stdout); // before the colour changes back
+        writeText(output, text);
         SetConsoleTextAttribute(output, before.wAttributes);
         return true;
     }
 
-    void print(const char* text) override { std::printf("%s", text); }
+    void print(const char* text) override {
+        const HANDLE output = GetStdHandle(STD_OUTPUT_HANDLE);
+        if (output != nullptr && output != INVALID_HANDLE_VALUE) {
+            writeText(output, text);
+        }
+    }
 };
 
 } // namespace
