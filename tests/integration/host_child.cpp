@@ -1,111 +1,55 @@
 // Hosts that do one thing and end: how a process leaves, and with which code, can only be seen from outside.
 //
-// The first argument names the behaviour. Exit code 0 says that all went as a host expects, 2 and more say
-// what did not; anything else was not this program's doing.
+// The first argument names the behaviour, the exit code says what came of it.
 #include <cstdio>
 #include <functional>
 #include <map>
 #include <string>
 
 #include "support/host_events.h"
-#include "support/host_library.h"
+#include "support/host_steps.h"
 #include "support/service_fixture.h"
-#include "support/standin.h"
 #include "support/wait.h"
 
 namespace {
 
-using support::event;
-using support::HostApi;
 using support::HostEvents;
 using support::HostLibrary;
-
-enum Result : int {
-    kGood = 0,
-    kNoHandle = 2,
-    kNoPipe,
-    kSetParamFailed,
-    kNoEvent,
-    kNoLogLine,
-    kUnexpectedHandle,
-    kUninitFailed
-};
-
-AudioServiceHandle* start(const HostApi& api) {
-    return api.init(support::logFolder().c_str(), SONVIA_LOG_DEBUG);
-}
-
-Result configure(const HostApi& api, AudioServiceHandle* handle) {
-    const AudioServiceParam param = support::completeParam();
-    return api.setParam(handle, &param) ? kGood : kSetParamFailed;
-}
-
-Result waitForFirstEvent() {
-    return HostEvents::instance().waitFor(event(SONVIA_EVENT_BUFFERING_STARTED, 0)) ? kGood : kNoEvent;
-}
-
-// From init to the first event. The library connects once; a busy machine may need longer to open the pipe than the
-// library waits.
-Result begin(const HostApi& api, AudioServiceHandle*& handle) {
-    HostEvents::instance().reset();
-    const std::size_t before = support::countInRecord("listen");
-    handle = start(api);
-    if (handle == nullptr) {
-        return kNoHandle;
-    }
-    if (!support::eventually([before] { return support::countInRecord("listen") > before; })) {
-        return kNoPipe;
-    }
-    const Result configured = configure(api, handle);
-    return configured == kGood ? waitForFirstEvent() : configured;
-}
-
-Result wholeLife(const HostApi& api) {
-    AudioServiceHandle* handle = nullptr;
-    const Result begun = begin(api, handle);
-    if (begun != kGood) {
-        return begun;
-    }
-    api.state(handle);
-    api.sourceName(handle);
-    api.setAccountID(handle, "account-2");
-    api.exitProjection(handle);
-    return api.uninit(handle) ? kGood : kUninitFailed;
-}
+using support::Result;
 
 Result runWholeLife() {
     const HostLibrary library;
-    return wholeLife(library.api());
+    return support::wholeLife(library.api());
 }
 
 // There is no service beside this program.
 Result runNoService() {
     const HostLibrary library;
-    if (start(library.api()) != nullptr) {
-        return kUnexpectedHandle;
+    if (support::startHost(library.api()) != nullptr) {
+        return support::kUnexpectedHandle;
     }
     const bool logged = support::eventually(
         [] { return support::logText().find("QuPCAudio.exe start failed!!!!") != std::string::npos; });
-    return logged ? kGood : kNoLogLine;
+    return logged ? support::kGood : support::kNoLogLine;
 }
 
 Result runNeverConfigured() {
     const HostLibrary library;
-    AudioServiceHandle* handle = start(library.api());
+    AudioServiceHandle* handle = support::startHost(library.api());
     if (handle == nullptr) {
-        return kNoHandle;
+        return support::kNoHandle;
     }
-    return library.api().uninit(handle) ? kGood : kUninitFailed;
+    return library.api().uninit(handle) ? support::kGood : support::kUninitFailed;
 }
 
 Result runUninitAtOnce() {
     const HostLibrary library;
-    AudioServiceHandle* handle = start(library.api());
+    AudioServiceHandle* handle = support::startHost(library.api());
     if (handle == nullptr) {
-        return kNoHandle;
+        return support::kNoHandle;
     }
-    const Result configured = configure(library.api(), handle);
-    return library.api().uninit(handle) ? configured : kUninitFailed;
+    const Result configured = support::configure(library.api(), handle);
+    return library.api().uninit(handle) ? configured : support::kUninitFailed;
 }
 
 // A handle that is never released stays reachable, as in a host that keeps it in a global.
@@ -113,43 +57,43 @@ AudioServiceHandle* keptHandle = nullptr;
 
 // Leaves main with the loop thread running and the service connected.
 Result runExitWithoutUninit() {
-    return begin(support::hostApi(), keptHandle);
+    return support::begin(support::hostApi(), keptHandle);
 }
 
 // The same while callbacks come in as fast as they can.
 Result runExitInFlood() {
-    const Result begun = begin(support::hostApi(), keptHandle);
-    if (begun != kGood) {
+    const Result begun = support::begin(support::hostApi(), keptHandle);
+    if (begun != support::kGood) {
         return begun;
     }
-    return HostEvents::instance().waitForCount(1000) ? kGood : kNoEvent;
+    return HostEvents::instance().waitForCount(1000) ? support::kGood : support::kNoEvent;
 }
 
 Result runExitWithoutSetParam() {
-    keptHandle = start(support::hostApi());
-    return keptHandle != nullptr ? kGood : kNoHandle;
+    keptHandle = support::startHost(support::hostApi());
+    return keptHandle != nullptr ? support::kGood : support::kNoHandle;
 }
 
 Result runLoadOnly() {
     for (int i = 0; i < 10; ++i) {
         const HostLibrary library;
         if (library.api().version() != 0) {
-            return kUnexpectedHandle;
+            return support::kUnexpectedHandle;
         }
     }
-    return kGood;
+    return support::kGood;
 }
 
 // FreeLibrary and all over again.
 Result runReload() {
     for (int i = 0; i < 3; ++i) {
         const HostLibrary library;
-        const Result result = wholeLife(library.api());
-        if (result != kGood) {
+        const Result result = support::wholeLife(library.api());
+        if (result != support::kGood) {
             return result;
         }
     }
-    return kGood;
+    return support::kGood;
 }
 
 } // namespace

@@ -52,7 +52,7 @@ void onGuard(uv_timer_t* guard) {
     uv_process_kill(&static_cast<Run*>(guard->data)->process, SIGKILL);
 }
 
-int spawnAndWait(uv_process_options_t& options) {
+int spawnAndWait(uv_process_options_t& options, std::chrono::milliseconds guard) {
     uv_loop_t loop;
     uv_loop_init(&loop);
     Run run;
@@ -62,7 +62,7 @@ int spawnAndWait(uv_process_options_t& options) {
     uv_timer_init(&loop, &run.guard);
     const int result = uv_spawn(&loop, &run.process, &options);
     if (result == 0) {
-        uv_timer_start(&run.guard, onGuard, std::chrono::milliseconds(2 * kGuard).count(), 0);
+        uv_timer_start(&run.guard, onGuard, static_cast<std::uint64_t>(guard.count()), 0);
     } else {
         uv_close(reinterpret_cast<uv_handle_t*>(&run.guard), nullptr);
         uv_close(reinterpret_cast<uv_handle_t*>(&run.process), nullptr);
@@ -77,7 +77,8 @@ int spawnAndWait(uv_process_options_t& options) {
 
 } // namespace
 
-int runProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments) {
+int runProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+               std::chrono::seconds guard) {
     std::string file = program.string();
     std::vector<std::string> words = arguments;
     std::vector<char*> argv = {file.data()};
@@ -101,7 +102,7 @@ int runProgram(const std::filesystem::path& program, const std::vector<std::stri
     // Detached: without it libuv would put the program into a job of its own on Windows, and a host is in
     // none.
     options.flags = UV_PROCESS_DETACHED | UV_PROCESS_WINDOWS_HIDE;
-    const int code = spawnAndWait(options);
+    const int code = spawnAndWait(options, guard);
     closeOutput(streams[1].data.fd);
     closeOutput(streams[2].data.fd);
     return code;

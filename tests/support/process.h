@@ -1,11 +1,14 @@
 // Processes seen from outside, and this process's own size.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>
+
+#include "support/wait.h"
 
 namespace support {
 
@@ -24,7 +27,8 @@ ProcessSize ownSize();
 
 // Runs `program` in the current folder until it ends; its output goes to the files `stdout.txt` and
 // `stderr.txt` there. Kills it and returns -1000 when it has not ended within the guard.
-int runProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments);
+int runProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+               std::chrono::seconds guard = 2 * kGuard);
 
 // Starts `program` and leaves it to itself. Returns its process number.
 std::int64_t startProgram(const std::filesystem::path& program);

@@ -1,0 +1,14 @@
+#include <cstdlib>
+
+#include "stress/process_ends.h"
+
+namespace stress {
+
+std::map<std::string, std::function<void(int)>> processEnds() {
+    return {{"exit", [](int code) { std::exit(code); }},
+            {"_exit", [](int code) { std::_Exit(code); }},
+            {"abort", [](int /*code*/) { std::abort(); }},
+            {"system", [](int code) { std::quick_exit(code); }}};
+}
+
+} // namespace stress

@@ -1,0 +1,53 @@
+#include "support/host_steps.h"
+
+#include "support/host_events.h"
+#include "support/service_fixture.h"
+#include "support/standin.h"
+#include "support/wait.h"
+
+namespace support {
+
+AudioServiceHandle* startHost(const HostApi& api) {
+    return api.init(logFolder().c_str(), SONVIA_LOG_DEBUG);
+}
+
+Result configure(const HostApi& api, AudioServiceHandle* handle) {
+    const AudioServiceParam param = completeParam();
+    return api.setParam(handle, &param) ? kGood : kSetParamFailed;
+}
+
+Result startAndWaitForPipe(const HostApi& api, AudioServiceHandle*& handle) {
+    HostEvents::instance().reset();
+    const std::size_t before = countInRecord("listen");
+    handle = startHost(api);
+    if (handle == nullptr) {
+        return kNoHandle;
+    }
+    return eventually([before] { return countInRecord("listen") > before; }) ? kGood : kNoPipe;
+}
+
+Result begin(const HostApi& api, AudioServiceHandle*& handle) {
+    Result result = startAndWaitForPipe(api, handle);
+    if (result == kGood) {
+        result = configure(api, handle);
+    }
+    if (result != kGood) {
+        return result;
+    }
+    return HostEvents::instance().waitFor(event(SONVIA_EVENT_BUFFERING_STARTED, 0)) ? kGood : kNoEvent;
+}
+
+Result wholeLife(const HostApi& api) {
+    AudioServiceHandle* handle = nullptr;
+    const Result begun = begin(api, handle);
+    if (begun != kGood) {
+        return begun;
+    }
+    api.state(handle);
+    api.sourceName(handle);
+    api.setAccountID(handle, "account-2");
+    api.exitProjection(handle);
+    return api.uninit(handle) ? kGood : kUninitFailed;
+}
+
+} // namespace support

@@ -1,0 +1,32 @@
+// What the programs do that play a host: each step says what went wrong by the exit code that the program then has.
+#pragma once
+
+#include "support/host_library.h"
+
+namespace support {
+
+// 0 says that all went as a host expects, 2 and more what did not; any other exit code was not the program's doing.
+enum Result : int {
+    kGood = 0,
+    kNoHandle = 2,
+    kNoPipe,
+    kSetParamFailed,
+    kNoEvent,
+    kNoLogLine,
+    kUnexpectedHandle,
+    kUninitFailed,
+    kServiceFileStays,
+    kGrown
+};
+
+AudioServiceHandle* startHost(const HostApi& api);
+Result configure(const HostApi& api, AudioServiceHandle* handle);
+// startHost, and waits for the service's pipe: the library connects once, and a busy machine may need longer to open
+// the pipe than the library waits.
+Result startAndWaitForPipe(const HostApi& api, AudioServiceHandle*& handle);
+// From init to the first event.
+Result begin(const HostApi& api, AudioServiceHandle*& handle);
+// From init to uninit, with every call in between.
+Result wholeLife(const HostApi& api);
+
+} // namespace support
