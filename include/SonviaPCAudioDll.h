@@ -121,9 +121,10 @@ AudioServiceHandle* initSonviaAudioService(const char* logDir, int logLevel);
  *
  * @param handle from initSonviaAudioService, invalid afterwards; NULL is allowed and logged.
  * Thread: any but the loop thread (never inside a callback); no other call on this handle may be running.
- * Blocks: usually as long as the service takes to end, at most 1000 ms plus the time taskkill takes. When the
- *         first connection is still waiting because another process owns the pipe and never accepts, Windows
- *         gives that wait up after 30 s.
+ * Blocks: usually as long as the service takes to end, at most 1000 ms plus the time taskkill takes, and 3 s
+ *         for a log that cannot be written. When the first connection is still waiting because another process
+ *         owns the pipe and never accepts, Windows gives that wait up 30 s after setParam began it, or as soon as
+ *         that process ends; one named "QuPCAudio.exe" is ended here.
  * @return always true.
  * Callbacks: a connection still being made is reported as onError(SONVIA_ERROR_CONNECTION, 0) while this call
  *            runs; the loss of the connection that this call causes is not. None after it returned.
