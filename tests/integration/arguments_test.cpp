@@ -1,6 +1,8 @@
 // Arguments that a host should not pass and some do.
 #include <cstring>
+#include <limits>
 
+#include "support/effort.h"
 #include "support/process.h"
 #include "support/service_fixture.h"
 
@@ -8,7 +10,16 @@ namespace {
 
 using support::Json;
 
-class Arguments : public support::ServiceTest {};
+class Arguments : public support::ServiceTest {
+protected:
+    // A service that is connected ends at once when it is told to.
+    void connect() {
+        ASSERT_TRUE(standin.waitForEvent("listen"));
+        const AudioServiceParam param = support::completeParam();
+        ASSERT_TRUE(api.setParam(handle, &param));
+        ASSERT_TRUE(standin.waitForPackets(1, support::kNotify, "KORUInfo"));
+    }
+};
 
 TEST_F(Arguments, NullHandleIsSurvivedByEveryFunction) {
     const AudioServiceParam param = support::completeParam();
@@ -116,6 +127,63 @@ TEST_F(Arguments, NullLogFolderIsReadAsAnEmptyOne) {
     ASSERT_NE(handle, nullptr);
     ASSERT_TRUE(standin.waitForEvent("start"));
     EXPECT_EQ(standin.recorded("start").at(0).at("argv").list().back().text(), "4");
+}
+
+TEST_F(Arguments, LevelsThatDoNotExistAreHandedOnAndDoNoHarm) {
+    int tried = 0;
+    for (const int level :
+         {-1, 2, 5, 1000, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
+        standin.play("");
+        handle = api.init(support::logFolder().c_str(), level);
+        ASSERT_NE(handle, nullptr) << level;
+        ASSERT_NO_FATAL_FAILURE(connect());
+        EXPECT_EQ(standin.recorded("start").at(0).at("argv").list().back().text(), std::to_string(level));
+        stop();
+        ++tried;
+    }
+    support::tried("bad arguments: log levels", tried, "calls");
+}
+
+TEST_F(Arguments, LogFoldersOfEveryUnusualKindGiveAHandle) {
+    // The library keeps the folder of the first handle for its log; it must not be one of these.
+    start("");
+    stop();
+    const std::string folders[] = {"",
+                                   " ",
+                                   "relative",
+                                   "no\\such/folder\\",
+                                   "%s%n%d%1000000d",
+                                   "\"quoted\" & more | <or> less",
+                                   "nul:",
+                                   "\xFF\xFE\x80 no text in any code page",
+                                   std::string(255, 'f'),
+                                   std::string(256, 'f'),
+                                   std::string(100000, 'f')};
+    int tried = 0;
+    for (const std::string& folder : folders) {
+        standin.play("");
+        handle = api.init(folder.c_str(), SONVIA_LOG_ERROR);
+        ASSERT_NE(handle, nullptr) << folder.substr(0, 300);
+        ASSERT_NO_FATAL_FAILURE(connect());
+        stop();
+        EXPECT_FALSE(standin.running());
+        ++tried;
+    }
+    support::tried("bad arguments: log folders", tried, "calls");
+}
+
+TEST_F(Arguments, TextsFullOfFormatsAndControlBytesAreSentAsTheyAre) {
+    start("");
+    const std::string evil = "%n%s%d%1000000d\x01\x7F\x80\xFF\r\n\t\"\\";
+    AudioServiceParam param = support::completeParam();
+    std::strcpy(param.pcName, evil.c_str());
+    ASSERT_TRUE(api.setParam(handle, &param));
+    ASSERT_TRUE(standin.waitForPackets(1, support::kNotify, "KORUInfo"));
+    const Json packet = standin.packets(support::kNotify, "KORUInfo").at(0);
+    const Json::List& inner = entryOf(packet.at("entries").list(), "KORUInfo").at("value").list();
+    EXPECT_EQ(entryOf(inner, "pcName").at("value").text(), evil);
+    EXPECT_TRUE(api.setAccountID(handle, evil.c_str()));
+    EXPECT_TRUE(standin.waitForPackets(1, support::kNotify, "accountID"));
 }
 
 } // namespace
