@@ -3,6 +3,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <ostream>
 
 #include "support/effort.h"
 #include "support/process.h"
@@ -29,6 +30,8 @@ fs::path program(const std::string& name) {
 struct State {
     const char* name;
     const char* scenario;
+
+    friend void PrintTo(const State& state, std::ostream* out) { *out << state.name; }
 };
 
 class HostEnd : public testing::TestWithParam<State> {

@@ -1,6 +1,7 @@
 // Services that do their worst, round after round. One row says what the service plays, what the host does meanwhile,
 // what the host is told, and who has to end the service.
 #include <cstring>
+#include <ostream>
 #include <random>
 
 #include "stress/hostile_rounds.h"
@@ -24,6 +25,8 @@ struct Hostility {
     void (HostileService::*host)(int round);
     Told told;
     End end;
+
+    friend void PrintTo(const Hostility& row, std::ostream* out) { *out << row.what; }
 };
 
 class HostileService : public stress::HostileRounds, public testing::WithParamInterface<Hostility> {
