@@ -220,7 +220,9 @@ class Run:
     def test(self):
         say("testing")
         try:
-            with ThreadPoolExecutor(gates.JOBS) as pool:
+            # Much of the long form is waiting for services to end, so there is room for one more.
+            workers = gates.JOBS + (1 if self.effort == "long" else 0)
+            with ThreadPoolExecutor(workers) as pool:
                 list(pool.map(self.work, self.tasks()))
         finally:
             if "windows" in self.presets:

@@ -61,7 +61,7 @@ TEST_P(HostEnd, ComesAtOnceWithTheHostsOwnExitCode) {
     const State& state = GetParam();
     const bool callbackEnds = std::string(state.name) == "in-callback";
     int ends = 0;
-    for (int round = 0; round < support::rounds(1, 5); ++round) {
+    for (int round = 0; round < support::processRounds(1, 5); ++round) {
         for (const std::string way : kWays) {
             if (callbackEnds && (way == "main" || way == "free")) {
                 continue; // a callback cannot leave main
@@ -133,7 +133,7 @@ TEST_F(HostileHost, LibraryMayBeLoadedAndFreedManyTimes) {
 }
 
 TEST_F(HostileHost, LibraryMayBeLoadedAndFreedManyTimesWithSessionsInBetween) {
-    const int times = support::rounds(10, 500);
+    const int times = support::processRounds(10, 500);
     standin.play(kOneEvent);
     repeat(program("host_rounds"), "load-and-live", times);
     EXPECT_EQ(standin.packets(support::kStop).size(), static_cast<std::size_t>(times));
@@ -141,7 +141,7 @@ TEST_F(HostileHost, LibraryMayBeLoadedAndFreedManyTimesWithSessionsInBetween) {
 }
 
 TEST_F(HostileHost, ServiceThatDiesAndWhoseFileIsGoneIsMissedAndFoundAgain) {
-    const int times = support::rounds(4, 100);
+    const int times = support::processRounds(4, 100);
     furnish("own", "host_rounds");
     standin.play("wait packet key KORUInfo\nnotify int buffering-start 1\nwait packet key "
                  "exitAudioProjection\ncrash\n");

@@ -193,7 +193,7 @@ const Hostility kHostilities[] = {
 
 TEST_P(HostileService, CostsTheHostNothingButTheSession) {
     const Hostility& row = GetParam();
-    repeat(row.what, support::rounds(2, 100), [&](int round) {
+    repeat(row.what, support::processRounds(2, 100), [&](int round) {
         startAndConfigure(row.scenario(round));
         ASSERT_NO_FATAL_FAILURE((this->*row.host)(round));
         release(row.told, row.end);

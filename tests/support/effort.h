@@ -20,6 +20,16 @@ inline int rounds(int shortForm, int inLongForm) {
     return longForm() ? inLongForm : shortForm;
 }
 
+// The same for rounds that start a process and wait for its end, a second or more each: so many on the system that ships,
+// and a tenth of the long form's elsewhere, where the sanitizers see in them all that they would see in the rest.
+inline int processRounds(int shortForm, int inLongForm) {
+#ifdef _WIN32
+    return rounds(shortForm, inLongForm);
+#else
+    return rounds(shortForm, (inLongForm + 9) / 10);
+#endif
+}
+
 // Notes for the table at the end of ./test that the running test tried this so often. Call it on the test's own thread
 // when the work is done, with what was counted and not with what was planned; `unit` names what was counted.
 inline void tried(const std::string& what, long long times, const std::string& unit = "rounds") {
