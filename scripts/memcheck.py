@@ -10,7 +10,7 @@ import subprocess
 import xml.etree.ElementTree as ElementTree
 
 import gates
-from summary import Row, Tried
+from summary import Row, Tried, tried_in
 
 FOLDER = gates.BUILD / "native"
 # The whole library, then the floors with most memory of their own. The long form takes the rest as well.
@@ -29,17 +29,19 @@ def valgrind(program, *arguments):
 
 
 def run(program, effort, show):
-    """One program, in its short form but for the many lives: valgrind takes fifty times as long as the processor. Returns its row and what it tried: so many test cases without an error of valgrind's."""
+    """One program, in its short form but for the many lives: valgrind takes fifty times as long as the processor.
+
+    Returns its row and what it tried."""
     row = Row(program)
     folder = FOLDER / "testrun" / f"memcheck_{program}"
     shutil.rmtree(folder, ignore_errors=True)
     folder.mkdir(parents=True)
-    arguments = ["--gtest_output=xml:result.xml"]
     effort = effort if program == "stress_repeated_lives" else "short"
     log = folder / "output.txt"
     with open(log, "w") as out:
-        status = subprocess.run(valgrind(FOLDER / "bin" / program, *arguments), cwd=folder, stdout=out,
-                                stderr=subprocess.STDOUT, env={**os.environ, "SONVIA_EFFORT": effort, "SONVIA_MEMCHECK": "1"}).returncode
+        status = subprocess.run(valgrind(FOLDER / "bin" / program, "--gtest_output=xml:result.xml"), cwd=folder,
+                                stdout=out, stderr=subprocess.STDOUT,
+                                env={**os.environ, "SONVIA_EFFORT": effort, "SONVIA_MEMCHECK": "1"}).returncode
     result = folder / "result.xml"
     total = ElementTree.parse(result).getroot() if result.is_file() else None
     cases = 0 if total is None else int(total.get("tests")) - int(total.get("failures"))
@@ -50,4 +52,5 @@ def run(program, effort, show):
                  f"see {log.relative_to(gates.ROOT)}")
     row.passed = cases
     show(f"{program}: {cases} cases, {'FAILED' if row.failed else 'no error'}")
-    return row, [Tried(f"valgrind {program} (cases)", "memcheck", cases, row.failed)]
+    noted = [] if total is None else list(tried_in(total, "memcheck"))
+    return row, [Tried(f"valgrind {program} (cases)", "memcheck", cases, row.failed), *noted]

@@ -22,7 +22,7 @@ import coverage
 import fuzzing
 import gates
 import memcheck
-from summary import Row, Tried, report
+from summary import Row, report, tried_in
 
 # In the order in which their tests start: the longest first.
 PRESETS = ["windows", "asan", "tsan"]
@@ -61,15 +61,6 @@ def build(preset, row, options=(), targets=()):
             break
     row.seconds += time.monotonic() - start
     return not row.failed
-
-
-def tried_in(total, preset):
-    """What the cases of a test program noted about themselves."""
-    for case in total.iter("testcase"):
-        for note in case.iter("property"):
-            name, value = note.get("name"), note.get("value")
-            if name.startswith("tried: "):
-                yield Tried(name.removeprefix("tried: "), preset, int(value), len(case.findall("failure")))
 
 
 def count_entry(row, tried, preset, entry):

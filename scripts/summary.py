@@ -26,6 +26,15 @@ class Tried:
     found: int = 0
 
 
+def tried_in(result, part):
+    """What the cases of a test program noted about themselves; `result` is what GoogleTest left of its run."""
+    for case in result.iter("testcase"):
+        for note in case.iter("property"):
+            name, value = note.get("name"), note.get("value")
+            if name.startswith("tried: "):
+                yield Tried(name.removeprefix("tried: "), part, int(value), len(case.findall("failure")))
+
+
 def number(value):
     return f"{value:,}"
 
