@@ -127,7 +127,9 @@ bool setParam(AudioServiceHandle* handle, const AudioServiceParam* param) {
         return false;
     }
     return guarded(__func__, false, [handle, param] {
-        if (!handle->session->init(*param)) {
+        QuPCAudioMessage& session = *handle->session;
+        // An earlier call may have begun to connect and found no thread for the loop: that connect is this call's.
+        if (session.connectWaitsForLoop() ? !session.take(*param) : !session.init(*param)) {
             writeLog(kLogError, kLogTagDll, "[%s:%d]setParam failed!", "setParam", __LINE__);
             return false;
         }

@@ -26,23 +26,27 @@ QuPCAudioMessage::~QuPCAudioMessage() {
     readStop();
 }
 
-bool QuPCAudioMessage::init(const AudioServiceParam& param) {
-    constexpr const char* kName = "QuPCAudioMessage::init";
+bool QuPCAudioMessage::take(const AudioServiceParam& param) {
     if (param.onEvent == nullptr || param.onError == nullptr || param.context == nullptr) {
-        writeLog(kLogError, kLogTagSession, "[%s:%d]param error, init failed.", kName, __LINE__);
+        writeLog(kLogError, kLogTagSession, "[%s:%d]param error, init failed.", "QuPCAudioMessage::init",
+                 __LINE__);
         return false;
     }
-    {
-        const std::lock_guard guard(mParamsMutex);
-        params = param;
+    const std::lock_guard guard(mParamsMutex);
+    params = param;
+    return true;
+}
+
+bool QuPCAudioMessage::init(const AudioServiceParam& param) {
+    constexpr const char* kName = "QuPCAudioMessage::init";
+    if (!take(param)) {
+        return false;
     }
     if (connected.load()) {
         _setKORUInfoNotify();
         return true;
     }
-    // A connect that waits for a loop to run is this call's as well: the call that asked for it found no thread.
-    const bool connectStarted =
-        connect(kServicePeerName) || (connecting.load() && mLoop->runState.load() == OUVLoop::kNotRunning);
+    const bool connectStarted = connect(kServicePeerName);
     if (!connectStarted) {
         writeLog(kLogError, kLogTagSession, "[%s:%d]connect failed %d.", kName, __LINE__, connectStarted);
     }

@@ -29,6 +29,14 @@ public:
     /// still under way.
     bool init(const AudioServiceParam& param);
 
+    /// A connect has been started and no loop has run since that could complete it.
+    bool connectWaitsForLoop() const {
+        return connecting.load() && mLoop->runState.load() == OUVLoop::kNotRunning;
+    }
+
+    /// The first half of init: takes the host's record. False when a callback or `context` is missing.
+    bool take(const AudioServiceParam& param);
+
     /// Writes `text` over the start of the account id, whose tail stays, and sends it. False for a text that
     /// is empty, null, or of 256 bytes or more; nothing changes then.
     bool setAccountID(const char* text);
