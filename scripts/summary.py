@@ -45,9 +45,9 @@ def results_table(rows):
         yield f"{row.name:12}{row.passed:8}{row.failed:8}{row.skipped:9}{row.seconds:9.0f}"
 
 
-def tried_table(tried):
+def tried_table(rows, tried):
     """One line for each thing that was tried, one column for each part of the run that tried it."""
-    parts = list(dict.fromkeys(entry.part for entry in tried))
+    parts = [row.name for row in rows if any(entry.part == row.name for entry in tried)]
     lines = {}
     for entry in tried:
         lines.setdefault(entry.what, {})[entry.part] = entry
@@ -62,7 +62,7 @@ def report(rows, tried):
     """The text that a run ends with."""
     lines = ["", "== summary", *results_table(rows)]
     if tried:
-        lines += ["", *tried_table(tried)]
+        lines += ["", *tried_table(rows, tried)]
     lines += [f"FAILED {row.name}: {failure}" for row in rows for failure in row.failures]
     passed, failed = sum(row.passed for row in rows), sum(row.failed for row in rows)
     lines += ["", f"{passed} passed, {failed} failed"]

@@ -41,10 +41,15 @@ void stopService(AudioServiceHandle& handle) {
     OBufList payload;
     CtrlProtocol::KeyValueBuf().addInt("StopSonviaAudioService", SONVIA_NOTIFY_STOP_SERVICE).finish(payload);
     handle.session->send(kCommandStopPCAudioZLK, ++handle.sequence, std::move(payload));
-    if (handle.process != nullptr && !handle.process->waitForEnd(kServiceStopTime)) {
+    if (handle.process == nullptr) {
+        return;
+    }
+    if (!handle.process->waitForEnd(kServiceStopTime)) {
         writeLog(kLogInfo, kLogTagDll, "[%s:%d]QuPCAudio exit timeout", kName, __LINE__);
         killExe();
     }
+    // A host may have queued more than the pipe ever took; the loop must not be busy with it when it is to stop.
+    handle.session->dropUnsent();
 }
 
 void stopLoop(AudioServiceHandle& handle) {

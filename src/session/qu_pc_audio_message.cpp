@@ -92,8 +92,11 @@ void QuPCAudioMessage::_setKORUInfoNotify() {
 }
 
 void QuPCAudioMessage::send(std::uint16_t cmdType, std::uint16_t seq, OBufList payload) {
-    mLoop->dispatch(
-        [this, cmdType, seq, payload = std::move(payload)] { sendCommand(cmdType, seq, payload); });
+    mLoop->dispatch([this, cmdType, seq, payload = std::move(payload)] {
+        if (!mUnsentDropped.load()) {
+            sendCommand(cmdType, seq, payload);
+        }
+    });
 }
 
 void QuPCAudioMessage::endSession() {

@@ -47,6 +47,9 @@ public:
     /// Sends one packet: on the loop thread, or at once when no thread runs the loop.
     void send(std::uint16_t cmdType, std::uint16_t seq, OBufList payload);
 
+    /// Nobody is left to read: what send has queued and the loop thread has not reached yet is not sent any more.
+    void dropUnsent() { mUnsentDropped = true; }
+
     /// Silences the errors that the coming disconnection raises, for good.
     void endSession();
 
@@ -83,4 +86,5 @@ private:
     std::atomic<bool> connected{false};
     std::atomic<std::uint32_t> notifySequence{0};
     std::atomic<bool> mEnding{false};
+    std::atomic<bool> mUnsentDropped{false};
 };

@@ -87,7 +87,7 @@ protected:
                 return;
             }
             // Sixteen threads that never pause send faster than any pipe takes it.
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            std::this_thread::sleep_for(std::chrono::milliseconds(200));
         }
     }
 
@@ -144,7 +144,7 @@ const std::string kFlood = " packet 34\n  int player-state $i\n  string phone-na
                            "  int buffering-start 1\n  int change-mode $i\n end\n";
 
 TEST_F(HandleLife, WhileTheServiceFloods) {
-    livesWith("service floods", 2000, "wait packet key KORUInfo\nrepeat 20000\n" + kFlood + "end\n");
+    livesWith("service floods", 1000, "wait packet key KORUInfo\nrepeat 20000\n" + kFlood + "end\n");
 }
 
 TEST_F(HandleLife, WhileTheServiceDiesInTheFlood) {

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <future>
 #include <map>
 #include <set>
 #include <string>
@@ -173,4 +174,20 @@ TEST(SessionThreads, EveryCallAtOnceFromFourThreadsWhileNotificationsArrive) {
     }
     EXPECT_EQ(pipe.waitForPackets(1 + 4 * 100 * 3).size(), 1U + 4 * 100 * 3);
     EXPECT_TRUE(Host::errors().empty());
+}
+
+TEST(SessionThreads, WhatIsStillQueuedWhenNobodyIsLeftToReadIsNotSent) {
+    DirectSession direct;
+    LogCapture quiet;
+    std::promise<void> begun;
+    std::promise<void> held;
+    std::thread loopThread([&] { direct.loop->run([&begun] { begun.set_value(); }); });
+    begun.get_future().wait();
+    direct.loop->dispatch([future = held.get_future().share()] { future.wait(); });
+    EXPECT_TRUE(direct.session.setAccountID("queued"));
+    direct.session.dropUnsent();
+    held.set_value();
+    EXPECT_EQ(direct.loop->stop(), 0);
+    loopThread.join();
+    EXPECT_TRUE(direct.stream.packets().empty());
 }

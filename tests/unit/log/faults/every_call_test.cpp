@@ -73,7 +73,7 @@ public:
             mClock.advance(86400);
         }
         mManager.setLoggerZip(mId, false); // packing is what takes the time
-        for (int i = 0; i < 4; ++i) { // within one second: the next name each time
+        for (int i = 0; i < 4; ++i) {      // within one second: the next name each time
             ends = ends && line();
             mManager.setLoggerLevel(mId, kLevelInfo);
         }
