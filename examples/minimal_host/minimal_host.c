@@ -12,8 +12,13 @@ static void onEvent(int event, int value) {
     printf("event %d, value %d\n", event, value);
 }
 
+static volatile LONG notConnected = 0;
+
 static void onError(int code, int value) {
     printf("error %d, value %d\n", code, value);
+    if (code == SONVIA_ERROR_CONNECTION && value == 0) {
+        InterlockedExchange(&notConnected, 1);
+    }
 }
 
 static FARPROC functionOf(HMODULE library, const char* name) {
@@ -65,7 +70,13 @@ int main(int argc, char** argv) {
         uninitSonviaAudioService.call(service);
         return 1;
     }
-    Sleep(milliseconds);
+    for (DWORD waited = 0; waited < milliseconds; waited += 100) {
+        Sleep(100);
+        /* On a busy machine the service may open its pipe later than the library waits for it: ask again. */
+        if (InterlockedExchange(&notConnected, 0) != 0) {
+            setParam.call(service, &param);
+        }
+    }
     printf("state %u, phone \"%s\"\n", getState.call(service), getSourceName.call(service));
     exitAudioProjection.call(service);
     uninitSonviaAudioService.call(service);

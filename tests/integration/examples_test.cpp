@@ -18,8 +18,8 @@ TEST(Examples, TheSmallestHostFollowsTheServiceAndLeaves) {
     support::enterTestFolder();
     support::Standin standin;
     standin.play("wait packet command 34 key KORUInfo\nnotify string phone-name \"Handset A\"\n");
-    EXPECT_EQ(support::runProgram(support::programFolder() / "minimal_host.exe", {".", "2000"}), 0);
-    EXPECT_NE(output().find("state "), std::string::npos);
+    EXPECT_EQ(support::runProgram(support::programFolder() / "minimal_host.exe", {".", "5000"}), 0);
+    EXPECT_NE(output().find("phone \"Handset A\""), std::string::npos);
     EXPECT_TRUE(standin.waitForEvent("exit"));
 }
 

@@ -52,14 +52,14 @@ private:
 };
 
 TEST_F(BusyPipe, OwnerThatEndsWithTheServiceLetsUninitGoAtOnce) {
-    repeat("busy pipe, freed by ending the service", support::rounds(2, 100), [this](int) {
+    repeat("busy pipe, freed by ending the service", support::rounds(2, 50), [this](int) {
         ASSERT_NO_FATAL_FAILURE(startBeside("QuPCAudio.exe"));
         release(Told::kNeverConnected, End::kLibrary);
     });
 }
 
 TEST_F(BusyPipe, OwnerThatLetsGoMeanwhileLetsUninitGoAtOnce) {
-    repeat("busy pipe, freed by its owner", support::rounds(2, 100), [this](int) {
+    repeat("busy pipe, freed by its owner", support::rounds(2, 50), [this](int) {
         ASSERT_NO_FATAL_FAILURE(startBeside("stranger.exe"));
         // Once the service has ended uninit waits for nothing but the pipe.
         const std::int64_t service = standin.pid();

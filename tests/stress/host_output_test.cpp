@@ -42,7 +42,7 @@ protected:
 
     // A session from init to uninit, as a host sees it from its first call to its exit code.
     void expectWholeLife(DWORD flags, HANDLE output) {
-        const int times = support::rounds(1, 20);
+        const int times = support::rounds(1, 10);
         for (int i = 0; i < times; ++i) {
             standin.play(kOneEvent);
             EXPECT_EQ(run("host_child", L"whole-life", flags, output), 0U);

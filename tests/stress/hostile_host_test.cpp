@@ -61,7 +61,7 @@ TEST_P(HostEnd, ComesAtOnceWithTheHostsOwnExitCode) {
     const State& state = GetParam();
     const bool callbackEnds = std::string(state.name) == "in-callback";
     int ends = 0;
-    for (int round = 0; round < support::processRounds(1, 5); ++round) {
+    for (int round = 0; round < support::processRounds(1, 2); ++round) {
         for (const std::string way : kWays) {
             if (callbackEnds && (way == "main" || way == "free")) {
                 continue; // a callback cannot leave main

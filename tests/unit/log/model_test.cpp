@@ -229,7 +229,7 @@ private:
 } // namespace
 
 TEST(LogModelTest, AnyOrderOfSettingChangesLinesClockStepsAndRestartsGivesTheModelsFiles) {
-    const int sequences = support::rounds(200, 5000);
+    const int sequences = support::rounds(200, 2000);
     long long lines = 0;
     for (int seed = 1; seed <= sequences; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
