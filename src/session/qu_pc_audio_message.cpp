@@ -93,9 +93,14 @@ void QuPCAudioMessage::_setKORUInfoNotify() {
 
 void QuPCAudioMessage::send(std::uint16_t cmdType, std::uint16_t seq, OBufList payload) {
     mLoop->dispatch([this, cmdType, seq, payload = std::move(payload)] {
-        if (!mUnsentDropped.load()) {
-            sendCommand(cmdType, seq, payload);
+        if (mUnsentDropped.load()) {
+            return;
         }
+        if (mEnding.load() && connecting.load()) {
+            mHeldStop = [this, cmdType, seq, payload] { sendCommand(cmdType, seq, payload); };
+            return;
+        }
+        sendCommand(cmdType, seq, payload);
     });
 }
 
@@ -140,6 +145,9 @@ void QuPCAudioMessage::onConnect(uv_connect_t* /*req*/, std::int32_t status) {
     connected = true;
     if (mEnding.load()) { // the host is shutting down: its silence must outlive a connect that comes late
         connected = false;
+        if (mHeldStop) {
+            mHeldStop();
+        }
     }
 }
 

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -87,4 +88,7 @@ private:
     std::atomic<std::uint32_t> notifySequence{0};
     std::atomic<bool> mEnding{false};
     std::atomic<bool> mUnsentDropped{false};
+    /// Sends the stop that came while a connect was under way: a service that has taken the connection would otherwise
+    /// never hear of it. Where libuv may be entered.
+    std::function<void()> mHeldStop;
 };

@@ -233,6 +233,21 @@ TEST_F(Session, CallbacksOnTheLoopThreadMayCallBackIntoTheSession) {
     EXPECT_EQ(done.load(), 1);
 }
 
+TEST_F(Session, AStopThatComesBeforeTheConnectIsDoneFollowsTheDeviceInformation) {
+    constexpr std::uint16_t kStop = 8193;
+    PipeSession hasty;
+    support::PipePeer& service = hasty.listen();
+    ASSERT_TRUE(hasty.session->init(Host::record()));
+    ASSERT_TRUE(service.waitForConnections(1)); // the service has taken it, the session has not heard of that
+    hasty.session->endSession();
+    hasty.session->send(kStop, 1, {});
+    hasty.runLoop();
+    const std::vector<wire::Packet> packets = hasty.waitForPackets(2);
+    ASSERT_EQ(packets.size(), 2U);
+    EXPECT_EQ(koruInfoOf(packets[0].payload).size(), 6U);
+    EXPECT_EQ(packets[1].cmdType, kStop);
+}
+
 TEST_F(Session, DestroyingASessionClosesItsEndOfThePipe) {
     auto other = std::make_unique<PipeSession>();
     support::PipePeer& service = other->listen();
