@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <random>
 #include <string>
@@ -42,7 +43,7 @@ std::string oldName(int number) {
 TEST_F(LogOverTime, AClockThatStepsBothWaysLosesNoLineAndNoLimit) {
     const int id = makeLogger();
     manager.setLoggerReserveDelType(id, kReserveBySizeOrTime);
-    manager.setLoggerReserveTime(id, 10 * 86400);
+    manager.setLoggerReserveTime(id, 100 * 86400);
     manager.setLoggerLimitsize(id, 1);
     manager.setLoggerTotalsize(id, 4);
     manager.setLoggerMonthdir(id, true);
@@ -52,15 +53,22 @@ TEST_F(LogOverTime, AClockThatStepsBothWaysLosesNoLineAndNoLimit) {
     std::mt19937 random(20260309);
     const int lines = support::rounds(1500, 30000);
     std::int64_t years = 0;
+    std::uint64_t largest = 0;
     for (int number = 0; number < lines; ++number) {
-        const std::int64_t step = kSteps[random() % std::size(kSteps)];
-        years += step == 31622400 ? 1 : 0;
-        // Around midnight of the last day of a month, and no further than a life lasts.
-        clock.set(1793491190 + (years % 20) * 31622400 + step + static_cast<std::int64_t>(random() % 20));
-        write(id, number, static_cast<int>(random() % 80));
+        if (number % 4 == 0) {
+            // First steps of up to a month, so that only the sizes limit the files; then years, and their time does.
+            const std::size_t choices = std::size(kSteps) - (number < lines * 2 / 3 ? 1 : 0);
+            const std::int64_t step = kSteps[random() % choices];
+            years += step == 31622400 ? 1 : 0;
+            // Around midnight of the last day of a month, and no further than a life lasts.
+            clock.set(1793491190 + (years % 20) * 31622400 + step + static_cast<std::int64_t>(random() % 20));
+        }
+        write(id, number, 40 + static_cast<int>(random() % 40));
+        largest = std::max(largest, files.totalSize("sonvia_Test_"));
         ASSERT_LE(files.totalSize("sonvia_Test_"), 4 * kMb + kMb + kLine) << "line " << number;
     }
     manager.stop();
+    EXPECT_GT(largest, 3 * kMb) << "no limit was reached, or too much was deleted";
     const LineAccount account = accountFor(files, "sonvia_Test_");
     EXPECT_TRUE(account.onceEach());
     EXPECT_TRUE(account.inOrder);
@@ -105,6 +113,8 @@ TEST_F(LogOverTime, OfSixHundredOldFilesTheOldestGoUntilFiveHundredAreLeft) {
         files.put(oldName(number) + (number % 3 == 0 ? ".zip" : ""), "old");
     }
     ASSERT_TRUE(manager.start());
+    manager.setLoggerDisplay(id, false); // comes after the folder has been read, as a line would
+    ASSERT_TRUE(manager.flush(kGuard));
     EXPECT_EQ(files.pathsWith("sonvia_Test_").size(), 600u) << "nothing is deleted before a file is opened";
     write(id, 0);
     EXPECT_EQ(files.pathsWith("sonvia_Test_").size(), 501u);
@@ -125,6 +135,7 @@ TEST_F(LogOverTime, AFolderDeletedAtAnyTimeIsMadeAnewByTheNextFile) {
     ASSERT_TRUE(manager.start());
     for (int round = 0; round < rounds; ++round) {
         write(id, 2 * round);
+        ASSERT_EQ(files.pathsWith("sonvia_Test_").size(), 1u) << "round " << round;
         files.removeFolder(round % 2 == 0
                                ? "logs"
                                : files.paths().front().substr(0, 12)); // the open file goes on without a name

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <random>
 #include <string>
 
 using namespace orvel::log4z;
@@ -68,6 +69,23 @@ TEST_F(TornArchive, AnArchiveTornAnywhereBesideItsLogIsRemovedAndTheLogKept) {
     support::tried("log: archives torn at any byte", tried, "archives");
 }
 
+TEST_F(TornArchive, AWholeArchiveBesideALogOfItsNameIsKeptAsItIs) {
+    const std::string archive = archiveOf("03-07 08:00:00.000 [host] [1234] INFO  tag: earlier lines\r\n");
+    for (const bool zip : {false, true}) {
+        MemoryFiles disk;
+        LogerManager engine({clock, disk, console, "host"});
+        disk.put(kLog, oldText());
+        disk.put(std::string(kLog) + ".zip", archive);
+        const int id = engine.createLogger("Test");
+        engine.setLoggerPath(id, "logs");
+        engine.setLoggerZip(id, zip);
+        ASSERT_TRUE(engine.start());
+        engine.stop();
+        EXPECT_EQ(disk.content(std::string(kLog) + ".zip"), archive);
+        EXPECT_EQ(disk.content(kLog), oldText());
+    }
+}
+
 TEST_F(TornArchive, ATornArchiveWithoutItsLogIsAnOldFileLikeAnyOther) {
     files.put(std::string(kLog) + ".zip", "");
     files.put("logs/sonvia_Test_2026-03-08-08-00-00.log.zip", "PK");
@@ -91,4 +109,31 @@ TEST_F(TornArchive, AWholeArchiveIsNotTakenForATornOneWhateverFollowsOrPrecedesI
     EXPECT_FALSE(isWhole(archive + "x"));
     EXPECT_FALSE(isWhole(std::string(archive.size(), '\0')));
     EXPECT_FALSE(isWholeArchive(files, "missing.zip"));
+}
+
+TEST_F(TornArchive, AnArchiveOfAnyLengthIsFoundWhole) {
+    std::mt19937 random(20260311);
+    std::string noise;
+    while (noise.size() < 9000) {
+        noise += static_cast<char>(random());
+    }
+    const auto isWhole = [&](const std::string& content) {
+        files.put("a.zip", content);
+        return isWholeArchive(files, "a.zip");
+    };
+    constexpr std::size_t kPiece = 4096; // is read at once
+    int tried = 0;
+    for (const std::size_t pieces : {1, 2}) {
+        // What does not pack makes the archive grow with each byte.
+        const std::size_t added =
+            archiveOf(noise.substr(0, pieces * kPiece - 300)).size() - (pieces * kPiece - 300);
+        for (std::size_t past = 0; past < 30; ++past) {
+            const std::string archive = archiveOf(noise.substr(0, pieces * kPiece + past - added));
+            EXPECT_EQ(archive.size(), pieces * kPiece + past);
+            EXPECT_TRUE(isWhole(archive)) << archive.size() << " bytes";
+            EXPECT_FALSE(isWhole(archive.substr(0, archive.size() - 1))) << archive.size() << " bytes";
+            ++tried;
+        }
+    }
+    support::tried("log: whole archives around the lengths of what is read at once", tried, "archives");
 }
