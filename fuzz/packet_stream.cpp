@@ -7,10 +7,10 @@
 #include "protocol/ctrl_protocol.h"
 #include "support/cuts.h"
 #include "support/input.h"
+#include "support/kept_stream.h"
 #include "support/protected_ends.h"
 #include "support/quiet_log.h"
 #include "support/require.h"
-#include "transport/socket.h"
 
 #include <optional>
 #include <utility>
@@ -38,29 +38,6 @@ public:
     }
 
     Packets packets;
-};
-
-/// A stream that keeps the bytes that it is given.
-class KeptStream : public OBaseSocket {
-public:
-    KeptStream() : OBaseSocket(nullptr) {}
-
-    uv_handle_t* handle() override { return nullptr; }
-
-    void releaseHandle() override {}
-
-    bool readStart() override { return false; }
-
-    bool readStop() override { return false; }
-
-    bool write(const OBufList& list) override {
-        for (const OBufView& view : list) {
-            bytes.insert(bytes.end(), view.data(), view.data() + view.length);
-        }
-        return true;
-    }
-
-    Bytes bytes;
 };
 
 Packets received(const Bytes& stream, std::uint8_t choice, std::uint8_t cuts) {
@@ -93,7 +70,7 @@ Packets expected(Bytes stream, std::uint8_t choice) {
 
 /// Sends the packets of `stream` over again, protected, and checks what is written on the way.
 Bytes sealed(Bytes stream, std::uint8_t choice, std::uint8_t cuts) {
-    KeptStream out;
+    support::KeptStream out;
     CtrlProtocol sender;
     sender.setStream(&out);
     sender.setSafetyDataDeal(makeContext(choice));

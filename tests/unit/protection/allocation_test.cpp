@@ -1,8 +1,8 @@
+#include "support/kept_stream.h"
 #include "unit/protection/counted_malloc.h"
 #include "unit/protection/protection_support.h"
 
 #include "protocol/ctrl_protocol.h"
-#include "transport/socket.h"
 
 #include <gtest/gtest.h>
 
@@ -94,34 +94,11 @@ TEST(AllocationTest, MemoryMissingForAPayloadLeavesTheDecryptionChain) {
     EXPECT_EQ(decrypt(*receiver, message).data, textBytes("abc"));
 }
 
-/// A stream that keeps what is written.
-class KeepingSocket : public OBaseSocket {
-public:
-    KeepingSocket() : OBaseSocket(nullptr) {}
-
-    uv_handle_t* handle() override { return nullptr; }
-
-    void releaseHandle() override {}
-
-    bool readStart() override { return false; }
-
-    bool readStop() override { return false; }
-
-    bool write(const OBufList& list) override {
-        for (const OBufView& view : list) {
-            mWritten.insert(mWritten.end(), view.data(), view.data() + view.length);
-        }
-        return true;
-    }
-
-    Bytes mWritten;
-};
-
 const Bytes kPlainPacket = fromHex("24 0022 0005 00000003 616263");
 
 /// Sends "abc" while request number `failing` of the call gets no memory.
 Bytes sendWithout(int failing, LogCapture& log, Lines& lines) {
-    KeepingSocket stream;
+    support::KeptStream stream;
     CtrlProtocol protocol;
     protocol.setStream(&stream);
     protocol.setSafetyDataDeal(nearContext({true, true, true}));
@@ -130,7 +107,7 @@ Bytes sendWithout(int failing, LogCapture& log, Lines& lines) {
     protocol.sendCommand(34, 5, std::move(payload));
     counted.stop();
     lines = log.lines();
-    return stream.mWritten;
+    return stream.bytes;
 }
 
 TEST(AllocationTest, PayloadThatCannotBeJoinedIsSentPlain) {

@@ -1,9 +1,9 @@
 // What docs/protection.md shows is what the library does.
 
+#include "support/kept_stream.h"
 #include "unit/protection/protection_support.h"
 
 #include "protocol/ctrl_protocol.h"
-#include "transport/socket.h"
 
 #include <gtest/gtest.h>
 
@@ -29,38 +29,15 @@ Bytes workedPacket() {
     return fromHex(digits);
 }
 
-/// A stream that keeps what is written.
-class KeepingSocket : public OBaseSocket {
-public:
-    KeepingSocket() : OBaseSocket(nullptr) {}
-
-    uv_handle_t* handle() override { return nullptr; }
-
-    void releaseHandle() override {}
-
-    bool readStart() override { return false; }
-
-    bool readStop() override { return false; }
-
-    bool write(const OBufList& list) override {
-        for (const OBufView& view : list) {
-            mWritten.insert(mWritten.end(), view.data(), view.data() + view.length);
-        }
-        return true;
-    }
-
-    Bytes mWritten;
-};
-
 constexpr AesBlock kCountingUp = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
 
 TEST(ProtectionPageTest, WorkedPacketIsWhatTheSampleSends) {
-    KeepingSocket stream;
+    support::KeptStream stream;
     CtrlProtocol protocol;
     protocol.setStream(&stream);
     protectConnection(protocol, kTestKey, kCountingUp, kFarIv);
     protocol.sendCommand(34, 7, {OBufView::make("hello", 5)});
-    EXPECT_EQ(stream.mWritten, workedPacket());
+    EXPECT_EQ(stream.bytes, workedPacket());
 }
 
 TEST(ProtectionPageTest, WorkedPacketIsUnderstoodAtTheOtherEnd) {
