@@ -32,6 +32,7 @@ wire::Bytes bytesOf(const OBufList& list) {
 }
 
 std::vector<wire::Packet> RecordingSocket::packets() const {
+    const std::lock_guard<std::mutex> lock(mMutex);
     wire::Bytes all;
     for (const OBufList& write : writes) {
         const wire::Bytes bytes = bytesOf(write);

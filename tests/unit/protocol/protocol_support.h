@@ -8,6 +8,7 @@
 #include "unit/protocol/wire_bytes.h"
 
 #include <cstdint>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -33,15 +34,19 @@ public:
     bool readStop() override { return false; }
 
     bool write(const OBufList& list) override {
+        const std::lock_guard<std::mutex> lock(mMutex);
         writes.push_back(list);
         return accepts;
     }
 
-    /// All bytes written so far, cut into packets.
+    /// All bytes written so far, cut into packets. Any thread.
     std::vector<wire::Packet> packets() const;
 
-    std::vector<OBufList> writes;
+    std::vector<OBufList> writes; ///< not to be looked at while another thread may write
     bool accepts = true;
+
+private:
+    mutable std::mutex mMutex;
 };
 
 struct Received {
