@@ -182,8 +182,10 @@ TEST_F(Arguments, TextsFullOfFormatsAndControlBytesAreSentAsTheyAre) {
     const Json packet = standin.packets(support::kNotify, "KORUInfo").at(0);
     const Json::List& inner = entryOf(packet.at("entries").list(), "KORUInfo").at("value").list();
     EXPECT_EQ(entryOf(inner, "pcName").at("value").text(), evil);
-    EXPECT_TRUE(api.setAccountID(handle, evil.c_str()));
-    EXPECT_TRUE(standin.waitForPackets(1, support::kNotify, "accountID"));
+    ASSERT_TRUE(api.setAccountID(handle, evil.c_str()));
+    ASSERT_TRUE(standin.waitForPackets(1, support::kNotify, "accountID"));
+    const Json account = standin.packets(support::kNotify, "accountID").at(0);
+    EXPECT_EQ(entryOf(account.at("entries").list(), "accountID").at("value").text(), evil);
 }
 
 } // namespace
