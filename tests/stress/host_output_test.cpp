@@ -10,6 +10,8 @@
 namespace {
 
 constexpr const char* kOneEvent = "wait packet key KORUInfo\nnotify int buffering-start 1\n";
+// Of a host whose current folder is the test's.
+constexpr const char* kLogFolder = "logs/host";
 constexpr DWORD kDidNotEnd = 0xFFFFFFFF;
 
 class HostOutput : public testing::Test {
@@ -47,6 +49,8 @@ protected:
             standin.play(kOneEvent);
             EXPECT_EQ(run("host_child", L"whole-life", flags, output), 0U);
             EXPECT_EQ(standin.packets(support::kStop).size(), 1U);
+            EXPECT_NE(support::logText(kLogFolder).find("exit thread!"), std::string::npos)
+                << "the log's writer is held";
         }
         support::tried("hostile host: console and standard output", times, "processes");
     }
