@@ -1,8 +1,6 @@
-#include <fstream>
 #include <iterator>
 
 #include <malloc.h>
-#include <unistd.h>
 
 #include "support/process.h"
 
@@ -20,12 +18,10 @@ std::size_t entriesOf(const char* folder) {
     return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
 }
 
-std::size_t residentBytes() {
-    std::ifstream status("/proc/self/statm");
-    std::size_t total = 0;
-    std::size_t resident = 0;
-    status >> total >> resident;
-    return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+// Of the C library's allocator. The process may well be larger: what was given back it keeps for its next use.
+std::size_t bytesInUse() {
+    const struct mallinfo2 use = mallinfo2();
+    return use.uordblks + use.hblkhd;
 }
 
 } // namespace
@@ -40,10 +36,9 @@ ProcessSize ownSize() {
     ProcessSize size;
     size.handles = entriesOf("/proc/self/fd");
     size.threads = entriesOf("/proc/self/task");
-    malloc_trim(0); // what the C library keeps for its next use is not held by anybody
     size.memoryBytes = __sanitizer_get_current_allocated_bytes != nullptr
                            ? __sanitizer_get_current_allocated_bytes()
-                           : residentBytes();
+                           : bytesInUse();
     return size;
 }
 
