@@ -74,6 +74,19 @@ Result runExitWithoutSetParam() {
     return keptHandle != nullptr ? support::kGood : support::kNoHandle;
 }
 
+// The loop thread cannot wait for itself: the library ends the process.
+Result runUninitInCallback() {
+    const support::HostApi& api = support::hostApi();
+    const Result begun = support::begin(api, keptHandle);
+    if (begun != support::kGood) {
+        return begun;
+    }
+    HostEvents::instance().setReaction([&api](const support::HostEvent&) { api.uninit(keptHandle); });
+    api.exitProjection(keptHandle); // which the service answers with another event
+    HostEvents::instance().waitForCount(3);
+    return support::kUninitFailed;
+}
+
 Result runLoadOnly() {
     for (int i = 0; i < 10; ++i) {
         const HostLibrary library;
@@ -107,6 +120,7 @@ int main(int argc, char** argv) {
         {"exit-without-uninit", runExitWithoutUninit},
         {"exit-in-flood", runExitInFlood},
         {"exit-without-set-param", runExitWithoutSetParam},
+        {"uninit-in-callback", runUninitInCallback},
         {"load-only", runLoadOnly},
         {"reload", runReload},
     };

@@ -1,5 +1,6 @@
 // Whole host processes: how they start, log, leave and come again.
 #include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <sstream>
 
@@ -105,6 +106,19 @@ TEST_F(HostProcess, HandleThatWasNeverConfiguredStopsNoThread) {
     EXPECT_EQ(countOf(lines, "uninitSonviaAudioService stop loop!"), 1U);
     EXPECT_EQ(countOf(lines, "uninitSonviaAudioService exit thread!"), 0U);
     EXPECT_FALSE(standin.running());
+}
+
+TEST_F(HostProcess, ReleaseInsideACallbackEndsTheProcessAndSaysWhy) {
+#ifdef _WIN32
+    constexpr int kAborted = 3;
+#else
+    constexpr int kAborted = -SIGABRT;
+#endif
+    EXPECT_EQ(
+        run("uninit-in-callback",
+            std::string(kOneEvent) + "wait packet key exitAudioProjection\nnotify int buffering-end 1\n"),
+        kAborted);
+    EXPECT_EQ(countOf(logLines("SonviaPCAudioDll"), "uninitSonviaAudioService called inside a callback"), 1U);
 }
 
 TEST_F(HostProcess, ServiceThatIgnoresTheStopIsEndedAndThatIsLogged) {
