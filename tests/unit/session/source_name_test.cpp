@@ -75,7 +75,8 @@ TEST(SourceName, TheLast64ReadersKeepTheirTexts) {
     for (std::size_t reader = 0; reader < lent.size(); ++reader) {
         EXPECT_EQ(lent[reader], "name " + std::to_string(reader));
     }
-    EXPECT_STREQ(name.lend(), "the last"); // this reader takes the place of the one that has not read for longest
+    EXPECT_STREQ(name.lend(),
+                 "the last"); // this reader takes the place of the one that has not read for longest
     for (std::size_t reader = 1; reader < lent.size(); ++reader) {
         EXPECT_EQ(lent[reader], "name " + std::to_string(reader));
     }
