@@ -49,8 +49,10 @@ def tried_table(rows, tried):
     """One line for each thing that was tried, one column for each part of the run that tried it."""
     parts = [row.name for row in rows if any(entry.part == row.name for entry in tried)]
     lines = {}
-    for entry in tried:
-        lines.setdefault(entry.what, {})[entry.part] = entry
+    for entry in tried:  # several cases of one test may note the same
+        total = lines.setdefault(entry.what, {}).setdefault(entry.part, Tried(entry.what, entry.part, 0))
+        total.times += entry.times
+        total.found += entry.found
     width = max(map(len, lines)) + 2
     yield f"{'what was tried':{width}}" + "".join(f"{part:>12}" for part in parts) + f"{'found':>7}"
     for what, entries in sorted(lines.items()):
