@@ -105,7 +105,8 @@ typedef struct AudioServiceHandle AudioServiceHandle;
  *                 service is given at most 255 characters of it. Not kept after the call.
  * @param logLevel SONVIA_LOG_DEBUG to SONVIA_LOG_ERROR: the least level that is logged.
  * Thread: any; not inside a callback.
- * Blocks: until old services are ended (taskkill), then 200 ms in which the new one opens its pipe.
+ * Blocks: until old services are ended (taskkill), then 200 ms in which the new one opens its pipe. When it returns
+ *         NULL: until the log's lines are in the file, 3 s at most.
  * @return the handle, to be released with uninitSonviaAudioService; NULL when the service could not be
  *         started (logged). Nothing is kept then and the call may be repeated.
  * Callbacks: none.
@@ -122,12 +123,14 @@ AudioServiceHandle* initSonviaAudioService(const char* logDir, int logLevel);
  * @param handle from initSonviaAudioService, invalid afterwards; NULL is allowed and logged.
  * Thread: any but the loop thread (never inside a callback); no other call on this handle may be running.
  * Blocks: usually as long as the service takes to end, at most 1000 ms plus the time taskkill takes, and 3 s
- *         for a log that cannot be written. When the first connection is still waiting because another process
- *         owns the pipe and never accepts, Windows gives that wait up 30 s after setParam began it, or as soon as
- *         that process ends; one named "QuPCAudio.exe" is ended here.
+ *         for a log that cannot be written; and until a callback under way has returned, which must therefore not
+ *         wait for the calling thread. When the first connection is still waiting because another process owns the
+ *         pipe and never accepts, Windows gives that wait up 30 s after setParam began it, or as soon as that
+ *         process ends; one named "QuPCAudio.exe" is ended here if this handle's own service has to be.
  * @return always true.
  * Callbacks: a connection still being made is reported as onError(SONVIA_ERROR_CONNECTION, 0) while this call
- *            runs; the loss of the connection that this call causes is not. None after it returned.
+ *            runs (a setParam made then gives false); the loss of the connection that this call causes is not.
+ *            None after it returned.
  */
 bool uninitSonviaAudioService(AudioServiceHandle* handle);
 
@@ -144,7 +147,8 @@ bool uninitSonviaAudioService(AudioServiceHandle* handle);
  * Thread: any; allowed inside a callback.
  * Blocks: never for long: the first call waits until the loop thread runs.
  * @return true when the record was taken (the connection is completed later); false when onEvent, onError or
- *         context is NULL, while a connection is still being made, or when the thread could not be started.
+ *         context is NULL, while a connection is still being made, when the thread could not be started, or inside
+ *         a callback while uninitSonviaAudioService runs.
  * After failure: for a missing callback or context the session keeps what it had; while a connection is being
  *         made the new record is taken all the same, and its texts are sent when the connection is there.
  * Callbacks: see above; onEvent from then on.

@@ -128,7 +128,8 @@ bool setParam(AudioServiceHandle* handle, const AudioServiceParam* param) {
     }
     return guarded(__func__, false, [handle, param] {
         QuPCAudioMessage& session = *handle->session;
-        // An earlier call may have begun to connect and found no thread for the loop: that connect is this call's.
+        // An earlier call may have begun to connect and found no thread for the loop, or be about to start it: that
+        // connect is this call's too.
         if (session.connectWaitsForLoop() ? !session.take(*param) : !session.init(*param)) {
             writeLog(kLogError, kLogTagDll, "[%s:%d]setParam failed!", "setParam", __LINE__);
             return false;

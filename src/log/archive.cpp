@@ -73,7 +73,7 @@ bool writeArchive(platform::FileSystem& files, const std::string& logPath, const
     return whole;
 }
 
-bool isWholeArchive(platform::FileSystem& files, const std::string& archivePath) {
+bool isTornArchive(platform::FileSystem& files, const std::string& archivePath) {
     // The last record of an archive without a comment.
     constexpr std::size_t kEndSize = 22;
     constexpr std::string_view kEndMark("PK\x05\x06", 4);
@@ -81,13 +81,17 @@ bool isWholeArchive(platform::FileSystem& files, const std::string& archivePath)
     if (archive == nullptr) {
         return false;
     }
+    std::uint64_t length = 0;
     std::string tail;
     char piece[4096];
-    for (std::size_t count = 0; (count = archive->read(piece, sizeof piece)) > 0;) {
+    for (std::size_t count = 0; (count = archive->read(piece, sizeof piece)) > 0; length += count) {
         tail.append(piece, count);
         tail.erase(0, tail.size() - std::min(tail.size(), kEndSize));
     }
-    return tail.size() == kEndSize && tail.compare(0, kEndMark.size(), kEndMark) == 0;
+    const bool wasReadToItsEnd =
+        files.size(archivePath) == length; // a read error looks like the end of the file
+    const bool isWhole = tail.size() == kEndSize && tail.compare(0, kEndMark.size(), kEndMark) == 0;
+    return wasReadToItsEnd && !isWhole;
 }
 
 } // namespace orvel::log4z

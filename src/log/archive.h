@@ -14,7 +14,8 @@ namespace orvel::log4z {
 bool writeArchive(platform::FileSystem& files, const std::string& logPath, const std::string& archivePath,
                   std::int64_t time);
 
-/// Whether an archive was written to its end.
-bool isWholeArchive(platform::FileSystem& files, const std::string& archivePath);
+/// Whether the writing of an archive was broken off. An archive that cannot be read to its end counts as whole: what
+/// nobody has looked at may be all that is left of a log.
+bool isTornArchive(platform::FileSystem& files, const std::string& archivePath);
 
 } // namespace orvel::log4z

@@ -7,6 +7,7 @@
 #include "platform/thread_id.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <mutex>
 
@@ -237,9 +238,9 @@ bool LogerManager::flush(unsigned milliseconds) {
     // A writer with little to do is done before a sleep would end.
     constexpr unsigned kShortLooks = 2000;
     const std::uint64_t wanted = mQueue.pushed();
-    unsigned waited = 0;
+    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
     for (unsigned look = 0; mFlushedUpTo.load(std::memory_order_acquire) < wanted; ++look) {
-        if (waited >= milliseconds || threadHasEnded()) {
+        if (threadHasEnded()) {
             return false;
         }
         if (look == 0 || look >= kShortLooks) {
@@ -249,8 +250,11 @@ bool LogerManager::flush(unsigned milliseconds) {
         if (look < kShortLooks) {
             platform::spinPause(); // yielding would give the turn to any other program first
         } else {
+            // Asked for the time and not counted in sleeps: one of a millisecond may take the system sixteen.
+            if (std::chrono::steady_clock::now() >= giveUp) {
+                return false;
+            }
             platform::systemClock().sleep(1);
-            ++waited;
         }
     }
     return true;

@@ -39,7 +39,6 @@ bool Rotation::openFor(LoggerSlot& slot, std::int64_t lineTime) {
         slot.monthdir ? slot.path + monthFolderName(mClock.toLocal(lineTime)) : slot.path;
     ensureFolder(mFiles, folder);
     const std::string path = chooseName(slot, folder);
-    const bool isUsedAgain = mFiles.size(path).has_value();
     if (!slot.file.open(mFiles, path)) {
         static constexpr char kFrame[] = "!!!!!!!!!!!!!!!!!!!!!!!!!! \r\n";
         mConsole.report("%s", kFrame);
@@ -50,9 +49,7 @@ bool Rotation::openFor(LoggerSlot& slot, std::int64_t lineTime) {
         return false;
     }
     slot.openedFull = slot.file.length() > limitInBytes(slot.limitSizeMb);
-    if (isUsedAgain) {
-        slot.history.forgetEarlier(path);
-    }
+    slot.history.forgetEarlier(path);
     deleteOldFiles(slot, path);
     if (slot.history.empty() || !isSameFile(slot.history.newest().path, path)) {
         slot.history.append(path, mClock.now().seconds);
@@ -189,14 +186,9 @@ void Rotation::readFolder(LoggerSlot& slot) {
     const auto isLeftOver = [&](const FoundLog& log) {
         return isArchive(log.path) &&
                mFiles.size(log.path.substr(0, log.path.size() + 1 - sizeof kArchiveEnding)).has_value() &&
-               !isWholeArchive(mFiles, log.path);
+               isTornArchive(mFiles, log.path);
     };
-    for (const FoundLog& log : found) {
-        if (isLeftOver(log)) {
-            mFiles.remove(log.path);
-        }
-    }
-    std::erase_if(found, isLeftOver);
+    std::erase_if(found, [&](const FoundLog& log) { return isLeftOver(log) && mFiles.remove(log.path); });
     std::sort(found.begin(), found.end(), [](const FoundLog& a, const FoundLog& b) {
         return a.time != b.time ? a.time < b.time : a.path < b.path;
     });

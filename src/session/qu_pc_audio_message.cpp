@@ -42,6 +42,10 @@ bool QuPCAudioMessage::init(const AudioServiceParam& param) {
     if (!take(param)) {
         return false;
     }
+    if (mEnding.load()) { // a connect begun now would keep the loop that is to end
+        writeLog(kLogError, kLogTagSession, "[%s:%d]session is ending, init failed.", kName, __LINE__);
+        return false;
+    }
     if (connected.load()) {
         _setKORUInfoNotify();
         return true;
@@ -96,7 +100,7 @@ void QuPCAudioMessage::send(std::uint16_t cmdType, std::uint16_t seq, OBufList p
         if (mUnsentDropped.load()) {
             return;
         }
-        if (mEnding.load() && connecting.load()) {
+        if (cmdType == kCommandStopPCAudioZLK && connecting.load()) {
             mHeldStop = [this, cmdType, seq, payload] { sendCommand(cmdType, seq, payload); };
             return;
         }

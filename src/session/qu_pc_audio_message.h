@@ -26,8 +26,8 @@ public:
 
     using OStreamPipe::init;
     /// Takes the host's record and starts to connect; when connected already, sends the new device
-    /// information. False when a callback or `context` is missing (nothing is taken then) or a connect is
-    /// still under way.
+    /// information. False when a callback or `context` is missing (nothing is taken then), a connect is still
+    /// under way or the session is ending.
     bool init(const AudioServiceParam& param);
 
     /// A connect has been started and no loop has run since that could complete it.

@@ -109,7 +109,10 @@ std::int32_t OUVLoop::post(std::function<void()> task) {
 
 void OUVLoop::dispatch(std::function<void()> call) {
     if (onLoopThread()) {
-        call();
+        // A handle that a callback opened behind the shutdown's walk would be closed by nobody.
+        if (runState.load() == kRunning) {
+            call();
+        }
         return;
     }
     if (tryPost(call)) {

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdlib>
+#include <new>
 #include <utility>
 
 namespace {
@@ -105,6 +106,11 @@ void OStreamPipe::openConnection(const std::string& fullName) {
     *connectReq = {};
     connectReq->data = this;
     if (pipe == nullptr) {
+        if (!mLoop
+                 ->onLoopThread()) { // nothing is to be reported on the caller's thread, under the loop's lock
+            connecting = false;
+            throw std::bad_alloc();
+        }
         finishConnection(connectReq.get(), UV_ENOMEM);
         return;
     }

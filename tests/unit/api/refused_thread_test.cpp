@@ -50,6 +50,19 @@ TEST_F(RefusedThread, ForTheLoopLetsALaterSetParamSucceed) {
     EXPECT_TRUE(Host::waitForErrors(1));
 }
 
+TEST_F(RefusedThread, ForTheLoopLetsTheHandleBeReleasedByAHostThatTriesAgain) {
+    EXPECT_FALSE(setParamWithoutThreads());
+    AudioServiceHandle* const handle = direct.handle.release();
+    int tries = 0;
+    Host::whenError([&](int, int) {
+        ++tries;
+        EXPECT_FALSE(setParam(handle, &record));
+    });
+    EXPECT_TRUE(uninitSonviaAudioService(handle));
+    EXPECT_EQ(tries, 1);
+    Host::whenError({});
+}
+
 TEST(RefusedWriterThread, LeavesTheManagerNotRunningUntilItIsStartedAgain) {
     orvel::log4z::LogerManager manager(orvel::log4z::LogSystem::real());
     testing::internal::CaptureStdout();

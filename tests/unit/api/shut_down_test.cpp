@@ -117,6 +117,19 @@ TEST_F(ShutDown, TheDisconnectionThatItCausesIsNotReported) {
     EXPECT_TRUE(Host::errors().empty());
 }
 
+TEST_F(ShutDown, AHostThatTriesAgainOnEveryErrorDoesNotKeepItFromEnding) {
+    PipeSession names; // no service listens
+    LogCapture quiet;
+    AudioServiceHandle* const handle = direct.handle.get();
+    const AudioServiceParam record = Host::record();
+    bool lastTry = true;
+    Host::whenError([&](int, int) { lastTry = setParam(handle, &record); });
+    ASSERT_TRUE(setParam(handle, &record));
+    ASSERT_TRUE(Host::waitForErrors(3));
+    EXPECT_TRUE(uninitSonviaAudioService(direct.handle.release()));
+    EXPECT_FALSE(lastTry);
+}
+
 TEST_F(ShutDown, AConnectThatWasBegunWithoutAThreadIsTakenBack) {
     PipeSession names; // no service listens
     LogCapture quiet;

@@ -2,10 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <limits>
 #include <string>
-#include <thread>
-#include <vector>
 
 using namespace orvel::log4z;
 
@@ -43,123 +40,6 @@ TEST_F(Manager, AKeyIsPrefixedAndTrimmed) {
     EXPECT_EQ(manager.findLogger("sonvia"), -1);
     EXPECT_EQ(manager.createLogger(nullptr), -1);
     EXPECT_EQ(manager.findLogger(nullptr), -1);
-}
-
-TEST_F(Manager, AFreshLoggerHasTheDefaultSettings) {
-    const LoggerSlot& slot = manager.slot(manager.createLogger("a"));
-    EXPECT_EQ(slot.path, "./sonvialog/");
-    EXPECT_EQ(slot.version, "");
-    EXPECT_EQ(slot.level, kLevelDebug);
-    EXPECT_TRUE(slot.display);
-    EXPECT_TRUE(slot.outfile);
-    EXPECT_FALSE(slot.monthdir);
-    EXPECT_EQ(slot.limitSizeMb, 2u);
-    EXPECT_EQ(slot.totalSizeMb, 5u);
-    EXPECT_TRUE(slot.enable);
-    EXPECT_TRUE(slot.fileline);
-    EXPECT_EQ(slot.reserveSeconds, 0);
-    EXPECT_FALSE(slot.isZip);
-    EXPECT_EQ(slot.reserveDelType, kReserveBySizeOrTime);
-    EXPECT_FALSE(manager.slot(1).enable) << "not made yet";
-}
-
-TEST_F(Manager, EverySetterRefusesAnInvalidId) {
-    manager.createLogger("only");
-    for (const int id : {-1, 1, 20, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
-        EXPECT_FALSE(manager.enableLogger(id, true));
-        EXPECT_FALSE(manager.setLoggerName(id, "n"));
-        EXPECT_FALSE(manager.setLoggerPath(id, "p"));
-        EXPECT_FALSE(manager.setLoggerPath(id, nullptr));
-        EXPECT_FALSE(manager.setLoggerVersion(id, "v"));
-        EXPECT_FALSE(manager.setLoggerLevel(id, 1));
-        EXPECT_FALSE(manager.setLoggerFileLine(id, true));
-        EXPECT_FALSE(manager.setLoggerDisplay(id, true));
-        EXPECT_FALSE(manager.setLoggerOutFile(id, true));
-        EXPECT_FALSE(manager.setLoggerLimitsize(id, 1));
-        EXPECT_FALSE(manager.setLoggerTotalsize(id, 1));
-        EXPECT_FALSE(manager.setLoggerMonthdir(id, true));
-        EXPECT_FALSE(manager.setLoggerReserveTime(id, 1));
-        EXPECT_FALSE(manager.setLoggerZip(id, true));
-        EXPECT_FALSE(manager.setLoggerReserveDelType(id, 1));
-        EXPECT_FALSE(manager.wouldLog(id, kLevelFatal));
-        EXPECT_FALSE(manager.isLoggerEnabled(id));
-    }
-}
-
-TEST_F(Manager, SettersChangeAStoppedManagersLoggerAtOnce) {
-    const int id = manager.createLogger("a");
-    const LoggerSlot& slot = manager.slot(id);
-    EXPECT_TRUE(manager.setLoggerName(id, "name"));
-    EXPECT_TRUE(manager.setLoggerVersion(id, "1"));
-    EXPECT_TRUE(manager.setLoggerLevel(id, kLevelAlarm));
-    EXPECT_TRUE(manager.setLoggerFileLine(id, false));
-    EXPECT_TRUE(manager.setLoggerDisplay(id, false));
-    EXPECT_TRUE(manager.setLoggerOutFile(id, false));
-    EXPECT_TRUE(manager.setLoggerMonthdir(id, true));
-    EXPECT_TRUE(manager.setLoggerZip(id, true));
-    EXPECT_TRUE(manager.enableLogger(id, false));
-    EXPECT_EQ(slot.name, "name");
-    EXPECT_EQ(slot.version, "1");
-    EXPECT_EQ(slot.level, kLevelAlarm);
-    EXPECT_FALSE(slot.fileline || slot.display || slot.outfile || slot.enable);
-    EXPECT_TRUE(slot.monthdir && slot.isZip);
-    EXPECT_EQ(manager.pooledRecords(), 0u) << "no record was needed";
-}
-
-TEST_F(Manager, APathEndsInASeparatorAndNullKeepsIt) {
-    const int id = manager.createLogger("a");
-    const LoggerSlot& slot = manager.slot(id);
-    EXPECT_TRUE(manager.setLoggerPath(id, nullptr));
-    EXPECT_EQ(slot.path, "./sonvialog/");
-    manager.setLoggerPath(id, "logs");
-    EXPECT_EQ(slot.path, "logs/");
-    manager.setLoggerPath(id, "logs/");
-    EXPECT_EQ(slot.path, "logs/");
-    manager.setLoggerPath(id, "D:\\logs\\");
-    EXPECT_EQ(slot.path, "D:\\logs\\");
-    EXPECT_TRUE(manager.setLoggerName(id, nullptr));
-    EXPECT_EQ(slot.name, "");
-}
-
-TEST_F(Manager, ATextOfEightThousandBytesIsTooLong) {
-    const int id = manager.createLogger("a");
-    EXPECT_TRUE(manager.setLoggerVersion(id, std::string(8191, 'v').c_str()));
-    EXPECT_FALSE(manager.setLoggerVersion(id, std::string(8192, 'v').c_str()));
-    EXPECT_EQ(manager.slot(id).version.size(), 8191u);
-    EXPECT_FALSE(manager.setLoggerPath(id, std::string(8191, 'p').c_str())) << "with its slash";
-}
-
-TEST_F(Manager, LimitsOfZeroMeanNoLimit) {
-    const int id = manager.createLogger("a");
-    manager.setLoggerLimitsize(id, 0);
-    manager.setLoggerTotalsize(id, 0);
-    EXPECT_EQ(manager.slot(id).limitSizeMb, 4294967295u);
-    EXPECT_EQ(manager.slot(id).totalSizeMb, 4294967295u);
-    manager.setLoggerLimitsize(id, 3);
-    EXPECT_EQ(manager.slot(id).limitSizeMb, 3u);
-}
-
-TEST_F(Manager, ANegativeReserveTimeBecomesZeroAndAHugeOneStaysLarge) {
-    const int id = manager.createLogger("a");
-    manager.setLoggerReserveTime(id, -5);
-    EXPECT_EQ(manager.slot(id).reserveSeconds, 0);
-    manager.setLoggerReserveTime(id, 172800);
-    EXPECT_EQ(manager.slot(id).reserveSeconds, 172800);
-    manager.setLoggerReserveTime(id, std::int64_t{1} << 40);
-    EXPECT_EQ(manager.slot(id).reserveSeconds, std::numeric_limits<std::int32_t>::max());
-}
-
-TEST_F(Manager, AReserveDeletionTypeOfSevenStoresTwo) {
-    const int id = manager.createLogger("a");
-    for (int type = 0; type < 4; ++type) {
-        manager.setLoggerReserveDelType(id, type);
-        EXPECT_EQ(manager.slot(id).reserveDelType, type);
-    }
-    for (const int type : {4, 7, 1000000, -1}) {
-        manager.setLoggerReserveDelType(id, kReserveByTime);
-        manager.setLoggerReserveDelType(id, type);
-        EXPECT_EQ(manager.slot(id).reserveDelType, kReserveBySizeOrTime) << type;
-    }
 }
 
 TEST_F(Manager, ARecordCarriesIdLevelTimeAndPrefix) {
@@ -299,29 +179,6 @@ TEST_F(Manager, AStoppedManagerCanBeStartedAgain) {
     EXPECT_EQ(manager.totalLinesWritten(), 3u);
 }
 
-TEST_F(Manager, WhileItRunsSettingsTakeEffectInOrderWithTheLines) {
-    const int id = makeQuietLogger();
-    manager.start();
-    log(id, kLevelError, "one");
-    manager.setLoggerName(id, "sonvia_Renamed");
-    log(id, kLevelError, "two");
-    manager.setLoggerPath(id, "elsewhere");
-    log(id, kLevelError, "three");
-    manager.setLoggerOutFile(id, false);
-    log(id, kLevelError, "four");
-    manager.stop();
-    const auto holds = [&](const std::string& part, const std::string& text) {
-        const auto paths = files.pathsWith(part);
-        return paths.size() == 1 &&
-               files.content(paths[0]).find("] ERROR " + text + "\r\n") != std::string::npos;
-    };
-    EXPECT_TRUE(holds("logs/sonvia_Test_", "one"));
-    EXPECT_TRUE(holds("logs/sonvia_Renamed_", "two"));
-    EXPECT_TRUE(holds("elsewhere/sonvia_Renamed_", "three"));
-    EXPECT_EQ(manager.totalLinesWritten(), 4u) << "a line that goes to no file counts as written";
-    EXPECT_EQ(manager.totalRecordsPopped(), 4u) << "settings are no lines";
-}
-
 TEST_F(Manager, DisplayedLinesAppearInTheColourOfTheirLevel) {
     const int id = manager.createLogger("a");
     manager.setLoggerPath(id, "logs");
@@ -358,100 +215,6 @@ TEST_F(Manager, BelowTwentyThousandWaitingRecordsNobodyIsHeldBack) {
     EXPECT_TRUE(clock.sleeps().empty());
 }
 
-TEST_F(Manager, TheConfigurationMakesLoggersAndAppliesTheirPairs) {
-    EXPECT_TRUE(
-        manager.configFromText("[main]\npath=D:\\logs\nname=n\nlevel=alarm\ndisplay=0\noutfile=false\n"
-                               "monthdir=1\nlimitsize=7\nfileline=false\nreserve=-3\nunknown=1\n"
-                               "[net]\nenable=0\nlimitsize=x\nlevel=loud\nreserve=60\n"));
-    const int main = manager.findLogger("Main");
-    ASSERT_EQ(main, 0);
-    const LoggerSlot& slot = manager.slot(main);
-    EXPECT_EQ(slot.key, "sonvia_Main");
-    EXPECT_EQ(slot.path, "D:\\logs/");
-    EXPECT_EQ(slot.name, "n");
-    EXPECT_EQ(slot.level, kLevelAlarm);
-    EXPECT_FALSE(slot.display || slot.outfile || slot.fileline);
-    EXPECT_TRUE(slot.monthdir);
-    EXPECT_EQ(slot.limitSizeMb, 7u);
-    EXPECT_EQ(slot.reserveSeconds, 0);
-    const LoggerSlot& net = manager.slot(manager.findLogger("net"));
-    EXPECT_FALSE(net.enable);
-    EXPECT_EQ(net.limitSizeMb, 2u);
-    EXPECT_EQ(net.level, kLevelDebug);
-    EXPECT_EQ(net.reserveSeconds, 60);
-}
-
-TEST_F(Manager, TheSameConfigurationIsNotAppliedTwice) {
-    EXPECT_TRUE(manager.configFromText("[a]\nlevel=fatal\n"));
-    manager.setLoggerLevel(0, kLevelTrace);
-    EXPECT_TRUE(manager.configFromText("[a]\nlevel=fatal\n"));
-    EXPECT_EQ(manager.slot(0).level, kLevelTrace);
-    EXPECT_TRUE(manager.configFromText("[a]\nlevel=error\n"));
-    EXPECT_EQ(manager.slot(0).level, kLevelError);
-}
-
-TEST_F(Manager, ConfigurationWarningsAreShownInTheColourOfFatal) {
-    EXPECT_TRUE(manager.configFromText("level=info\n[a]\n[a]\n"));
-    EXPECT_EQ(console.timesColoured("log4z configure warning: not found current logger name:[] at line:1, "
-                                    "key=level, value=info \r\n"),
-              1);
-    EXPECT_EQ(console.timesColoured("log4z configure warning: duplicate logger key:[a] at line: 3 \r\n"), 1);
-}
-
-TEST_F(Manager, AConfigurationThatCannotBeAppliedIsReported) {
-    EXPECT_FALSE(manager.configFromText(nullptr));
-    const std::string report =
-        " !!! !!! !!! !!!\r\n !!! !!! log4z load config file error \r\n !!! !!! !!! !!!\r\n";
-    EXPECT_EQ(console.plain(), report);
-    std::string tooMany;
-    for (int i = 0; i < 21; ++i) {
-        tooMany += "[l" + std::to_string(i) + "]\nlevel=fatal\n";
-    }
-    EXPECT_FALSE(manager.configFromText(tooMany.c_str()));
-    EXPECT_EQ(console.plain(), report + report);
-    EXPECT_EQ(manager.slot(19).level, kLevelFatal) << "the others are applied";
-}
-
-TEST_F(Manager, AConfigurationFileIsReadOnceAndThenUpdatedWhenItsContentChanges) {
-    files.put("conf/log.ini", "[a]\nlevel=fatal\n");
-    EXPECT_TRUE(manager.config("conf/log.ini"));
-    EXPECT_EQ(manager.slot(0).level, kLevelFatal);
-    EXPECT_FALSE(manager.config("other.ini"));
-    EXPECT_EQ(console.plain(),
-              " !!! !!! !!! !!!\r\n !!! !!! log4z configure error: too many calls to Config. the old "
-              "config file=conf/log.ini,  the new config file=other.ini !!! !!! \r\n"
-              " !!! !!! !!! !!!\r\n");
-    manager.setLoggerLevel(0, kLevelTrace);
-    EXPECT_TRUE(manager.updateConfig());
-    EXPECT_EQ(manager.slot(0).level, kLevelTrace) << "not changed, not applied";
-    files.put("conf/log.ini", "[a]\nlevel=error\n");
-    EXPECT_TRUE(manager.updateConfig());
-    EXPECT_EQ(manager.slot(0).level, kLevelError);
-}
-
-TEST_F(Manager, AConfigurationFileThatCannotBeOpenedIsReported) {
-    EXPECT_FALSE(manager.updateConfig()) << "there is none yet";
-    EXPECT_FALSE(manager.config("missing.ini"));
-    EXPECT_EQ(console.plain(),
-              " !!! !!! !!! !!!\r\n !!! !!! log4z load config file error. filename=missing.ini  "
-              "!!! !!! \r\n !!! !!! !!! !!!\r\n");
-    EXPECT_FALSE(manager.updateConfig());
-}
-
-TEST_F(Manager, TheWriterThreadLooksForAChangedConfigurationWhenTheIntervalIsOver) {
-    files.put("conf/log.ini", "[a]\nlevel=fatal\npath=logs\ndisplay=0\n");
-    manager.config("conf/log.ini");
-    EXPECT_TRUE(manager.setConfigCheckInterval(10));
-    manager.start();
-    logNow(0, "the interval has begun", kLevelFatal);
-    files.put("conf/log.ini", "[a]\nlevel=trace\npath=logs\ndisplay=0\n");
-    clock.advance(11);
-    for (unsigned waited = 0; !manager.wouldLog(0, kLevelTrace) && waited < kGuard; ++waited) {
-        platform::systemClock().sleep(1);
-    }
-    EXPECT_TRUE(manager.wouldLog(0, kLevelTrace));
-}
-
 TEST_F(Manager, FlushOfAStoppedManagerReturnsAtOnce) {
     EXPECT_TRUE(manager.flush(kGuard)) << "nothing was ever pushed";
     const int id = makeQuietLogger();
@@ -459,22 +222,4 @@ TEST_F(Manager, FlushOfAStoppedManagerReturnsAtOnce) {
     log(id, kLevelError, "line");
     manager.stop();
     EXPECT_TRUE(manager.flush(kGuard));
-}
-
-TEST_F(Manager, SettersAndStopFromTwoThreadsLeaveNothingBehind) {
-    for (int round = 0; round < 20; ++round) {
-        const int id = makeQuietLogger();
-        manager.enableLogger(id, true);
-        manager.start();
-        std::thread setter([&] {
-            for (int i = 0; i < 200; ++i) {
-                EXPECT_TRUE(manager.setLoggerName(id, i % 2 == 0 ? "sonvia_even" : "sonvia_odd"));
-                log(id, kLevelError, "line");
-            }
-        });
-        manager.stop();
-        setter.join();
-        EXPECT_EQ(manager.slot(id).name, "sonvia_odd") << "the last change is in force";
-        EXPECT_EQ(manager.totalLinesWritten(), manager.totalRecordsPushed());
-    }
 }

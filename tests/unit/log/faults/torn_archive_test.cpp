@@ -15,7 +15,13 @@ using namespace orvel::log4z;
 
 namespace {
 
-class TornArchive : public LogEngine {};
+class TornArchive : public LogEngine {
+protected:
+    bool isTorn(const std::string& content) {
+        files.put("a.zip", content);
+        return isTornArchive(files, "a.zip");
+    }
+};
 
 constexpr char kLog[] = "logs/sonvia_Test_2026-03-07-08-00-00.log";
 
@@ -100,15 +106,34 @@ TEST_F(TornArchive, ATornArchiveWithoutItsLogIsAnOldFileLikeAnyOther) {
 
 TEST_F(TornArchive, AWholeArchiveIsNotTakenForATornOneWhateverFollowsOrPrecedesIt) {
     const std::string archive = archiveOf(oldText());
-    const auto isWhole = [&](const std::string& content) {
-        files.put("a.zip", content);
-        return isWholeArchive(files, "a.zip");
-    };
-    EXPECT_TRUE(isWhole(archive));
-    EXPECT_TRUE(isWhole(archiveOf(std::string(300000, 'x') + oldText())));
-    EXPECT_FALSE(isWhole(archive + "x"));
-    EXPECT_FALSE(isWhole(std::string(archive.size(), '\0')));
-    EXPECT_FALSE(isWholeArchive(files, "missing.zip"));
+    EXPECT_FALSE(isTorn(archive));
+    EXPECT_FALSE(isTorn(archiveOf(std::string(300000, 'x') + oldText())));
+    EXPECT_TRUE(isTorn(archive + "x"));
+    EXPECT_TRUE(isTorn(std::string(archive.size(), '\0')));
+    EXPECT_TRUE(isTorn(""));
+}
+
+TEST_F(TornArchive, AnArchiveThatCannotBeLookedAtIsNotTakenForATornOne) {
+    const std::string half = archiveOf(oldText()).substr(0, 100);
+    EXPECT_TRUE(isTorn(half));
+    files.failNth(MemoryFiles::Call::Open, 1);
+    EXPECT_FALSE(isTorn(half));
+    files.failNth(MemoryFiles::Call::Size, 1);
+    EXPECT_FALSE(isTorn(half));
+    files.limitReads(50);
+    EXPECT_FALSE(isTorn(half));
+    EXPECT_FALSE(isTornArchive(files, "missing.zip"));
+}
+
+TEST_F(TornArchive, ATornArchiveThatCannotBeRemovedCountsAsAFile) {
+    files.put(kLog, "the log");
+    files.put(std::string(kLog) + ".zip", "PK");
+    files.failNth(MemoryFiles::Call::Remove, 1, false, MemoryFiles::Kind::Refused);
+    const int id = makeQuietLogger();
+    ASSERT_TRUE(manager.start());
+    EXPECT_TRUE(pushNumbered(manager, id, 1));
+    manager.stop();
+    EXPECT_EQ(manager.slot(id).history.count(), 3u);
 }
 
 TEST_F(TornArchive, AnArchiveOfAnyLengthIsFoundWhole) {
@@ -117,10 +142,6 @@ TEST_F(TornArchive, AnArchiveOfAnyLengthIsFoundWhole) {
     while (noise.size() < 9000) {
         noise += static_cast<char>(random());
     }
-    const auto isWhole = [&](const std::string& content) {
-        files.put("a.zip", content);
-        return isWholeArchive(files, "a.zip");
-    };
     constexpr std::size_t kPiece = 4096; // is read at once
     int tried = 0;
     for (const std::size_t pieces : {1, 2}) {
@@ -130,8 +151,8 @@ TEST_F(TornArchive, AnArchiveOfAnyLengthIsFoundWhole) {
         for (std::size_t past = 0; past < 30; ++past) {
             const std::string archive = archiveOf(noise.substr(0, pieces * kPiece + past - added));
             EXPECT_EQ(archive.size(), pieces * kPiece + past);
-            EXPECT_TRUE(isWhole(archive)) << archive.size() << " bytes";
-            EXPECT_FALSE(isWhole(archive.substr(0, archive.size() - 1))) << archive.size() << " bytes";
+            EXPECT_FALSE(isTorn(archive)) << archive.size() << " bytes";
+            EXPECT_TRUE(isTorn(archive.substr(0, archive.size() - 1))) << archive.size() << " bytes";
             ++tried;
         }
     }

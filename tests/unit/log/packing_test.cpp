@@ -1,0 +1,118 @@
+// How a closed file becomes an archive.
+
+#include "unit/log/rotation_fixture.h"
+
+using namespace orvel::log4z;
+
+namespace {
+
+using Packing = RotationTest;
+
+std::string compressible(std::size_t size) {
+    std::string text;
+    while (text.size() < size) {
+        text +=
+            "03-09 08:00:00." + std::to_string(text.size() % 1000) + " [host] [1234] INFO  tag: message\r\n";
+    }
+    text.resize(size);
+    return text;
+}
+
+} // namespace
+
+TEST_F(Packing, AClosedFileIsPackedAndItsArchiveStandsInTheHistory) {
+    slot.isZip = true;
+    slot.limitSizeMb = 1;
+    const std::string text = compressible(kMb + 1);
+    ASSERT_TRUE(rotation.openFor(slot, clock.now().seconds));
+    slot.file.write(text.data(), text.size());
+    clock.advance(1);
+    ASSERT_TRUE(line());
+    EXPECT_EQ(logs(), (std::vector<std::string>{"logs/sonvia_Test_2026-03-09-08-00-00.log.zip",
+                                                "logs/sonvia_Test_2026-03-09-08-00-01.log"}));
+    EXPECT_EQ(slot.history.oldest().path, "logs/sonvia_Test_2026-03-09-08-00-00.log.zip");
+    EXPECT_EQ(slot.history.writeLength(), files.content(logs()[0]).size());
+    const std::string told = screen.plain();
+    EXPECT_EQ(told.find("logLen:1048577 zipLen:" + std::to_string(slot.history.writeLength()) + " ratio0."),
+              0u)
+        << told;
+    EXPECT_NE(told.find(" historyWriteLen:0 back second name:logs/sonvia_Test_2026-03-09-08-00-00.log.zip "),
+              std::string::npos)
+        << told;
+}
+
+TEST_F(Packing, AnArchiveThatIsNotSmallerIsRemovedAndTheLogKept) {
+    slot.isZip = true;
+    ASSERT_TRUE(line(10));
+    clock.advance(86400);
+    ASSERT_TRUE(line(10));
+    EXPECT_TRUE(files.exists("logs/sonvia_Test_2026-03-09-08-00-00.log"));
+    EXPECT_EQ(files.pathsWith(".zip").size(), 0u);
+    EXPECT_EQ(slot.history.writeLength(), 10u);
+}
+
+TEST_F(Packing, AnEmptyLogHasTheRatioOne) {
+    slot.isZip = true;
+    ASSERT_TRUE(line(0));
+    clock.advance(86400);
+    ASSERT_TRUE(line());
+    EXPECT_NE(screen.plain().find("logLen:0 "), std::string::npos);
+    EXPECT_NE(screen.plain().find(" ratio1.00 "), std::string::npos);
+}
+
+TEST_F(Packing, AnArchiveThatCannotBeFinishedLosesNoLog) {
+    slot.isZip = true;
+    slot.limitSizeMb = 1;
+    const std::string text = compressible(kMb + 1);
+    for (int failing = 1; failing < 8; ++failing) {
+        ASSERT_TRUE(rotation.openFor(slot, clock.now().seconds));
+        slot.file.write(text.data(), text.size());
+        slot.file.flush();
+        const std::string log = slot.history.newest().path;
+        files.failNth(MemoryFiles::Call::Write, failing);
+        const int before = files.calls(MemoryFiles::Call::Write);
+        clock.advance(86400);
+        ASSERT_TRUE(rotation.openFor(slot, clock.now().seconds));
+        const bool failed = files.calls(MemoryFiles::Call::Write) - before >= failing;
+        files.failNothing();
+        EXPECT_EQ(files.exists(log), failed) << "write " << failing;
+        EXPECT_EQ(files.exists(log + ".zip"), !failed) << "write " << failing;
+        EXPECT_TRUE(!failed || files.content(log) == text);
+    }
+}
+
+TEST_F(Packing, ALogThatCannotBeReadToItsEndIsNotPacked) {
+    slot.isZip = true;
+    const std::string text = compressible(200000);
+    ASSERT_TRUE(rotation.openFor(slot, clock.now().seconds));
+    slot.file.write(text.data(), text.size());
+    files.limitReads(100000);
+    clock.advance(86400);
+    ASSERT_TRUE(line());
+    EXPECT_EQ(files.content("logs/sonvia_Test_2026-03-09-08-00-00.log"), text);
+    EXPECT_EQ(files.pathsWith(".zip").size(), 0u);
+}
+
+TEST_F(Packing, WithZipTheNewestLogIsPackedWhenTheHistoryIsRead) {
+    slot.isZip = true;
+    files.put("logs/sonvia_Test_2026-03-07-08-00-00.log", compressible(5000));
+    files.put("logs/sonvia_Test_2026-03-08-08-00-00.log", compressible(5000));
+    rotation.loadHistory(0, slot);
+    EXPECT_EQ(logs(), (std::vector<std::string>{"logs/sonvia_Test_2026-03-07-08-00-00.log",
+                                                "logs/sonvia_Test_2026-03-08-08-00-00.log.zip"}));
+    EXPECT_EQ(slot.history.writeLength(), files.totalSize(".log"));
+}
+
+TEST_F(Packing, HalfAnArchiveLeftByAKilledProcessIsRemovedAndItsLogKept) {
+    for (const bool zip : {false, true}) {
+        slot.isZip = zip;
+        files.put("logs/sonvia_Test_2026-03-07-08-00-00.log", "the log");
+        files.put("logs/sonvia_Test_2026-03-07-08-00-00.log.zip", "PK half");
+        files.put("logs/sonvia_Test_2026-03-08-08-00-00.log.zip", "PK whole");
+        rotation.loadHistory(0, slot);
+        EXPECT_EQ(logs(), (std::vector<std::string>{"logs/sonvia_Test_2026-03-07-08-00-00.log",
+                                                    "logs/sonvia_Test_2026-03-08-08-00-00.log.zip"}));
+        EXPECT_EQ(slot.history.count(), 2u);
+        EXPECT_EQ(slot.history.writeLength(), 15u);
+    }
+}

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "log/rotation.h"
+#include "unit/log/fake_clock.h"
+#include "unit/log/memory_files.h"
+#include "unit/log/recording_console.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+constexpr std::size_t kMb = 1048576;
+
+/// One logger's files on a fake system.
+class RotationTest : public ::testing::Test {
+protected:
+    RotationTest() {
+        slot.enable = true;
+        slot.name = "sonvia_Test";
+        slot.path = "logs/";
+        slot.reserveDelType = orvel::log4z::kReserveBySize;
+        clock.setLocal({2026, 3, 9, 8, 0, 0});
+    }
+
+    /// Writes one line of that many bytes at the present time; false when there is no file for it.
+    bool line(std::size_t bytes = 100) {
+        if (!rotation.openFor(slot, clock.now().seconds)) {
+            return false;
+        }
+        slot.file.write(std::string(bytes, 'x').data(), bytes);
+        slot.file.flush();
+        return true;
+    }
+
+    std::vector<std::string> logs() const { return files.pathsWith(".log"); }
+
+    FakeClock clock;
+    MemoryFiles files;
+    RecordingConsole screen;
+    orvel::log4z::ConsoleEcho console{screen};
+    orvel::log4z::Rotation rotation{clock, files, console};
+    orvel::log4z::LoggerSlot slot;
+};
