@@ -1,42 +1,18 @@
-"""Proof that the gates can turn red: each canary plants one fault where no one else sees it (a copy of the tree, a
-small DLL of its own) and fails when its gate does not find it.
+"""Proof that the gates can turn red, and what else ./test judges by: each canary plants one fault where no one else
+sees it (a copy of the tree, a small program or result of its own) and fails when nothing is found. A gate without a
+canary fails too. What the sanitizers and the test runner find is proved by the programs in tests/canary.
 
 usage: python3 scripts/canaries.py [canary...]
 """
+import functools
 import re
-import shutil
 import subprocess
 import sys
-import tempfile
 from pathlib import Path
 
 import gates
-
-SCRATCH = gates.BUILD / "canaries"
-
-
-class Tree:
-    """A copy of the tracked files, under version control of its own, to plant faults in."""
-
-    def __init__(self):
-        SCRATCH.mkdir(parents=True, exist_ok=True)
-        self.root = Path(tempfile.mkdtemp(dir=SCRATCH))
-        for path in gates.tracked():
-            (self.root / path.parent).mkdir(parents=True, exist_ok=True)
-            shutil.copy(gates.ROOT / path, self.root / path)
-
-    def plant(self, path, text):
-        file = self.root / path
-        file.parent.mkdir(parents=True, exist_ok=True)
-        file.write_text(text)
-        for command in (["init", "-q"], ["add", "-A", "-f"]):
-            subprocess.run(["git", "-c", "core.autocrlf=false", "-C", self.root, *command], check=True)
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        shutil.rmtree(self.root)
+import run_canaries
+from scratch import Tree, scratch
 
 
 def planted(gate, path, text):
@@ -47,15 +23,39 @@ def planted(gate, path, text):
 
 
 def badly_formatted_file():
+    """Planted files are new to version control: such ones are judged too."""
     return planted(gates.check_format, "src/log/canary.cpp", "int  canary( ){return 1 ;}\n")
+
+
+def badly_formatted_file_in_an_ignored_folder():
+    """What git ignores is nobody's fault."""
+    return not planted(gates.check_format, "build/canary.cpp", "int  canary( ){return 1 ;}\n")
 
 
 def include_from_a_higher_floor():
     return planted(gates.check_floors, "src/protocol/canary.cpp", '#include "session/canary.h"\n')
 
 
+def include_by_way_of_the_folder_above():
+    return all(planted(gates.check_floors, "src/protocol/canary.cpp", f'#include "{name}"\n')
+               for name in ("../session/canary.h", "./../session/canary.h", "platform/../session/canary.h"))
+
+
 def windows_header_outside_its_folder():
     return planted(gates.check_floors, "src/log/canary.cpp", "#include <windows.h>\n")
+
+
+def windows_runtime_header_outside_its_folder():
+    return planted(gates.check_floors, "src/log/canary.cpp", "#include <process.h>\n")
+
+
+def posix_header_outside_its_folder():
+    return all(planted(gates.check_floors, "src/log/canary.cpp", f"#include <{name}>\n")
+               for name in ("unistd.h", "fcntl.h", "sys/stat.h"))
+
+
+def miniz_header_outside_log():
+    return planted(gates.check_floors, "src/session/canary.cpp", "#include <miniz.h>\n")
 
 
 def libuv_header_outside_transport():
@@ -78,12 +78,71 @@ def sample_that_differs_from_its_file():
     return planted(gates.check_samples, "docs/canary.md", "<!-- file: test -->\n```sh\nrm -r build\n```\n")
 
 
-def badly_named_function():
+# One fault for each family of checks in .clang-tidy.
+TIDY_FAULTS = """
+#include <cstdlib>
+#include <string>
+int Canary_Function(int value);
+int Canary_Function(int value) {
+    return value;
+}
+int canaryBranches(int value);
+int canaryBranches(int value) {
+    if (value == 1) {
+        return 2;
+    } else {
+        return 2;
+    }
+}
+int canaryThreads();
+int canaryThreads() {
+    return std::rand();
+}
+bool canaryCopies(const std::string text);
+bool canaryCopies(const std::string text) {
+    return text.empty();
+}
+int canaryLines(int value);
+int canaryLines(int value) {
+""" + "    value += value;\n" * 61 + """    return value;
+}
+"""
+
+
+@functools.cache  # a run for each family would take a minute
+def tidy_findings(source):
+    """What the gate finds in a source of the tree once the faults stand at its end."""
     with Tree() as tree:
-        source = "src/log/canary.cpp"
-        tree.plant(source, "int Canary_Function();\nint Canary_Function() {\n    return 1;\n}\n")
-        findings = gates.tidy_one(tree.root, source, ["--extra-arg=-std=c++20"])
-        return any("readability-identifier-naming" in finding for finding in findings)
+        if gates.check_tidy(tree.root, [Path(source)]):
+            return []  # it is red without them, so that it were red with them would prove nothing
+        tree.plant(source, (tree.root / source).read_text() + TIDY_FAULTS)
+        return gates.check_tidy(tree.root, [Path(source)])
+
+
+def found_by_clang_tidy(check):
+    """Natively, and in a source that the cross build alone compiles."""
+    return all(any(check in finding and source in finding for finding in tidy_findings(source))
+               for source in ("src/log/history.cpp", "src/platform/windows/thread_id.cpp"))
+
+
+def badly_named_function():
+    return found_by_clang_tidy("readability-identifier-naming")
+
+
+def function_of_too_many_lines():
+    return found_by_clang_tidy("readability-function-size")
+
+
+def branches_that_are_the_same():
+    return found_by_clang_tidy("bugprone-branch-clone")
+
+
+def call_that_threads_cannot_share():
+    return found_by_clang_tidy("concurrency-mt-unsafe")
+
+
+def parameter_that_is_copied_for_nothing():
+    return found_by_clang_tidy("performance-unnecessary-value-param")
 
 
 def buffer_that_cppcheck_sees_overrun():
@@ -91,17 +150,20 @@ def buffer_that_cppcheck_sees_overrun():
                    "int canary() {\n    int bytes[4] = {0, 1, 2, 3};\n    return bytes[4];\n}\n")
 
 
-def function_of_too_many_lines():
-    with Tree() as tree:
-        source = "src/log/canary.cpp"
-        tree.plant(source, "int canary(int value);\nint canary(int value) {\n" + "    value += value;\n" * 61 +
-                   "    return value;\n}\n")
-        findings = gates.tidy_one(tree.root, source, ["--extra-arg=-std=c++20"])
-        return any("readability-function-size" in finding for finding in findings)
+def archives_without_a_sanitizer():
+    with scratch() as deps:
+        (deps / "canary.c").write_text("int canary(void) { return 0; }\n")
+        subprocess.run(["gcc", "-c", "canary.c", "-o", "canary.o"], cwd=deps, check=True)
+        missing = gates.check_instrumented(deps)
+        for finding in missing:
+            preset, name = re.fullmatch(r"(\w+): (\S+) is not built", finding).groups()
+            (deps / preset / "lib").mkdir(parents=True, exist_ok=True)
+            subprocess.run(["ar", "rc", deps / preset / "lib" / name, "canary.o"], cwd=deps, check=True)
+        plain = gates.check_instrumented(deps)
+        return len(missing) == len(plain) == 9 and all("does not call the sanitizer" in finding for finding in plain)
 
 
 def small_dll(folder, names, source="", options=()):
-    folder = Path(folder)
     (folder / "canary.def").write_text("LIBRARY canary\nEXPORTS\n" + "".join(f"    {name}\n" for name in names))
     functions = "".join(f'extern "C" int {name}() {{ return 0; }}\n' for name in names)
     (folder / "canary.cpp").write_text(source + functions)
@@ -112,8 +174,7 @@ def small_dll(folder, names, source="", options=()):
 
 
 def ninth_export():
-    SCRATCH.mkdir(parents=True, exist_ok=True)
-    with tempfile.TemporaryDirectory(dir=SCRATCH) as folder:
+    with scratch() as folder:
         eight = sorted(gates.EXPORTS)
         if gates.check_exports(small_dll(folder, eight, options=["-static"])):
             return False
@@ -122,8 +183,7 @@ def ninth_export():
 
 
 def import_of_a_compilers_library():
-    SCRATCH.mkdir(parents=True, exist_ok=True)
-    with tempfile.TemporaryDirectory(dir=SCRATCH) as folder:
+    with scratch() as folder:
         throws = "#include <stdexcept>\nvoid raise() { throw std::runtime_error(\"canary\"); }\n"
         linked_in = small_dll(folder, ["canary"], throws, ["-static"])
         if gates.check_imports(linked_in):
@@ -134,9 +194,8 @@ def import_of_a_compilers_library():
 def compiled_as_the_project_is(preset, text):
     """Compiles the text with the options that the preset compiles a file of src/ with."""
     entry = next(entry for entry in gates.compile_commands(preset) if "/src/" in entry["file"])
-    SCRATCH.mkdir(parents=True, exist_ok=True)
-    with tempfile.TemporaryDirectory(dir=SCRATCH) as folder:
-        source = Path(folder) / "canary.cpp"
+    with scratch() as folder:
+        source = folder / "canary.cpp"
         source.write_text(text)
         command = re.sub(r" -o \S+ -c \S+$", f" -o {folder}/canary.o -c {source}", entry["command"])
         return subprocess.run(command, shell=True, cwd=entry["directory"], capture_output=True, text=True)
@@ -157,24 +216,55 @@ def warning_in_the_projects_code():
     return True
 
 
-CANARIES = [badly_formatted_file, include_from_a_higher_floor, windows_header_outside_its_folder,
-            libuv_header_outside_transport, program_that_uses_more_than_the_public_header, unlisted_test_file,
-            path_of_somebodys_machine, sample_that_differs_from_its_file, badly_named_function, function_of_too_many_lines,
-            buffer_that_cppcheck_sees_overrun, ninth_export,
-            import_of_a_compilers_library, warning_in_the_projects_code]
+def gate_without_a_canary():
+    return without_canary({"canary": None}) == ["canary"]
+
+
+# For each gate, and for each other thing that ./test judges by.
+CANARIES = {
+    "format": [badly_formatted_file, badly_formatted_file_in_an_ignored_folder],
+    "floors": [include_from_a_higher_floor, include_by_way_of_the_folder_above, windows_header_outside_its_folder,
+               windows_runtime_header_outside_its_folder, posix_header_outside_its_folder,
+               libuv_header_outside_transport, miniz_header_outside_log,
+               program_that_uses_more_than_the_public_header],
+    "lists": [unlisted_test_file],
+    "paths": [path_of_somebodys_machine],
+    "samples": [sample_that_differs_from_its_file],
+    "exports": [ninth_export],
+    "imports": [import_of_a_compilers_library],
+    "instrumented": [archives_without_a_sanitizer],
+    "cppcheck": [buffer_that_cppcheck_sees_overrun],
+    "tidy": [badly_named_function, function_of_too_many_lines, branches_that_are_the_same,
+             call_that_threads_cannot_share, parameter_that_is_copied_for_nothing],
+    "the compilers": [warning_in_the_projects_code],
+    "the canaries": [gate_without_a_canary],
+    **run_canaries.CANARIES,
+}
+
+
+def without_canary(names):
+    return [name for name in names if not CANARIES.get(name)]
+
+
+def checks():
+    """Pairs of a name and a function that returns what is wrong."""
+    yield "every_gate_has_a_canary", lambda: [f"{gate} has none" for gate in without_canary(gates.GATES)]
+    for judge, its_canaries in CANARIES.items():
+        for canary in its_canaries:
+            yield canary.__name__, lambda canary=canary, judge=judge: [] if canary() else [f"{judge} stayed green"]
 
 
 def main(names):
-    unknown = set(names) - {canary.__name__ for canary in CANARIES}
+    unknown = set(names) - {name for name, _ in checks()}
     if unknown:
         sys.exit(f"no canary {', '.join(sorted(unknown))}")
     failed = False
-    for canary in CANARIES:
-        if names and canary.__name__ not in names:
+    for name, check in checks():
+        if names and name not in names:
             continue
-        red = canary()
-        print(f"{'ok' if red else 'FAIL':5}{canary.__name__}{'' if red else ': the gate stayed green'}")
-        failed = failed or not red
+        found = check()
+        print(f"{'FAIL' if found else 'ok':5}{name}{''.join(f': {finding}' for finding in found)}", flush=True)
+        failed = failed or bool(found)
     return 1 if failed else 0
 
 

@@ -1,5 +1,5 @@
 """The checks of the tree that no compiler makes. Each is a function that returns a list of findings, empty when the
-gate is green; scripts/canaries.py plants one fault for each and expects a finding.
+gate is green; scripts/canaries.py plants faults for each and expects findings. A gate without a canary fails there.
 
 usage: python3 scripts/gates.py [gate...]        (all of them when none is named)
 """
@@ -18,9 +18,9 @@ JOBS = int(os.environ.get("SONVIA_JOBS") or os.cpu_count() or 1)
 
 
 def tracked(root=ROOT):
-    """Files under version control, as paths below root; deleted ones are left out."""
-    listed = subprocess.run(["git", "-c", f"safe.directory={root}", "-C", root, "ls-files", "-z"],
-                            check=True, capture_output=True, text=True).stdout
+    """Files under version control and new ones that are not ignored, as paths below root; deleted ones are left out."""
+    listed = subprocess.run(["git", "-c", f"safe.directory={root}", "-C", root, "ls-files", "--cached", "--others",
+                             "--exclude-standard", "-z"], check=True, capture_output=True, text=True).stdout
     return [Path(name) for name in listed.split("\0") if name and (root / name).is_file()]
 
 
@@ -68,7 +68,7 @@ def tidy_one(root, path, options):
     return found
 
 
-def check_tidy(root=ROOT):
+def check_tidy(root=ROOT, files=None):
     """clang-tidy has nothing to say about src/."""
     native = {Path(entry["file"]) for entry in compile_commands("asan")}
     windows = {Path(entry["file"]) for entry in compile_commands("windows")}
@@ -80,7 +80,8 @@ def check_tidy(root=ROOT):
         if ROOT / path in windows:
             return tidy_one(root, path, ["-p", BUILD / "windows", *cross])
         return [f"{path}: no preset compiles it"]
-    files = [path for path in sources(root) if path.parts[0] == "src" and path.suffix == ".cpp"]
+    if files is None:
+        files = [path for path in sources(root) if path.parts[0] == "src" and path.suffix == ".cpp"]
     return sorted(set(in_parallel(one, files)))
 
 
@@ -104,9 +105,10 @@ def check_cppcheck(root=ROOT):
 FLOORS = ["platform", "log", "transport", "protocol", "session", "api"]
 # Which folders may include a header that is not the project's: the rule and the folders below src/.
 FOREIGN = [
-    (re.compile(r"(windows|winsock2?|ws2tcpip|shell(api|scalingapi)|shl(obj|wapi)|tlhelp32|psapi|winver)\.h", re.I),
+    (re.compile(r"(windows|winsock2?|ws2tcpip|shell(api|scalingapi)|shl(obj|wapi)|tlhelp32|psapi|winver|process|io|"
+                r"direct)\.h", re.I),
      ["platform/windows", "api"], "Windows headers belong to platform/windows and api"),
-    (re.compile(r"(unistd|dirent|spawn|pthread|signal|sys/(wait|syscall|prctl))\.h"),
+    (re.compile(r"(unistd|dirent|spawn|pthread|signal|fcntl|dlfcn|sys/(wait|syscall|prctl|stat|types|socket|mman))\.h"),
      ["platform/posix"], "POSIX headers belong to platform/posix"),
     (re.compile(r"(uv|uv/.*)\.h"), ["transport"], "libuv belongs to transport"),
     (re.compile(r"miniz\.h"), ["log"], "miniz belongs to log"),
@@ -131,6 +133,8 @@ def check_floors(root=ROOT):
 
 
 def wrong_include(path, name):
+    if {".", ".."} & set(name.split("/")):
+        return "an include is named from src/ on, so that its floor can be seen"
     target = name.split("/")[0] if "/" in name else None
     if path.parts[0] != "src":
         return "only the public header is for programs" if target in FLOORS else None
@@ -217,12 +221,12 @@ def check_imports(dll=DLL):
         f"imports {name}" for name in imported if name.lower() not in SYSTEM_DLLS]
 
 
-def check_instrumented():
+def check_instrumented(deps=BUILD / "deps"):
     """The sanitizer presets' dependencies are built with the sanitizers."""
     findings = []
     for preset, symbol in (("asan", "__asan_"), ("tsan", "__tsan_"), ("fuzz", "__sanitizer_cov_")):
         for name in ("libuv.a", "libminiz.a", "libgtest.a"):
-            library = BUILD / "deps" / preset / "lib" / name
+            library = deps / preset / "lib" / name
             if not library.is_file():
                 findings.append(f"{preset}: {name} is not built")
             elif symbol not in subprocess.run(["nm", library], capture_output=True, text=True).stdout:

@@ -6,11 +6,10 @@ valgrind calls possibly lost: the C library's blocks of these running threads.
 """
 import os
 import shutil
-import subprocess
-import xml.etree.ElementTree as ElementTree
 
 import gates
-from summary import Row, Tried, tried_in
+import limited
+from summary import Row, Tried, count_program, read_result
 
 FOLDER = gates.BUILD / "native"
 # The whole library, then the floors with most memory of their own. The long form takes the rest as well.
@@ -20,6 +19,8 @@ PROGRAMS = {
              "unit_protection", "unit_protocol", "unit_session", "unit_transport"],
 }
 EXIT_CODE = 99
+# Several times what a program takes: one that hangs is ended.
+SECONDS = {"short": 30 * 60, "long": 90 * 60}
 
 
 def valgrind(program, *arguments):
@@ -28,29 +29,37 @@ def valgrind(program, *arguments):
             "--fair-sched=yes", program, *arguments]
 
 
+def measure(program, folder, seconds, environment=None):
+    """Runs a test program under valgrind in an empty folder. Returns its exit status; None: it was not done in time."""
+    shutil.rmtree(folder, ignore_errors=True)
+    folder.mkdir(parents=True)
+    return limited.run(valgrind(program, "--gtest_output=xml:result.xml"), folder / "output.txt", seconds,
+                       cwd=folder, env={**os.environ, **(environment or {})})
+
+
+def judge(program, folder, status):
+    """What a run in that folder showed: its row and what was tried."""
+    row, tried = Row("memcheck"), []
+    result = read_result(folder / "result.xml", program, row.name)
+    if status == EXIT_CODE:
+        row.fail(f"{program}: valgrind found errors, see {folder.relative_to(gates.ROOT)}/output.txt")
+    failure = {0: "", EXIT_CODE: "", None: "was not done in time"}.get(status, f"exit code {status}")
+    count_program(row, tried, program, result, failure)
+    cases = len(result.passed) + len(result.failed) if result else 0
+    return row, [Tried(f"valgrind {program} (cases)", row.name, cases, int(status == EXIT_CODE)), *tried]
+
+
 def run(program, effort, show):
     """One program, in its short form but for the many lives: valgrind takes fifty times as long as the processor.
 
     Returns its row and what it tried."""
-    row = Row(program)
     folder = FOLDER / "testrun" / f"memcheck_{program}"
-    shutil.rmtree(folder, ignore_errors=True)
-    folder.mkdir(parents=True)
-    effort = effort if program == "stress_repeated_lives" else "short"
-    log = folder / "output.txt"
-    with open(log, "w") as out:
-        status = subprocess.run(valgrind(FOLDER / "bin" / program, "--gtest_output=xml:result.xml"), cwd=folder,
-                                stdout=out, stderr=subprocess.STDOUT,
-                                env={**os.environ, "SONVIA_EFFORT": effort, "SONVIA_MEMCHECK": "1"}).returncode
-    result = folder / "result.xml"
-    total = ElementTree.parse(result).getroot() if result.is_file() else None
-    cases = 0 if total is None else int(total.get("tests")) - int(total.get("failures"))
-    if status != 0:
-        for line in log.read_text(errors="replace").splitlines()[-80:]:
+    form = effort if program == "stress_repeated_lives" else "short"
+    status = measure(FOLDER / "bin" / program, folder, SECONDS[effort],
+                     {"SONVIA_EFFORT": form, "SONVIA_MEMCHECK": "1"})
+    row, tried = judge(program, folder, status)
+    if row.failed:
+        for line in (folder / "output.txt").read_text(errors="replace").splitlines()[-80:]:
             show(line)
-        row.fail(f"{'valgrind found errors' if status == EXIT_CODE else f'exit code {status}'}, "
-                 f"see {log.relative_to(gates.ROOT)}")
-    row.passed = cases
-    show(f"{program}: {cases} cases, {'FAILED' if row.failed else 'no error'}")
-    noted = [] if total is None else list(tried_in(total, "memcheck"))
-    return row, [Tried(f"valgrind {program} (cases)", "memcheck", cases, row.failed), *noted]
+    show(f"{program}: {tried[0].times} cases, {'FAILED' if row.failed else 'no error'}")
+    return row, tried

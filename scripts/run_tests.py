@@ -2,14 +2,18 @@
 
 The count at the end is that of the single GoogleTest cases (from the result.xml that each test program leaves), of
 the ctest entries that are no GoogleTest programs, of the fuzz targets, of the gates and of their canaries. A test
-program that fails without a failed case (it crashed, a sanitizer stopped it, its time ran out) counts as one failure.
+program that fails without a failed case (it crashed, a sanitizer stopped it, its time ran out) counts as one failure,
+and so does one that leaves no result of a case, and a part in which nothing passes.
 
 Everything is built first, with all processors. Then one worker for each processor takes the runs one after another:
 the tests under Wine must not run beside each other, and beside them there is room for the native ones.
 """
 import argparse
 import fcntl
+import json
 import os
+import shlex
+import signal
 import subprocess
 import sys
 import threading
@@ -21,15 +25,14 @@ import canaries
 import coverage
 import fuzzing
 import gates
+import limited
 import memcheck
-from summary import Row, report, tried_in
+from summary import Row, count_entry, fail_empty, report
 
 # In the order in which their tests start: the longest first.
 PRESETS = ["windows", "asan", "tsan"]
 # What else ./test does when nothing is chosen.
 OTHERS = ["fuzz", "memcheck", "gates", "canaries"]
-# Entries that prepare and clear up; they count only when they fail.
-FIXTURES = {"wine_start", "wine_stop"}
 # How much longer than in the short form a test program may take.
 LONG_TIMEOUT_FACTOR = 30
 
@@ -48,43 +51,34 @@ def run_logged(command, log):
     return status == 0
 
 
+def step(name, command, preset, row):
+    """Whether one step of a build went well; the row gets the failure and the time."""
+    start = time.monotonic()
+    good = run_logged(command, gates.BUILD / preset / f"{name}.log")
+    if not good:
+        row.fail(f"{name} {preset} failed, see build/{preset}/{name}.log")
+    row.seconds += time.monotonic() - start
+    return good
+
+
+def configure(preset, row, options=()):
+    return step("configuring", ["cmake", "--preset", preset, *options], preset, row)
+
+
 def build(preset, row, options=(), targets=()):
     say(f"{preset}: building")
-    folder = gates.BUILD / preset
-    start = time.monotonic()
     chosen = ["--target", *targets] if targets else []
-    for step, command in (("configuring", ["cmake", "--preset", preset, *options]),
-                          ("building", ["cmake", "--build", "--preset", preset, "--parallel", str(gates.JOBS),
-                                        *chosen])):
-        if not run_logged(command, folder / f"{step}.log"):
-            row.fail(f"{step} failed, see build/{preset}/{step}.log")
-            break
-    row.seconds += time.monotonic() - start
-    return not row.failed
+    return configure(preset, row, options) and step(
+        "building", ["cmake", "--build", "--preset", preset, "--parallel", str(gates.JOBS), *chosen], preset, row)
 
 
-def count_entry(row, tried, preset, entry):
-    """Adds one ctest entry of the JUnit file, and the cases within it."""
-    name = entry.get("name")
-    good = entry.get("status") == "run"
-    result = gates.BUILD / preset / "testrun" / name / "result.xml"
-    failed = 0
-    if result.is_file():
-        total = ElementTree.parse(result).getroot()
-        numbers = {key: int(total.get(key, 0)) for key in ("tests", "failures", "errors", "disabled")}
-        skipped = len(total.findall(".//testcase/skipped")) + numbers["disabled"]
-        failed = numbers["failures"] + numbers["errors"]
-        row.passed += numbers["tests"] - failed - skipped
-        row.skipped += skipped
-        tried.extend(tried_in(total, preset))
-    elif good and name not in FIXTURES:
-        row.passed += 1
-    if failed:
-        cases = [f"{case.get('classname')}.{case.get('name')}" for case in total.iter("testcase")
-                 if case.find("failure") is not None]
-        row.fail(f"{name}: {', '.join(cases)}", failed)
-    elif not good:
-        row.fail(f"{name}: {'did not run' if entry.get('status') in ('disabled', 'notrun') else 'failed'}")
+def googletest_programs(preset):
+    """The ctest entries that leave result.xml in the folder that they run in."""
+    listed = subprocess.run(["ctest", "--preset", preset, "--show-only=json-v1"], cwd=gates.ROOT,
+                            capture_output=True, text=True)
+    tests = json.loads(listed.stdout)["tests"] if listed.returncode == 0 else []
+    return {test["name"] for test in tests
+            if any(argument.startswith("--gtest_output") for argument in test.get("command", []))}
 
 
 def show_from(part):
@@ -96,8 +90,14 @@ def run_ctest(preset, row, pattern, effort):
     """Runs the tests of a built preset; returns what they tried."""
     show = show_from(preset)
     start = time.monotonic()
-    for old in (gates.BUILD / preset).glob("testrun/*/result.xml"):
+    folder = gates.BUILD / preset / "testrun"
+    for old in folder.glob("*/result.xml"):
         old.unlink()
+    if preset == "coverage":
+        coverage.forget_counts()
+    programs = googletest_programs(preset)
+    if not programs:
+        row.fail("ctest lists no GoogleTest program")
     junit = gates.BUILD / preset / "ctest.xml"
     junit.unlink(missing_ok=True)
     chosen = ["-R", pattern] if pattern else []
@@ -111,7 +111,7 @@ def run_ctest(preset, row, pattern, effort):
     tried = []
     if junit.is_file():
         for entry in ElementTree.parse(junit).getroot().iter("testcase"):
-            count_entry(row, tried, preset, entry)
+            count_entry(row, tried, folder, entry, programs)
     else:
         row.fail("ctest left no result")
     if ctest.wait() != 0 and not row.failures:
@@ -120,10 +120,9 @@ def run_ctest(preset, row, pattern, effort):
     return tried
 
 
-def run_checks(title, checks):
+def run_checks(row, checks):
     """checks: pairs of a name and a function that returns what it found, nothing when all is well."""
-    say(title)
-    row = Row(title)
+    say(row.name)
     start = time.monotonic()
     for name, check in checks:
         found = check()
@@ -134,25 +133,7 @@ def run_checks(title, checks):
             row.fail(name)
         else:
             row.passed += 1
-    row.seconds = time.monotonic() - start
-    return row
-
-
-def run_gates():
-    return run_checks("gates", gates.GATES.items())
-
-
-def run_canaries():
-    def green(canary):
-        return lambda: [] if canary() else ["its gate stayed green"]
-    return run_checks("canaries", [(canary.__name__, green(canary)) for canary in canaries.CANARIES])
-
-
-def configure_missing():
-    """The gates read what each preset compiles."""
-    for preset in [*PRESETS, "fuzz"]:
-        if not (gates.BUILD / preset / "compile_commands.json").is_file():
-            run_logged(["cmake", "--preset", preset], gates.BUILD / preset / "configuring.log")
+    row.seconds += time.monotonic() - start
 
 
 class Run:
@@ -165,6 +146,7 @@ class Run:
         self.parts = parts
         self.rows = {}
         self.tried = []
+        self.prepared = set()  # presets of which the gates and canaries alone need something
         self.lock = threading.Lock()
 
     def row(self, part):
@@ -180,6 +162,20 @@ class Run:
             # After `native`, whose row has any failure of this build's already.
             if build("native", self.row("memcheck"), options, memcheck.PROGRAMS[self.effort]):
                 self.built.append("memcheck")
+        for part in ("gates", "canaries"):
+            if part in self.parts:
+                self.prepare_checks(self.row(part), options)
+
+    def prepare_checks(self, row, options):
+        """What is judged has to be that of the tree as it is now: the commands of every preset, and the DLL."""
+        for preset in (*PRESETS, "fuzz"):
+            if preset in self.built or preset in self.prepared:
+                continue
+            self.prepared.add(preset)
+            if preset == "windows":
+                build(preset, row, options, ["SonviaPCAudioDll"])
+            else:
+                configure(preset, row, options)
 
     def tasks(self):
         for preset in self.presets:
@@ -204,8 +200,7 @@ class Run:
                 total.passed += row.passed
                 total.skipped += row.skipped
                 total.seconds += time.monotonic() - start
-                for failure in row.failures:
-                    total.fail(f"{row.name}: {failure}", 0)
+                total.failures += row.failures
                 total.failed += row.failed
 
     def test(self):
@@ -214,7 +209,11 @@ class Run:
             # Much of the long form is waiting for services to end, so there is room for one more.
             workers = gates.JOBS + (1 if self.effort == "long" else 0)
             with ThreadPoolExecutor(workers) as pool:
-                list(pool.map(self.work, self.tasks()))
+                try:
+                    list(pool.map(self.work, self.tasks()))
+                except BaseException:
+                    limited.end_all()
+                    raise
         finally:
             if "windows" in self.presets:
                 subprocess.run([gates.ROOT / "scripts" / "wine-prefix", "stop"])
@@ -223,23 +222,24 @@ class Run:
         if "coverage" in self.built:
             say("coverage")
             coverage.check(self.row("coverage"))
-        if "gates" in self.parts or "canaries" in self.parts:
-            configure_missing()
         if "gates" in self.parts:
-            self.rows["gates"] = run_gates()
+            run_checks(self.row("gates"), gates.GATES.items())
         if "canaries" in self.parts:
-            self.rows["canaries"] = run_canaries()
+            run_checks(self.row("canaries"), canaries.checks())
 
-    def report(self):
-        text = report(self.rows.values(), self.tried)
+    def report(self, form, start):
+        rows = [self.row(part) for part in self.parts]
+        if not self.pattern:
+            fail_empty(rows)
+        text = report(self.rows.values(), self.tried, form, time.monotonic() - start)
         print(text, flush=True)
         (gates.BUILD / "summary.txt").write_text(text.lstrip() + "\n")
         return all(row.failed == 0 for row in self.rows.values()) and any(row.passed for row in self.rows.values())
 
     def needed(self):
         """The presets whose dependencies are called for."""
-        needed = set(self.presets) | ({"fuzz"} if "fuzz" in self.parts else set())
-        if "memcheck" in self.parts:
+        needed = set(self.presets) - {"coverage"} | ({"fuzz"} if "fuzz" in self.parts else set())
+        if {"memcheck", "coverage"} & set(self.parts):
             needed.add("native")
         if {"gates", "canaries"} & set(self.parts):
             needed |= {*PRESETS, "fuzz"}
@@ -269,7 +269,18 @@ def lock():
     return held
 
 
+def end(signal_number, _):
+    """A signal that ends this process group does not reach what runs in sessions of its own."""
+    limited.end_all()
+    signal.signal(signal_number, signal.SIG_DFL)
+    os.kill(os.getpid(), signal_number)
+
+
 def main():
+    start = time.monotonic()
+    for number in (signal.SIGTERM, signal.SIGHUP):
+        if signal.getsignal(number) == signal.SIG_DFL:  # else it is ignored on purpose
+            signal.signal(number, end)
     chosen = arguments()
     parts = ["coverage"] if chosen.coverage else chosen.only or [*PRESETS, *OTHERS]
     held = lock()
@@ -279,7 +290,7 @@ def main():
     run.build()
     run.test()
     run.check()
-    good = run.report()
+    good = run.report(shlex.join(["./test", *sys.argv[1:]]), start)
     held.close()
     return 0 if good else 1
 
