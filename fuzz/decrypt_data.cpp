@@ -4,7 +4,6 @@
 
 #include "support/input.h"
 #include "support/protected_ends.h"
-#include "support/quiet_log.h"
 #include "support/require.h"
 
 #include <cstdlib>
@@ -41,11 +40,6 @@ std::optional<Bytes> encrypted(SafetyDataDeal& context, const Bytes& payload) {
 }
 
 } // namespace
-
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-    silenceLog();
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Input input(data, size);

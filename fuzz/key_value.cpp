@@ -6,7 +6,6 @@
 #include "oracle/entries.h"
 #include "support/cuts.h"
 #include "support/input.h"
-#include "support/quiet_log.h"
 #include "support/require.h"
 
 #include <string>
@@ -159,11 +158,6 @@ void buildAndReadBack(Input& input, std::uint8_t cuts) {
 }
 
 } // namespace
-
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-    silenceLog();
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Input input(data, size);

@@ -43,10 +43,6 @@ void requireSameMessages(RecordingConsole& console, const std::vector<std::strin
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Input input(data, size);
     const bool asFile = input.takeByte() % 2 == 1;

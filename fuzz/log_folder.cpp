@@ -1,7 +1,8 @@
-// Byte 0 of an input chooses the settings of a logger, byte 1 what its version file holds (77: and more old files than a
-// history keeps). Then come the files of its folder: a byte for the content and a name, each ended by a line feed. The
-// logger reads its history and writes a few lines, on days of their own and within one second. The files and the
-// history must be those of a plain model.
+// Byte 0 of an input chooses the settings of a logger. Bytes 1 and 2 say how long the text of its version file is, or
+// that there is none, and whether there are more old files than a history keeps; the text follows. Then come the files
+// of its folder: a byte for the kind of the content, bytes of the content in one kind, and a name, ended by a line feed.
+// The logger reads its history, writes a few lines, on days of their own and within one second, and reads its history
+// anew. The files and the history must be those of a plain model.
 
 #include "log/rotation.h"
 #include "support/input.h"
@@ -11,37 +12,35 @@
 #include "unit/log/memory_files.h"
 #include "unit/log/recording_console.h"
 
-#include <algorithm>
+#include <optional>
 #include <string>
+#include <vector>
 
 using namespace orvel::log4z;
 
 namespace {
 
 constexpr std::size_t kMostFiles = 60;
+constexpr std::size_t kLongestName = 255;
 constexpr int kMostLarge = 1;
-constexpr unsigned kMany = 77;              ///< as byte 1: more old files than a history keeps
 constexpr std::int64_t kStart = 1773043200; // 2026-03-09 08:00:00
 
-/// One way to write a path: no empty components, single forward slashes.
-std::string plainPath(const std::string& text) {
-    std::string path;
-    for (const char c : text) {
-        const bool isSlash = c == '/' || c == '\\';
-        if (!isSlash) {
-            path += c;
-        } else if (!path.empty() && path.back() != '/') {
-            path += '/';
-        }
+/// Any bytes, and perhaps the mark of an archive's last record with its 18 bytes, or more, or fewer. With bit 6 they
+/// stand about where a reader of 4096 bytes takes its second piece.
+std::string takeBytes(Input& input) {
+    const unsigned form = input.takeByte();
+    std::string content((form & 64u) != 0 ? 4080 : 0, 'o');
+    content += oracle::text(input.take(form % 64u));
+    if ((form & 128u) != 0) {
+        content += "PK\x05\x06";
+        content += oracle::text(input.take(input.takeByte() % 32u));
     }
-    while (!path.empty() && path.back() == '/') {
-        path.pop_back();
-    }
-    return path;
+    return content;
 }
 
 /// A megabyte is what the limits count in. Where logs are packed a few hundred bytes must do: packing takes its time.
-std::string contentOf(char kind, bool zip, int& large) {
+std::string takeContent(Input& input, bool zip, int& large) {
+    const unsigned kind = input.takeByte();
     if (kind == 'M' && (zip || large < kMostLarge)) {
         ++large;
         return std::string(zip ? 600 : 1048576, 'o');
@@ -50,37 +49,65 @@ std::string contentOf(char kind, bool zip, int& large) {
         return std::string("PK\x03\x04 packed ") + "PK\x05\x06" +
                std::string(18, '\0'); // a whole archive's end
     }
-    return std::string(static_cast<unsigned char>(kind) % 8u, 'o');
+    return kind == 'B' ? takeBytes(input) : std::string(kind % 8u, 'o');
+}
+
+/// A file of the folder, for the library and for the model.
+void put(MemoryFiles& disk, LogModel& model, const std::string& name, const std::string& content) {
+    disk.put("logs/" + name, content);
+    model.files["logs/" + name] = content;
 }
 
 void takeFiles(Input& input, MemoryFiles& disk, LogModel& model) {
-    const oracle::Bytes rest = input.rest();
     int large = 0;
-    std::size_t count = 0;
-    for (auto begin = rest.begin(); begin != rest.end() && count < kMostFiles; ++count) {
-        const auto end = std::find(begin, rest.end(), std::uint8_t{'\n'});
-        const std::string line(begin, end);
-        begin = end == rest.end() ? end : end + 1;
-        const std::string name = plainPath(line.empty() ? line : line.substr(1));
-        if (name.empty()) {
-            continue;
+    for (std::size_t count = 0; !input.empty() && count < kMostFiles; ++count) {
+        const std::string content = takeContent(input, model.settings.zip, large);
+        const std::string name = modelPath(oracle::text(input.takeLine()));
+        const bool isPossible = !name.empty() && name.size() <= kLongestName && name.find('\0') == name.npos;
+        if (isPossible) {
+            put(disk, model, name, content);
         }
-        const std::string content = contentOf(line[0], model.settings.zip, large);
-        disk.put("logs/" + name, content);
-        model.files["logs/" + name] = content;
     }
 }
 
-void choose(Input& input, LoggerSlot& slot, MemoryFiles& disk, LogModel& model) {
-    const unsigned flags = input.takeByte();
-    ModelSettings& set = model.settings;
+/// More old files than a history keeps, each with a day of its own.
+void putMany(MemoryFiles& disk, LogModel& model) {
+    for (int day = 511; day > 0; --day) {
+        const int date = (1900 + day / 336) * 1000000 + (day / 28 % 12 + 1) * 10000 + (day % 28 + 1) * 100;
+        put(disk, model, "sonvia_Test_" + std::to_string(date) + ".log", "o");
+    }
+}
+
+/// The text of the version file; nothing when there is none.
+std::optional<std::string> takeVersion(Input& input, bool& many) {
+    constexpr unsigned kMany = 31;
+    const unsigned low = input.takeByte();
+    const unsigned form = input.takeByte();
+    many = form >> 3 == kMany;
+    if ((form & 4u) != 0) {
+        return std::nullopt;
+    }
+    return oracle::text(input.take((form & 3u) * 256 + low));
+}
+
+/// The version that the logger is given. It may be that of the file, or begin like that.
+std::string ownVersion(unsigned flags, const std::string& stored) {
+    const std::string fixed = (flags & 64u) != 0 ? "2.1" : "";
+    return (flags & 128u) != 0 ? stored + fixed : fixed;
+}
+
+ModelSettings settingsFrom(unsigned flags) {
+    ModelSettings set;
     set.zip = (flags & 1u) != 0;
     set.monthdir = (flags & 2u) != 0;
     set.type = static_cast<int>(flags >> 2 & 3u);
     set.reserve = (flags & 16u) != 0 ? 30 * 86400 : 0;
     set.limitMb = 1;
     set.totalMb = (flags & 32u) != 0 ? kNoLimit : 2;
-    set.version = (flags & 64u) != 0 ? "2.1" : "";
+    return set;
+}
+
+void give(LoggerSlot& slot, const ModelSettings& set) {
     slot.enable = true;
     slot.name = set.name;
     slot.path = set.path;
@@ -91,25 +118,26 @@ void choose(Input& input, LoggerSlot& slot, MemoryFiles& disk, LogModel& model) 
     slot.limitSizeMb = set.limitMb;
     slot.totalSizeMb = set.totalMb;
     slot.version = set.version;
-    constexpr const char* kStored[] = {"", "2.1", "2.1 \r\n", "2.0"};
-    const unsigned second = input.takeByte();
-    const unsigned stored = second % 5u;
+}
+
+void choose(Input& input, LoggerSlot& slot, MemoryFiles& disk, LogModel& model) {
+    const unsigned flags = input.takeByte();
+    bool many = false;
+    const std::optional<std::string> stored = takeVersion(input, many);
+    model.settings = settingsFrom(flags);
+    model.settings.version = ownVersion(flags, stored.value_or(""));
+    give(slot, model.settings);
     takeFiles(input, disk, model);
-    for (int day = second == kMany ? 511 : 0; day > 0; --day) {
-        const std::string name = "logs/sonvia_Test_" +
-                                 std::to_string((1900 + day / 336) * 1000000 + (day / 28 % 12 + 1) * 10000 +
-                                                (day % 28 + 1) * 100) +
-                                 ".log";
-        disk.put(name, "o");
-        model.files[name] = "o";
+    if (many) {
+        putMany(disk, model);
     }
-    if (stored < 4) {
-        disk.put("logs/sonvia_version", kStored[stored]);
-        model.files["logs/sonvia_version"] = kStored[stored];
+    if (stored) {
+        put(disk, model, "sonvia_version", *stored);
     }
 }
 
 void requireSameFiles(const MemoryFiles& disk, const LogModel& model) {
+    require(model.wrong.empty(), "each archive holds its log");
     const std::vector<std::string> paths = disk.paths();
     require(paths.size() == model.files.size(), "as many files");
     std::size_t at = 0;
@@ -123,29 +151,26 @@ void requireSameHistory(const LoggerSlot& slot, const LogModel& model) {
     require(slot.history.count() == model.history.size(), "as many in the history");
     require(slot.history.writeLength() == model.historyBytes(), "the same total");
     if (!model.history.empty()) {
-        require(plainPath(slot.history.oldest().path) == model.history.front().path, "the same oldest");
+        require(modelPath(slot.history.oldest().path) == model.history.front().path, "the same oldest");
         require(slot.history.oldest().time == model.history.front().time, "its time");
-        require(plainPath(slot.history.newest().path) == model.history.back().path, "the same newest");
+        require(modelPath(slot.history.newest().path) == model.history.back().path, "the same newest");
         require(slot.history.newest().time == model.history.back().time, "its time");
     }
 }
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Input input(data, size);
     FakeClock clock;
     clock.set(kStart);
     MemoryFiles disk;
+    PackedArchives packed(disk);
     RecordingConsole screen;
     ConsoleEcho console(screen);
-    Rotation rotation(clock, disk, console);
+    Rotation rotation(clock, packed, console);
     LoggerSlot slot;
-    LogModel model;
+    LogModel model(packed);
     choose(input, slot, disk, model);
     rotation.loadHistory(0, slot);
     model.load(kStart);
@@ -163,5 +188,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         requireSameHistory(slot, model);
     }
     requireSameFiles(disk, model);
+    rotation.loadHistory(0, slot);
+    model.load(clock.now().seconds);
+    requireSameHistory(slot, model);
+    requireSameFiles(disk, model);
+    require(packed.empty(), "no other archive was made");
     return 0;
 }

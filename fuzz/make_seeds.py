@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Writes the seeds of packet_stream, key_value and session: fuzz/make_seeds.py
+"""Writes the seeds of packet_stream, key_value, session and log_folder, and the long ones of log_config:
+fuzz/make_seeds.py
 
 The traffic is that of docs/protocol.md, read from the page, and more of its kind. Inputs that were kept because they
 once broke something are not made here; they only stand in the corpus.
@@ -61,6 +62,11 @@ PLAYS = [packet(number("buffering-start", 1), sequence=1), packet(number("buffer
          packet(number("first-audiopcm", 1), sequence=3), packet(number("player-state", 2), sequence=4),
          packet(text("phone-name", "Handset A"), sequence=5), packet(number("change-mode", -3), sequence=6)]
 
+# Two ways of cutting (see cuts.cpp) into pieces of some thousand bytes: all of them in sparse blocks, or some.
+SPARSE, MIXED = 29, 83
+# Two pieces longer than the 64 KB in which the library collects what arrives in sparse blocks.
+LONG_TEXT = "".join(chr(33 + index * index % 89) for index in range(90000))
+
 
 def packet_streams():
     seeds = {f"page_{name}": bytes([0, 1, 7]) + data for name, data in page_packets().items()}
@@ -72,6 +78,8 @@ def packet_streams():
     seeds["half_a_header"] = bytes([0, 1, 0]) + packet(b"")[:5]
     seeds["header_that_promises_four_gigabytes"] = bytes([0, 1, 9]) + packet(b"x" * 40, size=0xFFFFFFFF)
     seeds["long_payload"] = bytes([0, 12, 77]) + packet(text("phone-name", "n" * 1500)) + PLAYS[3]
+    seeds["payload_beyond_a_block"] = bytes([0, SPARSE, MIXED]) + packet(text("phone-name", LONG_TEXT)) + play
+    seeds["padded_payload_beyond_a_block"] = bytes([0x3A, SPARSE, 0]) + packet(text("phone-name", LONG_TEXT)) + PLAYS[3]
     for name, choice in {"encrypted": 0x39, "padded": 0x3A, "checked": 0x3C, "all_three": 0x3F, "plain": 0x38,
                          "unknown_algorithm": 0x37}.items():
         seeds[f"sealed_{name}"] = bytes([choice, 1, 40 + choice]) + play
@@ -126,7 +134,7 @@ def sessions():
     init, connected, refused, end = 0, 6 * 8, 4 * 8, 5 * 8
     account, long_account, too_long = 2 * 8, 11 * 8, 3 * 8
     eof, reset, broken, nothing = 1, 1 + 8, 1 + 16, 1 + 24
-    filled, sparse, large, recipe = 2 + 9 * 8, 3 + 5 * 8, 6 + 20 * 8, 4
+    filled, sparse, large, recipe, wide, leave = 2 + 9 * 8, 3 + 5 * 8, 6 + 20 * 8, 4, 7 + 31 * 8, 7 * 8
     play = b"".join(PLAYS)
     seeds = {f"page_{name}": steps(init, connected) + data for name, data in page_packets().items()}
     seeds["play_in_one_read"] = steps(init, connected) + play
@@ -153,12 +161,81 @@ def sessions():
     seeds["other_commands"] = steps(init, connected) + packet(ALL_SIX, STOP) + packet(ALL_SIX, 35) + packet(b"", 26)
     seeds["payload_cut_in_an_entry"] = steps(init, connected) + packet(ALL_SIX[:-3]) + packet(ALL_SIX[:40])
     seeds["wrong_size_puts_out_of_step"] = steps(init, connected) + packet(ALL_SIX, size=len(ALL_SIX) - 4) + play
+    seeds["projection_is_left"] = steps(leave, init, connected, large, leave, account, leave) + play
+    seeds["name_beyond_a_block"] = (steps(init, connected, *[wide] * 5, account) +
+                                    packet(text("phone-name", LONG_TEXT)) + play)
     return seeds
 
 
+def log_configs():
+    """Only what is too long to be written by hand."""
+    def pair(key, length, end=""):
+        return f"[{key}{length}]\n{key} = {'v' * (length - len(end))}{end}\n".encode()
+
+    many = b"".join(b"[logger %d]\n# a comment\npath = D:\\logs\\%d\nname = %s\nlevel = info\nlimitsize = %d\n" %
+                    (index % 22, index, b"n" * (index * 7 % 300), index) for index in range(60))
+    return {"names_of_8191_and_8192": b"\0" + pair("name", 8191) + pair("name", 8192),
+            "paths_of_8190_and_8191": b"\0" + pair("path", 8190) + pair("path", 8191),
+            "path_of_8191_with_its_slash": b"\0" + pair("path", 8191, "/") + pair("path", 8192, "/"),
+            "file_of_several_pieces": b"\1" + many + b"\xff" + many[:4097]}
+
+
+def log_folders():
+    current, name_of_another, as_stored, packs = 0x40, 0xC0, 0x80, 0x41
+
+    def folder(flags, version, *files, many=False):
+        form = (4 if version is None else len(version) >> 8) | (31 << 3 if many else 0)
+        return bytes([flags, len(version or b"") & 255, form]) + (version or b"") + b"".join(files)
+
+    def file(kind, name, content=b""):
+        return kind + content + name.encode() + b"\n"
+
+    def log(kind, day, ending="", content=b""):
+        return file(kind, f"sonvia_Test_2026-03-{day}-08-00-00.log{ending}", content)
+
+    def beside(day, content):
+        return log(b"3", day) + log(b"B", day, ".zip", content)
+
+    def marked(before, behind):
+        """Bytes, an archive's end mark, more bytes; as `takeBytes` reads them."""
+        return bytes([128 + len(before) + (64 if len(before) > 10 else 0)]) + before + bytes([len(behind)]) + behind
+
+    used = [file(b"M", f"sonvia_Test_2026-03-09-08-00-0{second}.log") for second in range(3)]
+    used += [file(b"3", f"sonvia_Test_2026-03-09-08-00-0{second}.log.zip") for second in (3, 4)]
+    old = (log(b"3", "07") + file(b"4", "2026_02/sonvia_Test_2026-02-07-08-00-00.log.zip") + file(b"5", "other.log") +
+           file(b"6", "sonvia_Test.log") + file(b"7", "a/b/sonvia_Test_2026-01-01-00-00-00.log") +
+           file(b"1", "sonvia_Test_2026010100.log"))
+    others = (log(b"3", "07") + file(b"4", "x/sonvia_Other.log.zip") + file(b"5", "host.log") +
+              file(b"6", "sonvia_notes.txt"))
+    large = [file(b"M", f"2026_0{month}/sonvia_Test_2026-0{month}-{day}-08-00-00.log")
+             for month, day in ((1, "09"), (2, "09"), (3, "01"))]
+    return {
+        "names_in_use": folder(packs, b"2.1", *used),
+        "old_files": folder(current, b"2.1", old),
+        "new_version": folder(current, b"2.0", others),
+        "no_version_file": folder(current, None, others),
+        "version_file_among_the_files": folder(current, None, others, file(b"B", "sonvia_version", b"\x032.1")),
+        "version_of_white_space": folder(0, b" \t\r\n\v\f", old),
+        "version_ends_in_white_space": folder(as_stored, b"2.1 \t\r\n\v\f", old),
+        "version_with_zeros_and_control_bytes": folder(as_stored, b"\0\1\x7f\xff 2\0.\n1\0", old),
+        "version_that_goes_on_behind_a_zero": folder(current, b"2.1\0 or so", old),
+        "version_of_254_bytes": folder(name_of_another, b"v" * 254, old),
+        "version_of_253_bytes": folder(name_of_another, b"v" * 253, old),
+        "version_with_white_space_at_its_end_of_254": folder(as_stored, b"v" * 250 + b" \n" * 5 + b"w" * 600, old),
+        "over_five_hundred": folder(0x60, b"2.1 \r\n", log(b"3", "07"), many=True),
+        "too_large_and_too_old": folder(0x5A, b"2.1 \r\n", *large, log(b"M", "02")),
+        "torn_and_whole_archives": folder(packs, b"2.1", log(b"3", "07") + log(b"2", "07", ".zip") + log(b"3", "08") +
+                                          log(b"Z", "08", ".zip")),
+        "archives_that_end_in_any_bytes": folder(
+            current, b"2.1", beside("01", marked(b"", bytes(range(18)))), beside("02", marked(b"PK", b"x" * 17)),
+            beside("03", marked(b"PK", b"x" * 19)), beside("04", b"\x04PK\5\6"),
+            beside("05", marked(b"a" * 14, b"PK\5\6" + b"y" * 14)), beside("06", marked(b"a" * 14, b"PK\5\6"))),
+    }
+
+
 def main():
-    for target, seeds in {"packet_stream": packet_streams(), "key_value": key_values(),
-                          "session": sessions()}.items():
+    for target, seeds in {"packet_stream": packet_streams(), "key_value": key_values(), "session": sessions(),
+                          "log_config": log_configs(), "log_folder": log_folders()}.items():
         folder = FUZZ / "corpus" / target
         folder.mkdir(parents=True, exist_ok=True)
         for name, data in seeds.items():

@@ -9,7 +9,6 @@
 #include "support/input.h"
 #include "support/kept_stream.h"
 #include "support/protected_ends.h"
-#include "support/quiet_log.h"
 #include "support/require.h"
 
 #include <optional>
@@ -110,11 +109,6 @@ void requireSameContents(const Packets& sent, const Packets& arrived) {
 }
 
 } // namespace
-
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-    silenceLog();
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Input input(data, size);

@@ -1,20 +1,20 @@
 // A whole session between a host and a peer that cannot be trusted. Byte 0 of an input says how many bytes of control
 // follow (at most 31); the rest is the stream that arrives. Each byte of control is a step: some of the stream arrives,
-// as it is or as the recipe of a whole notification, or the connection fails, or the host does something. What remains of the stream arrives in one last read. A plain
-// model of the session must agree on every callback (and on what the host is told inside it), on the state, on the
-// source's name and on all that is sent.
+// as it is or as the recipe of a whole notification, or the connection fails, or the host does something. What remains
+// of the stream arrives in one last read. A plain model of the session must agree on every callback (and on what the
+// host is told inside it), on the state, on the source's name and on all that is sent.
 
 #include "oracle/session.h"
 #include "api/audio_service_handle.h"
 #include "oracle/packets.h"
 #include "support/input.h"
-#include "support/quiet_log.h"
 #include "support/require.h"
 
 #include <algorithm>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -108,7 +108,7 @@ private:
     void note(char callback, int code, int value);
     void hostActs(std::uint8_t choice);
     void fail(std::uint8_t choice);
-    void init(const std::string& texts);
+    void setParam(const std::string& texts);
     void setAccountID(const std::string& text);
 
     static Meeting* sNow; ///< the callbacks are plain functions
@@ -127,6 +127,7 @@ Meeting::Meeting() {
     auto session = std::make_unique<OpenSession>(kLoop);
     mSession = session.get();
     mHandle.session = std::move(session);
+    mHandle.loopThread = std::make_unique<std::thread>(); // there is one already: setParam starts no other
     sNow = this;
 }
 
@@ -146,7 +147,7 @@ void Meeting::note(char callback, int code, int value) {
     mCalls.push_back({callback, code, value, getState(&mHandle), getSourceName(&mHandle)});
 }
 
-void Meeting::init(const std::string& texts) {
+void Meeting::setParam(const std::string& texts) {
     AudioServiceParam param = {};
     param.onEvent = onEvent;
     param.onError = onError;
@@ -155,10 +156,9 @@ void Meeting::init(const std::string& texts) {
          {&param.accountID, &param.bluetoothMac, &param.deviceID, &param.model, &param.sn, &param.pcName}) {
         texts.copy(*field, sizeof *field - 1);
     }
-    require(mSession->init(param), "a session without a connection starts to connect");
-    mModel.init(texts);
+    require(::setParam(&mHandle, &param) == mModel.init(texts), "a record with both callbacks is taken");
     param.onError = nullptr;
-    require(!mSession->init(param), "a record without a callback is refused");
+    require(!::setParam(&mHandle, &param), "a record without a callback is refused");
 }
 
 void Meeting::setAccountID(const std::string& text) {
@@ -168,10 +168,10 @@ void Meeting::setAccountID(const std::string& text) {
 void Meeting::hostActs(std::uint8_t choice) {
     switch (choice % 8) {
     case 0:
-        init("someone@example.com");
+        setParam("someone@example.com");
         break;
     case 1:
-        init(std::string(SONVIA_TEXT_SIZE - 1, 'z'));
+        setParam(std::string(SONVIA_TEXT_SIZE - 1, 'z'));
         break;
     case 2:
         setAccountID("abc");
@@ -186,6 +186,10 @@ void Meeting::hostActs(std::uint8_t choice) {
     case 5:
         mSession->endSession();
         mModel.end();
+        break;
+    case 7:
+        require(exitAudioProjection(&mHandle), "the request is handed on");
+        mModel.exitProjection();
         break;
     default:
         mSession->onConnect(nullptr, 0);
@@ -229,8 +233,11 @@ void Meeting::step(std::uint8_t control, Input& stream) {
     case 5:
         arrive(takeNotification(stream, 1 + choice % 4U), 1024);
         break;
-    default:
+    case 6:
         arrive(stream.take(choice * 8U), 1024);
+        break;
+    default: // less than a quarter of a block as the library makes them
+        arrive(stream.take(choice * 512U), 64UL * 1024);
         break;
     }
 }
@@ -243,11 +250,6 @@ void Meeting::compare() {
 }
 
 } // namespace
-
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-    silenceLog();
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     constexpr std::size_t kMostControl = 32;

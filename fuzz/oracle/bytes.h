@@ -6,7 +6,7 @@
 #include <vector>
 
 /// The second opinion: decoders and encoders written from the layout of the bytes alone, as plainly as can be. They
-/// share no code with the library, so that a mistake there meets no twin here.
+/// include nothing of the library, so that a mistake there meets no twin here.
 namespace oracle {
 
 using Bytes = std::vector<std::uint8_t>;

@@ -1,6 +1,7 @@
 #include "oracle/log_config.h"
 
 #include <cstring>
+#include <map>
 #include <set>
 
 namespace oracle {

@@ -1,9 +1,6 @@
 #pragma once
 
-#include "log/history.h"
-
 #include <cstdint>
-#include <map>
 #include <string>
 #include <vector>
 

@@ -18,16 +18,18 @@ constexpr int kBufferingStarted = 200001;
 constexpr int kBufferingEnded = 200002;
 constexpr int kFirstAudio = 200003;
 constexpr int kModeChanged = 200006;
+constexpr std::uint32_t kExitProjection = 200005;
 
 } // namespace
 
-void Session::init(const std::string& texts) {
+bool Session::init(const std::string& texts) {
     mHasHost = true;
     mTexts = texts;
     mAccount = texts;
     if (mConnected) {
         sendIdentity();
     }
+    return !mEnded;
 }
 
 void Session::connected(int status) {
@@ -86,8 +88,12 @@ bool Session::setAccountID(const std::string& text) {
         return false;
     }
     mAccount.replace(0, text.size(), text);
-    send(encodeText("accountID", mAccount));
+    send(mSequence++, encodeText("accountID", mAccount));
     return true;
+}
+
+void Session::exitProjection() {
+    send(mExitSequence++, encodeInt("exitAudioProjection", kExitProjection));
 }
 
 void Session::end() {
@@ -110,8 +116,8 @@ void Session::report(char callback, int code, int value) {
     }
 }
 
-void Session::send(const Bytes& payload) {
-    append(sent, encodePacket(kNotify, mSequence++, payload));
+void Session::send(std::uint16_t sequence, const Bytes& payload) {
+    append(sent, encodePacket(kNotify, sequence, payload));
 }
 
 void Session::sendIdentity() {
@@ -119,7 +125,7 @@ void Session::sendIdentity() {
     for (const char* key : {"bluetoothMac", "deviceID", "model", "sn", "pcName"}) {
         append(inner, encodeText(key, mTexts));
     }
-    send(encodeNested("KORUInfo", inner));
+    send(mSequence++, encodeNested("KORUInfo", inner));
 }
 
 } // namespace oracle

@@ -24,12 +24,13 @@ struct HostCall {
 /// callback of a change of mode this host sends an account id.
 class Session {
 public:
-    /// The six identity texts, all of them the same here.
-    void init(const std::string& texts);
+    /// The six identity texts, all of them the same here. They are taken in any case; false when the session has ended.
+    bool init(const std::string& texts);
     void connected(int status);
     void bytesArrive(const Bytes& bytes);
     void streamFails(int code);
     bool setAccountID(const std::string& text);
+    void exitProjection();
     void end();
 
     /// The account id that this host sends in a callback with `value`.
@@ -44,7 +45,7 @@ public:
 private:
     void notified(const Bytes& payload);
     void report(char callback, int code, int value);
-    void send(const Bytes& payload);
+    void send(std::uint16_t sequence, const Bytes& payload);
     void sendIdentity();
 
     bool mHasHost = false;
@@ -54,6 +55,7 @@ private:
     std::string mTexts;
     std::string mPhoneName;
     std::uint16_t mSequence = 0;
+    std::uint16_t mExitSequence = 1; ///< the exported functions count their own packets
     Bytes mArrived;
 };
 

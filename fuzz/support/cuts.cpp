@@ -10,16 +10,17 @@ constexpr std::uint8_t kUncut = 0;
 constexpr std::uint8_t kEveryByte = 1;
 
 /// A few bytes mostly: headers and lengths are to be torn apart.
-constexpr std::size_t kPieceLimits[] = {2, 4, 12, 40, 5000};
+constexpr std::size_t kPieceLimits[] = {2, 4, 12, 40, 5000, 20000};
 /// Work grows with the square of the pieces; behind so many, what is left comes in a few large ones.
 constexpr std::size_t kManyPieces = 24;
-constexpr std::size_t kSpareFactors[] = {0, 0, 1, 8};
+constexpr std::size_t kSparse = 8;
+constexpr std::size_t kSpareFactors[] = {0, 0, 1, kSparse};
 
 class Cutter {
 public:
     Cutter(const oracle::Bytes& bytes, std::uint8_t seed)
         : mBytes(bytes), mSeed(seed), mRandom(seed),
-          mLimit(kPieceLimits[mRandom() % std::size(kPieceLimits)]) {}
+          mLimit(kPieceLimits[mRandom() % std::size(kPieceLimits)]), mAllSparse(mRandom() % 4 == 0) {}
 
     bool done() const { return mAt == mBytes.size(); }
 
@@ -32,7 +33,7 @@ public:
             length = 1;
         } else if (mSeed != kUncut) {
             length = std::min<std::size_t>(left, 1 + mRandom() % mLimit);
-            behind = length * kSpareFactors[mRandom() % std::size(kSpareFactors)];
+            behind = length * (mAllSparse ? kSparse : kSpareFactors[mRandom() % std::size(kSpareFactors)]);
             before = mRandom() % 4 == 0 ? 3 : 0;
         }
         if (++mPieces > kManyPieces) {
@@ -56,6 +57,7 @@ private:
     const std::uint8_t mSeed;
     std::minstd_rand mRandom;
     const std::size_t mLimit;
+    const bool mAllSparse; ///< what is kept of such pieces is copied together
     std::size_t mAt = 0;
     std::size_t mPieces = 0;
 };

@@ -27,6 +27,14 @@ public:
         return bytes;
     }
 
+    /// The bytes up to a line feed, which is dropped, or to the end.
+    oracle::Bytes takeLine() {
+        const auto length = static_cast<std::size_t>(std::find(mData, mData + mSize, '\n') - mData);
+        oracle::Bytes line = take(length);
+        take(1);
+        return line;
+    }
+
     oracle::Bytes rest() { return take(mSize); }
 
 private:

@@ -1,13 +1,15 @@
 #include "unit/log/log_model.h"
 
-#include "log/archive.h"
 #include "platform/path_text.h"
-#include "unit/log/memory_files.h"
+
+#include <miniz.h>
 
 #include <algorithm>
 #include <cctype>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <utility>
 
 namespace {
 
@@ -72,18 +74,96 @@ std::string calendar(const char* format, std::int64_t seconds) {
     return text;
 }
 
-std::string packed(const std::string& path, const std::string& content, std::int64_t now) {
-    MemoryFiles scratch;
-    scratch.put(path, content);
-    return orvel::log4z::writeArchive(scratch, path, path + ".zip", now) ? scratch.content(path + ".zip")
-                                                                         : "";
+/// Archives keep the time of the computer's place in steps of two seconds; where clocks are put back an hour is there
+/// twice.
+bool isTimeOf(std::int64_t inArchive, std::int64_t time) {
+    const std::int64_t apart = std::abs(time - inArchive);
+    return apart <= 1 || std::abs(apart - 3600) <= 1;
+}
+
+/// Whether an archive has this text as its only member, under this name.
+bool holds(const std::string& archive, const std::string& name, const std::string& text, std::int64_t time) {
+    mz_zip_archive zip;
+    mz_zip_zero_struct(&zip);
+    if (mz_zip_reader_init_mem(&zip, archive.data(), archive.size(), 0) == MZ_FALSE) {
+        return false;
+    }
+    mz_zip_archive_file_stat member;
+    std::string found(text.size(), '\0');
+    const bool same =
+        mz_zip_reader_get_num_files(&zip) == 1 && mz_zip_reader_file_stat(&zip, 0, &member) != MZ_FALSE &&
+        member.m_filename == name && member.m_uncomp_size == text.size() && isTimeOf(member.m_time, time) &&
+        mz_zip_validate_file(&zip, 0, MZ_ZIP_FLAG_VALIDATE_HEADERS_ONLY) != MZ_FALSE &&
+        mz_zip_reader_extract_to_mem(&zip, 0, found.data(), found.size(), 0) != MZ_FALSE && found == text;
+    mz_zip_reader_end(&zip);
+    return same;
 }
 
 } // namespace
 
+/// Its destructor closes the file and keeps what is in it then.
+class PackedArchives::OpenArchive final : public platform::OpenFile {
+public:
+    OpenArchive(PackedArchives& owner, std::string path, std::unique_ptr<platform::OpenFile> file)
+        : mOwner(owner), mPath(std::move(path)), mFile(std::move(file)) {}
+
+    ~OpenArchive() override { mOwner.mArchives.push_back({modelPath(mPath), mOwner.mDisk.content(mPath)}); }
+
+    std::size_t write(const void* bytes, std::size_t count) override { return mFile->write(bytes, count); }
+
+    std::size_t writeAt(std::uint64_t offset, const void* bytes, std::size_t count) override {
+        return mFile->writeAt(offset, bytes, count);
+    }
+
+    std::size_t read(void* bytes, std::size_t count) override { return mFile->read(bytes, count); }
+
+    std::uint64_t size() override { return mFile->size(); }
+
+private:
+    PackedArchives& mOwner;
+    std::string mPath;
+    std::unique_ptr<platform::OpenFile> mFile;
+};
+
+std::unique_ptr<platform::OpenFile> PackedArchives::open(const std::string& path, platform::OpenMode mode) {
+    std::unique_ptr<platform::OpenFile> file = mDisk.open(path, mode);
+    if (file == nullptr || mode != platform::OpenMode::Write || !path.ends_with(".zip")) {
+        return file;
+    }
+    return std::make_unique<OpenArchive>(*this, path, std::move(file));
+}
+
+std::optional<std::string> PackedArchives::take(const std::string& path) {
+    if (mArchives.empty() || mArchives.front().path != path) {
+        return std::nullopt;
+    }
+    std::string bytes = std::move(mArchives.front().bytes);
+    mArchives.pop_front();
+    return bytes;
+}
+
+std::string modelPath(const std::string& text) {
+    std::string path;
+    for (const char c : text) {
+        const bool isSlash = c == '/' || c == '\\';
+        if (!isSlash) {
+            path += c;
+        } else if (!path.empty() && path.back() != '/') {
+            path += '/';
+        }
+    }
+    while (!path.empty() && path.back() == '/') {
+        path.pop_back();
+    }
+    return path;
+}
+
 std::optional<std::int64_t> modelTimeInName(const std::string& name) {
     for (std::size_t length = name.size(); length >= 19; --length) {
         const std::string part = name.substr(length - 19, 19);
+        if (std::isdigit(static_cast<unsigned char>(part[0])) == 0) {
+            continue;
+        }
         std::string digits;
         for (std::size_t i = 0; i < part.size(); ++i) {
             const bool dashHere = i == 4 || i == 7 || i == 10 || i == 13 || i == 16;
@@ -182,10 +262,13 @@ void LogModel::packNewest(std::int64_t now) {
     if (files.count(log + ".zip") != 0 || files.count(log) == 0) {
         return;
     }
-    const std::string archive = packed(log, files[log], now);
-    if (archive.size() < files[log].size()) {
+    // How small it gets is not the model's to know: that is the size of the archive found.
+    const std::optional<std::string> archive = mArchives.take(log + ".zip");
+    if (!archive || !holds(*archive, lastPart(log), files[log], now)) {
+        wrong += log + " ";
+    } else if (archive->size() < files[log].size()) {
         files.erase(log);
-        files[log + ".zip"] = archive;
+        files[log + ".zip"] = *archive;
         history.back().path = log + ".zip";
     }
 }

@@ -3,8 +3,10 @@
 #pragma once
 
 #include "log/history.h"
+#include "unit/log/memory_files.h"
 
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <optional>
 #include <string>
@@ -25,8 +27,46 @@ struct ModelSettings {
     int type = orvel::log4z::kReserveBySizeOrTime;
 };
 
+/// The library's way to the files: it keeps each archive as it was when it was closed, so that the model can look into
+/// one that was deleted again at once. To be asked when the writer is known to be idle.
+class PackedArchives final : public platform::FileSystem {
+public:
+    explicit PackedArchives(MemoryFiles& disk) : mDisk(disk) {}
+
+    /// The archive packed next, oldest first; nothing when there is none, or when it has another path.
+    std::optional<std::string> take(const std::string& path);
+
+    /// Whether all have been taken.
+    bool empty() const { return mArchives.empty(); }
+
+    std::unique_ptr<platform::OpenFile> open(const std::string& path, platform::OpenMode mode) override;
+
+    std::optional<std::uint64_t> size(const std::string& path) override { return mDisk.size(path); }
+
+    bool remove(const std::string& path) override { return mDisk.remove(path); }
+
+    bool isFolder(const std::string& path) override { return mDisk.isFolder(path); }
+
+    bool createFolders(const std::string& path) override { return mDisk.createFolders(path); }
+
+    std::vector<platform::FolderEntry> list(const std::string& folder) override { return mDisk.list(folder); }
+
+private:
+    class OpenArchive;
+
+    struct Archive {
+        std::string path;
+        std::string bytes;
+    };
+
+    MemoryFiles& mDisk;
+    std::deque<Archive> mArchives;
+};
+
 class LogModel {
 public:
+    explicit LogModel(PackedArchives& archives) : mArchives(archives) {}
+
     struct Entry {
         std::string path;
         std::int64_t time;
@@ -45,9 +85,10 @@ public:
     /// The sum of the sizes in the history.
     std::uint64_t historyBytes() const;
 
-    std::map<std::string, std::string> files; ///< by path, single forward slashes
+    std::map<std::string, std::string> files; ///< by modelPath
     ModelSettings settings;
     std::vector<Entry> history; ///< oldest first
+    std::string wrong;          ///< logs whose archive was not made, or does not hold them
 
 private:
     void open(std::int64_t time, std::int64_t now);
@@ -59,11 +100,15 @@ private:
     std::vector<std::string> listed(const std::string& namePart) const;
     std::uint64_t sizeOf(const std::string& path) const;
 
+    PackedArchives& mArchives;
     std::string mOpenPath; ///< empty when no file is open
     std::int64_t mOpenTime = 0;
     bool mOpenedFull = false;
     bool mNewestUncounted = false;
 };
+
+/// One way to write a path: no empty components, single forward slashes.
+std::string modelPath(const std::string& text);
 
 /// The time that a file's name tells, by a reading of its own.
 std::optional<std::int64_t> modelTimeInName(const std::string& name);

@@ -19,7 +19,7 @@ constexpr unsigned kGuard = 60000; // ms; generous, no result depends on it
 /// One sequence, done to an engine on files in memory and told to the model.
 class Sequence {
 public:
-    explicit Sequence(unsigned seed) : mRandom(seed), mManager({mClock, mDisk, mConsole, "host"}) {
+    explicit Sequence(unsigned seed) : mRandom(seed), mManager({mClock, mPacked, mConsole, "host"}) {
         mAcrossMidnight = pick(4) == 0;
         mClock.setLocal({2026, 2, 28, 23, 59, 50});
         mId = mManager.createLogger("Test");
@@ -38,6 +38,8 @@ public:
     }
 
     void expectSame() {
+        ASSERT_EQ(mModel.wrong, "") << "is not in its archive";
+        ASSERT_TRUE(mPacked.empty()) << "one more was packed";
         std::vector<std::string> expected;
         for (const auto& [path, content] : mModel.files) {
             expected.push_back(path);
@@ -63,8 +65,8 @@ private:
     /// The writer takes the time when it opens a file, so it must be done before the clock moves.
     void sync() { ASSERT_TRUE(mManager.flush(kGuard)); }
 
-    /// The model packs as well, and the C library's time zone, which packing asks for, is guarded by a lock that the
-    /// thread sanitizer does not see: not both at once.
+    /// The model looks into the archive that was just packed. Also, the C library's time zone, which packing and
+    /// unpacking ask for, is guarded by a lock that the thread sanitizer does not see: not both at once.
     void syncForPacking() {
         if (mModel.settings.zip) {
             sync();
@@ -217,9 +219,10 @@ private:
     std::mt19937 mRandom;
     FakeClock mClock;
     MemoryFiles mDisk;
+    PackedArchives mPacked{mDisk};
     RecordingConsole mConsole;
     LogerManager mManager;
-    LogModel mModel;
+    LogModel mModel{mPacked};
     int mId = 0;
     bool mAcrossMidnight =
         false; ///< to and fro, so that the few names of two seconds are used again and again
