@@ -106,8 +106,8 @@ void OStreamPipe::openConnection(const std::string& fullName) {
     *connectReq = {};
     connectReq->data = this;
     if (pipe == nullptr) {
-        if (!mLoop
-                 ->onLoopThread()) { // nothing is to be reported on the caller's thread, under the loop's lock
+        // Elsewhere the caller holds the loop's lock, and no callback may run under that.
+        if (!mLoop->onLoopThread()) {
             connecting = false;
             throw std::bad_alloc();
         }
