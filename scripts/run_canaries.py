@@ -180,6 +180,15 @@ def program_that_did_not_finish():
                for row, tried in (counted(None, "fail"), counted(result_of(PASSED), "fail"), counted(None, "notrun")))
 
 
+def longest_of_several():
+    """It stands in the table as it is, and is not added up."""
+    note = '<testcase classname="Some" name="Notes"><properties><property name="longest: wait (ms)" value="{}"/>' \
+           "</properties></testcase>"
+    row, tried = counted(result_of(note.format(7) + note.format(5)))
+    return any(line.split() == ["longest", "wait", "(ms)", "7", "0"]
+               for line in summary.report([row], tried, "", 0).splitlines())
+
+
 def part_in_which_nothing_passed():
     rows = [summary.Row("some", passed=1), summary.Row("canary")]
     summary.fail_empty(rows)
@@ -195,5 +204,5 @@ CANARIES = {
     "coverage": [line_that_no_test_reaches, listed_line_that_is_reached, listed_line_that_may_mean_several,
                  source_that_no_test_links],
     "the summary": [program_that_proved_nothing, case_that_was_skipped, case_that_ended_early,
-                    program_that_did_not_finish, part_in_which_nothing_passed],
+                    program_that_did_not_finish, longest_of_several, part_in_which_nothing_passed],
 }

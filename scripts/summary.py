@@ -28,6 +28,7 @@ class Tried:
     part: str
     times: int
     found: int = 0
+    merge: object = sum  # of what several cases note: how often in all, or max of how long it took
 
 
 @dataclass
@@ -52,7 +53,7 @@ def read_result(file, program, part):
         result.tried += noted
         if case.find("failure") is not None:
             result.failed.append(name)
-            if not noted:  # a case notes what it tried when the work is done
+            if not any(note.found for note in noted):  # a case notes what it tried when the work is done
                 result.tried.append(Tried(f"{program}: {name} (ended early)", part, 1, 1))
         elif case.find("skipped") is not None or case.get("status") == "notrun":
             result.skipped.append(name)
@@ -67,6 +68,8 @@ def tried_in(case, part):
         name, value = note.get("name"), note.get("value")
         if name.startswith("tried: "):
             yield Tried(name.removeprefix("tried: "), part, int(value), len(case.findall("failure")))
+        elif name.startswith("longest: "):
+            yield Tried(name.replace(": ", " ", 1), part, int(value), merge=max)
 
 
 def count_program(row, tried, program, result, failure):
@@ -112,7 +115,7 @@ def tried_table(rows, tried):
     lines = {}
     for entry in tried:  # several cases of one test may note the same
         total = lines.setdefault(entry.what, {}).setdefault(entry.part, Tried(entry.what, entry.part, 0))
-        total.times += entry.times
+        total.times = entry.merge((total.times, entry.times))
         total.found += entry.found
     width = max(map(len, lines)) + 2
     yield f"{'what was tried':{width}}" + "".join(f"{part:>12}" for part in parts) + f"{'found':>7}"
