@@ -1,4 +1,4 @@
-/* The smallest whole host, in C: loads the library, follows the service for as long as asked, and leaves
+/* The smallest whole host, in C: loads the library, waits for a phone, for as long as asked at most, and leaves
  * cleanly. */
 #include "SonviaPCAudioDll.h"
 
@@ -70,7 +70,9 @@ int main(int argc, char** argv) {
         uninitSonviaAudioService.call(service);
         return 1;
     }
-    for (DWORD waited = 0; waited < milliseconds; waited += 100) {
+    /* The name is "phone" until a phone has told its own. */
+    for (DWORD waited = 0; waited < milliseconds && strcmp(getSourceName.call(service), "phone") == 0;
+         waited += 100) {
         Sleep(100);
         /* On a busy machine the service may open its pipe later than the library waits for it: ask again. */
         if (InterlockedExchange(&notConnected, 0) != 0) {

@@ -14,11 +14,11 @@ std::string output() {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-TEST(Examples, TheSmallestHostFollowsTheServiceAndLeaves) {
+TEST(Examples, TheSmallestHostWaitsForAPhoneAndLeaves) {
     support::enterTestFolder();
     support::Standin standin;
     standin.play("wait packet command 34 key KORUInfo\nnotify string phone-name \"Handset A\"\n");
-    EXPECT_EQ(support::runProgram(support::programFolder() / "minimal_host.exe", {".", "5000"}), 0);
+    EXPECT_EQ(support::runProgram(support::programFolder() / "minimal_host.exe", {".", "30000"}), 0);
     EXPECT_NE(output().find("phone \"Handset A\""), std::string::npos);
     EXPECT_TRUE(standin.waitForEvent("exit"));
 }

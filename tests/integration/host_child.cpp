@@ -2,12 +2,16 @@
 //
 // The first argument names the behaviour, the exit code says what came of it.
 #include <cstdio>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <string>
 
+#include "integration/host_settings.h"
 #include "support/host_events.h"
 #include "support/host_steps.h"
+#include "support/process.h"
 #include "support/service_fixture.h"
 #include "support/wait.h"
 
@@ -20,6 +24,45 @@ using support::Result;
 Result runWholeLife() {
     const HostLibrary library;
     return support::wholeLife(library.api());
+}
+
+// The log folder stands in the file "folder.txt": no command line holds every name that a host may pass.
+Result runWholeLifeWithFolder() {
+    std::ifstream file("folder.txt", std::ios::binary);
+    const std::string folder{std::istreambuf_iterator<char>(file), {}};
+    const HostLibrary library;
+    return support::wholeLife(library.api(), folder);
+}
+
+// Threads that are there on purpose when the library has been freed, and those that the system may have added.
+constexpr std::size_t kLogWriter = 1;
+constexpr std::size_t kThreadsOfTheSystem = 2;
+
+// Compared with what was before the library was loaded for the first time, which nothing but a new process can tell.
+Result runSettings() {
+    const std::string folder = support::logFolder();
+    const std::map<std::string, std::string> before = support::hostSettings();
+    const std::size_t threadsBefore = support::ownSize().threads;
+    {
+        const HostLibrary library;
+        const Result lived = support::wholeLife(library.api(), folder);
+        if (lived != support::kGood) {
+            return lived;
+        }
+    }
+    Result result = support::kGood;
+    for (const auto& [name, value] : support::hostSettings()) {
+        if (value != before.at(name)) {
+            std::printf("%s:\n%s\nis now\n%s\n", name.c_str(), before.at(name).c_str(), value.c_str());
+            result = support::kSettingsChanged;
+        }
+    }
+    const std::size_t threads = support::ownSize().threads;
+    if (threads > threadsBefore + kLogWriter + kThreadsOfTheSystem) {
+        std::printf("threads: %zu are now %zu\n", threadsBefore, threads);
+        result = support::kSettingsChanged;
+    }
+    return result;
 }
 
 // There is no service beside this program.
@@ -114,6 +157,8 @@ Result runReload() {
 int main(int argc, char** argv) {
     const std::map<std::string, std::function<Result()>> behaviours = {
         {"whole-life", runWholeLife},
+        {"whole-life-with-folder", runWholeLifeWithFolder},
+        {"settings", runSettings},
         {"no-service", runNoService},
         {"never-configured", runNeverConfigured},
         {"uninit-at-once", runUninitAtOnce},

@@ -2,8 +2,11 @@
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <sstream>
 
+#include "support/effort.h"
 #include "support/process.h"
 #include "support/service_fixture.h"
 
@@ -11,19 +14,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-#ifdef _WIN32
-constexpr const char* kHostProgram = "host_child.exe";
-#else
-constexpr const char* kHostProgram = "host_child";
-#endif
-
 class HostProcess : public testing::Test {
 protected:
     void SetUp() override { support::enterTestFolder(); }
 
     int run(const std::string& behaviour, const std::string& scenario, const fs::path& folder) {
         standin.play(scenario);
-        return support::runProgram(folder / kHostProgram, {behaviour});
+        return support::runProgram(folder / hostProgram, {behaviour});
     }
 
     int run(const std::string& behaviour, const std::string& scenario) {
@@ -49,11 +46,18 @@ protected:
         return messages;
     }
 
+    // What the host printed, for a test that failed.
+    static std::string output() {
+        std::ifstream file("stdout.txt");
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
     static std::size_t countOf(const std::vector<std::string>& lines, const std::string& line) {
         return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), line));
     }
 
     support::Standin standin;
+    const std::string hostProgram = support::programFile("host_child");
 };
 
 constexpr const char* kOneEvent = "wait packet key KORUInfo\nnotify int buffering-start 1\n";
@@ -61,7 +65,7 @@ constexpr const char* kOneEvent = "wait packet key KORUInfo\nnotify int bufferin
 TEST_F(HostProcess, NoServiceBesideTheHostGivesNoHandleAndIsLoggedOnce) {
     const fs::path folder = fs::current_path() / "alone";
     fs::create_directories(folder);
-    fs::copy_file(support::programFolder() / kHostProgram, folder / kHostProgram);
+    fs::copy_file(support::programFolder() / hostProgram, folder / hostProgram);
 #ifdef _WIN32
     fs::copy_file(support::programFolder() / "SonviaPCAudioDll.dll", folder / "SonviaPCAudioDll.dll");
 #endif
@@ -168,6 +172,35 @@ TEST_F(HostProcess, LibraryMayBeFreedLoadedAgainAndStartedOver) {
     EXPECT_EQ(run("reload", kOneEvent), 0);
     EXPECT_EQ(standin.recorded("start").size(), 3U);
     EXPECT_EQ(standin.packets(support::kStop).size(), 3U);
+}
+
+TEST_F(HostProcess, SettingsOfTheProcessAreLeftAsTheyWereBeforeTheLibraryWasLoaded) {
+    EXPECT_EQ(run("settings", kOneEvent), 0) << output();
+}
+
+// Each in a process of its own: the first folder of a process is its log's.
+TEST_F(HostProcess, LogFolderOfAnyKindLetsTheHostLive) {
+    std::ofstream("a-file") << "no folder";
+    const std::string folders[] = {"",
+                                   " ",
+                                   "no\\such/folder\\",
+                                   "%s%n%d%1000000d",
+                                   "\"quoted\" & more | <or> less",
+                                   "nul:",
+                                   "a-file",
+                                   "a-file/below",
+                                   "\xFF\xFE\x80 no text in any code page",
+                                   std::string(255, 'f'),
+                                   std::string(256, 'f'),
+                                   std::string(100000, 'f')};
+    int tried = 0;
+    for (const std::string& folder : folders) {
+        std::ofstream("folder.txt", std::ios::binary) << folder;
+        EXPECT_EQ(run("whole-life-with-folder", kOneEvent), 0) << folder.substr(0, 300);
+        EXPECT_EQ(standin.packets(support::kStop).size(), 1U);
+        ++tried;
+    }
+    support::tried("bad arguments: folders of the log itself", tried, "processes");
 }
 
 } // namespace

@@ -1,10 +1,8 @@
 // What only a Windows host can see: the command line of the service, and what the library leaves of its process.
-#include <cwchar>
 #include <string>
 
 #include <windows.h>
 
-#include "support/process.h"
 #include "support/service_fixture.h"
 
 namespace {
@@ -41,34 +39,6 @@ TEST_F(WindowsHost, ErrorModeAndCurrentFolderAreLeftAsTheyWere) {
     GetCurrentDirectoryW(1024, folderAfter);
     EXPECT_STREQ(folderAfter, folder);
     SetErrorMode(before);
-}
-
-std::wstring environmentText() {
-    wchar_t* block = GetEnvironmentStringsW();
-    std::wstring text;
-    for (const wchar_t* each = block; *each != L'\0'; each += wcslen(each) + 1) {
-        text.append(each).append(L"\n");
-    }
-    FreeEnvironmentStringsW(block);
-    return text;
-}
-
-TEST_F(WindowsHost, EnvironmentExceptionFilterAndThreadsAreLeftAsTheyWere) {
-    const auto live = [this] {
-        startAndConfigure("wait packet key KORUInfo\nnotify int buffering-start 1\n");
-        ASSERT_TRUE(events.waitFor(support::event(SONVIA_EVENT_BUFFERING_STARTED, 0)));
-        stop();
-        events.reset();
-    };
-    ASSERT_NO_FATAL_FAILURE(live()); // loads what is loaded once, the log's writer among it
-    const LPTOP_LEVEL_EXCEPTION_FILTER filter = SetUnhandledExceptionFilter(nullptr);
-    SetUnhandledExceptionFilter(filter);
-    const std::wstring environment = environmentText();
-    const std::size_t threads = support::ownSize().threads;
-    ASSERT_NO_FATAL_FAILURE(live());
-    EXPECT_EQ(environmentText(), environment);
-    EXPECT_EQ(support::ownSize().threads, threads);
-    EXPECT_EQ(SetUnhandledExceptionFilter(filter), filter);
 }
 
 // The service lives on, and yet the pipe has no writer left when the host has closed its own end.

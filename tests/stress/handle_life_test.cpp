@@ -22,6 +22,14 @@ constexpr int kCallsOfOneRound = 7;
 // One callback in so many calls back, so that callbacks are mostly as quick as a host's are.
 constexpr int kReactEvery = 16;
 
+struct Kind {
+    const char* what;
+    std::string scenario;
+    int callbacks;     // at least so many, and the loss, come while the host's threads call
+    bool losesItsPipe; // and the host is told so, once
+    bool isReplaced;   // by a second handle's service
+};
+
 class HandleLife : public support::ServiceTest {
 protected:
     // Every function that may be called on a living handle, from any thread and inside a callback.
@@ -52,6 +60,9 @@ protected:
             if (what.isError && what.code != SONVIA_ERROR_CONNECTION && what.code != SONVIA_ERROR_STREAM) {
                 ++mWrongErrors;
             }
+            if (what.isError && what.code == SONVIA_ERROR_CONNECTION && what.value != 0) {
+                ++mLossesOfLife;
+            }
             ++mCallbacks;
             if (++mCallbacksOfLife % kReactEvery == 0) {
                 callEverything(-1);
@@ -65,6 +76,7 @@ protected:
         if (other == nullptr) {
             return;
         }
+        ++mReplacements;
         const AudioServiceParam param = support::completeParam();
         api.setParam(other, &param);
         api.state(other);
@@ -72,12 +84,19 @@ protected:
         mRefused += api.uninit(other) ? 0 : 1;
     }
 
-    void callUntilEnough(int thread, bool replaceService) {
+    bool enough(const Kind& kind) const {
+        return mCallbacksOfLife >= kind.callbacks && (!kind.losesItsPipe || mLossesOfLife > 0);
+    }
+
+    void callUntilEnough(int thread, const Kind& kind) {
         const auto end = std::chrono::steady_clock::now() + support::kGuard;
-        for (int round = 0; round < kRoundsOfEachThread || mCallbacksOfLife < mWantedCallbacks; ++round) {
+        bool replaces = kind.isReplaced && thread == 0;
+        for (int round = 0; round < kRoundsOfEachThread || !enough(kind); ++round) {
             callEverything(thread);
-            if (replaceService && thread == 0 && round == kRoundsOfEachThread / 2) {
+            // Only a handle that has its connection can lose it.
+            if (replaces && round >= kRoundsOfEachThread / 2 && mCallbacksOfLife > 0) {
                 liveBeside();
+                replaces = false;
             }
             if (round < kRoundsOfEachThread) {
                 continue;
@@ -91,29 +110,30 @@ protected:
         }
     }
 
-    void live(const std::string& scenario, bool replaceService) {
+    void live(const Kind& kind) {
+        start(kind.scenario);
+        // Until here a callback was one of the life before.
         mReleased = false;
         mCallbacksOfLife = 0;
+        mLossesOfLife = 0;
         events.reset();
-        start(scenario);
         reactInCallbacks();
         std::vector<std::thread> threads;
         for (int thread = 0; thread < kThreads; ++thread) {
-            threads.emplace_back([=, this] { callUntilEnough(thread, replaceService); });
+            threads.emplace_back([=, this] { callUntilEnough(thread, kind); });
         }
         for (std::thread& thread : threads) {
             thread.join();
         }
         stop();
         mReleased = true;
+        EXPECT_EQ(mLossesOfLife, kind.losesItsPipe ? 1 : 0);
     }
 
-    void livesWith(const std::string& what, int wantedCallbacks, const std::string& scenario,
-                   bool replaceService = false) {
-        mWantedCallbacks = wantedCallbacks;
+    void livesWith(const Kind& kind) {
         const int lives = support::rounds(1, 25);
         for (int life = 0; life < lives; ++life) {
-            ASSERT_NO_FATAL_FAILURE(live(scenario, replaceService));
+            ASSERT_NO_FATAL_FAILURE(live(kind));
             // Natively a record that grows from life to life would be read again and again.
             standin.play("no-pipe");
         }
@@ -121,17 +141,21 @@ protected:
         EXPECT_EQ(mWrongErrors, 0);
         EXPECT_EQ(mWrongNames, 0);
         EXPECT_EQ(mRefused, 0);
-        EXPECT_EQ(mHung, 0) << "threads waited for " << wantedCallbacks << " callbacks in vain";
+        EXPECT_EQ(mReplacements, kind.isReplaced ? lives : 0);
+        EXPECT_EQ(mHung, 0) << "threads waited in vain for " << kind.callbacks
+                            << " callbacks or for the loss";
         EXPECT_GT(mCallbacks, 0);
-        support::tried("16 threads, " + what, mCalls, "calls");
-        support::tried("16 threads, " + what, mCallbacks, "callbacks");
+        const std::string what = std::string("16 threads, ") + kind.what;
+        support::tried(what, mCalls, "calls");
+        support::tried(what, mCallbacks, "callbacks");
     }
 
     std::atomic<long long> mCalls{0};
     std::atomic<int> mCallbacks{0};
     std::atomic<int> mCallbacksOfLife{0};
+    std::atomic<int> mLossesOfLife{0};
+    std::atomic<int> mReplacements{0};
     std::atomic<int> mHung{0};
-    int mWantedCallbacks = 0;
     std::atomic<int> mAfterRelease{0};
     std::atomic<int> mWrongErrors{0};
     std::atomic<int> mWrongNames{0};
@@ -143,22 +167,24 @@ protected:
 const std::string kFlood = " packet 34\n  int player-state $i\n  string phone-name \"Handset ${i}\"\n"
                            "  int buffering-start 1\n  int change-mode $i\n end\n";
 
+std::string floodOf(int packets) {
+    return support::kAfterDeviceInformation + ("repeat " + std::to_string(packets) + "\n") + kFlood + "end\n";
+}
+
 TEST_F(HandleLife, WhileTheServiceFloods) {
-    livesWith("service floods", 1000, "wait packet key KORUInfo\nrepeat 20000\n" + kFlood + "end\n");
+    livesWith({"service floods", floodOf(20000), 1000, false, false});
 }
 
 TEST_F(HandleLife, WhileTheServiceDiesInTheFlood) {
-    livesWith("service dies in its flood", 100,
-              "wait packet key KORUInfo\nrepeat 300\n" + kFlood + "end\ncrash\n");
+    livesWith({"service dies in its flood", floodOf(300) + "crash\n", 100, true, false});
 }
 
 TEST_F(HandleLife, WhileTheServiceHangsUpInTheFlood) {
-    livesWith("service hangs up in its flood", 100,
-              "wait packet key KORUInfo\nrepeat 300\n" + kFlood + "end\ndisconnect\n");
+    livesWith({"service hangs up in its flood", floodOf(300) + "disconnect\n", 100, true, false});
 }
 
 TEST_F(HandleLife, WhileTheServiceIsReplaced) {
-    livesWith("service is replaced", 0, "wait packet key KORUInfo\nrepeat 2000\n" + kFlood + "end\n", true);
+    livesWith({"service is replaced", floodOf(2000), 1, true, true});
 }
 
 } // namespace

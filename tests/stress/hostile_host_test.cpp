@@ -13,18 +13,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-#ifdef _WIN32
-constexpr const char* kProgramSuffix = ".exe";
-#else
-constexpr const char* kProgramSuffix = "";
-#endif
-
 constexpr int kExitCode = 61;
+// From the host's last step to its end: nothing may wait there, a busy machine needs a moment.
+constexpr std::chrono::seconds kEndGuard{10};
 constexpr const char* kOneEvent = "wait packet key KORUInfo\nnotify int buffering-start 1\n";
 constexpr const char* kWays[] = {"main", "exit", "_exit", "abort", "system", "free"};
 
 fs::path program(const std::string& name) {
-    return support::programFolder() / (name + kProgramSuffix);
+    return support::programFolder() / support::programFile(name);
 }
 
 struct State {
@@ -45,16 +41,17 @@ protected:
         const int code =
             support::runProgram(program("host_ends"), {state.name, way, std::to_string(kExitCode)});
         const auto now = std::chrono::duration_cast<std::chrono::milliseconds>(
-                             std::chrono::system_clock::now().time_since_epoch())
-                             .count();
-        long long begun = now;
+            std::chrono::system_clock::now().time_since_epoch());
+        long long begun = now.count();
         EXPECT_TRUE(std::ifstream("ending") >> begun) << "the host did not come to its end";
-        mLongest = std::max<long long>(mLongest, now - begun);
+        const std::chrono::milliseconds lasted = now - std::chrono::milliseconds(begun);
+        EXPECT_LT(lasted, kEndGuard) << state.name << " " << way;
+        mLongest = std::max(mLongest, lasted);
         return code;
     }
 
     support::Standin standin;
-    long long mLongest = 0;
+    std::chrono::milliseconds mLongest{0};
 };
 
 TEST_P(HostEnd, ComesAtOnceWithTheHostsOwnExitCode) {
@@ -71,7 +68,7 @@ TEST_P(HostEnd, ComesAtOnceWithTheHostsOwnExitCode) {
             ++ends;
         }
     }
-    RecordProperty("longest end, ms", std::to_string(mLongest));
+    support::longest("end of a host", mLongest);
     support::tried("hostile host: ends, in any state and way", ends, "processes");
 }
 
@@ -103,13 +100,18 @@ class HostileHost : public testing::Test {
 protected:
     void SetUp() override { support::enterTestFolder(); }
 
-    static void repeat(const fs::path& host, const std::string& what, int times) {
+    // Returns how many rounds the host has done.
+    static int repeat(const fs::path& host, const std::string& what, int times) {
         const int code =
             support::runProgram(host, {what, std::to_string(times)}, support::kGuard * (2 + times / 10));
         EXPECT_EQ(code, 0);
+        int done = 0;
         std::string sizes;
-        std::getline(std::ifstream("sizes.txt"), sizes);
+        std::ifstream rounds("rounds.txt");
+        EXPECT_TRUE(rounds >> done && std::getline(rounds >> std::ws, sizes));
+        EXPECT_EQ(done, times);
         RecordProperty("size", sizes);
+        return done;
     }
 
     // A folder with a host, the library and the service of its own.
@@ -126,28 +128,32 @@ protected:
     support::Standin standin;
 };
 
+#ifdef _WIN32 // elsewhere the functions are linked in: nothing is loaded
+
 TEST_F(HostileHost, LibraryMayBeLoadedAndFreedManyTimes) {
-    const int times = 500;
-    repeat(program("host_rounds"), "load-unused", times);
-    support::tried("hostile host: load and free", times);
+    const int done = repeat(program("host_rounds"), "load-unused", 500);
+    support::tried("hostile host: load and free", done);
 }
 
 TEST_F(HostileHost, LibraryMayBeLoadedAndFreedManyTimesWithSessionsInBetween) {
     const int times = support::processRounds(10, 500);
     standin.play(kOneEvent);
-    repeat(program("host_rounds"), "load-and-live", times);
+    const int done = repeat(program("host_rounds"), "load-and-live", times);
     EXPECT_EQ(standin.packets(support::kStop).size(), static_cast<std::size_t>(times));
-    support::tried("hostile host: load, session and free", times);
+    support::tried("hostile host: load, session and free", done);
 }
+
+#endif
 
 TEST_F(HostileHost, ServiceThatDiesAndWhoseFileIsGoneIsMissedAndFoundAgain) {
     const int times = support::processRounds(4, 100);
     furnish("own", "host_rounds");
     standin.play("wait packet key KORUInfo\nnotify int buffering-start 1\nwait packet key "
                  "exitAudioProjection\ncrash\n");
-    repeat(fs::current_path() / "own" / program("host_rounds").filename(), "service-gone", times);
+    const int done =
+        repeat(fs::current_path() / "own" / program("host_rounds").filename(), "service-gone", times);
     EXPECT_EQ(standin.recorded("crash").size(), static_cast<std::size_t>(times));
-    support::tried("hostile service: dies and its executable is gone", times);
+    support::tried("hostile service: dies and its executable is gone", done);
 }
 
 // Windows lets a program's path have 259 characters; the library's file name is the longest one in the folder.

@@ -26,16 +26,10 @@ protected:
     // uninitSonviaAudioService, which must come back within `bound` at the latest, and what must be true behind it.
     void release(Told told, End end, std::chrono::seconds bound = support::kGuard);
 
-    // Lifetime of the last release.
-    std::chrono::milliseconds lastRelease() const { return mLastRelease; }
-
 private:
     void expectTold(Told told);
     void expectServiceGone(End end);
-    static void expectLevel(const support::ProcessSize& before, const support::ProcessSize& after,
-                            const char* since);
 
-    std::chrono::milliseconds mLastRelease{0};
     std::chrono::milliseconds mLongestRelease{0};
     std::size_t mEventsAtRelease = 0;
 };

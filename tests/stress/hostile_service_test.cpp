@@ -1,6 +1,7 @@
 // Services that do their worst, round after round. One row says what the service plays, what the host does meanwhile,
 // what the host is told, and who has to end the service.
 #include <cstring>
+#include <iterator>
 #include <ostream>
 #include <random>
 
@@ -68,6 +69,13 @@ public:
         }
     }
 
+    // Behind the garbage the stream is read as before.
+    void takeEventBehindGarbage(int /*round*/) {
+        ASSERT_TRUE(events.waitFor(event(SONVIA_EVENT_BUFFERING_STARTED, 0)));
+        EXPECT_EQ(events.all().back(), event(SONVIA_EVENT_BUFFERING_STARTED, 0));
+        EXPECT_GT(events.count(), 1U) << "none of the garbage reached a handler";
+    }
+
     void takeHugeName(int /*round*/) {
         ASSERT_TRUE(events.waitForCount(1));
         const char* name = api.sourceName(handle);
@@ -113,13 +121,47 @@ std::string hexOf(const std::string& bytes) {
     return hex;
 }
 
-std::string garbage(int round) {
-    std::mt19937 random(static_cast<unsigned>(round) + 1);
-    std::string bytes(20000, '\0');
+std::string randomBytes(std::mt19937& random, std::size_t count) {
+    std::string bytes(count, '\0');
     for (char& byte : bytes) {
         byte = static_cast<char>(random() & 0xFFU);
     }
-    return "bytes " + hexOf(bytes) + "\nflush\nnote hostile\n";
+    return bytes;
+}
+
+// Mostly the header of a packet that never becomes whole.
+std::string garbage(int round) {
+    std::mt19937 random(static_cast<unsigned>(round) + 1);
+    return "bytes " + hexOf(randomBytes(random, 20000)) + "\nflush\nnote hostile\n";
+}
+
+// A payload that is no sense at all, or begins with an entry that a handler reads, of any type and value.
+std::string garbagePayload(std::mt19937& random) {
+    constexpr const char* kHandled[] = {"player-state", "phone-name", "change-mode", "first-audiopcm",
+                                        "buffering-end"};
+    constexpr char kTypes[] = {3, 6, 14, 20};
+    std::string payload;
+    if (random() % 2 == 0) {
+        const std::string key = kHandled[random() % std::size(kHandled)];
+        payload = static_cast<char>(key.size()) + key;
+        if (random() % 4 != 0) {
+            payload += kTypes[random() % std::size(kTypes)];
+        }
+    }
+    return payload + randomBytes(random, random() % 40);
+}
+
+// Whole packets, so that the garbage in them is read to its end; three in four are notifications.
+std::string garbageInPackets(int round) {
+    constexpr int kGarbagePackets = 500;
+    std::mt19937 random(static_cast<unsigned>(round) + 1);
+    std::string stream;
+    for (int i = 0; i < kGarbagePackets; ++i) {
+        const std::string payload = garbagePayload(random);
+        stream += '$' + (random() % 4 != 0 ? std::string("\0\x22", 2) : randomBytes(random, 2)) +
+                  randomBytes(random, 2) + std::string(3, '\0') + static_cast<char>(payload.size()) + payload;
+    }
+    return support::kAfterDeviceInformation + ("bytes " + hexOf(stream)) + "\nnotify int buffering-start 1\n";
 }
 
 std::string deathAtAByte(int round) {
@@ -173,6 +215,8 @@ const Hostility kHostilities[] = {
      },
      &HostileService::takeHugeName, Told::kNothing, End::kItself},
     {"SendsGarbage", "garbage", garbage, &HostileService::waitForNote, Told::kNothing, End::kItself},
+    {"SendsGarbageInPackets", "garbage in whole packets", garbageInPackets,
+     &HostileService::takeEventBehindGarbage, Told::kNothing, End::kItself},
     {"SendsHalfAHeaderAndFallsSilent", "half a header, then silence",
      [](int) -> std::string { return "bytes 24 00 22 00\nflush\nnote hostile\n"; },
      &HostileService::waitForNote, Told::kNothing, End::kItself},

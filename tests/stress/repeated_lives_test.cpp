@@ -62,16 +62,9 @@ TEST_F(RepeatedLives, LeaveNoHandlesThreadsOrMemoryBehind) {
         ASSERT_NO_FATAL_FAILURE(live());
     }
     const support::ProcessSize after = support::ownSize();
-    // Far less than one of each life; a few may come and go with the system's own threads.
-    EXPECT_LE(after.handles, before.handles + 5);
-    EXPECT_LE(after.threads, before.threads + 2);
-    if (!underValgrind()) {
-        EXPECT_LT(after.memoryBytes, before.memoryBytes + 8 * kMegabyte);
-    }
+    EXPECT_EQ(support::growth(before, after), "");
     support::tried("sessions after one another", kWarmUp + lives);
-    RecordProperty("handles", std::to_string(before.handles) + " -> " + std::to_string(after.handles));
-    RecordProperty("threads", std::to_string(before.threads) + " -> " + std::to_string(after.threads));
-    RecordProperty("memory", std::to_string(before.memoryBytes) + " -> " + std::to_string(after.memoryBytes));
+    RecordProperty("size", support::sizes(before, after));
 }
 
 } // namespace

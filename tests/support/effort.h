@@ -2,6 +2,7 @@
 // sets SONVIA_EFFORT=long for all of them, under Wine too.
 #pragma once
 
+#include <chrono>
 #include <cstdlib>
 #include <string>
 #include <string_view>
@@ -34,6 +35,11 @@ inline int processRounds(int shortForm, int inLongForm) {
 // when the work is done, with what was counted and not with what was planned; `unit` names what was counted.
 inline void tried(const std::string& what, long long times, const std::string& unit = "rounds") {
     testing::Test::RecordProperty("tried: " + what + " (" + unit + ")", std::to_string(times));
+}
+
+// Notes how long the longest of them took: shown, and not judged.
+inline void longest(const std::string& what, std::chrono::milliseconds lasted) {
+    testing::Test::RecordProperty("longest: " + what + " (ms)", std::to_string(lasted.count()));
 }
 
 } // namespace support

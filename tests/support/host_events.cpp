@@ -14,7 +14,7 @@ HostEvents& HostEvents::instance() {
 
 void HostEvents::reset() {
     const std::lock_guard<std::mutex> lock(mMutex);
-    mEvents.clear();
+    mEvents = {}; // with the room for them, which would else count as memory that the library has left behind
     mReaction = nullptr;
 }
 

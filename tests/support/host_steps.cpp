@@ -1,14 +1,13 @@
 #include "support/host_steps.h"
 
 #include "support/host_events.h"
-#include "support/service_fixture.h"
 #include "support/standin.h"
 #include "support/wait.h"
 
 namespace support {
 
-AudioServiceHandle* startHost(const HostApi& api) {
-    return api.init(logFolder().c_str(), SONVIA_LOG_DEBUG);
+AudioServiceHandle* startHost(const HostApi& api, const std::string& folder) {
+    return api.init(folder.c_str(), SONVIA_LOG_DEBUG);
 }
 
 Result configure(const HostApi& api, AudioServiceHandle* handle) {
@@ -16,18 +15,18 @@ Result configure(const HostApi& api, AudioServiceHandle* handle) {
     return api.setParam(handle, &param) ? kGood : kSetParamFailed;
 }
 
-Result startAndWaitForPipe(const HostApi& api, AudioServiceHandle*& handle) {
+Result startAndWaitForPipe(const HostApi& api, AudioServiceHandle*& handle, const std::string& folder) {
     HostEvents::instance().reset();
     const std::size_t before = countInRecord("listen");
-    handle = startHost(api);
+    handle = startHost(api, folder);
     if (handle == nullptr) {
         return kNoHandle;
     }
     return eventually([before] { return countInRecord("listen") > before; }) ? kGood : kNoPipe;
 }
 
-Result begin(const HostApi& api, AudioServiceHandle*& handle) {
-    Result result = startAndWaitForPipe(api, handle);
+Result begin(const HostApi& api, AudioServiceHandle*& handle, const std::string& folder) {
+    Result result = startAndWaitForPipe(api, handle, folder);
     if (result == kGood) {
         result = configure(api, handle);
     }
@@ -37,9 +36,9 @@ Result begin(const HostApi& api, AudioServiceHandle*& handle) {
     return HostEvents::instance().waitFor(event(SONVIA_EVENT_BUFFERING_STARTED, 0)) ? kGood : kNoEvent;
 }
 
-Result wholeLife(const HostApi& api) {
+Result wholeLife(const HostApi& api, const std::string& folder) {
     AudioServiceHandle* handle = nullptr;
-    const Result begun = begin(api, handle);
+    const Result begun = begin(api, handle, folder);
     if (begun != kGood) {
         return begun;
     }

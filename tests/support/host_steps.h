@@ -1,7 +1,10 @@
 // What the programs do that play a host: each step says what went wrong by the exit code that the program then has.
 #pragma once
 
+#include <string>
+
 #include "support/host_library.h"
+#include "support/service_fixture.h"
 
 namespace support {
 
@@ -16,17 +19,19 @@ enum Result : int {
     kUnexpectedHandle,
     kUninitFailed,
     kServiceFileStays,
-    kGrown
+    kGrown,
+    kSettingsChanged
 };
 
-AudioServiceHandle* startHost(const HostApi& api);
+AudioServiceHandle* startHost(const HostApi& api, const std::string& folder = logFolder());
 Result configure(const HostApi& api, AudioServiceHandle* handle);
 // startHost, and waits for the service's pipe: the library connects once, and a busy machine may need longer to open
 // the pipe than the library waits.
-Result startAndWaitForPipe(const HostApi& api, AudioServiceHandle*& handle);
+Result startAndWaitForPipe(const HostApi& api, AudioServiceHandle*& handle,
+                           const std::string& folder = logFolder());
 // From init to the first event.
-Result begin(const HostApi& api, AudioServiceHandle*& handle);
+Result begin(const HostApi& api, AudioServiceHandle*& handle, const std::string& folder = logFolder());
 // From init to uninit, with every call in between.
-Result wholeLife(const HostApi& api);
+Result wholeLife(const HostApi& api, const std::string& folder = logFolder());
 
 } // namespace support

@@ -16,6 +16,14 @@ namespace {
 
 constexpr int kDidNotEnd = -1000;
 
+// A few handles and threads come and go with the system's own.
+constexpr std::size_t kHandlesOfTheSystem = 5;
+constexpr std::size_t kThreadsOfTheSystem = 2;
+
+std::string change(const char* what, std::size_t before, std::size_t after) {
+    return std::string(what) + " " + std::to_string(before) + " -> " + std::to_string(after);
+}
+
 struct Run {
     uv_process_t process{};
     uv_timer_t guard{};
@@ -127,6 +135,26 @@ std::int64_t startProgram(const std::filesystem::path& program) {
         throw std::runtime_error("cannot start " + file + ": " + uv_err_name(result));
     }
     return pid;
+}
+
+std::string growth(const ProcessSize& before, const ProcessSize& after) {
+    std::string grown;
+    if (after.handles > before.handles + kHandlesOfTheSystem) {
+        grown += change("handles", before.handles, after.handles) + "\n";
+    }
+    if (after.threads > before.threads + kThreadsOfTheSystem) {
+        grown += change("threads", before.threads, after.threads) + "\n";
+    }
+    if (after.memoryBytes > before.memoryBytes + levelMemory()) {
+        grown += change("bytes", before.memoryBytes, after.memoryBytes) + "\n";
+    }
+    return grown;
+}
+
+std::string sizes(const ProcessSize& before, const ProcessSize& after) {
+    return change("handles", before.handles, after.handles) + ", " +
+           change("threads", before.threads, after.threads) + ", " +
+           change("bytes", before.memoryBytes, after.memoryBytes);
 }
 
 void killProcess(std::int64_t pid, const std::string& program) {

@@ -20,10 +20,18 @@ void killProcess(std::int64_t pid, const std::string& program);
 struct ProcessSize {
     std::size_t handles = 0; // handles on Windows, open files natively
     std::size_t threads = 0;
-    std::size_t memoryBytes = 0; // private memory
+    std::size_t memoryBytes = 0; // private pages on Windows, what the allocator has given out natively
 };
 
 ProcessSize ownSize();
+
+// How many bytes more `ownSize` may count although nothing was left behind.
+std::size_t levelMemory();
+
+// What has grown by more than rounds that leave nothing behind let it, with its figures; empty when all is level.
+std::string growth(const ProcessSize& before, const ProcessSize& after);
+// Both sizes side by side.
+std::string sizes(const ProcessSize& before, const ProcessSize& after);
 
 // Runs `program` in the current folder until it ends; its output goes to the files `stdout.txt` and
 // `stderr.txt` there. Kills it and returns -1000 when it has not ended within the guard.
@@ -35,5 +43,8 @@ std::int64_t startProgram(const std::filesystem::path& program);
 
 // Folder of the running test program: the service, the DLL and the other programs stand in it too.
 std::filesystem::path programFolder();
+
+// File name of a program of this build: "host_child" is host_child.exe on Windows.
+std::string programFile(const std::string& name);
 
 } // namespace support

@@ -32,6 +32,14 @@ bool processRuns(std::int64_t pid, const std::string& program) {
     return !gone && image.filename() == program;
 }
 
+std::string programFile(const std::string& name) {
+    return name;
+}
+
+std::size_t levelMemory() {
+    return 256U * 1024U;
+}
+
 ProcessSize ownSize() {
     ProcessSize size;
     size.handles = entriesOf("/proc/self/fd");

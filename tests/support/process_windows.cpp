@@ -97,6 +97,15 @@ bool processRuns(std::int64_t pid, const std::string& program) {
     return running;
 }
 
+std::string programFile(const std::string& name) {
+    return name + ".exe";
+}
+
+// The heap takes and returns pages by the block.
+std::size_t levelMemory() {
+    return 2U * 1024U * 1024U;
+}
+
 ProcessSize ownSize() {
     return {ownHandles(), ownThreads(), ownPrivateBytes()};
 }
