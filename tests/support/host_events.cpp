@@ -14,7 +14,8 @@ HostEvents& HostEvents::instance() {
 
 void HostEvents::reset() {
     const std::lock_guard<std::mutex> lock(mMutex);
-    mEvents = {}; // with the room for them, which would else count as memory that the library has left behind
+    // With the room for them, which would else count as memory that the library has left behind.
+    mEvents = std::vector<HostEvent>();
     mReaction = nullptr;
 }
 
