@@ -9,7 +9,7 @@
 # build/<preset>/testrun/<target>.
 #
 # SERIAL: the test shares something with other tests that there is only one of (the service's process name, all of
-# the processor's time), so no two of them run at once. Under Wine every test runs alone: all share one prefix.
+# the processor's time), so no two of them run at once. Under Wine every test runs alone in its prefix.
 set(SONVIA_TIMEOUT_FACTOR 1 CACHE STRING "How much longer than usual a test may take; ./test --long sets it")
 
 function(sonvia_add_test name)

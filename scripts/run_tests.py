@@ -5,8 +5,8 @@ the ctest entries that are no GoogleTest programs, of the fuzz targets, of the g
 program that fails without a failed case (it crashed, a sanitizer stopped it, its time ran out) counts as one failure,
 and so does one that leaves no result of a case, and a part in which nothing passes.
 
-Everything is built first, with all processors. Then one worker for each processor takes the runs one after another:
-the tests under Wine must not run beside each other, and beside them there is room for the native ones.
+Everything is built first, with all processors. Then workers take the runs one after another: the native tests of a
+preset, a fuzz target, a program under valgrind, and the tests under Wine in two lanes.
 """
 import argparse
 import fcntl
@@ -33,6 +33,11 @@ from summary import Row, count_entry, fail_empty, report
 PRESETS = ["windows", "asan", "tsan"]
 # What else ./test does when nothing is chosen.
 OTHERS = ["fuzz", "memcheck", "gates", "canaries"]
+# Tests in one Wine prefix must not run beside each other: they end each other's service. So there are two prefixes; what
+# takes longest has the first one to itself.
+FIRST_WINE_LANE = "^(stress_hostile_service|stress_busy_pipe)$"
+WINE_PREFIX = os.environ.get("SONVIA_WINEPREFIX") or str(gates.BUILD / "windows" / "wineprefix")
+WINE_PREFIXES = [WINE_PREFIX, f"{WINE_PREFIX}2"]
 # How much longer than in the short form a test program may take.
 LONG_TIMEOUT_FACTOR = 30
 
@@ -86,24 +91,35 @@ def show_from(part):
     return lambda line: print(f"{part:9}{line.rstrip()}", flush=True)
 
 
-def run_ctest(preset, row, pattern, effort):
-    """Runs the tests of a built preset; returns what they tried."""
-    show = show_from(preset)
-    start = time.monotonic()
-    folder = gates.BUILD / preset / "testrun"
-    for old in folder.glob("*/result.xml"):
+def forget_results(preset):
+    for old in (gates.BUILD / preset / "testrun").glob("*/result.xml"):
         old.unlink()
     if preset == "coverage":
         coverage.forget_counts()
+
+
+def lanes(preset, pattern):
+    """How the tests of a preset are shared out: pairs of the options that choose them and their environment."""
+    if preset != "windows" or pattern:
+        return [(["-R", pattern] if pattern else [], {})]
+    return [(["-R", FIRST_WINE_LANE], {"SONVIA_WINEPREFIX": WINE_PREFIXES[0]}),
+            (["-E", FIRST_WINE_LANE], {"SONVIA_WINEPREFIX": WINE_PREFIXES[1]})]
+
+
+def run_ctest(preset, number, lane, effort):
+    """Runs a lane of the tests of a built preset. Returns its row and what was tried."""
+    row = Row(preset)
+    show = show_from(preset)
+    folder = gates.BUILD / preset / "testrun"
     programs = googletest_programs(preset)
     if not programs:
         row.fail("ctest lists no GoogleTest program")
-    junit = gates.BUILD / preset / "ctest.xml"
+    junit = gates.BUILD / preset / f"ctest{number}.xml"
     junit.unlink(missing_ok=True)
-    chosen = ["-R", pattern] if pattern else []
+    chosen, environment = lane
     ctest = subprocess.Popen(["ctest", "--preset", preset, "--parallel", str(max(1, gates.JOBS // 2)),
                               "--no-tests=error", "--output-junit", junit, *chosen],
-                             cwd=gates.ROOT, env={**os.environ, "SONVIA_EFFORT": effort}, text=True,
+                             cwd=gates.ROOT, env={**os.environ, **environment, "SONVIA_EFFORT": effort}, text=True,
                              errors="replace", stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
     for line in ctest.stdout:
         if line.strip() and not line.lstrip().startswith("Start "):
@@ -116,8 +132,7 @@ def run_ctest(preset, row, pattern, effort):
         row.fail("ctest left no result")
     if ctest.wait() != 0 and not row.failures:
         row.fail("ctest failed")
-    row.seconds += time.monotonic() - start
-    return tried
+    return row, tried
 
 
 def run_checks(row, checks):
@@ -180,8 +195,9 @@ class Run:
     def tasks(self):
         for preset in self.presets:
             if preset in self.built:
-                yield preset, lambda preset=preset: (self.row(preset),
-                                                     run_ctest(preset, self.row(preset), self.pattern, self.effort))
+                for number, lane in enumerate(lanes(preset, self.pattern)):
+                    yield preset, lambda preset=preset, number=number, lane=lane: run_ctest(preset, number, lane,
+                                                                                           self.effort)
         if "fuzz" in self.built:
             for target in fuzzing.targets():
                 yield "fuzz", lambda target=target: fuzzing.run(target, self.effort, show_from("fuzz"))
@@ -196,18 +212,19 @@ class Run:
         with self.lock:
             self.tried += tried
             total = self.row(part)
-            if row is not total:
-                total.passed += row.passed
-                total.skipped += row.skipped
-                total.seconds += time.monotonic() - start
-                total.failures += row.failures
-                total.failed += row.failed
+            total.passed += row.passed
+            total.skipped += row.skipped
+            total.seconds += time.monotonic() - start
+            total.failures += row.failures
+            total.failed += row.failed
 
     def test(self):
         say("testing")
+        for preset in self.presets:
+            forget_results(preset)
         try:
-            # Much of the long form is waiting for services to end, so there is room for one more.
-            workers = gates.JOBS + (1 if self.effort == "long" else 0)
+            # The tests under Wine wait more than they work, and so do all in the long form.
+            workers = gates.JOBS + ("windows" in self.presets) + (self.effort == "long")
             with ThreadPoolExecutor(workers) as pool:
                 try:
                     list(pool.map(self.work, self.tasks()))
@@ -216,7 +233,9 @@ class Run:
                     raise
         finally:
             if "windows" in self.presets:
-                subprocess.run([gates.ROOT / "scripts" / "wine-prefix", "stop"])
+                for prefix in WINE_PREFIXES:
+                    subprocess.run([gates.ROOT / "scripts" / "wine-prefix", "stop"],
+                                   env={**os.environ, "SONVIA_WINEPREFIX": prefix})
 
     def check(self):
         if "coverage" in self.built:
