@@ -144,34 +144,6 @@ TEST_F(Arguments, LevelsThatDoNotExistAreHandedOnAndDoNoHarm) {
     support::tried("bad arguments: log levels", tried, "calls");
 }
 
-TEST_F(Arguments, LogFoldersOfEveryUnusualKindGiveAHandle) {
-    // The library keeps the folder of the first handle for its log; it must not be one of these.
-    start("");
-    stop();
-    const std::string folders[] = {"",
-                                   " ",
-                                   "relative",
-                                   "no\\such/folder\\",
-                                   "%s%n%d%1000000d",
-                                   "\"quoted\" & more | <or> less",
-                                   "nul:",
-                                   "\xFF\xFE\x80 no text in any code page",
-                                   std::string(255, 'f'),
-                                   std::string(256, 'f'),
-                                   std::string(100000, 'f')};
-    int tried = 0;
-    for (const std::string& folder : folders) {
-        standin.play("");
-        handle = api.init(folder.c_str(), SONVIA_LOG_ERROR);
-        ASSERT_NE(handle, nullptr) << folder.substr(0, 300);
-        ASSERT_NO_FATAL_FAILURE(connect());
-        stop();
-        EXPECT_FALSE(standin.running());
-        ++tried;
-    }
-    support::tried("bad arguments: log folders", tried, "calls");
-}
-
 TEST_F(Arguments, TextsFullOfFormatsAndControlBytesAreSentAsTheyAre) {
     start("");
     const std::string evil = "%n%s%d%1000000d\x01\x7F\x80\xFF\r\n\t\"\\";

@@ -183,6 +183,7 @@ TEST_F(HostProcess, LogFolderOfAnyKindLetsTheHostLive) {
     std::ofstream("a-file") << "no folder";
     const std::string folders[] = {"",
                                    " ",
+                                   "relative",
                                    "no\\such/folder\\",
                                    "%s%n%d%1000000d",
                                    "\"quoted\" & more | <or> less",
