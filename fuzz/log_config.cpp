@@ -5,10 +5,10 @@
 #include "oracle/log_config.h"
 #include "log/manager.h"
 #include "support/input.h"
+#include "support/log/fake_clock.h"
+#include "support/log/memory_files.h"
+#include "support/log/recording_console.h"
 #include "support/require.h"
-#include "unit/log/fake_clock.h"
-#include "unit/log/memory_files.h"
-#include "unit/log/recording_console.h"
 
 #include <algorithm>
 #include <string>

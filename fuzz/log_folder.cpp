@@ -6,11 +6,11 @@
 
 #include "log/rotation.h"
 #include "support/input.h"
+#include "support/log/fake_clock.h"
+#include "support/log/log_model.h"
+#include "support/log/memory_files.h"
+#include "support/log/recording_console.h"
 #include "support/require.h"
-#include "unit/log/fake_clock.h"
-#include "unit/log/log_model.h"
-#include "unit/log/memory_files.h"
-#include "unit/log/recording_console.h"
 
 #include <optional>
 #include <string>

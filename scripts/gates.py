@@ -225,7 +225,7 @@ def check_instrumented(deps=BUILD / "deps"):
     """The sanitizer presets' dependencies are built with the sanitizers."""
     findings = []
     for preset, symbol in (("asan", "__asan_"), ("tsan", "__tsan_"), ("fuzz", "__sanitizer_cov_")):
-        for name in ("libuv.a", "libminiz.a", "libgtest.a"):
+        for name in ("libuv.a", "libminiz.a", *(["libgtest.a"] if preset != "fuzz" else [])):
             library = deps / preset / "lib" / name
             if not library.is_file():
                 findings.append(f"{preset}: {name} is not built")

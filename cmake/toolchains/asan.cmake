@@ -9,3 +9,6 @@ set(CMAKE_CXX_FLAGS_INIT "${sanitize}")
 
 # How tests run: see scripts/run-sanitized.
 set(SONVIA_TEST_LAUNCHER "${CMAKE_CURRENT_LIST_DIR}/../../scripts/run-sanitized")
+
+# To optimise all these checks takes longer than to run them as they are.
+set(SONVIA_TEST_OPTIONS -O0)

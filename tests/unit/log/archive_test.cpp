@@ -1,6 +1,6 @@
 #include "log/archive.h"
 
-#include "unit/log/memory_files.h"
+#include "support/log/memory_files.h"
 #include "unit/log/test_folder.h"
 
 #include <gtest/gtest.h>

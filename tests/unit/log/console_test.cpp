@@ -1,7 +1,7 @@
 #include "log/console.h"
 
 #include "log/log_level.h"
-#include "unit/log/recording_console.h"
+#include "support/log/recording_console.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #include "log/line_prefix.h"
 
 #include "log/log_level.h"
-#include "unit/log/fake_clock.h"
+#include "support/log/fake_clock.h"
 
 #include <gtest/gtest.h>
 

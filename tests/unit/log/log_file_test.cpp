@@ -1,6 +1,6 @@
 #include "log/log_file.h"
 
-#include "unit/log/memory_files.h"
+#include "support/log/memory_files.h"
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "log/manager.h"
-#include "unit/log/fake_clock.h"
-#include "unit/log/memory_files.h"
-#include "unit/log/recording_console.h"
+#include "support/log/fake_clock.h"
+#include "support/log/memory_files.h"
+#include "support/log/recording_console.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #include "log/log_folder.h"
 
-#include "unit/log/fake_clock.h"
-#include "unit/log/memory_files.h"
+#include "support/log/fake_clock.h"
+#include "support/log/memory_files.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "log/log_names.h"
 
-#include "unit/log/fake_clock.h"
+#include "support/log/fake_clock.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 // Any order of setting changes, lines, clock steps and restarts gives the same files as the model.
 
 #include "support/effort.h"
+#include "support/log/log_model.h"
 #include "unit/log/log_fixture.h"
-#include "unit/log/log_model.h"
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
 // One busy life of a logger, gone through again and again: each time another call to the files fails.
 
 #include "support/effort.h"
-#include "unit/log/fake_clock.h"
+#include "support/log/fake_clock.h"
+#include "support/log/recording_console.h"
 #include "unit/log/faults/line_account.h"
-#include "unit/log/recording_console.h"
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,10 @@
 // The system's own files, some of them kept by another program.
 
 #include "support/effort.h"
-#include "unit/log/fake_clock.h"
+#include "support/log/fake_clock.h"
+#include "support/log/recording_console.h"
 #include "unit/log/faults/held_file.h"
 #include "unit/log/faults/line_account.h"
-#include "unit/log/recording_console.h"
 #include "unit/log/test_folder.h"
 
 #include <gtest/gtest.h>

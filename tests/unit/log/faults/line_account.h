@@ -3,7 +3,7 @@
 #pragma once
 
 #include "log/manager.h"
-#include "unit/log/memory_files.h"
+#include "support/log/memory_files.h"
 
 #include <map>
 #include <string>

@@ -1,4 +1,4 @@
-#include "unit/log/log_model.h"
+#include "support/log/log_model.h"
 
 #include "platform/path_text.h"
 

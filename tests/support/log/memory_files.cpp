@@ -1,4 +1,4 @@
-#include "unit/log/memory_files.h"
+#include "support/log/memory_files.h"
 
 #include <algorithm>
 
