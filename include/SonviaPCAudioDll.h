@@ -108,7 +108,7 @@ typedef struct AudioServiceHandle AudioServiceHandle;
  * Blocks: until old services are ended (taskkill), then 200 ms in which the new one opens its pipe. When it returns
  *         NULL: until the log's lines are in the file, 3 s at most.
  * @return the handle, to be released with uninitSonviaAudioService; NULL when the service could not be
- *         started (logged). Nothing is kept then and the call may be repeated.
+ *         started (logged, with the system's error number). Nothing is kept then and the call may be repeated.
  * Callbacks: none.
  */
 AudioServiceHandle* initSonviaAudioService(const char* logDir, int logLevel);

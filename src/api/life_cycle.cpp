@@ -83,9 +83,12 @@ std::unique_ptr<AudioServiceHandle> startUp(const char* logDir, int logLevel) {
     setLoopLogSink(forwardLoopLine);
     orvel::INITLOG((std::string(logDir) + kLogFolder).c_str(), logLevel);
     writeLog(kLogInfo, kLogTagDll, "[%s:%d]initSonviaAudioService", kName, __LINE__);
-    std::unique_ptr<platform::ServiceProcess> process = platform::ServiceProcess::start(logDir, logLevel);
+    int systemError = 0;
+    std::unique_ptr<platform::ServiceProcess> process =
+        platform::ServiceProcess::start(logDir, logLevel, systemError);
     if (process == nullptr) {
         writeLog(kLogError, kLogTagDll, "[%s:%d]QuPCAudio.exe start failed!!!!", kName, __LINE__);
+        writeLog(kLogError, kLogTagDll, "[%s:%d]the system's error is %d", kName, __LINE__, systemError);
         orvel::FLUSHLOG(); // a host often ends right after this
         return nullptr;
     }

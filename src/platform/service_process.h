@@ -14,9 +14,9 @@ public:
     static void killAll();
 
     /// Starts the service that stands beside the host's executable, with the log folder and level as its
-    /// arguments. Null when it cannot be started. `logDir` is NUL-terminated, in the current locale's code
-    /// page.
-    static std::unique_ptr<ServiceProcess> start(const char* logDir, int logLevel);
+    /// arguments. Null when it cannot be started; `systemError` is then the system's number for the cause.
+    /// `logDir` is NUL-terminated, in the current locale's code page.
+    static std::unique_ptr<ServiceProcess> start(const char* logDir, int logLevel, int& systemError);
 
     virtual ~ServiceProcess() = default;
     ServiceProcess(const ServiceProcess&) = delete;

@@ -95,13 +95,15 @@ void ServiceProcess::killAll() {
     }
 }
 
-std::unique_ptr<ServiceProcess> ServiceProcess::start(const char* logDir, int logLevel) {
+std::unique_ptr<ServiceProcess> ServiceProcess::start(const char* logDir, int logLevel, int& systemError) {
     std::string path = servicePath();
     std::string directory = logDir;
     std::string level = std::to_string(logLevel);
     const std::array<char*, 4> arguments = {path.data(), directory.data(), level.data(), nullptr};
     pid_t pid = 0;
-    if (posix_spawn(&pid, path.c_str(), nullptr, nullptr, arguments.data(), environ) != 0) {
+    const int result = posix_spawn(&pid, path.c_str(), nullptr, nullptr, arguments.data(), environ);
+    if (result != 0) {
+        systemError = result;
         return nullptr;
     }
     return std::make_unique<PosixServiceProcess>(pid);

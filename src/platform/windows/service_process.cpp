@@ -47,12 +47,13 @@ void ServiceProcess::killAll() {
     }
 }
 
-std::unique_ptr<ServiceProcess> ServiceProcess::start(const char* logDir, int logLevel) {
+std::unique_ptr<ServiceProcess> ServiceProcess::start(const char* logDir, int logLevel, int& systemError) {
     std::wstring commandLine = serviceCommandLine(hostExecutablePath(), logDir, logLevel);
     STARTUPINFOW startup = {}; // its size field is zero as well, which the system accepts
     PROCESS_INFORMATION started = {};
     if (CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr,
                        nullptr, &startup, &started) == FALSE) {
+        systemError = static_cast<int>(GetLastError());
         return nullptr;
     }
     CloseHandle(started.hThread); // a host that starts and stops the service for months would collect these

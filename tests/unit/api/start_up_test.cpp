@@ -71,11 +71,12 @@ protected:
 
 } // namespace
 
-TEST_F(StartUp, WithoutAServiceItIsNullAndSaysSoOnce) {
+TEST_F(StartUp, WithoutAServiceItIsNullAndSaysSoAndWhyOnce) {
     AudioServiceHandle* handle = nullptr;
     const std::string log = logOf([&handle] { handle = initSonviaAudioService(kLogDir, SONVIA_LOG_DEBUG); });
     EXPECT_EQ(handle, nullptr);
     EXPECT_EQ(count(log, "QuPCAudio.exe start failed!!!!"), 1U);
+    EXPECT_EQ(count(log, "]the system's error is 2"), 1U); // file not found
     EXPECT_EQ(count(log, "]initSonviaAudioService"), 1U);
     EXPECT_LT(log.find("]initSonviaAudioService"), log.find("]QuPCAudio.exe start failed!!!!"));
 }

@@ -9,9 +9,12 @@
 
 namespace {
 
-TEST(ServiceMissing, StartWithoutAServiceBesideTheHostGivesNull) {
+TEST(ServiceMissing, StartWithoutAServiceBesideTheHostGivesNullAndTheCause) {
+    constexpr int kFileNotFound = 2; // ERROR_FILE_NOT_FOUND, and ENOENT
     ASSERT_FALSE(std::filesystem::exists(support::programFolder() / "QuPCAudio.exe"));
-    EXPECT_EQ(platform::ServiceProcess::start("the-logs", 2), nullptr);
+    int systemError = 0;
+    EXPECT_EQ(platform::ServiceProcess::start("the-logs", 2, systemError), nullptr);
+    EXPECT_EQ(systemError, kFileNotFound);
 }
 
 } // namespace

@@ -27,8 +27,9 @@ protected:
     /// The service, playing `scenario`, when it has begun to.
     std::unique_ptr<ServiceProcess> start(const std::string& scenario) {
         standin.play(scenario);
-        std::unique_ptr<ServiceProcess> process = ServiceProcess::start("the-logs", 2);
-        EXPECT_NE(process, nullptr);
+        int systemError = 0;
+        std::unique_ptr<ServiceProcess> process = ServiceProcess::start("the-logs", 2, systemError);
+        EXPECT_NE(process, nullptr) << systemError;
         EXPECT_TRUE(standin.waitForEvent("start"));
         return process;
     }
@@ -80,8 +81,9 @@ TEST_F(ServiceProcessTest, KillAllEndsTheServiceAndItsChildren) {
 TEST_F(ServiceProcessTest, KillAllEndsEveryServiceEvenOneThatNobodyHolds) {
     start("no-pipe\n").reset();
     const std::int64_t forgotten = standin.pid();
-    const auto second = ServiceProcess::start("the-logs", 2);
-    ASSERT_NE(second, nullptr);
+    int systemError = 0;
+    const auto second = ServiceProcess::start("the-logs", 2, systemError);
+    ASSERT_NE(second, nullptr) << systemError;
     ASSERT_TRUE(standin.waitForEvent("start", 2));
     ServiceProcess::killAll();
     EXPECT_TRUE(second->waitForEnd(support::kGuard));
