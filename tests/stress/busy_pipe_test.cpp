@@ -15,7 +15,7 @@ using stress::Told;
 
 constexpr std::chrono::seconds kWaitOfTheSystem{30};
 // What ending a service takes at most on a busy machine, beside that wait; and a bound that excludes the wait.
-constexpr std::chrono::seconds kBusyPipeBound = kWaitOfTheSystem + support::kGuard;
+constexpr std::chrono::seconds kBusyPipeBound = kWaitOfTheSystem + stress::kReleaseBound;
 constexpr std::chrono::seconds kWithoutThatWait = kWaitOfTheSystem / 2;
 
 class BusyPipe : public stress::HostileRounds {

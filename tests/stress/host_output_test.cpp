@@ -30,7 +30,7 @@ protected:
                            &process) == FALSE) {
             throw std::runtime_error("cannot start the host: " + std::to_string(GetLastError()));
         }
-        const auto guard = static_cast<DWORD>(std::chrono::milliseconds(2 * support::kGuard).count());
+        const auto guard = static_cast<DWORD>(std::chrono::milliseconds(support::kGuard).count());
         DWORD code = kDidNotEnd;
         if (WaitForSingleObject(process.hProcess, guard) == WAIT_OBJECT_0) {
             GetExitCodeProcess(process.hProcess, &code);

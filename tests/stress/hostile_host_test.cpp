@@ -103,7 +103,7 @@ protected:
     // Returns how many rounds the host has done.
     static int repeat(const fs::path& host, const std::string& what, int times) {
         const int code =
-            support::runProgram(host, {what, std::to_string(times)}, support::kGuard * (2 + times / 10));
+            support::runProgram(host, {what, std::to_string(times)}, support::kGuard * (1 + times / 10));
         EXPECT_EQ(code, 0);
         int done = 0;
         std::string sizes;

@@ -18,13 +18,16 @@ enum class Told { kNothing, kNeverConnected, kConnectionLost };
 // Who ends the service.
 enum class End { kItself, kLibrary };
 
+// uninitSonviaAudioService must come back in this time: it gives the service a second to end, and the log three.
+inline constexpr std::chrono::seconds kReleaseBound{30};
+
 class HostileRounds : public support::ServiceTest {
 protected:
     // Runs `round` `times` times. The first one loads what is loaded once; after it this process may not grow.
     void repeat(const std::string& what, int times, const std::function<void(int)>& round);
     void configure();
     // uninitSonviaAudioService, which must come back within `bound` at the latest, and what must be true behind it.
-    void release(Told told, End end, std::chrono::seconds bound = support::kGuard);
+    void release(Told told, End end, std::chrono::seconds bound = kReleaseBound);
 
 private:
     void expectTold(Told told);

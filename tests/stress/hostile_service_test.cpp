@@ -92,14 +92,7 @@ public:
         }
     }
 
-    void takeFlood(int /*round*/) {
-        ASSERT_TRUE(events.waitForCount(kFloodOfARound));
-        EXPECT_EQ(events.all().back(), event(kModeChanged, kEventsOfAWrite - 1));
-    }
-
     static constexpr int kDrippedModes = 5;
-    static constexpr int kEventsOfAWrite = 1000;
-    static constexpr int kFloodOfARound = 50 * kEventsOfAWrite;
     static constexpr std::size_t kPacketSize = 26; // one mode: 9 bytes of header, 17 of payload
     static constexpr std::size_t kPackets = 8;
 
@@ -178,12 +171,6 @@ std::string modes(int count) {
     return "repeat " + std::to_string(count) + "\n notify int change-mode $i\nend\n";
 }
 
-// Many events in each write: what the pipe takes is then the only limit.
-std::string flood(int count) {
-    return "repeat " + std::to_string(count / HostileService::kEventsOfAWrite) + " as write\njoin\n" +
-           modes(HostileService::kEventsOfAWrite) + "end\nend\n";
-}
-
 const Hostility kHostilities[] = {
     {"NeverCreatesItsPipe", "never creates its pipe", [](int) -> std::string { return "no-pipe\n"; },
      &HostileService::waitForError, Told::kNeverConnected, End::kLibrary},
@@ -230,9 +217,6 @@ const Hostility kHostilities[] = {
          return "on-stop ignore\nchildren 3\nwait packet key KORUInfo\nnote hostile\n";
      },
      &HostileService::waitForNote, Told::kNothing, End::kLibrary},
-    {"SendsAsFastAsThePipeTakes", "50,000 events as fast as the pipe takes them",
-     [](int) { return support::kAfterDeviceInformation + flood(HostileService::kFloodOfARound); },
-     &HostileService::takeFlood, Told::kNothing, End::kItself},
 };
 
 TEST_P(HostileService, CostsTheHostNothingButTheSession) {
@@ -246,22 +230,5 @@ TEST_P(HostileService, CostsTheHostNothingButTheSession) {
 
 INSTANTIATE_TEST_SUITE_P(Every, HostileService, testing::ValuesIn(kHostilities),
                          [](const auto& row) { return std::string(row.param.name); });
-
-class EventFlood : public stress::HostileRounds {};
-
-TEST_F(EventFlood, EveryEventArrivesInOrder) {
-    constexpr std::chrono::minutes kLongGuard{10};
-    const int count = support::processRounds(50'000, 1'000'000);
-    startAndConfigure(support::kAfterDeviceInformation + flood(count));
-    const auto wanted = static_cast<std::size_t>(count);
-    ASSERT_TRUE(support::eventually([&] { return events.count() >= wanted; }, kLongGuard));
-    const std::vector<support::HostEvent> all = events.all();
-    ASSERT_EQ(all.size(), static_cast<std::size_t>(count));
-    for (int i = 0; i < count; ++i) {
-        ASSERT_EQ(all[static_cast<std::size_t>(i)], event(kModeChanged, i % HostileService::kEventsOfAWrite));
-    }
-    release(Told::kNothing, End::kItself);
-    support::tried("hostile service: flood in one session", count, "events");
-}
 
 } // namespace

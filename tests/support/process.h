@@ -36,7 +36,7 @@ std::string sizes(const ProcessSize& before, const ProcessSize& after);
 // Runs `program` in the current folder until it ends; its output goes to the files `stdout.txt` and
 // `stderr.txt` there. Kills it and returns -1000 when it has not ended within the guard.
 int runProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments,
-               std::chrono::seconds guard = 2 * kGuard);
+               std::chrono::seconds guard = kGuard);
 
 // Starts `program` and leaves it to itself. Returns its process number.
 std::int64_t startProgram(const std::filesystem::path& program);

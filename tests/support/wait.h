@@ -7,7 +7,7 @@
 
 namespace support {
 
-inline constexpr std::chrono::seconds kGuard{30};
+inline constexpr std::chrono::seconds kGuard{120};
 
 template <typename Condition>
 bool eventually(Condition condition, std::chrono::milliseconds guard = kGuard) {
