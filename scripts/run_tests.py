@@ -5,8 +5,9 @@ the ctest entries that are no GoogleTest programs, of the fuzz targets, of the g
 program that fails without a failed case (it crashed, a sanitizer stopped it, its time ran out) counts as one failure,
 and so does one that leaves no result of a case, and a part in which nothing passes.
 
-Everything is built first, with all processors. Then workers take the runs one after another: the native tests of a
-preset, a fuzz target, a program under valgrind, and the tests under Wine in two lanes.
+One build after another is made, with all processors. Beside that, workers take what is built already, one run after
+another: the tests under Wine in two lanes, the native tests of a preset, a fuzz target, a program under valgrind. Tests
+wait more than they work, so the builds are the ones that give way.
 """
 import argparse
 import fcntl
@@ -29,7 +30,7 @@ import limited
 import memcheck
 from summary import Row, count_entry, fail_empty, report
 
-# In the order in which their tests start: the longest first.
+# In the order in which they are built, and their tests start: the longest first.
 PRESETS = ["windows", "asan", "tsan"]
 # What else ./test does when nothing is chosen.
 OTHERS = ["fuzz", "memcheck", "gates", "canaries"]
@@ -73,8 +74,8 @@ def configure(preset, row, options=()):
 def build(preset, row, options=(), targets=()):
     say(f"{preset}: building")
     chosen = ["--target", *targets] if targets else []
-    return configure(preset, row, options) and step(
-        "building", ["cmake", "--build", "--preset", preset, "--parallel", str(gates.JOBS), *chosen], preset, row)
+    command = ["nice", "cmake", "--build", "--preset", preset, "--parallel", str(gates.JOBS), *chosen]
+    return configure(preset, row, options) and step("building", command, preset, row)
 
 
 def googletest_programs(preset):
@@ -152,13 +153,14 @@ def run_checks(row, checks):
 
 
 class Run:
-    """Everything that was chosen: built first, then run side by side."""
+    """Everything that was chosen: built, and run side by side as soon as it is."""
 
     def __init__(self, chosen, parts):
         self.pattern = chosen.filter
         self.effort = "long" if chosen.long else "short"
         self.presets = [part for part in (*PRESETS, "native", "coverage") if part in parts]
         self.parts = parts
+        self.built = []
         self.rows = {}
         self.tried = []
         self.prepared = set()  # presets of which the gates and canaries alone need something
@@ -168,15 +170,19 @@ class Run:
         return self.rows.setdefault(part, Row(part))
 
     def build(self):
+        """Builds what was chosen; yields each part as soon as it is there."""
         factor = LONG_TIMEOUT_FACTOR if self.effort == "long" else 1
         options = [f"-DSONVIA_TIMEOUT_FACTOR={factor}"]
-        self.built = [preset for preset in self.presets if build(preset, self.row(preset), options)]
-        if "fuzz" in self.parts and build("fuzz", self.row("fuzz")):
-            self.built.append("fuzz")
+        for preset in self.presets:
+            if build(preset, self.row(preset), options):
+                yield preset
+        programs = [f"fuzz_{target}" for target in fuzzing.targets()]
+        if "fuzz" in self.parts and build("fuzz", self.row("fuzz"), targets=programs):
+            yield "fuzz"
         if "memcheck" in self.parts:
             # After `native`, whose row has any failure of this build's already.
             if build("native", self.row("memcheck"), options, memcheck.PROGRAMS[self.effort]):
-                self.built.append("memcheck")
+                yield "memcheck"
         for part in ("gates", "canaries"):
             if part in self.parts:
                 self.prepare_checks(self.row(part), options)
@@ -192,21 +198,19 @@ class Run:
             else:
                 configure(preset, row, options)
 
-    def tasks(self):
-        for preset in self.presets:
-            if preset in self.built:
-                for number, lane in enumerate(lanes(preset, self.pattern)):
-                    yield preset, lambda preset=preset, number=number, lane=lane: run_ctest(preset, number, lane,
-                                                                                           self.effort)
-        if "fuzz" in self.built:
-            for target in fuzzing.targets():
-                yield "fuzz", lambda target=target: fuzzing.run(target, self.effort, show_from("fuzz"))
-        if "memcheck" in self.built:
-            for program in memcheck.PROGRAMS[self.effort]:
-                yield "memcheck", lambda program=program: memcheck.run(program, self.effort, show_from("memcheck"))
+    def tasks(self, part):
+        """What there is to run in a part that is built."""
+        if part == "fuzz":
+            return [lambda target=target: fuzzing.run(target, self.effort, show_from(part))
+                    for target in fuzzing.targets()]
+        if part == "memcheck":
+            return [lambda program=program: memcheck.run(program, self.effort, show_from(part))
+                    for program in memcheck.PROGRAMS[self.effort]]
+        forget_results(part)
+        return [lambda number=number, lane=lane: run_ctest(part, number, lane, self.effort)
+                for number, lane in enumerate(lanes(part, self.pattern))]
 
-    def work(self, task):
-        part, function = task
+    def work(self, part, function):
         start = time.monotonic()
         row, tried = function()
         with self.lock:
@@ -218,17 +222,21 @@ class Run:
             total.failures += row.failures
             total.failed += row.failed
 
-    def test(self):
-        say("testing")
-        for preset in self.presets:
-            forget_results(preset)
+    def build_and_test(self):
+        # One more in the long form, which waits even more.
+        workers = gates.JOBS + ("windows" in self.presets) + (self.effort == "long")
+        running = []
         try:
-            # The tests under Wine wait more than they work, and so do all in the long form.
-            workers = gates.JOBS + ("windows" in self.presets) + (self.effort == "long")
             with ThreadPoolExecutor(workers) as pool:
                 try:
-                    list(pool.map(self.work, self.tasks()))
+                    for part in self.build():
+                        self.built.append(part)
+                        running += [pool.submit(self.work, part, task) for task in self.tasks(part)]
+                    say("testing on")
+                    for one in running:
+                        one.result()
                 except BaseException:
+                    pool.shutdown(wait=False, cancel_futures=True)
                     limited.end_all()
                     raise
         finally:
@@ -306,8 +314,7 @@ def main():
     run = Run(chosen, parts)
     if subprocess.run([gates.ROOT / "scripts" / "build-deps", *run.needed()]).returncode != 0:
         sys.exit("the dependencies could not be built")
-    run.build()
-    run.test()
+    run.build_and_test()
     run.check()
     good = run.report(shlex.join(["./test", *sys.argv[1:]]), start)
     held.close()
