@@ -232,7 +232,7 @@ class Run:
                     for part in self.build():
                         self.built.append(part)
                         running += [pool.submit(self.work, part, task) for task in self.tasks(part)]
-                    say("testing on")
+                    say("all is built; waiting for the tests")
                     for one in running:
                         one.result()
                 except BaseException:
