@@ -1,4 +1,4 @@
-"""Runs the libFuzzer targets of the preset `fuzz`, each from its seeds and with its dictionary.
+"""Runs the libFuzzer targets, which the preset `asan` builds, each from its seeds and with its dictionary.
 
 What a run finds stays in build/fuzz/artifacts; an input that broke something belongs into fuzz/corpus/<target>, where
 the replay tests of every preset run it from then on.
@@ -10,6 +10,7 @@ import gates
 import limited
 from summary import Row, Tried
 
+PRESET = "asan"
 FOLDER = gates.BUILD / "fuzz"
 SECONDS = {"short": 30, "long": 300}
 # For the seeds and the end of a run, which libFuzzer does not count: one that hangs is ended.
@@ -39,7 +40,7 @@ def run(target, effort, show):
     """One target for its time, from its seeds and with its dictionary. Returns its row and what it tried."""
     seeds = gates.ROOT / "fuzz" / "corpus" / target
     dictionary = gates.ROOT / "fuzz" / "dict" / f"{target}.dict"
-    return run_program(target, FOLDER / "bin" / f"fuzz_{target}", FOLDER, SECONDS[effort], show,
+    return run_program(target, gates.BUILD / PRESET / "bin" / f"fuzz_{target}", FOLDER, SECONDS[effort], show,
                        [f"-dict={dictionary}", seeds])
 
 

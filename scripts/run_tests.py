@@ -177,7 +177,7 @@ class Run:
             if build(preset, self.row(preset), options):
                 yield preset
         programs = [f"fuzz_{target}" for target in fuzzing.targets()]
-        if "fuzz" in self.parts and build("fuzz", self.row("fuzz"), targets=programs):
+        if "fuzz" in self.parts and build(fuzzing.PRESET, self.row("fuzz"), options, programs):
             yield "fuzz"
         if "memcheck" in self.parts:
             # After `native`, whose row has any failure of this build's already.
@@ -189,7 +189,7 @@ class Run:
 
     def prepare_checks(self, row, options):
         """What is judged has to be that of the tree as it is now: the commands of every preset, and the DLL."""
-        for preset in (*PRESETS, "fuzz"):
+        for preset in PRESETS:
             if preset in self.built or preset in self.prepared:
                 continue
             self.prepared.add(preset)
@@ -265,11 +265,11 @@ class Run:
 
     def needed(self):
         """The presets whose dependencies are called for."""
-        needed = set(self.presets) - {"coverage"} | ({"fuzz"} if "fuzz" in self.parts else set())
+        needed = set(self.presets) - {"coverage"} | ({fuzzing.PRESET} if "fuzz" in self.parts else set())
         if {"memcheck", "coverage"} & set(self.parts):
             needed.add("native")
         if {"gates", "canaries"} & set(self.parts):
-            needed |= {*PRESETS, "fuzz"}
+            needed |= set(PRESETS)
         return sorted(needed)
 
 

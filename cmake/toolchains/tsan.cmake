@@ -1,7 +1,7 @@
 # Thread sanitizer over everything, the dependencies included: an uninstrumented libuv would hide the order that
 # its locks and its wake-ups make, and races with it.
-set(CMAKE_C_COMPILER gcc)
-set(CMAKE_CXX_COMPILER g++)
+set(CMAKE_C_COMPILER clang-14)
+set(CMAKE_CXX_COMPILER clang++-14)
 
 set(sanitize "-fsanitize=thread -fno-omit-frame-pointer -O1")
 set(CMAKE_C_FLAGS_INIT "${sanitize}")

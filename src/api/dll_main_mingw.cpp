@@ -2,12 +2,12 @@
 // in the process, and this is never reached but by the end of the process.
 #include <windows.h>
 
-// NOLINTBEGIN(bugprone-reserved-identifier,readability-identifier-naming): libstdc++'s own names
+// NOLINTBEGIN(clang-diagnostic-reserved-identifier,readability-identifier-naming): libstdc++'s own names
 namespace __gnu_cxx {
 void __freeres();
 } // namespace __gnu_cxx
 
-// NOLINTEND(bugprone-reserved-identifier,readability-identifier-naming)
+// NOLINTEND(clang-diagnostic-reserved-identifier,readability-identifier-naming)
 
 // libstdc++ sets memory aside for exceptions thrown when there is no other left, one block for each module that it is
 // linked into, and frees it only when asked: without this each LoadLibrary with its FreeLibrary cost the host 72 KB

@@ -31,7 +31,9 @@ public:
 
 private:
     HostApi mApi;
+#ifdef _WIN32
     void* mModule = nullptr;
+#endif
 };
 
 // The library loaded on the first use and kept until the process ends.

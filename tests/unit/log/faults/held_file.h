@@ -13,5 +13,7 @@ public:
 
 private:
     std::string mPath;
+#ifdef _WIN32
     void* mHandle = nullptr;
+#endif
 };

@@ -144,7 +144,7 @@ TEST_F(TornArchive, AnArchiveOfAnyLengthIsFoundWhole) {
     }
     constexpr std::size_t kPiece = 4096; // is read at once
     int tried = 0;
-    for (const std::size_t pieces : {1, 2}) {
+    for (const std::size_t pieces : {1U, 2U}) {
         // What does not pack makes the archive grow with each byte.
         const std::size_t added =
             archiveOf(noise.substr(0, pieces * kPiece - 300)).size() - (pieces * kPiece - 300);
