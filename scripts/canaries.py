@@ -8,6 +8,7 @@ import functools
 import re
 import subprocess
 import sys
+import threading
 from pathlib import Path
 
 import gates
@@ -113,9 +114,17 @@ int canaryLines(int value) {
 """
 
 
-@functools.cache  # a run for each family would take a minute
 def tidy_findings(source):
     """What the gate finds in a source of the tree once the faults stand at its end."""
+    with ONE_TIDY:  # or canaries that run at once would each fill the cache
+        return findings_of_tidy(source)
+
+
+ONE_TIDY = threading.Lock()
+
+
+@functools.cache  # a run for each family would take a minute
+def findings_of_tidy(source):
     with Tree() as tree:
         if gates.check_tidy(tree.root, [Path(source)]):
             return []  # it is red without them, so that it were red with them would prove nothing

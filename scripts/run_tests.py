@@ -140,8 +140,10 @@ def run_checks(row, checks):
     """checks: pairs of a name and a function that returns what it found, nothing when all is well."""
     say(row.name)
     start = time.monotonic()
-    for name, check in checks:
-        found = check()
+    checks = list(checks)
+    with ThreadPoolExecutor(gates.JOBS) as pool:
+        results = list(pool.map(lambda check: check[1](), checks))
+    for (name, _), found in zip(checks, results):
         print(f"{'FAIL' if found else 'ok':5}{name}", flush=True)
         for line in found:
             print(f"       {line}", flush=True)
