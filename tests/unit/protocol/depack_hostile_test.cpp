@@ -1,5 +1,6 @@
 // A peer that announces much and delivers little: what is kept grows with what has arrived and nothing else.
 
+#include "support/sanitizers.h"
 #include "unit/protocol/protocol_support.h"
 
 #include <gtest/gtest.h>
@@ -10,7 +11,7 @@
 #include <random>
 #include <vector>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(SONVIA_ADDRESS_SANITIZER) || defined(SONVIA_THREAD_SANITIZER)
 // Declared here: not every installation of the sanitizers brings their headers.
 extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
 #endif
@@ -21,7 +22,7 @@ namespace {
 
 /// Bytes that the program holds on its heap, where the runtime can tell; 0 elsewhere.
 std::size_t heapInUse() {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(SONVIA_ADDRESS_SANITIZER) || defined(SONVIA_THREAD_SANITIZER)
     return __sanitizer_get_current_allocated_bytes();
 #else
     return 0;
