@@ -114,15 +114,6 @@ int canaryLines(int value) {
 """
 
 
-def tidy_findings(source):
-    """What the gate finds in a source of the tree once the faults stand at its end."""
-    with ONE_TIDY:  # or canaries that run at once would each fill the cache
-        return findings_of_tidy(source)
-
-
-ONE_TIDY = threading.Lock()
-
-
 @functools.cache  # a run for each family would take a minute
 def findings_of_tidy(source):
     with Tree() as tree:
@@ -130,6 +121,15 @@ def findings_of_tidy(source):
             return []  # it is red without them, so that it were red with them would prove nothing
         tree.plant(source, (tree.root / source).read_text() + TIDY_FAULTS)
         return gates.check_tidy(tree.root, [Path(source)])
+
+
+ONE_TIDY = threading.Lock()
+
+
+def tidy_findings(source):
+    """What the gate finds in a source of the tree once the faults stand at its end."""
+    with ONE_TIDY:  # or canaries that run at once would each fill the cache
+        return findings_of_tidy(source)
 
 
 def found_by_clang_tidy(check):

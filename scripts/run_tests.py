@@ -144,15 +144,14 @@ def run_checks(row, checks):
     start = time.monotonic()
     checks = list(checks)
     with ThreadPoolExecutor(gates.JOBS) as pool:
-        results = list(pool.map(lambda check: check[1](), checks))
-    for (name, _), found in zip(checks, results):
-        print(f"{'FAIL' if found else 'ok':5}{name}", flush=True)
-        for line in found:
-            print(f"       {line}", flush=True)
-        if found:
-            row.fail(name)
-        else:
-            row.passed += 1
+        for (name, _), found in zip(checks, pool.map(lambda check: check[1](), checks)):
+            print(f"{'FAIL' if found else 'ok':5}{name}", flush=True)
+            for line in found:
+                print(f"       {line}", flush=True)
+            if found:
+                row.fail(name)
+            else:
+                row.passed += 1
     row.seconds += time.monotonic() - start
 
 
