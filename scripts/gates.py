@@ -59,8 +59,8 @@ def cross_include_options():
 
 
 def tidy_one(root, path, options):
-    # The commands for Windows are GCC's, and some of its options are unknown to clang. What is an error to the compiler
-    # is one here too, but for lines marked NOLINT.
+    # The commands for Windows are GCC's, and some of its options are unknown to clang. Its warnings are
+    # findings (.clang-tidy), but for lines marked NOLINT, which does not hold for errors.
     run = subprocess.run(["clang-tidy-14", "--quiet", "--extra-arg=-Wno-unknown-warning-option",
                           "--extra-arg=-Wno-error", *options, root / path],
                          cwd=root, capture_output=True, text=True)
