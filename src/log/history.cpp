@@ -47,6 +47,11 @@ void History::forgetEarlier(const std::string& path) {
     }
 }
 
+void History::dropNewest() {
+    mWriteLength -= mEntries.back().countedSize;
+    mEntries.pop_back();
+}
+
 void History::dropOldest() {
     mWriteLength -= mEntries.front().countedSize;
     mEntries.pop_front();

@@ -69,6 +69,9 @@ public:
     /// Counts the newest entry with this size; a second time it counts with the new size only.
     void countNewest(std::uint64_t size);
 
+    /// Forgets the newest entry.
+    void dropNewest();
+
     /// Forgets the oldest entry.
     void dropOldest();
 

@@ -43,7 +43,8 @@ struct LoggerSlot {
     bool openedFull = false;   ///< it was over its limit when it was opened: no other name was left
     History history;
     bool newestIsUncounted =
-        false; ///< the newest entry of the history is the file opened last, not weighed yet
+        false;                ///< the newest entry of the history is the file opened last, not weighed yet
+    bool nameWasSeen = false; ///< when it was opened: a folder closed to looks may take lines all the same
 
     Retention retention() const { return {reserveDelType, limitSizeMb, totalSizeMb, reserveSeconds}; }
 };

@@ -110,7 +110,10 @@ bool LogerManager::start() {
         return false;
     }
     mStarted = std::make_unique<SemHelper>(0, 64);
-    mQueue.open();
+    {
+        const std::lock_guard<LockHelper> slots(mSlotLock); // a caller may be changing one, as nobody's
+        mQueue.open();
+    }
     if (!startThread()) {
         mConsole.print("log: create log thread error! \r\n");
         mQueue.closeIfEmpty();

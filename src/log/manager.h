@@ -107,6 +107,7 @@ private:
 
     // Settings (manager_settings.cpp)
     bool change(int id, SettingChange code, std::int32_t value, std::string_view text);
+    bool pushChange(int id, SettingChange code, std::int32_t value, std::string_view text);
     void apply(LoggerSlot& slot, SettingChange code, std::int32_t value, std::string_view text);
     bool applyConfigText(std::string_view text);
     void applyPair(int id, const std::string& key, const std::string& value);

@@ -30,21 +30,32 @@ bool LogerManager::change(int id, SettingChange code, std::int32_t value, std::s
     if (!isValid(id) || text.size() >= LogRecord::kCapacity) {
         return false;
     }
-    // Asked of the queue and not of mRunning: a writer that is told to stop owns the slots until it has ended.
-    if (mQueue.isOpen()) {
-        LogRecord* record = makeRecord(id, kLevelDebug);
-        record->type = code;
-        record->typeValue = value;
-        text.copy(record->content, text.size());
-        record->content[text.size()] = '\0';
-        record->contentLength = static_cast<std::int32_t>(text.size());
-        if (mQueue.push(record, false)) {
-            return true;
-        }
-        freeRecord(record); // the writer thread ended meanwhile: the change is made here
+    if (pushChange(id, code, value, text)) {
+        return true;
     }
     const std::lock_guard<LockHelper> guard(mSlotLock);
-    apply(mSlots[id], code, value, text);
+    // start() opens the queue under this lock: what was closed then may be open now, and the slots the writer's.
+    if (!pushChange(id, code, value, text)) {
+        apply(mSlots[id], code, value, text);
+    }
+    return true;
+}
+
+bool LogerManager::pushChange(int id, SettingChange code, std::int32_t value, std::string_view text) {
+    // Asked of the queue and not of mRunning: a writer that is told to stop owns the slots until it has ended.
+    if (!mQueue.isOpen()) {
+        return false;
+    }
+    LogRecord* record = makeRecord(id, kLevelDebug);
+    record->type = code;
+    record->typeValue = value;
+    text.copy(record->content, text.size());
+    record->content[text.size()] = '\0';
+    record->contentLength = static_cast<std::int32_t>(text.size());
+    if (!mQueue.push(record, false)) {
+        freeRecord(record); // the writer thread ended meanwhile
+        return false;
+    }
     return true;
 }
 

@@ -160,8 +160,7 @@ void LogerManager::flushFiles() {
     for (int id = 0; id <= last; ++id) {
         LoggerSlot& slot = mSlots[id];
         if (slot.unflushedLines > 0) {
-            slot.file.flush();
-            slot.unflushedLines = 0;
+            mRotation.flush(slot);
         }
         if (!slot.enable.load(std::memory_order_relaxed)) {
             slot.file.close();
@@ -180,11 +179,13 @@ void LogerManager::endThread() {
 }
 
 bool LogerManager::loadHistory() {
-    if (mQueue.isOpen()) {
-        return change(0, kChangeHistory, 0, {});
+    if (pushChange(0, kChangeHistory, 0, {})) {
+        return true;
     }
     const std::lock_guard<LockHelper> guard(mSlotLock);
-    loadHistories();
+    if (!pushChange(0, kChangeHistory, 0, {})) {
+        loadHistories();
+    }
     return true;
 }
 

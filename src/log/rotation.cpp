@@ -55,16 +55,28 @@ bool Rotation::openFor(LoggerSlot& slot, std::int64_t lineTime) {
         slot.history.append(path, mClock.now().seconds);
     }
     slot.newestIsUncounted = true;
+    slot.nameWasSeen = mFiles.size(path).has_value();
     return true;
 }
 
 bool Rotation::fileTakes(const LoggerSlot& slot, std::int64_t lineTime) const {
-    if (!slot.file.isOpen() || lineTime < slot.openDay || lineTime >= slot.openDay + kSecondsOfDay) {
+    if (!slot.file.isOpen() || !isOfTheFilesDay(slot, lineTime)) {
         return false;
     }
     // When every name of this second is in use, opening again would give the same file, once for every line.
     return slot.file.length() <= limitInBytes(slot.limitSizeMb) ||
            (slot.openedFull && lineTime == slot.openTime);
+}
+
+bool Rotation::isOfTheFilesDay(const LoggerSlot& slot, std::int64_t lineTime) const {
+    if (lineTime < slot.openDay) {
+        return false;
+    }
+    const std::int64_t end = slot.openDay + kSecondsOfDay;
+    // Where clocks are put back a day has a 25th hour. It has a file of its own, but one: with a file for each of its
+    // lines the 500 that are kept would soon be this hour's alone.
+    return lineTime < end ||
+           (slot.openTime >= end && platform::localMidnight(mClock, lineTime) == slot.openDay);
 }
 
 /// Closes the file if it is open, and counts it. A file that was closed for another reason (a changed setting, a full
@@ -79,7 +91,24 @@ void Rotation::settleNewest(LoggerSlot& slot) {
     if (slot.isZip) {
         archiveNewest(slot);
     }
-    slot.history.countNewest(sizeOf(slot.history.newest().path));
+    const std::string newest = slot.history.newest().path;
+    const std::optional<std::uint64_t> size = mFiles.size(newest);
+    // A full disk still makes empty files, one a second; each would take an older log's place among the 500.
+    if (size == 0 && mFiles.remove(newest)) {
+        slot.history.dropNewest();
+        return;
+    }
+    slot.history.countNewest(size.value_or(0));
+}
+
+void Rotation::flush(LoggerSlot& slot) {
+    slot.file.flush();
+    slot.unflushedLines = 0;
+    // The system goes on taking what is written to a file that has been deleted or moved away, and nobody would find
+    // it. The next line makes folder and file anew.
+    if (slot.file.isOpen() && slot.nameWasSeen && !mFiles.size(slot.history.newest().path).has_value()) {
+        slot.file.close();
+    }
 }
 
 std::string Rotation::chooseName(const LoggerSlot& slot, const std::string& folder) const {

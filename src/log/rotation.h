@@ -26,11 +26,15 @@ public:
     /// logger writes no file until it is told to again.
     bool openFor(LoggerSlot& slot, std::int64_t lineTime);
 
+    /// Hands what is buffered to the system, and closes a file that is not in its folder any more.
+    void flush(LoggerSlot& slot);
+
     /// Reads a logger's history from its folder, or clears the folder when the version has changed.
     void loadHistory(int id, LoggerSlot& slot);
 
 private:
     bool fileTakes(const LoggerSlot& slot, std::int64_t lineTime) const;
+    bool isOfTheFilesDay(const LoggerSlot& slot, std::int64_t lineTime) const;
     void settleNewest(LoggerSlot& slot);
     std::string chooseName(const LoggerSlot& slot, const std::string& folder) const;
     bool isTaken(const LoggerSlot& slot, const std::string& path) const;

@@ -56,7 +56,7 @@ public:
 
     std::uint64_t size() override {
         const std::lock_guard<std::mutex> guard(mFiles.mLock);
-        return mFiles.fails(MemoryFiles::Call::FileSize) ? 0 : mContent->size();
+        return mFiles.fails(MemoryFiles::Call::FileSize) ? 0 : mFiles.mClaimedSize.value_or(mContent->size());
     }
 
 private:

@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -29,6 +30,9 @@ public:
 
     /// Read failures: a file gives only so many bytes and then looks ended.
     void limitReads(std::size_t bytes) { mReadLimit = bytes; }
+
+    /// What is opened from now on says that it is so long.
+    void claimSize(std::uint64_t bytes) { mClaimedSize = bytes; }
 
     bool exists(const std::string& path) const;
     std::string content(const std::string& path) const;
@@ -82,6 +86,7 @@ private:
     std::map<Call, Fault> mFaults;
     std::size_t mReadLimit = SIZE_MAX;
     std::size_t mLargestPiece = 0;
+    std::optional<std::uint64_t> mClaimedSize;
     std::uint64_t mSizeReads = 0;
     bool mKeepsRemoved = false;
     std::vector<Removed> mRemoved;

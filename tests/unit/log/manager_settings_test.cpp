@@ -173,6 +173,23 @@ TEST_F(ManagerSettings, SettersAndStopFromTwoThreadsLeaveNothingBehind) {
     }
 }
 
+TEST_F(ManagerSettings, SettersAndStartFromTwoThreadsShareNoSetting) {
+    const int id = makeQuietLogger();
+    for (int round = 0; round < 100; ++round) {
+        manager.enableLogger(id, true);
+        std::thread setter([&] {
+            for (int i = 0; i < 50; ++i) {
+                EXPECT_TRUE(manager.setLoggerPath(id, i % 2 == 0 ? "logs/even" : "logs/odd"));
+                EXPECT_TRUE(manager.loadHistory());
+            }
+        });
+        manager.start();
+        setter.join();
+        manager.stop();
+        EXPECT_EQ(manager.slot(id).path, "logs/odd/") << "the last change is in force";
+    }
+}
+
 TEST_F(ManagerConfig, TheConfigurationMakesLoggersAndAppliesTheirPairs) {
     EXPECT_TRUE(
         manager.configFromText("[main]\npath=D:\\logs\nname=n\nlevel=alarm\ndisplay=0\noutfile=false\n"

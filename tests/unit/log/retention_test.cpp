@@ -172,6 +172,7 @@ TEST_F(RetentionTest, OpeningAFileLooksAtNoOldOnes) {
 
 TEST_F(RetentionTest, AYearOfLoggingStaysWithinEveryLimit) {
     // Days of different length and noise, the clock put back and forth, files of 1 MB, 5 MB in all, two days kept.
+    zone = newYork;
     slot.reserveDelType = kReserveBySizeOrTime;
     slot.reserveSeconds = 172800;
     slot.limitSizeMb = 1;
@@ -197,6 +198,28 @@ TEST_F(RetentionTest, AYearOfLoggingStaysWithinEveryLimit) {
         ASSERT_TRUE(time.has_value());
         EXPECT_GE(*time, clock.now().seconds - 4 * 86400) << path;
     }
+}
+
+TEST_F(RetentionTest, ADiskThatStaysFullDisplacesNoOlderLog) {
+    for (int day = 1; day <= 8; ++day) {
+        files.put("logs/sonvia_Test_2026-03-0" + std::to_string(day) + "-08-00-00.log", "old");
+    }
+    rotation.loadHistory(0, slot);
+    for (const bool isZip : {false, true}) {
+        slot.isZip = isZip;
+        files.failNth(MemoryFiles::Call::Write, 1, true, MemoryFiles::Kind::Refused);
+        for (int second = 0; second < 600; ++second) {
+            EXPECT_TRUE(line());
+            clock.advance(1);
+        }
+        EXPECT_EQ(logs().size(), isZip ? 10u : 9u) << "the empty ones are removed again";
+        files.failNothing();
+        EXPECT_TRUE(line());
+        clock.advance(86400);
+    }
+    EXPECT_EQ(logs().size(), 10u);
+    EXPECT_TRUE(files.exists("logs/sonvia_Test_2026-03-01-08-00-00.log"));
+    EXPECT_EQ(slot.history.count(), 10u);
 }
 
 TEST_F(RetentionTest, AYearOfSmallFilesKeepsFiveHundred) {

@@ -12,6 +12,11 @@
 
 constexpr std::size_t kMb = 1048576;
 
+/// The zone of New York in 2026: clocks are put on at 2026-03-08 02:00 and back at 2026-11-01 02:00.
+inline std::int64_t newYork(std::int64_t utc) {
+    return utc < 1772953200 || utc >= 1793512800 ? -5 * 3600 : -4 * 3600;
+}
+
 /// One logger's files on a fake system.
 class RotationTest : public ::testing::Test {
 protected:
@@ -35,7 +40,8 @@ protected:
 
     std::vector<std::string> logs() const { return files.pathsWith(".log"); }
 
-    FakeClock clock;
+    FakeClock::Zone zone = [](std::int64_t) { return 0; };
+    FakeClock clock{[this](std::int64_t utc) { return zone(utc); }};
     MemoryFiles files;
     RecordingConsole screen;
     orvel::log4z::ConsoleEcho console{screen};

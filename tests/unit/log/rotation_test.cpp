@@ -26,9 +26,16 @@ TEST_F(RotationTest, AFileTakesLinesUntilItIsOverItsLimit) {
 
 TEST_F(RotationTest, WithoutALimitAFileStaysBelowFourGigabytes) {
     slot.limitSizeMb = kNoLimit;
-    EXPECT_TRUE(line(20 * kMb));
-    EXPECT_TRUE(line());
+    slot.totalSizeMb = kNoLimit;
+    constexpr std::uint64_t kMost = 4293918720;
+    files.claimSize(kMost - 100);
+    EXPECT_TRUE(line(100));
+    clock.advance(10);
+    EXPECT_TRUE(line(1));
     EXPECT_EQ(logs().size(), 1u);
+    clock.advance(10);
+    EXPECT_TRUE(line(1));
+    EXPECT_EQ(logs().size(), 2u);
 }
 
 TEST_F(RotationTest, ALineAfterLocalMidnightStartsANewFileEvenWhenTheOldOneIsSmall) {
@@ -51,19 +58,33 @@ TEST_F(RotationTest, ALineOfAnEarlierDayStartsANewFile) {
 }
 
 TEST_F(RotationTest, ADayIsEightySixThousandFourHundredSecondsAlsoWhenTheClockIsPutBack) {
-    // 2026-11-01 lasts 25 hours: its last hour has a file of its own.
-    FakeClock eastern(
-        [](std::int64_t utc) { return std::int64_t{utc < 1793512800 ? -4 * 3600 : -5 * 3600}; });
-    Rotation there(eastern, files, console);
-    const std::int64_t midnight = eastern.fromLocal({2026, 11, 1, 0, 0, 0});
-    EXPECT_TRUE(there.openFor(slot, midnight));
-    EXPECT_TRUE(there.openFor(slot, midnight + 86399));
+    // 2026-11-01 lasts 25 hours: its last hour has a file of its own, however many lines come in it.
+    zone = newYork;
+    clock.setLocal({2026, 11, 1, 0, 0, 0});
+    EXPECT_TRUE(line());
+    clock.advance(86399);
+    EXPECT_TRUE(line());
     EXPECT_EQ(logs().size(), 1u);
-    slot.file.write("x", 1);
-    slot.file.flush();
-    EXPECT_TRUE(there.openFor(slot, midnight + 86400));
+    clock.advance(1);
+    for (int second = 0; second < 3600; ++second) {
+        EXPECT_TRUE(line());
+        clock.advance(1);
+    }
+    EXPECT_TRUE(line());
     EXPECT_EQ(logs(), (std::vector<std::string>{"logs/sonvia_Test_2026-11-01-00-00-00.log",
-                                                "logs/sonvia_Test_2026-11-01-23-00-00.log"}));
+                                                "logs/sonvia_Test_2026-11-01-23-00-00.log",
+                                                "logs/sonvia_Test_2026-11-02-00-00-00.log"}));
+}
+
+TEST_F(RotationTest, TheFileOfALastHourTakesTheLinesOfAClockThatIsPutBackInIt) {
+    zone = newYork;
+    clock.setLocal({2026, 11, 1, 23, 30, 0});
+    EXPECT_TRUE(line());
+    clock.advance(-3600);
+    EXPECT_TRUE(line()) << "the same day";
+    clock.advance(3600);
+    EXPECT_TRUE(line());
+    EXPECT_EQ(logs(), std::vector<std::string>{"logs/sonvia_Test_2026-11-01-23-30-00.log"});
 }
 
 TEST_F(RotationTest, MonthFoldersFollowTheLocalTimeOfTheLine) {

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -157,6 +158,30 @@ void logsInto(const std::string& folder) {
 TEST(RealFolder, ANameWithSpacesWorks) {
     TestFolder folder;
     logsInto(folder.path("my log folder"));
+}
+
+TEST(RealFolder, ALogThatIsMovedAwayIsFollowedByAnother) {
+    using namespace orvel::log4z;
+    TestFolder folder;
+    RecordingConsole console;
+    LogerManager manager({platform::systemClock(), platform::systemFiles(), console, "host.exe"});
+    const int id = manager.createLogger("Real");
+    ASSERT_TRUE(manager.setLoggerPath(id, folder.path("logs").c_str()));
+    manager.setLoggerDisplay(id, false);
+    ASSERT_TRUE(manager.start());
+    const auto write = [&] {
+        ASSERT_TRUE(manager.pushLog(manager.makeRecord(id, kLevelError), nullptr, 0));
+        ASSERT_TRUE(manager.flush(60000));
+    };
+    write();
+    const auto found = listLogs(platform::systemFiles(), folder.path("logs"), "sonvia_Real", nullptr);
+    ASSERT_EQ(found.size(), 1u);
+    std::filesystem::rename(found[0].path, folder.path("elsewhere.txt")); // as a recycle bin does
+    write();
+    EXPECT_TRUE(listLogs(platform::systemFiles(), folder.path("logs"), "sonvia_Real", nullptr).empty());
+    write();
+    EXPECT_EQ(listLogs(platform::systemFiles(), folder.path("logs"), "sonvia_Real", nullptr).size(), 1u);
+    manager.stop();
 }
 
 TEST(RealFolder, ANameOutsideAsciiThatTheCodePageHoldsWorks) {
