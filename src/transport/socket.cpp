@@ -6,6 +6,10 @@
 
 namespace {
 
+/// What is read at once, in bytes. Between processes libuv asks for as much as the frame under way announces: memory is
+/// for bytes that have arrived.
+constexpr std::size_t kMostRead = 65536;
+
 OBaseSocket* ownerOf(const uv_handle_t* handle) {
     return static_cast<OBaseSocket*>(static_cast<OBaseHandle*>(handle->data));
 }
@@ -134,16 +138,27 @@ void OBaseSocket::recycle(OWriteReq* req) {
 }
 
 void OBaseSocket::allocCb(uv_handle_t* handle, std::size_t suggestedSize, uv_buf_t* buf) {
-    OBufView view;
-    buf->base = reinterpret_cast<char*>(view.reset(suggestedSize));
-    buf->len = static_cast<decltype(buf->len)>(view.length); // 0 when out of memory: libuv reports UV_ENOBUFS
-    ownerOf(handle)->pendingReads.push_back(std::move(view));
+    OBaseSocket* owner = ownerOf(handle);
+    const std::size_t size = std::min(suggestedSize, kMostRead);
+    // A block that nothing was read into serves once more: a peer that stutters would leave one each time.
+    OBufView view = owner->takePendingRead(std::exchange(owner->mUnfilled, nullptr));
+    if (view.length < size) {
+        view.reset(size);
+    }
+    buf->base = reinterpret_cast<char*>(view.data());
+    // 0 when out of memory: libuv reports UV_ENOBUFS
+    buf->len = static_cast<decltype(buf->len)>(std::min<std::uint64_t>(view.length, size));
+    owner->pendingReads.push_back(std::move(view));
 }
 
 void OBaseSocket::readCb(uv_stream_t* stream, ssize_t nread, const uv_buf_t* buf) {
     OBaseSocket* owner = ownerOf(reinterpret_cast<uv_handle_t*>(stream));
     if (owner == nullptr) {
         return;
+    }
+    if (nread == 0) {
+        owner->mUnfilled = buf->base;
+        owner->pauseReading(stream);
     }
     if (nread <= 0) {
         owner->onError(static_cast<std::int32_t>(nread));
@@ -154,6 +169,21 @@ void OBaseSocket::readCb(uv_stream_t* stream, ssize_t nread, const uv_buf_t* buf
     OBufList list;
     list.push_back(std::move(view));
     owner->onRead(std::move(list), 0);
+}
+
+void OBaseSocket::pauseReading(uv_stream_t* stream) {
+    // On Windows libuv asks again at once, and does nothing else, until the frame under way is whole: a peer that writes
+    // a frame in two parts kept the loop busy, and one that never writes the second did so for ever. Stopped and started
+    // anew it waits (SplitFrame tests). Started in here it would not have been stopped.
+    uv_read_stop(stream);
+    mReadingPaused = true;
+    if (mLoop != nullptr) {
+        mLoop->post([this, alive = std::weak_ptr<const bool>(mAlive)] {
+            if (!alive.expired() && mReadingPaused) {
+                readStart();
+            }
+        });
+    }
 }
 
 // libuv may have several buffers out; the one it filled is known by its first byte.

@@ -66,7 +66,12 @@ protected:
     OMutex writeMutex; ///< guards the two request lists and nothing else
     std::list<OWriteReq*> freeWriteReqs;
     std::list<OWriteReq*> activeWriteReqs;
+    /// After a read of no bytes: stops reading, and has the loop start it again when it has seen to everything else.
+    /// Forgotten when the owner starts or stops reading itself. Loop thread only, as reading is.
+    void pauseReading(uv_stream_t* stream);
+
     OBufList pendingReads; ///< given to libuv and not yet filled; loop thread only
+    bool mReadingPaused = false;
     ReadCallback readCallback;
     WriteCallback writeCallback;
     EventCallback eventCallback;
@@ -76,4 +81,7 @@ private:
     OWriteReq* acquireWriteReq();
     void recycle(OWriteReq* req);
     OBufView takePendingRead(const char* base);
+
+    const char* mUnfilled = nullptr; ///< the pending block that the last read left as it was
+    std::shared_ptr<const bool> mAlive = std::make_shared<const bool>(true); ///< for what is posted
 };

@@ -56,10 +56,12 @@ void OStreamPipe::onClosed() {
 }
 
 bool OStreamPipe::readStart() {
+    mReadingPaused = false;
     return pipe != nullptr && uv_read_start(stream(), allocCb, readCb) == 0;
 }
 
 bool OStreamPipe::readStop() {
+    mReadingPaused = false;
     return pipe != nullptr && uv_read_stop(stream()) == 0;
 }
 

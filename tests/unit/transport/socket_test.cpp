@@ -158,8 +158,27 @@ TEST_F(SocketOperations, ReadBufferIsAFreshBlockOfTheSuggestedSize) {
     EXPECT_NE(first.base, second.base);
 }
 
-TEST_F(SocketOperations, ReadBufferThatCannotBeAllocatedIsEmpty) {
-    EXPECT_EQ(allocate(static_cast<std::size_t>(-1) / 4).len, 0U);
+TEST_F(SocketOperations, ReadBufferIsNoLargerThanABlockHoweverMuchIsAnnounced) {
+    EXPECT_EQ(allocate(65537).len, 65536U);
+    EXPECT_EQ(allocate(4294967295U).len, 65536U);
+    EXPECT_EQ(socket.pendingReads.back().buffer->capacity, 65536U);
+}
+
+TEST_F(SocketOperations, BufferOfAReadOfZeroBytesIsLentAgain) {
+    OBufList got;
+    socket.setReadCallback([&](OBaseSocket*, OBufList list, std::int32_t) { got = std::move(list); });
+    const uv_buf_t first = allocate(100);
+    complete(0, first);
+    const uv_buf_t shorter = allocate(60);
+    EXPECT_EQ(shorter.base, first.base);
+    EXPECT_EQ(shorter.len, 60U);
+    complete(0, shorter);
+    const uv_buf_t longer = allocate(200);
+    EXPECT_EQ(longer.len, 200U);
+    EXPECT_EQ(socket.pendingReads.size(), 1U);
+    complete(200, longer);
+    EXPECT_NE(allocate(200).base, longer.base) << "a filled one is its receiver's";
+    EXPECT_EQ(socket.pendingReads.size(), 1U);
 }
 
 TEST_F(SocketOperations, ReadTakesThePendingBufferThatWasFilled) {
