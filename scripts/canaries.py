@@ -11,6 +11,7 @@ import sys
 import threading
 from pathlib import Path
 
+import checks
 import gates
 import run_canaries
 from scratch import Tree, scratch
@@ -263,7 +264,7 @@ def without_canary(names):
     return [name for name in names if not CANARIES.get(name)]
 
 
-def checks():
+def named_checks():
     """Pairs of a name and a function that returns what is wrong."""
     yield "every_gate_has_a_canary", lambda: [f"{gate} has none" for gate in without_canary(gates.GATES)]
     for judge, its_canaries in CANARIES.items():
@@ -272,14 +273,14 @@ def checks():
 
 
 def main(names):
-    unknown = set(names) - {name for name, _ in checks()}
+    unknown = set(names) - {name for name, _ in named_checks()}
     if unknown:
         sys.exit(f"no canary {', '.join(sorted(unknown))}")
     failed = False
-    for name, check in checks():
+    for name, check in named_checks():
         if names and name not in names:
             continue
-        found = check()
+        found = checks.findings(check)
         print(f"{'FAIL' if found else 'ok':5}{name}{''.join(f': {finding}' for finding in found)}", flush=True)
         failed = failed or bool(found)
     return 1 if failed else 0

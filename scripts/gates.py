@@ -12,6 +12,8 @@ import tempfile
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
+import checks
+
 ROOT = Path(__file__).resolve().parent.parent
 BUILD = ROOT / "build"
 SOURCE_SUFFIXES = {".c", ".cpp", ".h"}
@@ -270,7 +272,7 @@ GATES = {
 def main(names):
     failed = False
     for name in names or GATES:
-        findings = GATES[name]()
+        findings = checks.findings(GATES[name])
         print(f"{'FAIL' if findings else 'ok':5}{name}: {GATES[name].__doc__}")
         for finding in findings:
             print(f"       {finding}")

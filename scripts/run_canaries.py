@@ -1,11 +1,12 @@
-"""Proof that what ./test runs beside the gates can turn red: the fuzz targets, valgrind, the coverage, the summary. Each
-function stages one fault and returns whether it was found; scripts/canaries.py runs them.
+"""Proof that what ./test runs beside the gates can turn red: the fuzz targets, valgrind, the coverage, the summary, the
+running of checks. Each function stages one fault and returns whether it was found; scripts/canaries.py runs them.
 """
 import subprocess
 import time
 import xml.etree.ElementTree as ElementTree
 from pathlib import Path
 
+import checks
 import coverage
 import fuzzing
 import gates
@@ -196,6 +197,15 @@ def part_in_which_nothing_passed():
             summary.report(rows, [], "", 0).endswith("1 passed, 1 failed"))
 
 
+def check_that_raises():
+    """It fails with what it raised and what its command said, and the next one is run all the same."""
+    def broken():
+        subprocess.run(["sh", "-c", "echo what it said >&2; exit 3"], check=True, capture_output=True, text=True)
+
+    (_, found), after = checks.run([("broken", broken), ("after", lambda: [])], 1)
+    return any("exit status 3" in line for line in found) and "what it said" in found and after == ("after", [])
+
+
 # For each thing that ./test judges by and that is no gate.
 CANARIES = {
     "memcheck": [leak_under_valgrind, clean_program_that_ran_no_test_under_valgrind, program_that_hangs],
@@ -205,4 +215,5 @@ CANARIES = {
                  source_that_no_test_links],
     "the summary": [program_that_proved_nothing, case_that_was_skipped, case_that_ended_early,
                     program_that_did_not_finish, longest_of_several, part_in_which_nothing_passed],
+    "the checks": [check_that_raises],
 }

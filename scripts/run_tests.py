@@ -23,6 +23,7 @@ import xml.etree.ElementTree as ElementTree
 from concurrent.futures import ThreadPoolExecutor
 
 import canaries
+import checks
 import coverage
 import fuzzing
 import gates
@@ -138,20 +139,17 @@ def run_ctest(preset, number, lane, effort):
     return row, tried
 
 
-def run_checks(row, checks):
-    """checks: pairs of a name and a function that returns what it found, nothing when all is well."""
+def run_checks(row, named_checks):
     say(row.name)
     start = time.monotonic()
-    checks = list(checks)
-    with ThreadPoolExecutor(gates.JOBS) as pool:
-        for (name, _), found in zip(checks, pool.map(lambda check: check[1](), checks)):
-            print(f"{'FAIL' if found else 'ok':5}{name}", flush=True)
-            for line in found:
-                print(f"       {line}", flush=True)
-            if found:
-                row.fail(name)
-            else:
-                row.passed += 1
+    for name, found in checks.run(named_checks, gates.JOBS):
+        print(f"{'FAIL' if found else 'ok':5}{name}", flush=True)
+        for line in found:
+            print(f"       {line}", flush=True)
+        if found:
+            row.fail(name)
+        else:
+            row.passed += 1
     row.seconds += time.monotonic() - start
 
 
@@ -255,7 +253,7 @@ class Run:
         if "gates" in self.parts:
             run_checks(self.row("gates"), gates.GATES.items())
         if "canaries" in self.parts:
-            run_checks(self.row("canaries"), canaries.checks())
+            run_checks(self.row("canaries"), canaries.named_checks())
 
     def report(self, form, start):
         rows = [self.row(part) for part in self.parts]
