@@ -40,6 +40,7 @@ OTHERS = ["fuzz", "memcheck", "gates", "canaries"]
 FIRST_WINE_LANE = "^(stress_hostile_service|stress_busy_pipe)$"
 WINE_PREFIX = os.environ.get("SONVIA_WINEPREFIX") or str(gates.BUILD / "windows" / "wineprefix")
 WINE_PREFIXES = [WINE_PREFIX, f"{WINE_PREFIX}2"]
+SUMMARY = gates.BUILD / "summary.txt"
 # How much longer than in the short form a test program may take.
 LONG_TIMEOUT_FACTOR = 30
 
@@ -261,7 +262,7 @@ class Run:
             fail_empty(rows)
         text = report(self.rows.values(), self.tried, form, time.monotonic() - start)
         print(text, flush=True)
-        (gates.BUILD / "summary.txt").write_text(text.lstrip() + "\n")
+        SUMMARY.write_text(text.lstrip() + "\n")
         return all(row.failed == 0 for row in self.rows.values()) and any(row.passed for row in self.rows.values())
 
     def needed(self):
@@ -312,6 +313,7 @@ def main():
     chosen = arguments()
     parts = ["coverage"] if chosen.coverage else chosen.only or [*PRESETS, *OTHERS]
     held = lock()
+    SUMMARY.unlink(missing_ok=True)  # or it would be taken for that of a run which breaks off
     run = Run(chosen, parts)
     if subprocess.run([gates.ROOT / "scripts" / "build-deps", *run.needed()]).returncode != 0:
         sys.exit("the dependencies could not be built")
