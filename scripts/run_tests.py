@@ -287,13 +287,13 @@ def arguments():
 
 
 def lock():
-    """One run at a time: two would share the Wine prefix and the folders that tests run in."""
+    """One run at a time, ./run included: two would share the Wine prefix and the folders that tests run in."""
     gates.BUILD.mkdir(exist_ok=True)
     held = open(gates.BUILD / ".test-lock", "w")
     try:
         fcntl.flock(held, fcntl.LOCK_EX | fcntl.LOCK_NB)
     except BlockingIOError:
-        say("waiting for another ./test in this tree")
+        say("waiting for another ./test or ./run in this tree")
         fcntl.flock(held, fcntl.LOCK_EX)
     return held
 
