@@ -12,7 +12,6 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
 #include <utility>
 
 namespace {
@@ -98,23 +97,26 @@ void CtrlProtocol::protectPayload(OBufList& payload) const {
     packed.shareInto(payload);
 }
 
+// A peer decides in how many reads a packet comes. So a read that completes nothing is kept beside the earlier ones
+// without a walk over them: with one, the time for a large packet would grow with the square of its size, on the
+// thread that everything else waits for.
 void CtrlProtocol::DepackPacket(OBufList received) {
+    if (mPendingSize + totalLength(received) < awaited()) {
+        keepRest(received.begin(), received.end(), 0);
+        return;
+    }
     OBufList input;
     input.swap(mPending);
-    const std::size_t keptBefore = input.size();
+    mPendingSize = 0;
     input.splice(input.end(), received);
     OBufReader reader(std::move(input));
-    while (true) {
+    while (reader.remaining() >= awaited()) {
         if (mDepackState == kExpectHeader) {
             std::array<std::uint8_t, sizeof(CtrlPacketHeader)> bytes = {};
-            if (!reader.readBytes(bytes.data(), bytes.size())) {
-                break;
-            }
+            reader.readBytes(bytes.data(), bytes.size());
             mHeader = headerFrom(bytes);
             mDepackState = kExpectBody;
-        }
-        if (reader.remaining() < mHeader.size) {
-            break;
+            continue;
         }
         const std::uint8_t* body = nullptr;
         if (reader.readContiguous(&body, mHeader.size)) {
@@ -126,7 +128,11 @@ void CtrlProtocol::DepackPacket(OBufList received) {
         }
         mDepackState = kExpectHeader;
     }
-    keepRest(reader, keptBefore);
+    keepRest(reader.current, reader.views.end(), reader.posInView);
+}
+
+std::uint64_t CtrlProtocol::awaited() const {
+    return mDepackState == kExpectHeader ? sizeof(CtrlPacketHeader) : mHeader.size;
 }
 
 void CtrlProtocol::deliver(const std::uint8_t* body) {
@@ -146,15 +152,13 @@ void CtrlProtocol::deliver(const std::uint8_t* body) {
     onPacket(&mHeader, plainSize != 0 ? plain : nullptr, static_cast<std::uint32_t>(plainSize));
 }
 
-// The first `keptBefore` views have been kept before: they stay as they are, whatever a slow peer adds to them.
-void CtrlProtocol::keepRest(const OBufReader& reader, std::size_t keptBefore) {
-    OBufList::const_iterator view = reader.current;
-    auto index = static_cast<std::size_t>(std::distance(reader.views.begin(), view));
-    std::uint64_t from = reader.posInView;
-    for (; view != reader.views.end(); ++view, ++index) {
+// These have just been received: what was kept before is less than the first step of a reader takes.
+void CtrlProtocol::keepRest(OBufList::const_iterator view, OBufList::const_iterator end, std::uint64_t from) {
+    for (; view != end; ++view) {
         OBufView rest;
         if (view->slice(rest, from, view->length - from)) {
-            index < keptBefore ? mPending.push_back(rest) : keep(rest);
+            keep(rest);
+            mPendingSize += rest.length;
         }
         from = 0;
     }

@@ -2,14 +2,12 @@
 
 #include "transport/buf_view.h"
 
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <utility>
 
 class OBaseSocket;
-class OBufReader;
 class SafetyDataDeal;
 
 #pragma pack(push, 1)
@@ -66,11 +64,15 @@ private:
 
     void protectPayload(OBufList& payload) const;
     void deliver(const std::uint8_t* body);
-    void keepRest(const OBufReader& reader, std::size_t keptBefore);
+    /// What has to be there before the next step: a whole header, or the whole body of the one that was read.
+    std::uint64_t awaited() const;
+    /// Keeps the views up to `end`, the first one from byte `from` on.
+    void keepRest(OBufList::const_iterator view, OBufList::const_iterator end, std::uint64_t from);
     void keep(const OBufView& rest);
 
     DepackState mDepackState = kExpectHeader;
-    OBufList mPending;                 ///< received and not yet consumed
+    OBufList mPending;                 ///< received and not yet consumed: less than what is awaited
+    std::uint64_t mPendingSize = 0;    ///< bytes in mPending, counted along: see DepackPacket
     std::shared_ptr<ORefBuffer> mTail; ///< block at the end of mPending that sparse reads are collected in
     OBaseSocket* mStream = nullptr;
     CtrlPacketHeader mHeader = {};

@@ -1,4 +1,5 @@
-// A packet of many pieces needs one run of memory. When there is none, that packet is lost and nothing else.
+// A packet of many pieces needs one run of memory. When there is none, that packet is lost and nothing else. And what
+// keeping the pieces takes: each one's own share, however many wait before it.
 
 #include "unit/protection/counted_malloc.h"
 #include "unit/protocol/log_lines.h"
@@ -60,4 +61,39 @@ TEST(DepackAllocation, WithoutMemoryForAPacketOnlyThatPacketIsLostAndTheLogSaysS
         }
     }
     EXPECT_EQ(lost, 1);
+}
+
+namespace {
+
+constexpr int kReads = 2000;
+
+/// What the protocol allocates for the same whole block handed over in `kReads` reads.
+int allocationsOfReads(CtrlProtocol& protocol) {
+    const OBufView block = OBufView::make("0123456789", 10);
+    int allocations = 0;
+    for (int read = 0; read < kReads; ++read) {
+        OBufList received(1, block);
+        CountedMalloc counted;
+        protocol.DepackPacket(std::move(received));
+        allocations += counted.stop();
+    }
+    return allocations;
+}
+
+} // namespace
+
+TEST(DepackAllocation, AReadOfAnIncompletePacketIsKeptWithoutKeepingTheEarlierOnesAnew) {
+    RecordingProtocol protocol;
+    protocol.feed({0x24, 0, 34, 0, 1, 0xFF, 0xFF, 0xFF, 0xFF});
+    EXPECT_LE(allocationsOfReads(protocol), 2 * kReads);
+}
+
+TEST(DepackAllocation, CompletingAPacketOfManyReadsLeavesNothingThatLaterReadsPayFor) {
+    RecordingProtocol protocol;
+    protocol.feed({0x24, 0, 34, 0, 1, 0, 0, 0x4E, 0x20}); // 20000: as many bytes as the reads bring
+    EXPECT_LE(allocationsOfReads(protocol), 2 * kReads + 10);
+    ASSERT_EQ(protocol.received.size(), 1U);
+    EXPECT_EQ(protocol.received[0].payload.size(), 20000U);
+    protocol.feed({0x24, 0, 34, 0, 2, 0xFF, 0xFF, 0xFF, 0xFF});
+    EXPECT_LE(allocationsOfReads(protocol), 2 * kReads);
 }

@@ -107,6 +107,26 @@ TEST(DepackHostile, LargeReadsAreSharedAndNotCopied) {
     EXPECT_EQ(blocks.alive(), 5U);
 }
 
+// Work that grew with what is kept already would make this last for minutes, on the thread of the loop.
+TEST(DepackHostile, PacketOfManyThousandReadsCostsEachReadOnlyItself) {
+    constexpr std::uint32_t kReads = 200000;
+    const Bytes payload(10, 0x5A);
+    const OBufView block = OBufView::make(payload.data(), payload.size()); // full, so it is kept as it comes
+    RecordingProtocol protocol;
+    for (int packet = 0; packet < 2; ++packet) {
+        const Bytes header = wire::join({{0x24, 0, 34, 0, 1}, wire::bigEndian(10 * kReads, 4)});
+        for (const std::uint8_t byte : header) {
+            protocol.feed({byte});
+        }
+        for (std::uint32_t read = 0; read < kReads; ++read) {
+            protocol.DepackPacket(OBufList(1, block));
+        }
+    }
+    ASSERT_EQ(protocol.received.size(), 2U);
+    EXPECT_TRUE(protocol.received[0].payload == Bytes(10 * kReads, 0x5A));
+    EXPECT_TRUE(protocol.received[1].payload == Bytes(10 * kReads, 0x5A));
+}
+
 TEST(DepackHostile, BlocksAreLetGoWhenTheirPacketIsComplete) {
     RecordingProtocol protocol;
     ReadBlocks blocks;
