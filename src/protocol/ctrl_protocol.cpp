@@ -5,7 +5,6 @@
 #include "protocol/command_names.h"
 #include "protocol/safety_data_deal.h"
 #include "transport/buf_reader.h"
-#include "transport/pack_buf.h"
 #include "transport/socket.h"
 
 #include <algorithm>
@@ -19,10 +18,19 @@ namespace {
 constexpr std::uint8_t kMagic = 0x24; // '$'
 constexpr std::uint64_t kTailCapacity = 65536;
 
+using HeaderBytes = std::array<std::uint8_t, sizeof(CtrlPacketHeader)>;
 using MallocBytes = std::unique_ptr<std::uint8_t, void (*)(void*)>;
 
-CtrlPacketHeader headerFrom(const std::array<std::uint8_t, sizeof(CtrlPacketHeader)>& bytes) {
+CtrlPacketHeader headerFrom(const HeaderBytes& bytes) {
     return {bytes[0], readU16(&bytes[1]), readU16(&bytes[3]), readU32(&bytes[5])};
+}
+
+HeaderBytes bytesOf(std::uint16_t cmdType, std::uint16_t seq, std::uint32_t size) {
+    const auto byte = [](std::uint32_t value, unsigned shift) {
+        return static_cast<std::uint8_t>(value >> shift);
+    };
+    return {kMagic,         byte(cmdType, 8), byte(cmdType, 0), byte(seq, 8), byte(seq, 0),
+            byte(size, 24), byte(size, 16),   byte(size, 8),    byte(size, 0)};
 }
 
 /// The pieces as one run of `size` bytes; null when memory ran out.
@@ -60,16 +68,20 @@ void CtrlProtocol::sendCommand(std::uint16_t cmdType, std::uint16_t seq, OBufLis
     if (mStream == nullptr) {
         return;
     }
+    // The header's place is taken first. Without it nothing is sent, for a packet that lacks a byte puts the peer out
+    // of step for good; and nothing is protected, for a chain that moved without the peer spoils the next packet.
+    OBufList packet(1);
+    OBufView& header = packet.front();
+    if (header.reset(sizeof(CtrlPacketHeader)) == nullptr) {
+        writeLog(kLogError, kLogTagDefault, "[%s:%d]malloc size:%d failed", "CtrlProtocol::sendCommand",
+                 __LINE__, static_cast<int>(sizeof(CtrlPacketHeader)));
+        return;
+    }
     if (mSafetyDataDeal != nullptr) {
         protectPayload(payload);
     }
-    OPackBuf header;
-    header.putU8(kMagic);
-    header.putU16(cmdType);
-    header.putU16(seq);
-    header.putU32(static_cast<std::uint32_t>(totalLength(payload)));
-    OBufList packet;
-    header.shareInto(packet);
+    const HeaderBytes bytes = bytesOf(cmdType, seq, static_cast<std::uint32_t>(totalLength(payload)));
+    std::memcpy(header.data(), bytes.data(), bytes.size());
     packet.splice(packet.end(), payload);
     mStream->write(packet);
 }
@@ -86,15 +98,18 @@ void CtrlProtocol::protectPayload(OBufList& payload) const {
             return;
         }
     }
-    std::uint8_t* sealed = nullptr;
+    // Everything that the protected payload is carried in is there before the chain moves: no memory is needed after.
+    OBufList carrier(1);
+    OBufView& sealed = carrier.front();
+    sealed.buffer = std::make_shared<ORefBuffer>();
     std::size_t sealedSize = 0;
-    if (!mSafetyDataDeal->encryptData(plain.get(), static_cast<std::size_t>(size), &sealed, &sealedSize)) {
+    if (!mSafetyDataDeal->encryptData(plain.get(), static_cast<std::size_t>(size), &sealed.buffer->data,
+                                      &sealedSize)) {
         return;
     }
-    const MallocBytes owned(sealed, std::free);
-    OPackBuf packed;
-    packed.putBytes(sealed, sealedSize);
-    packed.shareInto(payload);
+    sealed.buffer->capacity = sealedSize;
+    sealed.length = sealedSize;
+    payload.swap(carrier);
 }
 
 // A peer decides in how many reads a packet comes. So a read that completes nothing is kept beside the earlier ones
@@ -112,7 +127,7 @@ void CtrlProtocol::DepackPacket(OBufList received) {
     OBufReader reader(std::move(input));
     while (reader.remaining() >= awaited()) {
         if (mDepackState == kExpectHeader) {
-            std::array<std::uint8_t, sizeof(CtrlPacketHeader)> bytes = {};
+            HeaderBytes bytes = {};
             reader.readBytes(bytes.data(), bytes.size());
             mHeader = headerFrom(bytes);
             mDepackState = kExpectBody;

@@ -43,7 +43,9 @@ public:
     virtual void onPacket(const CtrlPacketHeader* header, const std::uint8_t* payload, std::uint32_t length);
 
     /// Writes one packet. Without a stream nothing happens; a write that the stream refuses is lost. A
-    /// payload that cannot be protected goes out plain, see protectPayload.
+    /// payload that cannot be protected goes out plain, see protectPayload. When memory runs out before that, the
+    /// command is lost whole, with a line in the log (or std::bad_alloc, for an object of a few bytes), and the
+    /// encryption chain is where it was.
     void sendCommand(std::uint16_t cmdType, std::uint16_t seq, OBufList payload);
 
     /// Takes the next received bytes and calls onPacket for every packet that they complete.

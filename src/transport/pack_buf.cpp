@@ -29,11 +29,7 @@ void OPackBuf::putBytes(const void* bytes, std::uint64_t n) {
     if (n == 0) {
         return;
     }
-    if (n > view.length - used && !growTo(view.length == 0 ? std::max(n, kFirstCapacity) : (used + n) * 2)) {
-        return;
-    }
-    std::memcpy(view.data() + used, bytes, static_cast<std::size_t>(n));
-    used += n;
+    put(bytes, n, view.length == 0 ? std::max(n, kFirstCapacity) : (used + n) * 2);
 }
 
 void OPackBuf::toView(OBufView& out) const {
@@ -56,11 +52,16 @@ void OPackBuf::shareInto(OBufList& out) const {
 
 // Numbers grow the storage by another formula than bytes do: twice the position plus twice the width.
 void OPackBuf::putNumber(const std::uint8_t* bigEndian, std::uint64_t width) {
-    if (width > view.length - used && !growTo(view.length == 0 ? kFirstCapacity : used * 2 + width * 2)) {
+    put(bigEndian, width, view.length == 0 ? kFirstCapacity : used * 2 + width * 2);
+}
+
+void OPackBuf::put(const void* bytes, std::uint64_t n, std::uint64_t grownCapacity) {
+    mRefused = mRefused || (n > view.length - used && !growTo(grownCapacity));
+    if (mRefused) {
         return;
     }
-    std::memcpy(view.data() + used, bigEndian, static_cast<std::size_t>(width));
-    used += width;
+    std::memcpy(view.data() + used, bytes, static_cast<std::size_t>(n));
+    used += n;
 }
 
 bool OPackBuf::growTo(std::uint64_t capacity) {

@@ -5,7 +5,8 @@
 #include <cstdint>
 
 /// A growable builder for outgoing bytes. Belongs to one thread; toView and toList give copies, so writing
-/// may go on. When memory runs out, what does not fit is left out: the bytes written so far stay whole.
+/// may go on. When memory runs out, what does not fit and all that comes after it is left out: the bytes written so
+/// far are the beginning of what was to be written, without a gap that a reader would take for something else.
 class OPackBuf {
 public:
     void putU8(std::uint8_t value);
@@ -25,5 +26,8 @@ public:
 
 private:
     void putNumber(const std::uint8_t* bigEndian, std::uint64_t width);
+    void put(const void* bytes, std::uint64_t n, std::uint64_t grownCapacity);
     bool growTo(std::uint64_t capacity);
+
+    bool mRefused = false; ///< memory ran out
 };

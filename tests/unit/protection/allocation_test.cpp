@@ -7,6 +7,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <memory>
+#include <new>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -95,33 +100,132 @@ TEST(AllocationTest, MemoryMissingForAPayloadLeavesTheDecryptionChain) {
 }
 
 const Bytes kPlainPacket = fromHex("24 0022 0005 00000003 616263");
+const std::string kHeaderLine = "E Sonvia_Default: [CtrlProtocol::sendCommand:line]malloc size:9 failed";
+const std::string kJoinLine = "E Sonvia_Default: [CtrlProtocol::sendCommand:line]malloc size:3 failed";
+const std::string kProtectLine = "E Sonvia_Default: [SafetyDataDeal::encryptData:line]malloc size:25 failed";
 
-/// Sends "abc" while request number `failing` of the call gets no memory.
-Bytes sendWithout(int failing, LogCapture& log, Lines& lines) {
-    support::KeptStream stream;
-    CtrlProtocol protocol;
-    protocol.setStream(&stream);
-    protocol.setSafetyDataDeal(nearContext({true, true, true}));
-    OBufList payload{OBufView::make("abc", 3)};
-    CountedMalloc counted(failing);
-    protocol.sendCommand(34, 5, std::move(payload));
-    counted.stop();
-    lines = log.lines();
-    return stream.bytes;
+/// A stream that takes no memory for a small packet and says in how many pieces the last one came.
+class RoomyStream : public support::KeptStream {
+public:
+    RoomyStream() { bytes.reserve(1000); }
+
+    bool write(const OBufList& list) override {
+        pieces = list.size();
+        lastPiece = list.back().data();
+        return KeptStream::write(list);
+    }
+
+    std::size_t pieces = 0;
+    const std::uint8_t* lastPiece = nullptr;
+};
+
+/// What became of "abc", sent while one request got no memory, and of "next", sent in peace.
+struct Sending {
+    int requests = 0;
+    bool outOfObjects =
+        false; ///< an object of a few bytes was refused, which the caller is told by an exception
+    Lines lines;
+    Bytes bytes; ///< of "abc"
+    std::size_t pieces = 0;
+    bool endsInTheCallersPiece = false;
+    std::vector<Bytes> received;
+};
+
+constexpr ProtectionFlags kAll = {true, true, true};
+
+std::vector<Bytes> receive(const Bytes& stream, bool isProtected) {
+    std::vector<Bytes> payloads;
+    CtrlProtocol receiver;
+    receiver.setSafetyDataDeal(isProtected ? farContext(kAll) : nullptr);
+    receiver.setHandler([&](const CtrlPacketHeader* /*header*/, const std::uint8_t* payload,
+                            std::uint32_t length) { payloads.emplace_back(payload, payload + length); });
+    LogCapture log; // a protected receiver drops a plain packet with a line
+    receiver.DepackPacket({OBufView::make(stream.data(), stream.size())});
+    return payloads;
 }
 
-TEST(AllocationTest, PayloadThatCannotBeJoinedIsSentPlain) {
+Sending sendWithout(int failing, bool isProtected) {
+    Sending sending;
+    RoomyStream stream;
+    CtrlProtocol protocol;
+    protocol.setStream(&stream);
+    protocol.setSafetyDataDeal(isProtected ? nearContext(kAll) : nullptr);
+    OBufList payload{OBufView::make("ab", 2), OBufView::make("c", 1)};
+    const std::uint8_t* last = payload.back().data();
     LogCapture log;
-    Lines lines;
-    EXPECT_EQ(sendWithout(1, log, lines), kPlainPacket);
-    EXPECT_EQ(lines, Lines{"E Sonvia_Default: [CtrlProtocol::sendCommand:line]malloc size:3 failed"});
+    CountedMalloc counted(failing);
+    try {
+        protocol.sendCommand(34, 5, std::move(payload));
+    } catch (const std::bad_alloc&) {
+        sending.outOfObjects = true;
+    }
+    sending.requests = counted.stop();
+    sending.lines = log.lines();
+    sending.bytes = stream.bytes;
+    sending.pieces = stream.pieces;
+    sending.endsInTheCallersPiece = stream.lastPiece == last;
+    protocol.sendCommand(34, 6, {OBufView::make("next", 4)});
+    sending.received = receive(stream.bytes, isProtected);
+    return sending;
+}
+
+/// One sending for each request that can be refused, and a last one that gets them all.
+std::vector<Sending> everySending(bool isProtected) {
+    std::vector<Sending> sendings;
+    for (int failing = 1; sendings.empty() || sendings.back().requests >= failing - 1; ++failing) {
+        sendings.push_back(sendWithout(failing, isProtected));
+    }
+    return sendings;
+}
+
+/// The sending that wrote this line and no other one.
+Sending toldBy(const std::string& line, bool isProtected) {
+    for (const Sending& sending : everySending(isProtected)) {
+        if (sending.lines == Lines{line}) {
+            return sending;
+        }
+    }
+    ADD_FAILURE() << "no sending tells " << line;
+    return {};
+}
+
+TEST(AllocationTest, PayloadThatCannotBeJoinedIsSentPlainInThePiecesThatItCameIn) {
+    const Sending sending = toldBy(kJoinLine, true);
+    EXPECT_EQ(sending.bytes, kPlainPacket);
+    EXPECT_EQ(sending.pieces, 3U);
+    EXPECT_TRUE(sending.endsInTheCallersPiece);
 }
 
 TEST(AllocationTest, PayloadThatCannotBeProtectedIsSentPlain) {
-    LogCapture log;
-    Lines lines;
-    EXPECT_EQ(sendWithout(2, log, lines), kPlainPacket);
-    EXPECT_EQ(lines, Lines{"E Sonvia_Default: [SafetyDataDeal::encryptData:line]malloc size:25 failed"});
+    EXPECT_EQ(toldBy(kProtectLine, true).bytes, kPlainPacket);
+}
+
+TEST(AllocationTest, CommandWithoutMemoryForItsHeaderIsNotSentAndTheLogSaysSo) {
+    for (const bool isProtected : {false, true}) {
+        EXPECT_EQ(toldBy(kHeaderLine, isProtected).bytes, Bytes()) << isProtected;
+    }
+}
+
+TEST(AllocationTest, WhicheverRequestIsRefusedACommandIsSentWholeOrNotAtAllAndTheNextOneIsUnderstood) {
+    for (const bool isProtected : {false, true}) {
+        const std::vector<Sending> sendings = everySending(isProtected);
+        const Bytes whole = sendings.back().bytes;
+        for (std::size_t index = 0; index < sendings.size(); ++index) {
+            SCOPED_TRACE((isProtected ? "protected, request " : "plain, request ") +
+                         std::to_string(index + 1));
+            const Sending& sending = sendings[index];
+            EXPECT_TRUE(!sending.outOfObjects || sending.bytes.empty());
+            EXPECT_TRUE(sending.bytes.empty() || sending.bytes == kPlainPacket || sending.bytes == whole);
+            std::vector<Bytes> expected = {textBytes("next")};
+            if (sending.bytes == whole) {
+                expected.insert(expected.begin(), textBytes("abc"));
+            } else {
+                EXPECT_TRUE(sending.outOfObjects || sending.lines.size() == 1);
+            }
+            EXPECT_EQ(sending.received, expected);
+        }
+        EXPECT_GE(sendings.size(), isProtected ? 6U : 3U);
+    }
 }
 
 } // namespace
