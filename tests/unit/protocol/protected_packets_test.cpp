@@ -137,24 +137,6 @@ TEST(ProtectedPackets, LengthHandedUpIsThatOfThePlainPayload) {
     EXPECT_EQ(+receiver.received[0].header.size, 5U);
 }
 
-TEST(ProtectedPackets, PayloadThatMemoryDoesNotSufficeToProtectIsSentPlain) {
-    RecordingSocket stream;
-    CtrlProtocol sender;
-    sender.setStream(&stream);
-    sender.setSafetyDataDeal(context());
-    // Four terabytes to join, one megabyte to hold: every piece shares one block.
-    OBufView piece;
-    piece.reset(1024 * 1024);
-    LogCapture log;
-    sender.sendCommand(34, 1, OBufList(4 * 1024 * 1024, piece));
-    const std::vector<LogLine> lines = log.lines();
-    EXPECT_EQ(lines, (std::vector<LogLine>{
-                         {'E', "Sonvia_Default", "CtrlProtocol::sendCommand", 0, "malloc size:0 failed"}}));
-    ASSERT_EQ(stream.writes.size(), 1U);
-    EXPECT_EQ(stream.writes[0].size(), 1U + 4 * 1024 * 1024);
-    EXPECT_EQ(stream.writes[0].back().data(), piece.data());
-}
-
 TEST(ProtectedPackets, TheCallersBytesAreNotProtectedInPlace) {
     RecordingSocket stream;
     CtrlProtocol sender;
