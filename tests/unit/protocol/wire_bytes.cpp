@@ -126,7 +126,11 @@ std::vector<Entry> entriesOf(const Bytes& payload) {
         at += keyLength + 2;
         const Layout layout = layoutOf(next.type);
         std::uint64_t size = layout.fixedWidth;
-        if (layout.lengthWidth != 0 && left() >= layout.lengthWidth) {
+        if (left() < layout.lengthWidth) {
+            entries.push_back({"<cut>", 0, {}});
+            break;
+        }
+        if (layout.lengthWidth != 0) {
             size = number(payload, at, layout.lengthWidth);
             at += layout.lengthWidth;
         }
