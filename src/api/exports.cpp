@@ -129,8 +129,13 @@ bool setParam(AudioServiceHandle* handle, const AudioServiceParam* param) {
     return guarded(__func__, false, [handle, param] {
         QuPCAudioMessage& session = *handle->session;
         // An earlier call may have begun to connect and found no thread for the loop, or be about to start it: that
-        // connect is this call's too.
-        if (session.connectWaitsForLoop() ? !session.take(*param) : !session.init(*param)) {
+        // connect is this call's too, and sends its texts, unless another thread has started the loop before they were
+        // taken.
+        const bool taken =
+            session.connectWaitsForLoop()
+                ? session.take(*param) && (session.connectWaitsForLoop() || session.init(*param))
+                : session.init(*param);
+        if (!taken) {
             writeLog(kLogError, kLogTagDll, "[%s:%d]setParam failed!", "setParam", __LINE__);
             return false;
         }

@@ -49,7 +49,7 @@ void stopService(AudioServiceHandle& handle) {
         killExe();
     }
     // A host may have queued more than the pipe ever took; the loop must not be busy with it when it is to stop.
-    handle.session->dropUnsent();
+    handle.session->noteServiceGone();
 }
 
 void stopLoop(AudioServiceHandle& handle) {

@@ -8,6 +8,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <new>
 
 namespace orvel {
 
@@ -132,6 +133,11 @@ void writeLog(int level, const char* tag, const char* format, ...) {
     }
     va_list arguments;
     va_start(arguments, format);
-    orvel::writeLogArguments(level, tag, format, arguments);
+    try {
+        orvel::writeLogArguments(level, tag, format, arguments);
+    } catch (const std::bad_alloc&) {
+        // The line is lost. Callers log where nothing may be thrown: in a host's call, under a callback of libuv, and
+        // while they are coping with a lack of memory themselves.
+    }
     va_end(arguments);
 }

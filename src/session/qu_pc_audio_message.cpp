@@ -5,6 +5,7 @@
 #include "protocol/key_value.h"
 
 #include <cstring>
+#include <new>
 #include <utility>
 
 namespace {
@@ -97,7 +98,7 @@ void QuPCAudioMessage::_setKORUInfoNotify() {
 
 void QuPCAudioMessage::send(std::uint16_t cmdType, std::uint16_t seq, OBufList payload) {
     mLoop->dispatch([this, cmdType, seq, payload = std::move(payload)] {
-        if (mUnsentDropped.load()) {
+        if (mServiceGone.load()) {
             return;
         }
         if (cmdType == kCommandStopPCAudioZLK && connecting.load()) {
@@ -114,7 +115,13 @@ void QuPCAudioMessage::endSession() {
 }
 
 void QuPCAudioMessage::onRead(OBufList list, std::int32_t /*status*/) {
-    DepackPacket(std::move(list));
+    try {
+        DepackPacket(std::move(list));
+    } catch (const std::bad_alloc&) {
+        // libuv, which called this, must not be thrown through, and where the next packet begins is not known any more.
+        readStop();
+        onError(UV_ENOMEM);
+    }
 }
 
 void QuPCAudioMessage::onError(std::int32_t code) {
@@ -157,6 +164,10 @@ void QuPCAudioMessage::onConnect(uv_connect_t* /*req*/, std::int32_t status) {
 
 void QuPCAudioMessage::onPacket(const CtrlPacketHeader* header, const std::uint8_t* payload,
                                 std::uint32_t length) {
+    // A thousand events may have come at once; a host that is releasing its handle waits for one of them at most.
+    if (mServiceGone.load()) {
+        return;
+    }
     if (header->cmdType == kCommandNotify) {
         dispatchNotify(payload, length);
     }

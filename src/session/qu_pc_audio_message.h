@@ -48,8 +48,9 @@ public:
     /// Sends one packet: on the loop thread, or at once when no thread runs the loop.
     void send(std::uint16_t cmdType, std::uint16_t seq, OBufList payload);
 
-    /// Nobody is left to read: what send has queued and the loop thread has not reached yet is not sent any more.
-    void dropUnsent() { mUnsentDropped = true; }
+    /// Nobody is left to read: what send has queued and the loop thread has not reached yet is not sent any more, and
+    /// what has come from the service and not been told is not told any more.
+    void noteServiceGone() { mServiceGone = true; }
 
     /// Silences the errors that the coming disconnection raises, for good.
     void endSession();
@@ -87,7 +88,7 @@ private:
     std::atomic<bool> connected{false};
     std::atomic<std::uint32_t> notifySequence{0};
     std::atomic<bool> mEnding{false};
-    std::atomic<bool> mUnsentDropped{false};
+    std::atomic<bool> mServiceGone{false};
     /// Sends the stop that came while a connect was under way: a service that has taken the connection would otherwise
     /// never hear of it. Where libuv may be entered.
     std::function<void()> mHeldStop;

@@ -150,7 +150,12 @@ void OUVLoop::onAsync(uv_async_t* async) {
         batch.swap(self->tasks);
     }
     while (!batch.empty()) {
-        batch.front()();
+        try {
+            batch.front()();
+        } catch (const std::bad_alloc&) {
+            // What the task was to do is lost; libuv, which called this, must not be thrown through.
+            logLoopLine(kLogError, kLogTagDefault, "[%s:%d]out of memory", "OUVLoop::onAsync", __LINE__);
+        }
         batch.pop_front();
     }
 }

@@ -35,7 +35,8 @@ std::wstring hostExecutablePath() {
 void ServiceProcess::killAll() {
     SHELLEXECUTEINFOW info = {};
     info.cbSize = sizeof info;
-    info.fMask = SEE_MASK_NOCLOSEPROCESS;
+    // No message box of the shell's where cmd.exe may not be started: nobody might be there to close it.
+    info.fMask = SEE_MASK_NOCLOSEPROCESS | SEE_MASK_FLAG_NO_UI;
     info.lpVerb = L"open";
     info.lpFile = L"cmd.exe";
     info.lpParameters = L"/c taskkill /f /t /im QuPCAudio.exe";

@@ -12,10 +12,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdarg>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -124,6 +126,45 @@ TEST(LogSettings, AReserveDeletionTypeInAnotherLetterCaseLeavesTheManagersDefaul
     const int id = setUpLogger(manager, settings, nullptr, kLogDebug);
     EXPECT_EQ(manager.slot(id).reserveDelType, kReserveBySizeOrTime);
     EXPECT_EQ(manager.slot(id).path, "./sonvialog/") << "a null path keeps the default folder";
+}
+
+TEST(WriteLog, MemoryThatRunsOutCostsTheLineAndNothingElse) {
+    // Memory is asked for here and there; the time, in between, always.
+    class ClockOfALowMemory final : public platform::Clock {
+    public:
+        platform::Moment now() override { return isLow ? throw std::bad_alloc() : platform::Moment{}; }
+
+        platform::CalendarTime toLocal(std::int64_t) override { return {}; }
+
+        std::int64_t fromLocal(const platform::CalendarTime&) override { return 0; }
+
+        void sleep(unsigned) override {}
+
+        std::atomic<bool> isLow{false};
+    } clock;
+
+    MemoryFiles files;
+    RecordingConsole console;
+    LogerManager manager({clock, files, console, "host"});
+    const int id = manager.createLogger("Test");
+    manager.setLoggerPath(id, "logs");
+    manager.setLoggerDisplay(id, false);
+    ASSERT_TRUE(manager.start());
+    logFrontEnd.manager = &manager;
+    logFrontEnd.loggerId = id;
+    logFrontEnd.initialised = true;
+    clock.isLow = true;
+    writeLog(kLogError, "tag", "lost");
+    clock.isLow = false;
+    writeLog(kLogError, "tag", "kept");
+    logFrontEnd.initialised = false;
+    logFrontEnd.loggerId = -1;
+    logFrontEnd.manager = nullptr;
+    manager.stop();
+    ASSERT_EQ(files.pathsWith(".log").size(), 1u);
+    const std::string text = files.content(files.pathsWith(".log")[0]);
+    EXPECT_EQ(text.find("lost"), std::string::npos);
+    EXPECT_NE(text.find("ERROR tag: kept"), std::string::npos);
 }
 
 TEST(Message, IsAppendedBehindItsTag) {

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
 #include <string>
 
 namespace {
@@ -94,6 +95,14 @@ TEST_F(ConnectionState, EveryOtherCodeIsAStreamError) {
                                         errorLine("kSinkErrorProtocol,errorCode: " + std::to_string(code))}));
         EXPECT_EQ(Host::errors(), (Calls{{-3, code}}));
     }
+}
+
+TEST_F(ConnectionState, MemoryThatRunsOutOnTheWayToTheHostIsAStreamError) {
+    connected();
+    LogCapture quiet;
+    Host::whenEvent([](int, int) { throw std::bad_alloc(); });
+    direct.session.onRead(chainOf(notify(wire::intEntry("change-mode", 7))), 0);
+    EXPECT_EQ(Host::errors(), (Calls{{-3, int{UV_ENOMEM}}}));
 }
 
 TEST_F(ConnectionState, WithoutAConnectionAStreamErrorIsOnlyLogged) {

@@ -176,6 +176,24 @@ TEST(SessionThreads, EveryCallAtOnceFromFourThreadsWhileNotificationsArrive) {
     EXPECT_TRUE(Host::errors().empty());
 }
 
+TEST(SessionThreads, WhatHasComeAtOnceIsNotToldOnceTheServiceHasGone) {
+    Host host;
+    DirectSession direct;
+    LogCapture quiet;
+    direct.session.take(Host::record());
+    Host::whenEvent([&](int, int value) {
+        if (value == 2) {
+            direct.session.noteServiceGone();
+        }
+    });
+    wire::Bytes bytes;
+    for (int mode = 0; mode < 100; ++mode) {
+        bytes = wire::join({bytes, notify(wire::intEntry("change-mode", mode))});
+    }
+    direct.session.onRead(chainOf(bytes), 0);
+    EXPECT_EQ(Host::events(), (std::vector<Host::Call>{{200006, 0}, {200006, 1}, {200006, 2}}));
+}
+
 TEST(SessionThreads, WhatIsStillQueuedWhenNobodyIsLeftToReadIsNotSent) {
     DirectSession direct;
     LogCapture quiet;
@@ -185,7 +203,7 @@ TEST(SessionThreads, WhatIsStillQueuedWhenNobodyIsLeftToReadIsNotSent) {
     begun.get_future().wait();
     direct.loop->dispatch([future = held.get_future().share()] { future.wait(); });
     EXPECT_TRUE(direct.session.setAccountID("queued"));
-    direct.session.dropUnsent();
+    direct.session.noteServiceGone();
     held.set_value();
     EXPECT_EQ(direct.loop->stop(), 0);
     loopThread.join();

@@ -2,6 +2,7 @@
 
 #include "transport/loop.h"
 
+#include "transport/loop_log.h"
 #include "transport_support.h"
 
 #include <gtest/gtest.h>
@@ -11,6 +12,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -31,6 +33,22 @@ TEST(LoopTasks, EverythingPostedRunsInOrder) {
     for (int i = 0; i < 1000; ++i) {
         ASSERT_EQ(order[static_cast<std::size_t>(i)], i);
     }
+}
+
+TEST(LoopTasks, TaskThatRunsOutOfMemoryIsToldAndTheNextOneRuns) {
+    std::string line;
+    setLoopLogSink([&](int level, const char*, const char* text) { line += level == kLogError ? text : ""; });
+    bool nextRan = false;
+    {
+        LoopThread loop;
+        loop.run();
+        loop->post([] { throw std::bad_alloc(); });
+        loop.call([&] { nextRan = true; });
+    }
+    quietLoopLog();
+    EXPECT_TRUE(nextRan);
+    EXPECT_NE(line.find("[OUVLoop::onAsync:"), std::string::npos) << line;
+    EXPECT_NE(line.find("]out of memory"), std::string::npos) << line;
 }
 
 TEST(LoopTasks, PostsOfManyThreadsKeepEachThreadsOrder) {
