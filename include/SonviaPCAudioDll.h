@@ -10,7 +10,8 @@
  * Threads. The library runs one loop thread for each handle, from the first successful setParam until
  * uninitSonviaAudioService. Both callbacks run on that thread, one at a time, with no lock of the library
  * held. Every function may be called from any thread; only uninitSonviaAudioService must not run at the same
- * time as another call on the same handle, and never inside a callback.
+ * time as another call on the same handle, and never inside a callback. None may be called from DllMain or from
+ * static objects of a DLL: a thread that is waited for there cannot begin or end.
  *
  * The service is one per machine: initSonviaAudioService and, if need be, uninitSonviaAudioService end every
  * process named "QuPCAudio.exe", whoever started it. Use one handle at a time.
@@ -68,7 +69,9 @@ enum { SONVIA_NOTIFY_STOP_SERVICE = 200004, SONVIA_NOTIFY_EXIT_PROJECTION = 2000
 /** First argument of onError. */
 enum {
     SONVIA_ERROR_CONNECTION = -2, /**< connection lost (value: libuv error code) or never made (value 0) */
-    SONVIA_ERROR_STREAM = -3      /**< any other stream error while connected (value: libuv error code) */
+    /** Any other stream error while connected (value: libuv error code). Value 0 is none: what the service sent in one
+     *  piece arrives in several, and nothing is lost. */
+    SONVIA_ERROR_STREAM = -3
 };
 
 enum {
@@ -101,8 +104,10 @@ typedef struct AudioServiceHandle AudioServiceHandle;
  * as its arguments. The first call in a process decides the log's folder and level; later ones do not change
  * them.
  *
- * @param logDir   folder for log files, NUL-terminated, in the process's code page; NULL is read as "". The
- *                 service is given at most 255 characters of it. Not kept after the call.
+ * @param logDir   folder for log files, NUL-terminated, in the process's code page; NULL is read as "". Absolute: a
+ *                 relative one follows the current directory with each new file. The service is given at most 255
+ *                 characters of it, unquoted and widened byte by byte: only a folder of ASCII characters without
+ *                 blanks reaches it whole. Not kept after the call.
  * @param logLevel SONVIA_LOG_DEBUG to SONVIA_LOG_ERROR: the least level that is logged.
  * Thread: any; not inside a callback.
  * Blocks: until old services are ended (taskkill), then 200 ms in which the new one opens its pipe. When it returns

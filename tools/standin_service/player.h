@@ -34,7 +34,7 @@ public:
     Player(const Player&) = delete;
     Player& operator=(const Player&) = delete;
 
-    // Starts the timers and the first steps; the rest happens inside uv_run. The process ends by `std::exit`
+    // Starts the timers and the first steps; the rest happens inside uv_run. The process ends by `std::_Exit`
     // or by the scenario's crash.
     void start();
 
