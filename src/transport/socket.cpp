@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <new>
 #include <utility>
 
 namespace {
@@ -140,15 +141,19 @@ void OBaseSocket::recycle(OWriteReq* req) {
 void OBaseSocket::allocCb(uv_handle_t* handle, std::size_t suggestedSize, uv_buf_t* buf) {
     OBaseSocket* owner = ownerOf(handle);
     const std::size_t size = std::min(suggestedSize, kMostRead);
-    // A block that nothing was read into serves once more: a peer that stutters would leave one each time.
-    OBufView view = owner->takePendingRead(std::exchange(owner->mUnfilled, nullptr));
-    if (view.length < size) {
-        view.reset(size);
+    try {
+        // A block that nothing was read into serves once more: a peer that stutters would leave one each time.
+        OBufList lent = owner->takePendingRead(std::exchange(owner->mUnfilled, nullptr));
+        OBufView& view = lent.front();
+        if (view.length < size) {
+            view.reset(size);
+        }
+        buf->base = reinterpret_cast<char*>(view.data());
+        buf->len = static_cast<decltype(buf->len)>(std::min<std::uint64_t>(view.length, size));
+        owner->pendingReads.splice(owner->pendingReads.end(), lent);
+    } catch (const std::bad_alloc&) {
+        *buf = {}; // libuv reports UV_ENOBUFS, as it does for a block that could not be had
     }
-    buf->base = reinterpret_cast<char*>(view.data());
-    // 0 when out of memory: libuv reports UV_ENOBUFS
-    buf->len = static_cast<decltype(buf->len)>(std::min<std::uint64_t>(view.length, size));
-    owner->pendingReads.push_back(std::move(view));
 }
 
 void OBaseSocket::readCb(uv_stream_t* stream, ssize_t nread, const uv_buf_t* buf) {
@@ -164,10 +169,8 @@ void OBaseSocket::readCb(uv_stream_t* stream, ssize_t nread, const uv_buf_t* buf
         owner->onError(static_cast<std::int32_t>(nread));
         return;
     }
-    OBufView view = owner->takePendingRead(buf->base);
-    view.setLength(static_cast<std::uint64_t>(nread));
-    OBufList list;
-    list.push_back(std::move(view));
+    OBufList list = owner->takePendingRead(buf->base);
+    list.front().setLength(static_cast<std::uint64_t>(nread));
     owner->onRead(std::move(list), 0);
 }
 
@@ -177,24 +180,31 @@ void OBaseSocket::pauseReading(uv_stream_t* stream) {
     // anew it waits (SplitFrame tests). Started in here it would not have been stopped.
     uv_read_stop(stream);
     mReadingPaused = true;
-    if (mLoop != nullptr) {
+    if (mLoop == nullptr) {
+        return;
+    }
+    try {
         mLoop->post([this, alive = std::weak_ptr<const bool>(mAlive)] {
             if (!alive.expired() && mReadingPaused) {
                 readStart();
             }
         });
+    } catch (const std::bad_alloc&) {
+        readStart(); // busy, but it reads on
     }
 }
 
-// libuv may have several buffers out; the one it filled is known by its first byte.
-OBufView OBaseSocket::takePendingRead(const char* base) {
+// libuv may have several buffers out; the one it filled is known by its first byte. Moved and not copied, because memory
+// that runs out must not be told by an exception here.
+OBufList OBaseSocket::takePendingRead(const char* base) {
+    OBufList taken;
     const auto place = std::find_if(pendingReads.begin(), pendingReads.end(), [base](const OBufView& view) {
         return reinterpret_cast<const char*>(view.data()) == base;
     });
     if (place == pendingReads.end()) {
-        return {};
+        taken.emplace_back();
+    } else {
+        taken.splice(taken.end(), pendingReads, place);
     }
-    OBufView view = std::move(*place);
-    pendingReads.erase(place);
-    return view;
+    return taken;
 }

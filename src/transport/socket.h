@@ -80,7 +80,8 @@ private:
     static void writeCb(uv_write_t* req, int status);
     OWriteReq* acquireWriteReq();
     void recycle(OWriteReq* req);
-    OBufView takePendingRead(const char* base);
+    /// One view: the pending block that begins there, or an empty view.
+    OBufList takePendingRead(const char* base);
 
     const char* mUnfilled = nullptr; ///< the pending block that the last read left as it was
     std::shared_ptr<const bool> mAlive = std::make_shared<const bool>(true); ///< for what is posted

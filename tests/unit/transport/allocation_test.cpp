@@ -1,0 +1,67 @@
+// Memory that runs out in the middle of reading.
+
+#include "transport_support.h"
+#include "unit/protection/counted_malloc.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <string>
+
+namespace {
+
+/// A pipe that libuv knows nothing of: what libuv would call is called by the test.
+class ReadWithoutMemory : public testing::Test {
+protected:
+    ReadWithoutMemory() {
+        mStream.data = static_cast<OBaseHandle*>(&socket);
+        socket.setReadCallback([this](OBaseSocket*, const OBufList& list, std::int32_t) {
+            for (const OBufView& view : list) {
+                bytesRead += view.length;
+            }
+        });
+    }
+
+    /// Has a block lent and reads so many bytes into it, while request number `failing` gets no memory; returns how
+    /// many requests there were.
+    int read(std::size_t count, int failing) {
+        uv_buf_t buf = {};
+        CountedMalloc counted(failing);
+        TestPipe::allocCb(reinterpret_cast<uv_handle_t*>(&mStream), 100, &buf);
+        lent = buf.len;
+        const auto result = buf.len == 0 ? static_cast<ssize_t>(UV_ENOBUFS) : static_cast<ssize_t>(count);
+        TestPipe::readCb(reinterpret_cast<uv_stream_t*>(&mStream), result, &buf);
+        return counted.stop();
+    }
+
+    TestPipe socket{std::make_shared<OUVLoop>()};
+    std::size_t bytesRead = 0;
+    std::size_t lent = 0;
+
+private:
+    uv_pipe_t mStream = {};
+};
+
+} // namespace
+
+TEST_F(ReadWithoutMemory, WhicheverRequestIsRefusedNothingIsThrownAndTheNextReadIsWhole) {
+    int refusals = 0;
+    for (int failing = 1; read(7, failing) >= failing; ++failing) {
+        EXPECT_TRUE(lent == 100 || lent == 0);
+        refusals += lent == 0 ? 1 : 0;
+        const std::size_t before = bytesRead;
+        read(7, 0);
+        EXPECT_EQ(lent, 100U);
+        EXPECT_EQ(bytesRead, before + 7);
+    }
+    EXPECT_GE(refusals, 1);
+}
+
+TEST_F(ReadWithoutMemory, ReadOfNothingLeavesTheBlockForTheNextOneWhicheverRequestIsRefused) {
+    for (int failing = 1; read(0, failing) >= failing; ++failing) {
+        read(7, 0);
+        EXPECT_EQ(lent, 100U);
+        EXPECT_LE(socket.pendingReads.size(), 1U);
+    }
+    EXPECT_GT(bytesRead, 0U);
+}
