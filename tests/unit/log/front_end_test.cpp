@@ -12,7 +12,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstdarg>
 #include <filesystem>
 #include <fstream>
@@ -129,10 +128,13 @@ TEST(LogSettings, AReserveDeletionTypeInAnotherLetterCaseLeavesTheManagersDefaul
 }
 
 TEST(WriteLog, MemoryThatRunsOutCostsTheLineAndNothingElse) {
-    // Memory is asked for here and there; the time, in between, always.
+    // Memory is asked for here and there; the time, in between, always. The writer thread keeps its memory.
     class ClockOfALowMemory final : public platform::Clock {
     public:
-        platform::Moment now() override { return isLow ? throw std::bad_alloc() : platform::Moment{}; }
+        platform::Moment now() override {
+            return std::this_thread::get_id() == mCaller && isLow ? throw std::bad_alloc()
+                                                                  : platform::Moment{};
+        }
 
         platform::CalendarTime toLocal(std::int64_t) override { return {}; }
 
@@ -140,7 +142,10 @@ TEST(WriteLog, MemoryThatRunsOutCostsTheLineAndNothingElse) {
 
         void sleep(unsigned) override {}
 
-        std::atomic<bool> isLow{false};
+        bool isLow = false; ///< the caller's own
+
+    private:
+        const std::thread::id mCaller = std::this_thread::get_id();
     } clock;
 
     MemoryFiles files;
