@@ -1,7 +1,7 @@
 // A whole session between a host and a peer that cannot be trusted. Byte 0 of an input says how many bytes of control
 // follow (at most 31); the rest is the stream that arrives. Each byte of control is a step: some of the stream arrives,
 // as it is or as the recipe of a whole notification, or the connection fails, or the host does something. What remains
-// of the stream arrives in one last read. A plain model of the session must agree on every callback (and on what the
+// of the stream arrives at once in the end. A plain model of the session must agree on every callback (and on what the
 // host is told inside it), on the state, on the source's name and on all that is sent.
 
 #include "oracle/session.h"
@@ -38,11 +38,16 @@ public:
         return true;
     }
 
+    /// In as many reads as the blocks make of it that are lent.
     void arrive(const Bytes& bytes, std::size_t blockSize) {
-        uv_buf_t block = {};
-        allocCb(reinterpret_cast<uv_handle_t*>(&mStream), blockSize, &block);
-        std::memcpy(block.base, bytes.data(), bytes.size());
-        readCb(&mStream, static_cast<ssize_t>(bytes.size()), &block);
+        for (std::size_t done = 0; done < bytes.size();) {
+            uv_buf_t block = {};
+            allocCb(reinterpret_cast<uv_handle_t*>(&mStream), blockSize, &block);
+            const std::size_t count = std::min<std::size_t>(block.len, bytes.size() - done);
+            std::memcpy(block.base, bytes.data() + done, count);
+            done += count;
+            readCb(&mStream, static_cast<ssize_t>(count), &block);
+        }
     }
 
     void fail(int code) {

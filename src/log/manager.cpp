@@ -153,8 +153,8 @@ bool LogerManager::wouldLog(int id, int level) {
 }
 
 LogRecord* LogerManager::makeRecord(int id, int level) {
-    LogRecord* record = mPool.take();
     const platform::Moment now = mClock.now();
+    LogRecord* record = mPool.take();
     record->loggerId = id;
     record->type = kChangeNone;
     record->typeValue = 0;
