@@ -247,6 +247,14 @@ TEST_F(ManagerFiles, EveryFailingFileCallLeavesAWriterThatWrites) {
     }
 }
 
+TEST_F(ManagerFiles, LoadHistoryOnAStoppedManagerCountsAtOnce) {
+    const int id = makeQuietLogger();
+    files.put("logs/sonvia_Test_2020-01-01-00-00-00.log", "copied here");
+    EXPECT_TRUE(manager.loadHistory());
+    EXPECT_EQ(manager.slot(id).history.count(), 1u);
+    EXPECT_EQ(manager.slot(id).history.writeLength(), 11u);
+}
+
 TEST_F(ManagerFiles, LoadHistoryOnARunningManagerCountsWhatIsThere) {
     const int id = makeQuietLogger();
     manager.start();

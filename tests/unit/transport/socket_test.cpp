@@ -258,6 +258,14 @@ protected:
         return accepted;
     }
 
+    /// Reads from the peer on, until libuv reports a read of nothing.
+    void readNothing() {
+        EXPECT_TRUE(socket->readStart());
+        uv_buf_t buf = {};
+        TestPipe::allocCb(socket->handle(), 100, &buf);
+        TestPipe::readCb(streamOf(*socket), 0, &buf);
+    }
+
     LoopThread loop;
     Reports reports;
     std::unique_ptr<TestPipe> socket = std::make_unique<TestPipe>(loop.loop());
@@ -289,6 +297,36 @@ TEST_F(ConnectedSocket, WriteRequestIsReusedForTheNextWrite) {
         EXPECT_EQ(socket->freeWriteReqs.front(), request);
         EXPECT_EQ(request->bufs.capacity(), room);
     });
+}
+
+TEST_F(ConnectedSocket, ReadingPausesForOneTurnOfTheLoopAfterAReadOfNothing) {
+    connectTo(PipePeer::Reads::kAtOnce);
+    loop.call([&] {
+        readNothing();
+        EXPECT_EQ(uv_is_active(socket->handle()), 0);
+    });
+    peer->send("hello");
+    EXPECT_TRUE(reports.waitForBytes(5));
+    EXPECT_EQ(reports.bytes(), "hello");
+}
+
+TEST_F(ConnectedSocket, OwnerThatStopsReadingInThePauseIsNotReadTo) {
+    connectTo(PipePeer::Reads::kAtOnce);
+    loop.call([&] {
+        readNothing();
+        EXPECT_TRUE(socket->readStop());
+    });
+    loop.call([&] { EXPECT_EQ(uv_is_active(socket->handle()), 0); });
+}
+
+TEST_F(ConnectedSocket, PipeThatGoesInThePauseIsNotReadFrom) {
+    connectTo(PipePeer::Reads::kAtOnce);
+    loop.call([&] {
+        readNothing();
+        socket.reset();
+    });
+    loop.call([] {});
+    EXPECT_EQ(reports.bytes(), "");
 }
 
 TEST_F(ConnectedSocket, EveryWriteInFlightHasARequestOfItsOwnAndThePoolKeepsThem) {
