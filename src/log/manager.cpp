@@ -111,7 +111,8 @@ bool LogerManager::start() {
     }
     mStarted = std::make_unique<SemHelper>(0, 64);
     {
-        const std::lock_guard<LockHelper> slots(mSlotLock); // a caller may be changing one, as nobody's
+        // Whoever found the queue closed may be changing a slot; from here on they are the writer's.
+        const std::lock_guard<LockHelper> slots(mSlotLock);
         mQueue.open();
     }
     if (!startThread()) {

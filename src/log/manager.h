@@ -107,6 +107,7 @@ private:
 
     // Settings (manager_settings.cpp)
     bool change(int id, SettingChange code, std::int32_t value, std::string_view text);
+    /// False when no writer owns the slots: nothing has been done.
     bool pushChange(int id, SettingChange code, std::int32_t value, std::string_view text);
     void apply(LoggerSlot& slot, SettingChange code, std::int32_t value, std::string_view text);
     bool applyConfigText(std::string_view text);

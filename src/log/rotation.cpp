@@ -91,7 +91,7 @@ void Rotation::settleNewest(LoggerSlot& slot) {
     if (slot.isZip) {
         archiveNewest(slot);
     }
-    const std::string newest = slot.history.newest().path;
+    const std::string& newest = slot.history.newest().path;
     const std::optional<std::uint64_t> size = mFiles.size(newest);
     // A full disk still makes empty files, one a second; each would take an older log's place among the 500.
     if (size == 0 && mFiles.remove(newest)) {

@@ -66,12 +66,8 @@ protected:
     OMutex writeMutex; ///< guards the two request lists and nothing else
     std::list<OWriteReq*> freeWriteReqs;
     std::list<OWriteReq*> activeWriteReqs;
-    /// After a read of no bytes: stops reading, and has the loop start it again when it has seen to everything else.
-    /// Forgotten when the owner starts or stops reading itself. Loop thread only, as reading is.
-    void pauseReading(uv_stream_t* stream);
-
-    OBufList pendingReads; ///< given to libuv and not yet filled; loop thread only
-    bool mReadingPaused = false;
+    OBufList pendingReads;       ///< given to libuv and not yet filled; loop thread only
+    bool mReadingPaused = false; ///< see pauseReading; ended by readStart and readStop; loop thread only
     ReadCallback readCallback;
     WriteCallback writeCallback;
     EventCallback eventCallback;
@@ -80,6 +76,8 @@ private:
     static void writeCb(uv_write_t* req, int status);
     OWriteReq* acquireWriteReq();
     void recycle(OWriteReq* req);
+    /// After a read of no bytes: stops reading, and has the loop start it again when it has seen to everything else.
+    void pauseReading(uv_stream_t* stream);
     /// One view: the pending block that begins there, or an empty view.
     OBufList takePendingRead(const char* base);
 

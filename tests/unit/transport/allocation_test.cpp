@@ -1,45 +1,36 @@
 // Memory that runs out in the middle of reading.
 
-#include "transport_support.h"
+#include "socket_fixture.h"
 #include "unit/protection/counted_malloc.h"
 
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <string>
+#include <cstdint>
+#include <memory>
 
 namespace {
 
-/// A pipe that libuv knows nothing of: what libuv would call is called by the test.
-class ReadWithoutMemory : public testing::Test {
+class ReadWithoutMemory : public SocketOperations {
 protected:
-    ReadWithoutMemory() {
-        mStream.data = static_cast<OBaseHandle*>(&socket);
-        socket.setReadCallback([this](OBaseSocket*, const OBufList& list, std::int32_t) {
-            for (const OBufView& view : list) {
-                bytesRead += view.length;
-            }
-        });
+    ReadWithoutMemory() : SocketOperations(std::make_shared<OUVLoop>()) {
+        socket.setReadCallback(
+            [this](OBaseSocket*, const OBufList& list, std::int32_t) { bytesRead += totalLength(list); });
     }
 
     /// Has a block lent and reads so many bytes into it, while request number `failing` gets no memory; returns how
     /// many requests there were.
     int read(std::size_t count, int failing) {
-        uv_buf_t buf = {};
         CountedMalloc counted(failing);
-        TestPipe::allocCb(reinterpret_cast<uv_handle_t*>(&mStream), 100, &buf);
+        const uv_buf_t buf = allocate(100);
         lent = buf.len;
         const auto result = buf.len == 0 ? static_cast<ssize_t>(UV_ENOBUFS) : static_cast<ssize_t>(count);
-        TestPipe::readCb(reinterpret_cast<uv_stream_t*>(&mStream), result, &buf);
+        complete(result, buf);
         return counted.stop();
     }
 
-    TestPipe socket{std::make_shared<OUVLoop>()};
-    std::size_t bytesRead = 0;
+    std::uint64_t bytesRead = 0;
     std::size_t lent = 0;
-
-private:
-    uv_pipe_t mStream = {};
 };
 
 } // namespace

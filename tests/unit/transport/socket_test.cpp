@@ -1,11 +1,12 @@
 #include "transport/socket.h"
 
-#include "transport_support.h"
+#include "socket_fixture.h"
 
 #include "support/pipe_peer.h"
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -36,26 +37,6 @@ void setCallbacksThatNoteTheirEnd(OBaseSocket& socket, Steps& steps) {
         [note = leavingNote(steps, "read")](OBaseSocket*, const OBufList&, std::int32_t) {});
     steps.clear(); // assigning may have moved them about
 }
-
-/// A pipe whose libuv handle is never registered: what libuv would call is called by the test.
-class SocketOperations : public testing::Test {
-protected:
-    SocketOperations() { mStream.data = static_cast<OBaseHandle*>(&socket); }
-
-    uv_buf_t allocate(std::size_t size) {
-        uv_buf_t buf = {};
-        TestPipe::allocCb(reinterpret_cast<uv_handle_t*>(&mStream), size, &buf);
-        return buf;
-    }
-
-    void complete(ssize_t nread, const uv_buf_t& buf) {
-        TestPipe::readCb(reinterpret_cast<uv_stream_t*>(&mStream), nread, &buf);
-    }
-
-    TestPipe socket{nullptr};
-    Reports reports;
-    uv_pipe_t mStream = {};
-};
 
 TEST_F(SocketOperations, FreshSocketIsEmpty) {
     const auto loop = newLoop();
@@ -145,98 +126,6 @@ TEST_F(SocketOperations, SetLoopTakesOwnership) {
     EXPECT_TRUE(watch.expired());
 }
 
-TEST_F(SocketOperations, ReadBufferIsAFreshBlockOfTheSuggestedSize) {
-    const uv_buf_t first = allocate(1000);
-    const uv_buf_t second = allocate(65536);
-    EXPECT_EQ(first.len, 1000U);
-    EXPECT_EQ(second.len, 65536U);
-    ASSERT_EQ(socket.pendingReads.size(), 2U);
-    EXPECT_EQ(reinterpret_cast<char*>(socket.pendingReads.front().data()), first.base);
-    EXPECT_EQ(socket.pendingReads.front().buffer->capacity, 1000U);
-    EXPECT_EQ(socket.pendingReads.front().offset, 0U);
-    EXPECT_EQ(socket.pendingReads.back().length, 65536U);
-    EXPECT_NE(first.base, second.base);
-}
-
-TEST_F(SocketOperations, ReadBufferIsNoLargerThanABlockHoweverMuchIsAnnounced) {
-    EXPECT_EQ(allocate(65537).len, 65536U);
-    EXPECT_EQ(allocate(4294967295U).len, 65536U);
-    EXPECT_EQ(socket.pendingReads.back().buffer->capacity, 65536U);
-}
-
-TEST_F(SocketOperations, BufferOfAReadOfZeroBytesIsLentAgain) {
-    OBufList got;
-    socket.setReadCallback([&](OBaseSocket*, OBufList list, std::int32_t) { got = std::move(list); });
-    const uv_buf_t first = allocate(100);
-    complete(0, first);
-    const uv_buf_t shorter = allocate(60);
-    EXPECT_EQ(shorter.base, first.base);
-    EXPECT_EQ(shorter.len, 60U);
-    complete(0, shorter);
-    const uv_buf_t longer = allocate(200);
-    EXPECT_EQ(longer.len, 200U);
-    EXPECT_EQ(socket.pendingReads.size(), 1U);
-    complete(200, longer);
-    EXPECT_NE(allocate(200).base, longer.base) << "a filled one is its receiver's";
-    EXPECT_EQ(socket.pendingReads.size(), 1U);
-}
-
-TEST_F(SocketOperations, ReadTakesThePendingBufferThatWasFilled) {
-    OBufList got;
-    socket.setReadCallback([&](OBaseSocket*, OBufList list, std::int32_t status) {
-        EXPECT_EQ(status, 0);
-        got = std::move(list);
-    });
-    const uv_buf_t first = allocate(100);
-    const uv_buf_t second = allocate(100);
-    const uv_buf_t third = allocate(100);
-    second.base[0] = 'x';
-    complete(7, second);
-    ASSERT_EQ(got.size(), 1U);
-    EXPECT_EQ(got.front().length, 7U);
-    EXPECT_EQ(reinterpret_cast<char*>(got.front().data()), second.base) << "handed up without a copy";
-    ASSERT_EQ(socket.pendingReads.size(), 2U);
-    EXPECT_EQ(reinterpret_cast<char*>(socket.pendingReads.front().data()), first.base);
-    EXPECT_EQ(reinterpret_cast<char*>(socket.pendingReads.back().data()), third.base);
-}
-
-TEST_F(SocketOperations, ReadThatMatchesNoPendingBufferGivesAFreshBlockOfItsLength) {
-    OBufList got;
-    socket.setReadCallback([&](OBaseSocket*, OBufList list, std::int32_t) { got = std::move(list); });
-    allocate(100);
-    char elsewhere[16] = {};
-    complete(9, uv_buf_init(elsewhere, sizeof elsewhere));
-    ASSERT_EQ(got.size(), 1U);
-    EXPECT_EQ(got.front().length, 9U);
-    EXPECT_EQ(got.front().buffer->capacity, 9U);
-    EXPECT_NE(reinterpret_cast<char*>(got.front().data()), elsewhere);
-    EXPECT_EQ(socket.pendingReads.size(), 1U);
-}
-
-TEST_F(SocketOperations, ReadOfZeroBytesReportsEventThreeWithStatusZero) {
-    reports.attachTo(socket);
-    complete(0, allocate(100));
-    EXPECT_EQ(reports.events(), std::vector<Reports::Event>({{3, 0}}));
-    EXPECT_TRUE(reports.bytes().empty());
-}
-
-TEST_F(SocketOperations, FailedReadLeavesItsBufferPending) {
-    reports.attachTo(socket);
-    complete(UV_ECONNRESET, allocate(100));
-    EXPECT_EQ(reports.events(), std::vector<Reports::Event>({{3, UV_ECONNRESET}}));
-    EXPECT_EQ(socket.pendingReads.size(), 1U);
-}
-
-TEST_F(SocketOperations, ReadWithoutAnOwnerIsDropped) {
-    reports.attachTo(socket);
-    const uv_buf_t buf = allocate(100);
-    mStream.data = nullptr;
-    complete(5, buf);
-    complete(UV_EOF, buf);
-    EXPECT_TRUE(reports.events().empty());
-    EXPECT_TRUE(reports.bytes().empty());
-}
-
 /// A connected pipe on a running loop, and its peer.
 class ConnectedSocket : public PipeTest {
 protected:
@@ -256,14 +145,6 @@ protected:
         bool accepted = false;
         loop.call([&] { accepted = socket->write(list); });
         return accepted;
-    }
-
-    /// Reads from the peer on, until libuv reports a read of nothing.
-    void readNothing() {
-        EXPECT_TRUE(socket->readStart());
-        uv_buf_t buf = {};
-        TestPipe::allocCb(socket->handle(), 100, &buf);
-        TestPipe::readCb(streamOf(*socket), 0, &buf);
     }
 
     LoopThread loop;
@@ -297,36 +178,6 @@ TEST_F(ConnectedSocket, WriteRequestIsReusedForTheNextWrite) {
         EXPECT_EQ(socket->freeWriteReqs.front(), request);
         EXPECT_EQ(request->bufs.capacity(), room);
     });
-}
-
-TEST_F(ConnectedSocket, ReadingPausesForOneTurnOfTheLoopAfterAReadOfNothing) {
-    connectTo(PipePeer::Reads::kAtOnce);
-    loop.call([&] {
-        readNothing();
-        EXPECT_EQ(uv_is_active(socket->handle()), 0);
-    });
-    peer->send("hello");
-    EXPECT_TRUE(reports.waitForBytes(5));
-    EXPECT_EQ(reports.bytes(), "hello");
-}
-
-TEST_F(ConnectedSocket, OwnerThatStopsReadingInThePauseIsNotReadTo) {
-    connectTo(PipePeer::Reads::kAtOnce);
-    loop.call([&] {
-        readNothing();
-        EXPECT_TRUE(socket->readStop());
-    });
-    loop.call([&] { EXPECT_EQ(uv_is_active(socket->handle()), 0); });
-}
-
-TEST_F(ConnectedSocket, PipeThatGoesInThePauseIsNotReadFrom) {
-    connectTo(PipePeer::Reads::kAtOnce);
-    loop.call([&] {
-        readNothing();
-        socket.reset();
-    });
-    loop.call([] {});
-    EXPECT_EQ(reports.bytes(), "");
 }
 
 TEST_F(ConnectedSocket, EveryWriteInFlightHasARequestOfItsOwnAndThePoolKeepsThem) {

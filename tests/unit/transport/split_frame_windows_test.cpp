@@ -1,30 +1,26 @@
 // Frames between processes, written by the system's own calls: libuv, the other end of most tests, writes a frame at
 // once, and no service has to.
 
-#include "transport_support.h"
+#include "stream_pipe_fixture.h"
 
 #include <gtest/gtest.h>
 
 #include <array>
 #include <cstdint>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <windows.h>
 
 namespace {
 
-class SplitFrame : public PipeTest {
+class SplitFrame : public StreamPipe {
 protected:
     SplitFrame()
         : mServer(CreateNamedPipeA((prefix + "p").c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE, 1, 1 << 20,
-                                   1 << 20, 0, nullptr)),
-          pipe(std::make_unique<TestPipe>(loop.loop())) {
-        reports.attachTo(*pipe);
+                                   1 << 20, 0, nullptr)) {
+        makePipe();
         loop.run();
-        EXPECT_TRUE(pipe->connect("p"));
-        EXPECT_TRUE(reports.waitForEvents(1));
-        EXPECT_EQ(reports.statusOf(OBaseSocket::kConnected), 0);
+        connect();
         loop.call([this] { EXPECT_TRUE(pipe->readStart()); });
     }
 
@@ -47,18 +43,11 @@ protected:
         return bytes;
     }
 
-    std::size_t zeroReads() const {
-        return reports.events().size() - 1;
-    } // the first event was the connection
-
-    LoopThread loop;
-    Reports reports;
+    /// The first event was the connection.
+    std::size_t zeroReads() const { return reports.events().size() - 1; }
 
 private:
     HANDLE mServer;
-
-protected:
-    std::unique_ptr<TestPipe> pipe;
 };
 
 } // namespace
