@@ -164,6 +164,7 @@ def sessions():
     seeds["projection_is_left"] = steps(leave, init, connected, large, leave, account, leave) + play
     seeds["name_beyond_a_block"] = (steps(init, connected, *[wide] * 5, account) +
                                     packet(text("phone-name", LONG_TEXT)) + play)
+    seeds["name_beyond_a_block_in_the_rest"] = steps(init, connected) + packet(text("phone-name", LONG_TEXT)) + play
     return seeds
 
 
