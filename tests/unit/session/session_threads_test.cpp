@@ -148,6 +148,8 @@ TEST(SessionThreads, EveryCallAtOnceFromFourThreadsWhileNotificationsArrive) {
     pipe.listen();
     ASSERT_TRUE(pipe.session->init(Host::record()));
     pipe.runLoop();
+    // The device information arrives before the connection is complete; until then a record is refused.
+    ASSERT_TRUE(support::eventually([&pipe] { return pipe.session->connects.load() >= 1; }));
     ASSERT_EQ(pipe.waitForPackets(1).size(), 1U);
     std::vector<std::thread> threads;
     for (int thread = 0; thread < 4; ++thread) {
