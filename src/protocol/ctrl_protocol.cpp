@@ -17,6 +17,7 @@ namespace {
 
 constexpr std::uint8_t kMagic = 0x24; // '$'
 constexpr std::uint64_t kTailCapacity = 65536;
+constexpr std::uint64_t kShortestShared = 4096; // bytes: a copy of fewer is cheaper than a block of their own
 
 using HeaderBytes = std::array<std::uint8_t, sizeof(CtrlPacketHeader)>;
 using MallocBytes = std::unique_ptr<std::uint8_t, void (*)(void*)>;
@@ -179,10 +180,11 @@ void CtrlProtocol::keepRest(OBufList::const_iterator view, OBufList::const_itera
     }
 }
 
-// A read comes in a block of 64 KB even when it holds one byte. A peer that drips its bytes must not make us hold
-// a block for each, so sparse views are copied together; well filled ones are shared.
+// A read comes in a block of 64 KB even when it holds one byte, or, where frames are cut small, in a block of one byte. A
+// peer that drips its bytes must not make us hold a block and a node for each, so sparse and short views are copied
+// together; long and well filled ones are shared.
 void CtrlProtocol::keep(const OBufView& rest) {
-    if (rest.length >= rest.buffer->capacity / 4) {
+    if (rest.length >= kShortestShared && rest.length >= rest.buffer->capacity / 4) {
         mPending.push_back(rest);
         return;
     }

@@ -47,13 +47,19 @@ bool OBufReader::readBytes(void* dst, std::uint64_t n) {
         return false;
     }
     auto* target = static_cast<std::uint8_t*>(dst);
-    consume(n, [&target](const OBufView& view, std::uint64_t from, std::uint64_t count) {
-        if (target != nullptr && count != 0) {
-            std::memcpy(target, view.data() + from, static_cast<std::size_t>(count));
-            target += count;
+    bool whole = true;
+    consume(n, [&](const OBufView& view, std::uint64_t from, std::uint64_t count) {
+        if (target == nullptr || count == 0) {
+            return;
         }
+        const std::uint8_t* source = view.data();
+        whole = whole && source != nullptr;
+        if (source != nullptr) {
+            std::memcpy(target, source + from, static_cast<std::size_t>(count));
+        }
+        target += count;
     });
-    return true;
+    return whole;
 }
 
 bool OBufReader::readContiguous(const std::uint8_t** out, std::uint64_t n) {

@@ -16,12 +16,14 @@ public:
     /// than `n` are left; nothing is consumed then.
     bool read(std::uint64_t n, OBufList& out);
 
-    /// Copies the next `n` bytes to `dst`, or skips them when `dst` is null. False as read().
+    /// Copies the next `n` bytes to `dst`, or skips them when `dst` is null. False as read(); also when a view has lost its
+    /// block: the bytes are consumed then, and what `dst` holds means nothing.
     bool readBytes(void* dst, std::uint64_t n);
 
     /// Points `*out` at the next `n` bytes as one run: inside the current view when they lie there, else in
     /// the scratch block, which stays valid until the next call that needs it. 0 bytes give a null pointer.
-    /// False when `out` is null, when fewer bytes are left, or when the scratch block could not be allocated.
+    /// False when `out` is null, when fewer bytes are left, when the scratch block could not be allocated, or when a view
+    /// has lost its block.
     bool readContiguous(const std::uint8_t** out, std::uint64_t n);
 
     std::uint64_t remaining() const { return total - consumed; }
