@@ -14,7 +14,6 @@
 #include <cstring>
 #include <memory>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -30,6 +29,15 @@ public:
     }
 
     bool connect(const std::string& /*name*/) override { return true; }
+
+    bool readStart() override { return true; }
+
+    /// The request to stop is not in the model.
+    void endTheSession() {
+        const std::size_t before = sent.size();
+        stopService(0);
+        sent.resize(before);
+    }
 
     bool write(const OBufList& list) override {
         for (const OBufView& view : list) {
@@ -132,7 +140,8 @@ Meeting::Meeting() {
     auto session = std::make_unique<OpenSession>(kLoop);
     mSession = session.get();
     mHandle.session = std::move(session);
-    mHandle.loopThread = std::make_unique<std::thread>(); // there is one already: setParam starts no other
+    mHandle.loopThread =
+        std::make_unique<platform::Thread>(); // there is one already: setParam starts no other
     sNow = this;
 }
 
@@ -189,7 +198,7 @@ void Meeting::hostActs(std::uint8_t choice) {
         mModel.connected(UV_ENOENT);
         break;
     case 5:
-        mSession->endSession();
+        mSession->endTheSession();
         mModel.end();
         break;
     case 7:

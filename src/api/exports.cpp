@@ -2,12 +2,9 @@
 #include "api/life_cycle.h"
 #include "log/init_log.h"
 #include "log/write_log.h"
-#include "protocol/command_names.h"
-#include "protocol/key_value.h"
 
 #include <exception>
 #include <mutex>
-#include <utility>
 
 namespace {
 
@@ -81,12 +78,7 @@ bool exitAudioProjection(AudioServiceHandle* handle) {
         return false;
     }
     return guarded(__func__, false, [handle] {
-        OBufList payload;
-        const std::uint16_t seq = ++handle->sequence;
-        CtrlProtocol::KeyValueBuf()
-            .addInt("exitAudioProjection", SONVIA_NOTIFY_EXIT_PROJECTION)
-            .finish(payload);
-        handle->session->send(kCommandNotify, seq, std::move(payload));
+        handle->session->endProjection(++handle->sequence);
         return true;
     });
 }
@@ -119,23 +111,17 @@ bool setParam(AudioServiceHandle* handle, const AudioServiceParam* param) {
         writeLog(kLogError, kLogTagDll, "[%s:%d]param is NULL", __func__, __LINE__);
         return false;
     }
+    // Read once and outside of every lock: a host may survive the fault of a record that cannot be read.
+    const AudioServiceParam record = *param;
     {
         const std::lock_guard guard(handle->paramsMutex);
-        handle->params = *param;
+        handle->params = record;
     }
     if (!hasSession(*handle, __func__, kLogError, "gQuPCAudio is NULL")) {
         return false;
     }
-    return guarded(__func__, false, [handle, param] {
-        QuPCAudioMessage& session = *handle->session;
-        // An earlier call may have begun to connect and found no thread for the loop, or be about to start it: that
-        // connect is this call's too, and sends its texts, unless another thread has started the loop before they were
-        // taken.
-        const bool taken =
-            session.connectWaitsForLoop()
-                ? session.take(*param) && (session.connectWaitsForLoop() || session.init(*param))
-                : session.init(*param);
-        if (!taken) {
+    return guarded(__func__, false, [handle, &record] {
+        if (!handle->session->init(record)) {
             writeLog(kLogError, kLogTagDll, "[%s:%d]setParam failed!", "setParam", __LINE__);
             return false;
         }

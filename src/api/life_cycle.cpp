@@ -3,15 +3,14 @@
 #include "log/init_log.h"
 #include "log/write_log.h"
 #include "platform/module.h"
-#include "protocol/command_names.h"
-#include "protocol/key_value.h"
 #include "transport/loop_log.h"
 
 #include <chrono>
 #include <cstdlib>
-#include <future>
+#include <exception>
+#include <mutex>
 #include <string>
-#include <system_error>
+#include <thread>
 #include <utility>
 
 namespace {
@@ -37,10 +36,11 @@ void forwardLoopLine(int level, const char* tag, const char* text) {
 void stopService(AudioServiceHandle& handle) {
     constexpr const char* kName = "uninitSonviaAudioService";
     writeLog(kLogInfo, kLogTagDll, "[%s:%d]send StopSonviaAudioService notify!", kName, __LINE__);
-    handle.session->endSession();
-    OBufList payload;
-    CtrlProtocol::KeyValueBuf().addInt("StopSonviaAudioService", SONVIA_NOTIFY_STOP_SERVICE).finish(payload);
-    handle.session->send(kCommandStopPCAudioZLK, ++handle.sequence, std::move(payload));
+    try {
+        handle.session->stopService(++handle.sequence);
+    } catch (const std::exception& error) { // the service is ended by force then
+        writeLog(kLogError, kLogTagDll, "[%s:%d]%s", kName, __LINE__, error.what());
+    }
     if (handle.process == nullptr) {
         return;
     }
@@ -48,7 +48,6 @@ void stopService(AudioServiceHandle& handle) {
         writeLog(kLogInfo, kLogTagDll, "[%s:%d]QuPCAudio exit timeout", kName, __LINE__);
         killExe();
     }
-    // A host may have queued more than the pipe ever took; the loop must not be busy with it when it is to stop.
     handle.session->noteServiceGone();
 }
 
@@ -59,7 +58,7 @@ void stopLoop(AudioServiceHandle& handle) {
         writeLog(kLogInfo, kLogTagDll, "[%s:%d]stop loop!", kName, __LINE__);
     }
     if (handle.loopThread != nullptr) {
-        if (handle.loopThread->get_id() == std::this_thread::get_id()) {
+        if (handle.loop->onLoopThread()) {
             writeLog(kLogError, kLogTagDll, "[%s:%d]called inside a callback", kName, __LINE__);
             orvel::FLUSHLOG();
             std::abort(); // the thread cannot wait for itself, and the handle cannot be freed under it
@@ -72,6 +71,14 @@ void stopLoop(AudioServiceHandle& handle) {
         // loop has run.
         handle.loop->run([&handle] { handle.loop->stop(); });
     }
+}
+
+/// The loop thread's own share of the loop.
+using LoopShare = std::shared_ptr<OUVLoop>;
+
+void runLoop(void* share) {
+    const std::unique_ptr<LoopShare> own(static_cast<LoopShare*>(share));
+    ThreadFun(*own);
 }
 
 } // namespace
@@ -106,34 +113,30 @@ bool startLoopThread(AudioServiceHandle& handle) {
     if (handle.loopThread != nullptr) {
         return true;
     }
-    // Waited for: a stop that came before the loop accepts one would be refused, and the join would never
-    // end.
-    auto started = std::make_shared<std::promise<void>>();
-    try {
-        handle.loopThread = std::make_unique<std::thread>(
-            [loop = handle.loop, started] { ThreadFun(loop, [started] { started->set_value(); }); });
-    } catch (const std::system_error& error) {
-        writeLog(kLogError, kLogTagDll, "[%s:%d]thread start failed: %s", "setParam", __LINE__, error.what());
+    auto thread = std::make_unique<platform::Thread>();
+    auto share = std::make_unique<LoopShare>(handle.loop);
+    if (!thread->start(runLoop, share.get())) {
+        writeLog(kLogError, kLogTagDll, "[%s:%d]thread start failed: the system gives none", "setParam",
+                 __LINE__);
         return false;
     }
-    started->get_future().wait();
+    static_cast<void>(share.release()); // the thread's
+    handle.loopThread = std::move(thread);
+    // A stop that came before the loop accepts one would be refused, and the join would never end.
+    handle.loop->waitForRun();
     return true;
 }
 
-void ThreadFun(const std::shared_ptr<OUVLoop>& loop, const std::function<void()>& started) {
+void ThreadFun(const std::shared_ptr<OUVLoop>& loop) {
     constexpr const char* kName = "ThreadFun";
     if (loop == nullptr) {
         writeLog(kLogWarning, kLogTagDll, "[%s:%d]loop is NULL", kName, __LINE__);
-        started();
         return;
     }
-    const bool ran = loop->run([&started] {
-        writeLog(kLogWarning, kLogTagDll, "[%s:%d]SonviaPCDll begin run", kName, __LINE__);
-        started();
-    });
+    const bool ran =
+        loop->run([] { writeLog(kLogWarning, kLogTagDll, "[%s:%d]SonviaPCDll begin run", kName, __LINE__); });
     if (!ran) {
         writeLog(kLogWarning, kLogTagDll, "[%s:%d]SonviaPCDll is running", kName, __LINE__);
-        started();
         return;
     }
     writeLog(kLogWarning, kLogTagDll, "[%s:%d]SonviaPCDll will out run", kName, __LINE__);

@@ -2,7 +2,6 @@
 
 #include "api/audio_service_handle.h"
 
-#include <functional>
 #include <memory>
 
 /// The whole start-up: ends old services, opens the log, starts the service, builds loop and session, and
@@ -14,9 +13,8 @@ std::unique_ptr<AudioServiceHandle> startUp(const char* logDir, int logLevel);
 bool startLoopThread(AudioServiceHandle& handle);
 
 /// The whole shut-down: asks the service to stop and ends it if need be, stops and joins the loop thread,
-/// closes and destroys the session.
+/// closes and destroys the session. Does so too when memory runs out on the way.
 void shutDown(AudioServiceHandle& handle);
 
-/// The loop thread. Calls `started` once, as soon as the loop accepts a stop or it is certain that it will
-/// not run.
-void ThreadFun(const std::shared_ptr<OUVLoop>& loop, const std::function<void()>& started);
+/// The loop thread.
+void ThreadFun(const std::shared_ptr<OUVLoop>& loop);

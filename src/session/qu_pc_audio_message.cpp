@@ -1,10 +1,13 @@
 #include "session/qu_pc_audio_message.h"
 
+#include "log/init_log.h"
 #include "log/write_log.h"
 #include "protocol/command_names.h"
 #include "protocol/key_value.h"
 
 #include <cstring>
+#include <exception>
+#include <mutex>
 #include <new>
 #include <utility>
 
@@ -17,6 +20,60 @@ std::string textOf(const char (&field)[SONVIA_TEXT_SIZE]) {
     return {field, strnlen(field, sizeof field)};
 }
 
+OBufList accountPayload(const AudioServiceParam& params) {
+    OBufList payload;
+    CtrlProtocol::KeyValueBuf().addString("accountID", textOf(params.accountID)).finish(payload);
+    return payload;
+}
+
+OBufList koruInfoPayload(const AudioServiceParam& params) {
+    CtrlProtocol::KeyValueBuf info;
+    info.addString("accountID", textOf(params.accountID))
+        .addString("bluetoothMac", textOf(params.bluetoothMac))
+        .addString("deviceID", textOf(params.deviceID))
+        .addString("model", textOf(params.model))
+        .addString("sn", textOf(params.sn))
+        .addString("pcName", textOf(params.pcName));
+    OBufList payload;
+    CtrlProtocol::KeyValueBuf().addKeyValueBuf("KORUInfo", info).finish(payload);
+    return payload;
+}
+
+OBufList numberPayload(const char* key, std::uint32_t value) {
+    OBufList payload;
+    CtrlProtocol::KeyValueBuf().addInt(key, value).finish(payload);
+    return payload;
+}
+
+OBufList stopPayload() {
+    return numberPayload("StopSonviaAudioService", SONVIA_NOTIFY_STOP_SERVICE);
+}
+
+void logKORUInfo() {
+    writeLog(kLogInfo, kLogTagSession, "[%s:%d]send notify koru info.",
+             "QuPCAudioMessage::_setKORUInfoNotify", __LINE__);
+}
+
+void logThrowingCallback(const char* what) {
+    writeLog(kLogError, kLogTagSession, "[%s:%d]the host's callback threw: %s", "QuPCAudioMessage::callHost",
+             __LINE__, what);
+    orvel::FLUSHLOG();
+}
+
+/// An exception of the host's has nowhere to go: its callback is called from the loop. It ends the process, as one that
+/// leaves a thread does, and the log says what it was.
+void callOrEnd(void (*callback)(int, int), int first, int second) noexcept {
+    try {
+        callback(first, second);
+    } catch (const std::exception& error) {
+        logThrowingCallback(error.what());
+        std::terminate();
+    } catch (...) {
+        logThrowingCallback("no std::exception");
+        std::terminate();
+    }
+}
+
 } // namespace
 
 QuPCAudioMessage::QuPCAudioMessage(std::shared_ptr<OUVLoop> loop) : OStreamPipe(std::move(loop)) {
@@ -27,35 +84,65 @@ QuPCAudioMessage::~QuPCAudioMessage() {
     readStop();
 }
 
-bool QuPCAudioMessage::take(const AudioServiceParam& param) {
-    if (param.onEvent == nullptr || param.onError == nullptr || param.context == nullptr) {
-        writeLog(kLogError, kLogTagSession, "[%s:%d]param error, init failed.", "QuPCAudioMessage::init",
-                 __LINE__);
-        return false;
-    }
-    const std::lock_guard guard(mParamsMutex);
-    params = param;
-    return true;
-}
-
 bool QuPCAudioMessage::init(const AudioServiceParam& param) {
     constexpr const char* kName = "QuPCAudioMessage::init";
-    if (!take(param)) {
+    if (param.onEvent == nullptr || param.onError == nullptr || param.context == nullptr) {
+        writeLog(kLogError, kLogTagSession, "[%s:%d]param error, init failed.", kName, __LINE__);
         return false;
     }
-    if (mEnding.load()) { // a connect begun now would keep the loop that is to end
-        writeLog(kLogError, kLogTagSession, "[%s:%d]session is ending, init failed.", kName, __LINE__);
-        return false;
+    Connection found = Connection::kIdle;
+    LoopEntry::CallPtr queued;
+    {
+        // The record is taken, and sent or left to the connect under way, in one step: none is lost between the two.
+        const std::lock_guard guard(mMutex);
+        params = param;
+        found = mConnection.load();
+        if (found == Connection::kConnected || found == Connection::kLost) {
+            queued = queueNotify(koruInfoPayload(params));
+        } else if (found == Connection::kIdle || found == Connection::kFailed) {
+            change(ConnectionEvent::kConnectBegun);
+        }
     }
-    if (connected.load()) {
-        _setKORUInfoNotify();
+    switch (found) {
+    case Connection::kConnected:
+    case Connection::kLost:
+        logKORUInfo();
+        mLoop->finish(queued);
         return true;
+    case Connection::kIdle:
+    case Connection::kFailed:
+        return beginConnect();
+    case Connection::kConnecting:
+        // A connect that no thread has run the loop for yet (the thread could not be started) is this call's too.
+        if (mLoop->runState.load() == OUVLoop::kNotRunning) {
+            return true;
+        }
+        writeLog(kLogError, kLogTagSession, "[%s:%d]connect failed %d.", kName, __LINE__, false);
+        return false;
+    case Connection::kEnding:
+    case Connection::kGone:
+        break;
     }
-    const bool connectStarted = connect(kServicePeerName);
-    if (!connectStarted) {
-        writeLog(kLogError, kLogTagSession, "[%s:%d]connect failed %d.", kName, __LINE__, connectStarted);
+    writeLog(kLogError, kLogTagSession, "[%s:%d]session is ending, init failed.", kName, __LINE__);
+    return false;
+}
+
+bool QuPCAudioMessage::beginConnect() {
+    bool begun = false;
+    try {
+        begun = connect(kServicePeerName);
+    } catch (const std::bad_alloc&) {
+        const std::lock_guard guard(mMutex);
+        change(ConnectionEvent::kConnectFailed);
+        throw;
     }
-    return connectStarted;
+    if (!begun) {
+        writeLog(kLogError, kLogTagSession, "[%s:%d]connect failed %d.", "QuPCAudioMessage::init", __LINE__,
+                 begun);
+        const std::lock_guard guard(mMutex);
+        change(ConnectionEvent::kConnectFailed);
+    }
+    return begun;
 }
 
 bool QuPCAudioMessage::setAccountID(const char* text) {
@@ -63,62 +150,66 @@ bool QuPCAudioMessage::setAccountID(const char* text) {
     if (length == 0 || length >= SONVIA_TEXT_SIZE) {
         return false;
     }
-    std::string accountID;
+    LoopEntry::CallPtr queued;
     {
+        const std::lock_guard guard(mMutex);
         // The field is meant to keep the tail of a longer id: hosts rely on what is sent after a shorter one.
-        const std::lock_guard guard(mParamsMutex);
+        AudioServiceParam next = params;
+        std::memcpy(next.accountID, text, length);
+        queued = queueNotify(accountPayload(next));
         std::memcpy(params.accountID, text, length);
-        accountID = textOf(params.accountID);
     }
-    const auto seq = static_cast<std::uint16_t>(notifySequence.fetch_add(1));
-    OBufList payload;
-    KeyValueBuf().addString("accountID", accountID).finish(payload);
-    send(kCommandNotify, seq, std::move(payload));
+    mLoop->finish(queued);
     writeLog(kLogInfo, kLogTagSession, "[%s:%d]send notify accountid.", "QuPCAudioMessage::setAccountID",
              __LINE__);
     return true;
 }
 
+void QuPCAudioMessage::endProjection(std::uint16_t seq) {
+    LoopEntry::CallPtr queued;
+    {
+        const std::lock_guard guard(mMutex);
+        queued = queuePacket(kCommandNotify, seq,
+                             numberPayload("exitAudioProjection", SONVIA_NOTIFY_EXIT_PROJECTION));
+    }
+    mLoop->finish(queued);
+}
+
+void QuPCAudioMessage::stopService(std::uint16_t seq) {
+    LoopEntry::CallPtr queued;
+    {
+        const std::lock_guard guard(mMutex);
+        const bool waitsForConnect = mConnection.load() == Connection::kConnecting;
+        change(ConnectionEvent::kSessionEnds);
+        if (waitsForConnect) {
+            mHeldStop = seq;
+        } else {
+            queued = queuePacket(kCommandStopPCAudioZLK, seq, stopPayload());
+        }
+    }
+    mLoop->finish(queued);
+}
+
+void QuPCAudioMessage::noteServiceGone() {
+    const std::lock_guard guard(mMutex);
+    change(ConnectionEvent::kServiceGone);
+}
+
 void QuPCAudioMessage::_setKORUInfoNotify() {
-    const AudioServiceParam now = currentParams();
-    KeyValueBuf info;
-    info.addString("accountID", textOf(now.accountID))
-        .addString("bluetoothMac", textOf(now.bluetoothMac))
-        .addString("deviceID", textOf(now.deviceID))
-        .addString("model", textOf(now.model))
-        .addString("sn", textOf(now.sn))
-        .addString("pcName", textOf(now.pcName));
-    OBufList payload;
-    KeyValueBuf().addKeyValueBuf("KORUInfo", info).finish(payload);
-    writeLog(kLogInfo, kLogTagSession, "[%s:%d]send notify koru info.",
-             "QuPCAudioMessage::_setKORUInfoNotify", __LINE__);
-    const auto seq = static_cast<std::uint16_t>(notifySequence.fetch_add(1));
-    send(kCommandNotify, seq, std::move(payload));
-}
-
-void QuPCAudioMessage::send(std::uint16_t cmdType, std::uint16_t seq, OBufList payload) {
-    mLoop->dispatch([this, cmdType, seq, payload = std::move(payload)] {
-        if (mServiceGone.load()) {
-            return;
-        }
-        if (cmdType == kCommandStopPCAudioZLK && connecting.load()) {
-            mHeldStop = [this, cmdType, seq, payload] { sendCommand(cmdType, seq, payload); };
-            return;
-        }
-        sendCommand(cmdType, seq, payload);
-    });
-}
-
-void QuPCAudioMessage::endSession() {
-    mEnding = true;
-    connected = false;
+    LoopEntry::CallPtr queued;
+    {
+        const std::lock_guard guard(mMutex);
+        queued = queueNotify(koruInfoPayload(params));
+    }
+    logKORUInfo();
+    mLoop->finish(queued);
 }
 
 void QuPCAudioMessage::onRead(OBufList list, std::int32_t /*status*/) {
     try {
         DepackPacket(std::move(list));
     } catch (const std::bad_alloc&) {
-        // libuv, which called this, must not be thrown through, and where the next packet begins is not known any more.
+        // Must not throw: called from libuv. Where the next packet begins is no longer known.
         readStop();
         onError(UV_ENOMEM);
     }
@@ -127,12 +218,21 @@ void QuPCAudioMessage::onRead(OBufList list, std::int32_t /*status*/) {
 void QuPCAudioMessage::onError(std::int32_t code) {
     constexpr const char* kName = "QuPCAudioMessage::onError";
     writeLog(kLogWarning, kLogTagSession, "[%s:%d]nErrorCode:%d", kName, __LINE__, code);
-    // `connected` stays set: a later setParam re-sends over the lost connection instead of making a new one,
-    // and what a host may do about a lost connection is to release the handle.
-    if (!connected.load() || currentParams().onError == nullptr) {
+    const bool isLost = code == UV_ECONNRESET || code == UV_EOF;
+    Connection found = Connection::kIdle;
+    bool isHeard = false;
+    {
+        const std::lock_guard guard(mMutex);
+        found = mConnection.load();
+        isHeard = params.onError != nullptr;
+        if (isLost) {
+            change(ConnectionEvent::kStreamEnded);
+        }
+    }
+    if (!isHeard || (found != Connection::kConnected && found != Connection::kLost)) {
         return;
     }
-    if (code == UV_ECONNRESET || code == UV_EOF) {
+    if (isLost) {
         writeLog(kLogError, kLogTagSession, "[%s:%d]kSinkErrorConnection,errorCode: %d", kName, __LINE__,
                  code);
         reportError(SONVIA_ERROR_CONNECTION, code);
@@ -143,29 +243,56 @@ void QuPCAudioMessage::onError(std::int32_t code) {
 }
 
 void QuPCAudioMessage::onConnect(uv_connect_t* /*req*/, std::int32_t status) {
-    constexpr const char* kName = "QuPCAudioMessage::onConnect";
     if (status != 0) {
-        connected = false;
-        writeLog(kLogError, kLogTagSession, "[%s:%d]connect failed %d", kName, __LINE__, status);
-        reportError(SONVIA_ERROR_CONNECTION, 0);
-        return;
+        connectFailed(status);
+    } else if (!readStart()) {
+        noteBroken(); // a connection that cannot be read is none: the next connect makes a new pipe
+        connectFailed(UV_ENOTCONN);
+    } else {
+        connectionIsReadable();
     }
-    readStart();
-    writeLog(kLogInfo, kLogTagSession, "[%s:%d]Connect successed, start recv.", kName, __LINE__);
-    _setKORUInfoNotify();
-    connected = true;
-    if (mEnding.load()) { // the host is shutting down: its silence must outlive a connect that comes late
-        connected = false;
-        if (mHeldStop) {
-            mHeldStop();
+}
+
+void QuPCAudioMessage::connectFailed(std::int32_t status) {
+    {
+        const std::lock_guard guard(mMutex);
+        change(ConnectionEvent::kConnectFailed);
+    }
+    writeLog(kLogError, kLogTagSession, "[%s:%d]connect failed %d", "QuPCAudioMessage::onConnect", __LINE__,
+             status);
+    reportError(SONVIA_ERROR_CONNECTION, 0);
+}
+
+// Sends past the queue: nothing that a host has queued meanwhile may overtake the device information.
+void QuPCAudioMessage::connectionIsReadable() {
+    writeLog(kLogInfo, kLogTagSession, "[%s:%d]Connect successed, start recv.", "QuPCAudioMessage::onConnect",
+             __LINE__);
+    try {
+        OBufList payload;
+        std::uint16_t seq = 0;
+        std::optional<std::uint16_t> heldStop;
+        {
+            // A record that is taken after this is sent by its own call.
+            const std::lock_guard guard(mMutex);
+            change(ConnectionEvent::kConnectSucceeded);
+            heldStop = std::exchange(mHeldStop, std::nullopt);
+            payload = koruInfoPayload(params);
+            seq = static_cast<std::uint16_t>(notifySequence++);
         }
+        logKORUInfo();
+        sendCommand(kCommandNotify, seq, std::move(payload));
+        if (heldStop.has_value()) {
+            sendCommand(kCommandStopPCAudioZLK, *heldStop, stopPayload());
+        }
+    } catch (const std::bad_alloc&) {
+        onError(UV_ENOMEM); // the host hears that its record has not been sent
     }
 }
 
 void QuPCAudioMessage::onPacket(const CtrlPacketHeader* header, const std::uint8_t* payload,
                                 std::uint32_t length) {
     // A thousand events may have come at once; a host that is releasing its handle waits for one of them at most.
-    if (mServiceGone.load()) {
+    if (connection() == Connection::kGone) {
         return;
     }
     if (header->cmdType == kCommandNotify) {
@@ -173,21 +300,43 @@ void QuPCAudioMessage::onPacket(const CtrlPacketHeader* header, const std::uint8
     }
 }
 
+void QuPCAudioMessage::change(ConnectionEvent event) {
+    mConnection = after(mConnection.load(), event);
+}
+
+LoopEntry::CallPtr QuPCAudioMessage::queuePacket(std::uint16_t cmdType, std::uint16_t seq, OBufList payload) {
+    return mLoop->queue([this, cmdType, seq, payload = std::move(payload)]() mutable {
+        sendCommand(cmdType, seq, std::move(payload));
+    });
+}
+
+LoopEntry::CallPtr QuPCAudioMessage::queueNotify(OBufList payload) {
+    LoopEntry::CallPtr queued =
+        queuePacket(kCommandNotify, static_cast<std::uint16_t>(notifySequence), std::move(payload));
+    ++notifySequence;
+    return queued;
+}
+
 void QuPCAudioMessage::reportEvent(int event, int value) {
-    const auto callback = currentParams().onEvent;
-    if (callback != nullptr) {
-        callback(event, value);
+    void (*callback)(int, int) = nullptr;
+    {
+        const std::lock_guard guard(mMutex);
+        callback = params.onEvent;
     }
+    callHost(callback, event, value);
 }
 
 void QuPCAudioMessage::reportError(int code, int value) {
-    const auto callback = currentParams().onError;
-    if (callback != nullptr) {
-        callback(code, value);
+    void (*callback)(int, int) = nullptr;
+    {
+        const std::lock_guard guard(mMutex);
+        callback = params.onError;
     }
+    callHost(callback, code, value);
 }
 
-AudioServiceParam QuPCAudioMessage::currentParams() {
-    const std::lock_guard guard(mParamsMutex);
-    return params;
+void QuPCAudioMessage::callHost(void (*callback)(int, int), int first, int second) {
+    if (callback != nullptr) {
+        mLoop->runOutside([=]() noexcept { callOrEnd(callback, first, second); });
+    }
 }

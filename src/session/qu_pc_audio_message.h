@@ -2,23 +2,25 @@
 
 #include "SonviaPCAudioDll.h"
 #include "protocol/ctrl_protocol.h"
+#include "session/connection.h"
 #include "session/source_name.h"
+#include "transport/mutex.h"
 #include "transport/stream_pipe.h"
 
 #include <atomic>
 #include <cstdint>
-#include <functional>
 #include <memory>
-#include <mutex>
+#include <optional>
 #include <string>
 
-/// The one connection to the audio service: the pipe and the protocol in one object. Connects once, sends the
-/// device information and the account id, keeps what the service reports and hands its events to the host's
-/// callbacks.
+/// The one connection to the audio service: the pipe and the protocol in one object. Owns the whole conversation:
+/// connects once, sends the device information, the account id and the host's requests, keeps what the service reports
+/// and hands its events to the host's callbacks.
 ///
-/// The operations below may be called from any thread; sends are moved to the loop thread in the order of the
-/// calls. Everything that arrives, and both host callbacks, run on the loop thread with no lock held, so a
-/// callback may call back into any of them. The object must be destroyed after the loop has ended.
+/// The host's operations may be called from any thread. What they send has been handed to libuv when they return, in the
+/// order of the calls; only a loop thread that has been busy for 50 ms lets a send follow later. They throw
+/// std::bad_alloc when memory runs out. Everything that arrives, and both host callbacks, run on the loop thread with no
+/// lock held, so a callback may call back into any of them. The object must be destroyed after the loop has ended.
 class QuPCAudioMessage : public OStreamPipe, public CtrlProtocol {
 public:
     explicit QuPCAudioMessage(std::shared_ptr<OUVLoop> loop);
@@ -27,35 +29,29 @@ public:
     using OStreamPipe::init;
     /// Takes the host's record and starts to connect; when connected already, sends the new device
     /// information. False when a callback or `context` is missing (nothing is taken then), a connect is still
-    /// under way or the session is ending.
+    /// under way (the record is taken, and is the one that is sent when the connection is there) or the session is ending.
     bool init(const AudioServiceParam& param);
-
-    /// A connect has been started and no loop has run since that could complete it.
-    bool connectWaitsForLoop() const {
-        return connecting.load() && mLoop->runState.load() == OUVLoop::kNotRunning;
-    }
-
-    /// The first half of init: takes the host's record. False when a callback or `context` is missing.
-    bool take(const AudioServiceParam& param);
 
     /// Writes `text` over the start of the account id, whose tail stays, and sends it. False for a text that
     /// is empty, null, or of 256 bytes or more; nothing changes then.
     bool setAccountID(const char* text);
 
+    /// Asks the service to end the projection. `seq`: of the exported functions' own series.
+    void endProjection(std::uint16_t seq);
+
+    /// Silences the errors that the coming disconnection raises, for good, and asks the service to stop. While a connect is
+    /// under way the request waits for it: a service that has taken the connection would otherwise never hear it.
+    void stopService(std::uint16_t seq);
+
+    /// Nobody is left to talk to: notifications that have arrived and were not delivered are dropped.
+    void noteServiceGone();
+
     /// Sends the six identity texts.
     void _setKORUInfoNotify();
 
-    /// Sends one packet: on the loop thread, or at once when no thread runs the loop.
-    void send(std::uint16_t cmdType, std::uint16_t seq, OBufList payload);
-
-    /// Nobody is left to read: what send has queued and the loop thread has not reached yet is not sent any more, and
-    /// what has come from the service and not been told is not told any more.
-    void noteServiceGone() { mServiceGone = true; }
-
-    /// Silences the errors that the coming disconnection raises, for good.
-    void endSession();
-
     std::uint32_t getPlayerState() const { return playerState.load(); }
+
+    Connection connection() const { return mConnection.load(); }
 
     /// See SourceName::lend.
     const char* lendPhoneName() { return phoneName.lend(); }
@@ -66,30 +62,40 @@ public:
     void onPacket(const CtrlPacketHeader* header, const std::uint8_t* payload, std::uint32_t length) override;
 
 private:
-    using NotifyHandler = void (QuPCAudioMessage::*)(const std::uint8_t* payload, std::uint32_t length);
+    using NotifyHandler = void (QuPCAudioMessage::*)(const KeyValueData& data);
     static NotifyHandler notifyHandler(const std::string& key);
 
     void dispatchNotify(const std::uint8_t* payload, std::uint32_t length);
-    void handlePlayerState(const std::uint8_t* payload, std::uint32_t length);
-    void handleFirstPCM(const std::uint8_t* payload, std::uint32_t length);
-    void handleBufferStart(const std::uint8_t* payload, std::uint32_t length);
-    void handleBufferEnd(const std::uint8_t* payload, std::uint32_t length);
-    void handlePhoneName(const std::uint8_t* payload, std::uint32_t length);
-    void handleChangeMode(const std::uint8_t* payload, std::uint32_t length);
+    void handlePlayerState(const KeyValueData& data);
+    void handleFirstPCM(const KeyValueData& data);
+    void handleBufferStart(const KeyValueData& data);
+    void handleBufferEnd(const KeyValueData& data);
+    void handlePhoneName(const KeyValueData& data);
+    void handleChangeMode(const KeyValueData& data);
+
+    /// The only place where the connection's state changes. Under mMutex.
+    void change(ConnectionEvent event);
+    bool beginConnect();
+    void connectionIsReadable();
+    void connectFailed(std::int32_t status);
+
+    /// Queues one packet behind everything queued before it. Under mMutex, which decides the order; the caller finishes it
+    /// after that, without the lock.
+    LoopEntry::CallPtr queuePacket(std::uint16_t cmdType, std::uint16_t seq, OBufList payload);
+    /// The session's own next notification; takes its number only when it has been queued.
+    LoopEntry::CallPtr queueNotify(OBufList payload);
 
     void reportEvent(int event, int value);
     void reportError(int code, int value);
-    AudioServiceParam currentParams();
+    void callHost(void (*callback)(int, int), int first, int second);
 
     std::atomic<std::uint32_t> playerState{SONVIA_STATE_UNKNOWN};
     SourceName phoneName;
-    std::mutex mParamsMutex; ///< guards params; never held across a host callback or a libuv call
+    /// Guards all below, and decides the order of sends; never held across a host callback or a libuv call.
+    OMutex mMutex;
     AudioServiceParam params = {};
-    std::atomic<bool> connected{false};
-    std::atomic<std::uint32_t> notifySequence{0};
-    std::atomic<bool> mEnding{false};
-    std::atomic<bool> mServiceGone{false};
-    /// Sends the stop that came while a connect was under way: a service that has taken the connection would otherwise
-    /// never hear of it. Where libuv may be entered.
-    std::function<void()> mHeldStop;
+    std::uint32_t notifySequence = 0;
+    std::atomic<Connection> mConnection{
+        Connection::kIdle};                 ///< read without the lock where nothing else matters
+    std::optional<std::uint16_t> mHeldStop; ///< sequence number of the stop that waits for the connect
 };

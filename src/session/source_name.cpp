@@ -3,6 +3,7 @@
 #include "platform/thread_id.h"
 
 #include <algorithm>
+#include <mutex>
 #include <utility>
 
 void SourceName::set(std::string name) {

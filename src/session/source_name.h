@@ -1,9 +1,10 @@
 #pragma once
 
+#include "transport/mutex.h"
+
 #include <cstdint>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <string>
 
 /// The phone's name: replaced on the loop thread while host threads hold plain pointers to its text.
@@ -25,7 +26,7 @@ private:
         std::shared_ptr<const std::string> name;
     };
 
-    std::mutex mMutex;
+    OMutex mMutex;
     std::shared_ptr<const std::string> mName = std::make_shared<const std::string>();
     std::list<Lease> mLeases; ///< the latest reader first
 };

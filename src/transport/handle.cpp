@@ -30,14 +30,15 @@ void OBaseHandle::closeCb(uv_handle_t* closed) {
 }
 
 void OBaseHandle::releaseOnDestruction() {
-    if (mLoop != nullptr && mLoop->runState.load() == OUVLoop::kRunning &&
-        mLoop->threadId.load() == platform::currentThreadId()) {
-        if (handle() != nullptr) {
-            abandonHandle();
-        }
-        return;
+    const bool onLoopThread = mLoop != nullptr && mLoop->runState.load() == OUVLoop::kRunning &&
+                              mLoop->threadId.load() == platform::currentThreadId();
+    // libuv lists the handles of a loop. One that vanishes before the loop ran would be met there by the loop's end.
+    const bool loopNeverRan = mLoop != nullptr && mLoop->threadId.load() == 0;
+    if (!onLoopThread && !loopNeverRan) {
+        releaseHandle();
+    } else if (handle() != nullptr) {
+        abandonHandle();
     }
-    releaseHandle();
 }
 
 void OBaseHandle::abandonHandle() {

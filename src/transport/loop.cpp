@@ -6,8 +6,10 @@
 #include "transport/loop_log.h"
 
 #include <cstdlib>
+#include <memory>
 #include <mutex>
 #include <new>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -18,12 +20,24 @@ constexpr int kConstructorLine = 20;
 constexpr int kDestructorLine = 39;
 
 template <typename T>
-T* allocateZeroed() {
-    void* memory = std::calloc(1, sizeof(T));
+using MallocPtr = std::unique_ptr<T, void (*)(void*)>;
+
+template <typename T>
+MallocPtr<T> allocateZeroed() {
+    MallocPtr<T> memory(static_cast<T*>(std::calloc(1, sizeof(T))), std::free);
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
-    return static_cast<T*>(memory);
+    return memory;
+}
+
+void require(int result, const char* call) {
+    if (result == UV_ENOMEM) {
+        throw std::bad_alloc();
+    }
+    if (result != 0) {
+        throw std::system_error(-result, std::generic_category(), call);
+    }
 }
 
 // Made once, whichever threads ask, together with everything that libuv sets up once for a process: two hosts'
@@ -35,6 +49,17 @@ uv_loop_t* defaultLoop() {
         return uv_default_loop();
     }();
     return kLoop;
+}
+
+bool hasClosingHandle(uv_loop_t* loop) {
+    bool found = false;
+    uv_walk(
+        loop,
+        [](uv_handle_t* handle, void* result) {
+            *static_cast<bool*>(result) = *static_cast<bool*>(result) || uv_is_closing(handle) != 0;
+        },
+        &found);
+    return found;
 }
 
 /// One more for as long as it lives, also when an exception ends that.
@@ -53,21 +78,31 @@ private:
 
 } // namespace
 
-OUVLoop::OUVLoop() : loop(allocateZeroed<uv_loop_t>()), asyncHandle(allocateZeroed<uv_async_t>()) {
+OUVLoop::OUVLoop() : mShutdownTask(1, [this] { shutdown(); }), mEntry([this] { wakeUp(); }) {
     logLoopLine(kLogDebug, kLogTagDefault, "[%s:%d]OUVLoop", "OUVLoop::OUVLoop", kConstructorLine);
     defaultLoop();
-    uv_loop_init(loop);
-    asyncHandle->data = this;
-    uv_async_init(loop, asyncHandle, onAsync);
+    MallocPtr<uv_loop_t> madeLoop = allocateZeroed<uv_loop_t>();
+    MallocPtr<uv_async_t> madeAsync = allocateZeroed<uv_async_t>();
+    require(uv_loop_init(madeLoop.get()), "uv_loop_init");
+    madeAsync->data = this;
+    if (const int result = uv_async_init(madeLoop.get(), madeAsync.get(), onAsync); result != 0) {
+        uv_loop_close(madeLoop.get());
+        require(result, "uv_async_init");
+    }
+    loop = madeLoop.release();
+    asyncHandle = madeAsync.release();
 }
 
 OUVLoop::~OUVLoop() {
     logLoopLine(kLogDebug, kLogTagDefault, "[%s:%d]~OUVLoop", "OUVLoop::~OUVLoop", kDestructorLine);
-    // A loop that was never stopped still has its wake-up handle. libuv keeps a list of its loops, so that
-    // handle is closed first: uv_loop_close would refuse, and the list would point at freed memory.
-    if (uv_is_closing(reinterpret_cast<uv_handle_t*>(asyncHandle)) == 0) {
+    // A loop that was never stopped still has its wake-up handle, and perhaps a pipe that was destroyed before any thread
+    // ran the loop. libuv keeps a list of its loops and each loop one of its handles, so these are closed first:
+    // uv_loop_close would refuse, and the lists would point at freed memory.
+    if (!mStopped.load()) {
         uv_close(reinterpret_cast<uv_handle_t*>(asyncHandle), nullptr);
-        uv_run(loop, UV_RUN_NOWAIT);
+        while (hasClosingHandle(loop)) {
+            uv_run(loop, UV_RUN_ONCE);
+        }
     }
     uv_loop_close(loop);
     if (loop != defaultLoop()) {
@@ -81,70 +116,91 @@ bool OUVLoop::onLoopThread() const {
 }
 
 bool OUVLoop::run(const std::function<void()>& onEntered) {
-    {
-        const std::lock_guard direct(mDirectMutex);
-        // A loop that was stopped has no wake-up any more: it would accept a stop that never comes through.
-        if (runState.load() != kNotRunning ||
-            uv_is_closing(reinterpret_cast<uv_handle_t*>(asyncHandle)) != 0) {
-            return false;
-        }
-        threadId = platform::currentThreadId();
-        runState.exchange(kRunning);
+    if (runState.load() != kNotRunning) { // perhaps on this very thread, which could not enter once more
+        return false;
     }
+    mEntry.enter();
+    // A loop that was stopped has no wake-up any more: it would accept a stop that never comes through.
+    if (runState.load() != kNotRunning || mStopped.load()) {
+        mEntry.leave();
+        return false;
+    }
+    threadId = platform::currentThreadId();
+    runState.exchange(kRunning);
     if (onEntered) {
         onEntered();
     }
+    mHasBegun = true;
+    mEntry.wakeWaiters();
     uv_run(loop, UV_RUN_DEFAULT);
     runState.exchange(kNotRunning);
+    mEntry.setRefusing(false);
+    mEntry.leave();
     return true;
 }
 
 std::int32_t OUVLoop::stop() {
-    return post([self = shared_from_this()] { self->shutdown(); });
+    // Queued already by an earlier stop: nothing is added, and the loop thread is only woken once more.
+    return postNode(mShutdownTask) ? 0 : -1;
 }
 
 std::int32_t OUVLoop::post(std::function<void()> task) {
-    return tryPost(task) ? 0 : -1;
+    std::list<std::function<void()>> one;
+    one.push_back(std::move(task));
+    return postNode(one) ? 0 : -1;
 }
 
-void OUVLoop::dispatch(std::function<void()> call) {
-    if (onLoopThread()) {
-        // A handle that a callback opened behind the shutdown's walk would be closed by nobody.
-        if (runState.load() == kRunning) {
-            call();
+bool OUVLoop::dispatch(std::function<void()> call) {
+    if (mEntry.isInside()) {
+        // A handle that a callback opened after the shutdown's walk would leak.
+        if (runState.load() == kStopping) {
+            return false;
         }
-        return;
+        call();
+        return true;
     }
-    if (tryPost(call)) {
-        return;
+    const LoopEntry::CallPtr queued = mEntry.queue(std::move(call));
+    if (queued == nullptr) {
+        return false;
     }
-    {
-        const std::lock_guard direct(mDirectMutex);
-        if (runState.load() == kNotRunning) {
-            call();
-            return;
-        }
-    }
-    tryPost(call); // the loop has begun to run meanwhile; or it is stopping, and the call is dropped
+    mEntry.finish(queued);
+    return true;
 }
 
-// Moves `task` into the queue, or leaves it to the caller when the loop does not run.
-bool OUVLoop::tryPost(std::function<void()>& task) {
+void OUVLoop::finish(const LoopEntry::CallPtr& call) {
+    if (call != nullptr) {
+        mEntry.finish(call);
+    }
+}
+
+void OUVLoop::waitForRun() {
+    mEntry.waitUntil([this] { return mHasBegun.load(); });
+}
+
+bool OUVLoop::postNode(std::list<std::function<void()>>& one) {
     const CountedScope posting(mPosting);
     if (runState.load() != kRunning) {
         return false;
     }
     {
         const std::lock_guard guard(taskMutex);
-        tasks.push_back(std::move(task));
+        tasks.splice(tasks.end(), one);
     }
     uv_async_send(asyncHandle);
     return true;
 }
 
+void OUVLoop::wakeUp() {
+    const CountedScope posting(mPosting);
+    if (runState.load() == kRunning) {
+        uv_async_send(asyncHandle);
+    }
+}
+
 void OUVLoop::onAsync(uv_async_t* async) {
     auto* self = static_cast<OUVLoop*>(async->data);
-    std::deque<std::function<void()>> batch;
+    self->mEntry.runQueued();
+    std::list<std::function<void()>> batch;
     {
         const std::lock_guard guard(self->taskMutex);
         batch.swap(self->tasks);
@@ -153,7 +209,7 @@ void OUVLoop::onAsync(uv_async_t* async) {
         try {
             batch.front()();
         } catch (const std::bad_alloc&) {
-            // What the task was to do is lost; libuv, which called this, must not be thrown through.
+            // Must not throw: called from libuv. What the task was to do is lost.
             logLoopLine(kLogError, kLogTagDefault, "[%s:%d]out of memory", "OUVLoop::onAsync", __LINE__);
         }
         batch.pop_front();
@@ -181,14 +237,18 @@ void OUVLoop::shutdown() {
     if (runState.load() != kRunning) {
         return; // a second stop was queued before the first one ran
     }
-    uv_walk(loop, walkCb, this);
-    // Refuse new posts and let those under way finish before the handle that they wake is closed.
+    // Nothing is accepted from here on, and all that has been accepted is done while the handles are open.
+    mStopped = true;
     runState.exchange(kStopping);
+    mEntry.setRefusing(true);
+    mEntry.runQueued();
+    uv_walk(loop, walkCb, this);
+    // Let wake-ups under way finish before their handle is closed.
     while (mPosting.load() != 0) {
         std::this_thread::yield();
     }
     uv_close(reinterpret_cast<uv_handle_t*>(asyncHandle), nullptr);
-    std::deque<std::function<void()>> discarded;
+    std::list<std::function<void()>> discarded;
     {
         const std::lock_guard guard(taskMutex);
         discarded.swap(tasks);

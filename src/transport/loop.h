@@ -1,27 +1,27 @@
 #pragma once
 
+#include "transport/loop_entry.h"
 #include "transport/mutex.h"
 
 #include <uv.h>
 
 #include <atomic>
 #include <cstdint>
-#include <deque>
 #include <functional>
+#include <list>
 #include <memory>
-#include <mutex>
+#include <utility>
 
-/// One private libuv loop, the thread that runs it, and the only way into that thread: a task queue behind an
-/// async wake-up. Always held by a std::shared_ptr; every handle of the loop keeps a share of it.
-///
-/// libuv is entered by one thread at a time. While the loop runs that is the loop thread; other threads post.
-/// Before it runs and after it has ended it is whoever calls dispatch(), one caller after another.
+/// One private libuv loop, the thread that runs it, and the two ways in from other threads: tasks, which only the loop
+/// thread runs, and calls, which are made by whichever thread may enter libuv first (LoopEntry). Always held by a
+/// std::shared_ptr; every handle of the loop keeps a share of it.
 class OUVLoop : public std::enable_shared_from_this<OUVLoop> {
 public:
     enum RunState : std::int32_t { kNotRunning = 0, kRunning = 1, kStopping = 2 };
 
     /// Makes the libuv loop and its wake-up handle. The process's error mode and the C runtime's handlers,
-    /// which the first libuv loop of a process changes, are put back.
+    /// which the first libuv loop of a process changes, are put back. Throws std::bad_alloc or std::system_error when the
+    /// system refuses one of them.
     OUVLoop();
     virtual ~OUVLoop();
     OUVLoop(const OUVLoop&) = delete;
@@ -33,17 +33,42 @@ public:
     /// first event.
     bool run(const std::function<void()>& onEntered = {});
 
-    /// Queues the shutdown of the loop: closes every handle and ends run(). Any thread. 0, or -1 (and nothing
-    /// happens) when the loop is not running.
+    /// Queues the shutdown of the loop: closes every handle and ends run(). Any thread; needs no memory. 0, or -1 (and
+    /// nothing happens) when the loop is not running.
     std::int32_t stop();
 
     /// Queues `task` to be run on the loop thread, after everything posted before it. Any thread; never
     /// blocks. 0, or -1 when the loop is not running. A task that the shutdown overtakes is destroyed unrun.
     std::int32_t post(std::function<void()> task);
 
-    /// Runs `call` where libuv may be entered: at once on the loop thread, or when no thread runs the loop;
-    /// otherwise posted. Any thread. A loop that is stopping drops the call.
-    void dispatch(std::function<void()> call);
+    /// Makes `call` inside libuv: at once when the calling thread is inside, otherwise after every call queued before it.
+    /// It has been made on return, or will be: see LoopEntry::finish. Any thread. False, and `call` is not made, when the
+    /// loop is stopping. Throws std::bad_alloc when memory runs out, in `call` too.
+    bool dispatch(std::function<void()> call);
+
+    /// dispatch() in two steps, for callers whose own lock decides the order: only the first one belongs under a lock.
+    LoopEntry::CallPtr queue(std::function<void()> call) { return mEntry.queue(std::move(call)); }
+
+    void finish(const LoopEntry::CallPtr& call);
+
+    /// Runs code of the host's: on the loop thread libuv is free for other threads meanwhile. `code` must not throw.
+    template <typename Code>
+    void runOutside(Code code) {
+        const bool wasInside = mEntry.isInside();
+        if (wasInside) {
+            mEntry.leave();
+        }
+        code();
+        if (wasInside) {
+            mEntry.enter();
+        }
+    }
+
+    /// Waits until a thread has begun to run the loop and its `onEntered` has returned.
+    void waitForRun();
+
+    /// A loop that has been stopped accepts no handle any more: nothing would ever close it.
+    bool hasBeenStopped() const { return mStopped.load(); }
 
     uv_loop_t* uvLoop() const { return loop; }
 
@@ -51,24 +76,27 @@ public:
 
     /// Operating-system id of the thread that runs the loop; 0 before the first run.
     std::atomic<std::uint32_t> threadId{0};
-    uv_loop_t* const loop;
-    uv_async_t* const asyncHandle;
+    uv_loop_t* loop = nullptr;
+    uv_async_t* asyncHandle = nullptr;
     /// Guards `tasks`; held neither while a task runs nor across a libuv call.
     OMutex taskMutex;
-    std::deque<std::function<void()>> tasks;
+    std::list<std::function<void()>> tasks;
     std::atomic<std::int32_t> runState{kNotRunning};
 
 private:
     static void onAsync(uv_async_t* async);
     static void walkCb(uv_handle_t* handle, void* self);
-    bool tryPost(std::function<void()>& task);
+    /// Queues the one task of `one` and wakes the loop thread; false when the loop is not running.
+    bool postNode(std::list<std::function<void()>>& one);
+    void wakeUp();
     void shutdown();
 
     /// Threads between their test of runState and the end of their uv_async_send; the shutdown waits for
     /// them, because libuv allows no wake-up of a handle that is being closed.
     std::atomic<std::uint32_t> mPosting{0};
-    /// Held while a call is made directly, and while the loop goes from not running to running: so that a
-    /// direct call never overlaps with the loop thread. No libuv callback can run under it, since nothing
-    /// runs the loop then. Recursive: what is called directly may call dispatch() again.
-    std::recursive_mutex mDirectMutex;
+    std::atomic<bool> mHasBegun{false};
+    std::atomic<bool> mStopped{false};
+    /// The shutdown, until it is queued: a loop must end also when memory has run out.
+    std::list<std::function<void()>> mShutdownTask;
+    LoopEntry mEntry;
 };

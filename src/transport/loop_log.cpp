@@ -1,16 +1,19 @@
 #include "transport/loop_log.h"
 
+#include "transport/mutex.h"
+
 #include <array>
 #include <cstdarg>
 #include <cstdio>
+#include <memory>
 #include <mutex>
 #include <utility>
 
 namespace {
 
 struct SinkSlot {
-    std::mutex mutex;
-    LoopLogSink sink;
+    OMutex mutex;
+    std::shared_ptr<const LoopLogSink> sink; ///< shared: a line must not need memory for a copy of it
 };
 
 // Never destroyed: a loop thread may still log while the process runs its exit handlers.
@@ -19,7 +22,7 @@ SinkSlot& sinkSlot() {
     return slot;
 }
 
-LoopLogSink currentSink() {
+std::shared_ptr<const LoopLogSink> currentSink() {
     SinkSlot& slot = sinkSlot();
     const std::lock_guard guard(slot.mutex);
     return slot.sink;
@@ -28,9 +31,10 @@ LoopLogSink currentSink() {
 } // namespace
 
 void setLoopLogSink(LoopLogSink sink) {
+    auto next = sink ? std::make_shared<const LoopLogSink>(std::move(sink)) : nullptr;
     SinkSlot& slot = sinkSlot();
     const std::lock_guard guard(slot.mutex);
-    slot.sink = std::move(sink);
+    slot.sink.swap(next);
 }
 
 void logLoopLine(int level, const char* tag, const char* format, ...) {
@@ -39,8 +43,8 @@ void logLoopLine(int level, const char* tag, const char* format, ...) {
     va_start(arguments, format);
     std::vsnprintf(text.data(), text.size(), format, arguments);
     va_end(arguments);
-    if (const LoopLogSink sink = currentSink()) {
-        sink(level, tag, text.data());
+    if (const auto sink = currentSink(); sink != nullptr) {
+        (*sink)(level, tag, text.data());
     } else {
         writeLog(level, tag, "%s", text.data());
     }

@@ -1,5 +1,7 @@
 #include "transport/socket.h"
 
+#include "transport/loop_log.h"
+
 #include <algorithm>
 #include <mutex>
 #include <new>
@@ -11,8 +13,31 @@ namespace {
 /// for bytes that have arrived.
 constexpr std::size_t kMostRead = 65536;
 
+/// Must not throw: called from libuv.
+void noteLackOfMemory(const char* function, int line) {
+    logLoopLine(kLogError, kLogTagDefault, "[%s:%d]out of memory", function, line);
+}
+
 OBaseSocket* ownerOf(const uv_handle_t* handle) {
     return static_cast<OBaseSocket*>(static_cast<OBaseHandle*>(handle->data));
+}
+
+/// When memory runs out the request is left without bytes.
+void fill(OWriteReq& req, const OBufList& list) {
+    try {
+        req.views = list;
+        req.bufs.reserve(list.size());
+    } catch (const std::bad_alloc&) {
+        req.views.clear();
+        throw;
+    }
+    for (const OBufView& view : list) {
+        uv_buf_t buf = {};
+        buf.base = reinterpret_cast<char*>(view.data());
+        buf.len = static_cast<decltype(buf.len)>(view.length);
+        req.bufs.push_back(buf);
+    }
+    req.req.data = &req;
 }
 
 } // namespace
@@ -80,27 +105,29 @@ bool OBaseSocket::writeTo(uv_stream_t* stream, const OBufList& list) {
     if (stream == nullptr || list.empty() || uv_is_writable(stream) == 0) {
         return false;
     }
-    OWriteReq* req = acquireWriteReq();
-    for (const OBufView& view : list) {
-        uv_buf_t buf = {};
-        buf.base = reinterpret_cast<char*>(view.data());
-        buf.len = static_cast<decltype(buf.len)>(view.length);
-        req->bufs.push_back(buf);
-    }
-    req->views = list;
-    req->req.data = req;
+    OWriteReq* req = acquireWriteReq(list);
     const auto count = static_cast<unsigned int>(req->bufs.size());
-    if (uv_write(&req->req, stream, req->bufs.data(), count, writeCb) == 0) {
-        return true;
+    const int result = uv_write(&req->req, stream, req->bufs.data(), count, writeCb);
+    if (result != 0) {
+        recycle(req);
     }
-    recycle(req);
-    return false;
+    if (result == UV_ENOMEM) {
+        throw std::bad_alloc();
+    }
+    return result == 0;
 }
 
 void OBaseSocket::writeCb(uv_write_t* req, int status) {
     auto* write = static_cast<OWriteReq*>(req->data);
     if (write->owner != nullptr) {
-        write->owner->onWrite(write->views, status);
+        if (status < 0) {
+            write->owner->noteBroken();
+        }
+        try {
+            write->owner->onWrite(write->views, status);
+        } catch (const std::bad_alloc&) {
+            noteLackOfMemory("OBaseSocket::writeCb", __LINE__);
+        }
     }
     if (write->owner == nullptr) { // gone before, or in its own callback
         delete write;
@@ -109,18 +136,35 @@ void OBaseSocket::writeCb(uv_write_t* req, int status) {
     write->owner->recycle(write);
 }
 
-OWriteReq* OBaseSocket::acquireWriteReq() {
-    const std::lock_guard guard(writeMutex);
-    OWriteReq* req = nullptr;
-    if (freeWriteReqs.empty()) {
-        req = new OWriteReq;
-        activeWriteReqs.push_back(req);
-    } else {
-        req = freeWriteReqs.front();
-        activeWriteReqs.splice(activeWriteReqs.end(), freeWriteReqs, freeWriteReqs.begin());
+// Whatever memory is refused, the lists are as they were: the request becomes active when it is filled.
+OWriteReq* OBaseSocket::acquireWriteReq(const OBufList& list) {
+    std::list<OWriteReq*> taken;
+    {
+        const std::lock_guard guard(writeMutex);
+        if (!freeWriteReqs.empty()) {
+            taken.splice(taken.end(), freeWriteReqs, freeWriteReqs.begin());
+        }
     }
+    std::unique_ptr<OWriteReq> fresh;
+    if (taken.empty()) {
+        fresh = std::make_unique<OWriteReq>();
+        taken.push_back(fresh.get());
+    }
+    OWriteReq* req = taken.front();
+    try {
+        fill(*req, list);
+    } catch (const std::bad_alloc&) {
+        if (fresh == nullptr) {
+            const std::lock_guard guard(writeMutex);
+            freeWriteReqs.splice(freeWriteReqs.end(), taken);
+        }
+        throw;
+    }
+    static_cast<void>(fresh.release()); // the socket's from here on
     req->inUse = 1;
     req->owner = this;
+    const std::lock_guard guard(writeMutex);
+    activeWriteReqs.splice(activeWriteReqs.end(), taken);
     return req;
 }
 
@@ -152,7 +196,7 @@ void OBaseSocket::allocCb(uv_handle_t* handle, std::size_t suggestedSize, uv_buf
         buf->len = static_cast<decltype(buf->len)>(std::min<std::uint64_t>(view.length, size));
         owner->pendingReads.splice(owner->pendingReads.end(), lent);
     } catch (const std::bad_alloc&) {
-        *buf = {}; // libuv reports UV_ENOBUFS, as it does for a block that could not be had
+        *buf = {}; // libuv reports UV_ENOBUFS
     }
 }
 
@@ -161,17 +205,29 @@ void OBaseSocket::readCb(uv_stream_t* stream, ssize_t nread, const uv_buf_t* buf
     if (owner == nullptr) {
         return;
     }
+    try {
+        owner->handleRead(stream, nread, *buf);
+    } catch (const std::bad_alloc&) {
+        noteLackOfMemory("OBaseSocket::readCb", __LINE__);
+        uv_read_stop(stream); // bytes are missing: what follows them means nothing
+    }
+}
+
+void OBaseSocket::handleRead(uv_stream_t* stream, ssize_t nread, const uv_buf_t& buf) {
     if (nread == 0) {
-        owner->mUnfilled = buf->base;
-        owner->pauseReading(stream);
+        mUnfilled = buf.base;
+        pauseReading(stream);
+    }
+    if (nread < 0 && nread != UV_ENOBUFS) { // without a block to read into, the stream itself is well
+        noteBroken();
     }
     if (nread <= 0) {
-        owner->onError(static_cast<std::int32_t>(nread));
+        onError(static_cast<std::int32_t>(nread));
         return;
     }
-    OBufList list = owner->takePendingRead(buf->base);
+    OBufList list = takePendingRead(buf.base);
     list.front().setLength(static_cast<std::uint64_t>(nread));
-    owner->onRead(std::move(list), 0);
+    onRead(std::move(list), 0);
 }
 
 void OBaseSocket::pauseReading(uv_stream_t* stream) {
@@ -184,9 +240,9 @@ void OBaseSocket::pauseReading(uv_stream_t* stream) {
         return;
     }
     try {
-        mLoop->post([this, alive = std::weak_ptr<const bool>(mAlive)] {
-            if (!alive.expired() && mReadingPaused) {
-                readStart();
+        mLoop->post([this, alive = alive()] {
+            if (!alive.expired() && mReadingPaused && !readStart()) {
+                onError(UV_ENOTCONN);
             }
         });
     } catch (const std::bad_alloc&) {
@@ -194,8 +250,8 @@ void OBaseSocket::pauseReading(uv_stream_t* stream) {
     }
 }
 
-// libuv may have several buffers out; the one it filled is known by its first byte. Moved and not copied, because memory
-// that runs out must not be told by an exception here.
+// libuv may have several buffers out; the one it filled is known by its first byte. Moved and not copied: the bytes that
+// have arrived must not depend on memory that may be refused.
 OBufList OBaseSocket::takePendingRead(const char* base) {
     OBufList taken;
     const auto place = std::find_if(pendingReads.begin(), pendingReads.end(), [base](const OBufView& view) {

@@ -42,7 +42,7 @@ public:
     /// Hands the views to libuv in one write; they stay shared until it completes. The request pool is safe
     /// from any thread; libuv itself is entered on the caller's thread, so the caller must be where it may be
     /// entered (OUVLoop::dispatch). False when there is no writable stream or libuv refuses; no callback
-    /// follows then.
+    /// follows then. Throws std::bad_alloc when memory runs out; nothing has been written then.
     virtual bool write(const OBufList& list) = 0;
     virtual void onRead(OBufList list, std::int32_t status);
     /// End of stream or a read error: `status` is libuv's, 0 for a read of no bytes.
@@ -57,8 +57,14 @@ public:
     void setEventCallback(EventCallback callback);
 
 protected:
+    /// The stream has ended or failed; before onError. Loop thread.
+    virtual void noteBroken() {}
+
     /// The common part of write: pools a request, fills it from `list` and gives it to libuv.
     bool writeTo(uv_stream_t* stream, const OBufList& list);
+
+    /// Expires when this object goes: for what is posted or queued.
+    std::weak_ptr<const bool> alive() const { return mAlive; }
 
     static void allocCb(uv_handle_t* handle, std::size_t suggestedSize, uv_buf_t* buf);
     static void readCb(uv_stream_t* stream, ssize_t nread, const uv_buf_t* buf);
@@ -74,7 +80,9 @@ protected:
 
 private:
     static void writeCb(uv_write_t* req, int status);
-    OWriteReq* acquireWriteReq();
+    void handleRead(uv_stream_t* stream, ssize_t nread, const uv_buf_t& buf);
+    /// A request filled from `list`, among the active ones.
+    OWriteReq* acquireWriteReq(const OBufList& list);
     void recycle(OWriteReq* req);
     /// After a read of no bytes: stops reading, and has the loop start it again when it has seen to everything else.
     void pauseReading(uv_stream_t* stream);
@@ -82,5 +90,5 @@ private:
     OBufList takePendingRead(const char* base);
 
     const char* mUnfilled = nullptr; ///< the pending block that the last read left as it was
-    std::shared_ptr<const bool> mAlive = std::make_shared<const bool>(true); ///< for what is posted
+    std::shared_ptr<const bool> mAlive = std::make_shared<const bool>(true);
 };

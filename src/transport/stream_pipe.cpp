@@ -1,5 +1,8 @@
 #include "transport/stream_pipe.h"
 
+#include "platform/pipe_peer.h"
+#include "transport/loop_log.h"
+
 #include <array>
 #include <cstdlib>
 #include <new>
@@ -26,9 +29,10 @@ OStreamPipe::OStreamPipe(std::shared_ptr<OUVLoop> loop)
     : OBaseSocket(std::move(loop)), pipe(nullptr, std::free) {}
 
 OStreamPipe::~OStreamPipe() {
+    const bool connectInFlight = mLink.load() == Link::kConnecting;
     releaseOnDestruction();
     forgetPipe();
-    if (mConnectInFlight.load()) {
+    if (connectInFlight) {
         connectReq.release()->data = nullptr; // the pending callback frees it
     }
 }
@@ -37,6 +41,7 @@ OStreamPipe::~OStreamPipe() {
 void OStreamPipe::forgetPipe() {
     static_cast<void>(pipe.release());
     initialized = false;
+    mLink = Link::kNone;
 }
 
 uv_handle_t* OStreamPipe::handle() {
@@ -53,6 +58,7 @@ void OStreamPipe::onClosed() {
     }
     releaseHandle();
     initialized = false;
+    mLink = Link::kNone;
 }
 
 bool OStreamPipe::readStart() {
@@ -68,7 +74,7 @@ bool OStreamPipe::readStop() {
 bool OStreamPipe::write(const OBufList& list) {
     // Some systems make a pipe writable before its connect has been reported; bytes sent then would overtake
     // what the owner sends first.
-    return !mConnectInFlight.load() && writeTo(stream(), list);
+    return mLink.load() != Link::kConnecting && writeTo(stream(), list);
 }
 
 void OStreamPipe::init() {
@@ -82,48 +88,73 @@ void OStreamPipe::init() {
     uv_pipe_init(mLoop->uvLoop(), pipe.get(), 1);
     pipe->data = static_cast<OBaseHandle*>(this);
     initialized = true;
-    mConnectFailed = false;
+    mLink = Link::kNone;
 }
 
 bool OStreamPipe::connect(const std::string& name) {
-    if (mLoop == nullptr || connecting.exchange(true)) {
+    if (mLoop == nullptr || mLoop->hasBeenStopped() || connecting.exchange(true)) {
         return false;
     }
-    std::string fullName = (pipeNamePrefix.empty() ? kDefaultPipeNamePrefix : pipeNamePrefix) + name;
-    mLoop->dispatch([this, fullName = std::move(fullName)] { openConnection(fullName); });
-    return true;
+    bool accepted = false;
+    try {
+        std::string fullName = (pipeNamePrefix.empty() ? kDefaultPipeNamePrefix : pipeNamePrefix) + name;
+        accepted = mLoop->dispatch([this, alive = alive(), fullName = std::move(fullName)] {
+            if (!alive.expired()) {
+                openConnection(fullName);
+            }
+        });
+    } catch (const std::bad_alloc&) {
+        connecting = false;
+        throw;
+    }
+    if (!accepted) {
+        connecting = false;
+    }
+    return accepted;
 }
 
+// When memory runs out, `connecting` falls and libuv has not been asked.
 void OStreamPipe::openConnection(const std::string& fullName) {
-    // libuv tries a pipe once: on Windows it calls one that has failed busy ever after, elsewhere it connects it
-    // and then neither reads nor writes.
-    if (mConnectFailed && pipe != nullptr) {
-        abandonHandle();
-        forgetPipe();
-    }
-    init();
-    if (connectReq == nullptr) {
-        connectReq = std::make_unique<uv_connect_t>();
+    try {
+        if (mLink.load() == Link::kHealthy && !hasPeer()) {
+            mLink = Link::kUsedUp;
+        }
+        if (mLink.load() == Link::kHealthy) {
+            // Another thread asked for this connection in the moment in which an earlier one completed.
+            completeLater(fullName == mConnectedName ? 0 : UV_EISCONN);
+            return;
+        }
+        if (connectReq == nullptr) {
+            connectReq = std::make_unique<uv_connect_t>();
+        }
+        mConnectedName = fullName;
+        if (mLink.load() == Link::kUsedUp && pipe != nullptr) {
+            abandonHandle();
+            forgetPipe();
+        }
+        init();
+        if (pipe == nullptr) {
+            throw std::bad_alloc();
+        }
+    } catch (const std::bad_alloc&) {
+        connecting = false;
+        throw;
     }
     *connectReq = {};
     connectReq->data = this;
-    if (pipe == nullptr) {
-        // Elsewhere the caller holds the loop's lock, and no callback may run under that.
-        if (!mLoop->onLoopThread()) {
-            connecting = false;
-            throw std::bad_alloc();
-        }
-        finishConnection(connectReq.get(), UV_ENOMEM);
-        return;
-    }
-    // Another thread asked for this connection in the moment in which an earlier one completed. libuv would
-    // answer with an error, and the owner would take a good connection for a failed one.
-    if (uv_is_writable(stream()) != 0) {
-        finishConnection(connectReq.get(), 0);
-        return;
-    }
-    mConnectInFlight = true;
+    mLink = Link::kConnecting;
     uv_pipe_connect(connectReq.get(), pipe.get(), fullName.c_str(), connectCb);
+}
+
+void OStreamPipe::completeLater(std::int32_t status) {
+    const auto complete = [this, alive = alive(), status] {
+        if (!alive.expired()) {
+            finishConnection(connectReq.get(), status);
+        }
+    };
+    if (mLoop->post(complete) != 0) {
+        complete(); // this is the loop thread, which is stopping
+    }
 }
 
 void OStreamPipe::connectCb(uv_connect_t* req, int status) {
@@ -132,14 +163,31 @@ void OStreamPipe::connectCb(uv_connect_t* req, int status) {
         delete req;
         return;
     }
-    owner->mConnectInFlight = false;
-    owner->mConnectFailed = status != 0;
-    owner->finishConnection(req, status);
+    owner->mLink = status == 0 ? Link::kHealthy : Link::kUsedUp;
+    try {
+        owner->finishConnection(req, status);
+    } catch (const std::bad_alloc&) {
+        // Must not throw: called from libuv.
+        logLoopLine(kLogError, kLogTagDefault, "[%s:%d]out of memory", "OStreamPipe::connectCb", __LINE__);
+    }
 }
 
 void OStreamPipe::finishConnection(uv_connect_t* req, std::int32_t status) {
     connecting = false;
     onConnect(req, status);
+}
+
+// Asked of the system: who does not read does not hear that the peer has gone.
+bool OStreamPipe::hasPeer() const {
+    uv_os_fd_t end = {};
+    return uv_fileno(reinterpret_cast<const uv_handle_t*>(pipe.get()), &end) == 0 &&
+           platform::pipeHasPeer(end);
+}
+
+void OStreamPipe::noteBroken() {
+    if (mLink.load() == Link::kHealthy) {
+        mLink = Link::kUsedUp;
+    }
 }
 
 void OStreamPipe::onConnect(uv_connect_t* /*req*/, std::int32_t status) {
@@ -155,6 +203,8 @@ bool OStreamPipe::accept(uv_stream_t* server) {
     }
     pipe->data = static_cast<OBaseHandle*>(this);
     const int result = uv_accept(server, stream());
+    mLink = result == 0 ? Link::kHealthy : Link::kNone;
+    mConnectedName.clear(); // never asked for: a connect would be for another peer
     onAccept(result);
     return result == 0;
 }

@@ -29,8 +29,9 @@ public:
 
     /// Starts to connect to pipe prefix + `name`. Any thread: whether a connection may be started is decided
     /// here and now, the libuv calls are made where libuv may be entered. False while an earlier connect is
-    /// under way (or without a loop); otherwise true, and onConnect brings the result. A pipe that turns out
-    /// to be connected already completes with 0.
+    /// under way, without a loop and when the loop has been stopped; otherwise true, and onConnect brings the result, for
+    /// which the loop must run. A healthy connection to the same name completes with 0, one to another name with
+    /// UV_EISCONN; both stay as they are. Throws std::bad_alloc, and then no connect is under way.
     virtual bool connect(const std::string& name);
     /// A connect has completed; 0 or a negative libuv error. Loop thread.
     virtual void onConnect(uv_connect_t* req, std::int32_t status);
@@ -45,21 +46,29 @@ public:
     static std::string pipeNamePrefix;
 
 protected:
+    void noteBroken() override;
+
     std::unique_ptr<uv_pipe_t, void (*)(void*)> pipe; ///< null until init and after close
     std::unique_ptr<uv_connect_t> connectReq;         ///< made by the first connect, reused by later ones
     std::atomic<bool> connecting{false};
     bool initialized = false;
 
 private:
+    /// What libuv knows of a connection of the current pipe. A pipe is tried once: on Windows libuv calls one that has
+    /// failed busy ever after, elsewhere it connects it and then neither reads nor writes.
+    enum class Link : std::uint8_t { kNone, kConnecting, kHealthy, kUsedUp };
+
     static void connectCb(uv_connect_t* req, int status);
     void openConnection(const std::string& fullName);
+    /// Has the loop thread report the end of a connect that libuv was not asked for.
+    void completeLater(std::int32_t status);
     void finishConnection(uv_connect_t* req, std::int32_t status);
     void forgetPipe();
+    bool hasPeer() const;
 
     uv_stream_t* stream() const { return reinterpret_cast<uv_stream_t*>(pipe.get()); }
 
-    /// libuv holds connectReq. `connecting` does not tell that: it is set before the loop thread has begun.
-    std::atomic<bool> mConnectInFlight{false};
-    /// The last connect of this libuv pipe has failed, and libuv would refuse another. Loop thread.
-    bool mConnectFailed = false;
+    /// Changed where libuv may be entered.
+    std::atomic<Link> mLink{Link::kNone};
+    std::string mConnectedName; ///< the full name of the current link
 };

@@ -2,7 +2,7 @@
 
 DirectHandle::DirectHandle() {
     handle->loop = std::make_shared<OUVLoop>();
-    handle->session = std::make_unique<QuPCAudioMessage>(handle->loop);
+    handle->session = std::make_unique<DirectSession::Session>(handle->loop);
     handle->session->setStream(&stream);
 }
 

@@ -1,11 +1,8 @@
 #include "api/life_cycle.h"
-#include "support/wait.h"
 #include "unit/protocol/log_lines.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <future>
 #include <memory>
 #include <thread>
 
@@ -21,20 +18,17 @@ LogLine warning(const std::string& text) {
 
 TEST(ThreadFun, EndsWithAWarningWithoutALoop) {
     LogCapture log;
-    int started = 0;
-    ThreadFun(nullptr, [&started] { ++started; });
+    ThreadFun(nullptr);
     EXPECT_EQ(log.lines(kTag), (std::vector<LogLine>{warning("loop is NULL")}));
-    EXPECT_EQ(started, 1);
 }
 
 TEST(ThreadFun, RunsTheLoopUntilItIsStopped) {
     const auto loop = std::make_shared<OUVLoop>();
     LogCapture log;
-    std::promise<void> started;
-    std::thread thread([&] { ThreadFun(loop, [&started] { started.set_value(); }); });
-    started.get_future().wait();
+    std::thread thread([&] { ThreadFun(loop); });
+    loop->waitForRun();
     EXPECT_EQ(loop->runState.load(), OUVLoop::kRunning);
-    EXPECT_EQ(loop->stop(), 0); // accepted as soon as `started` has been called
+    EXPECT_EQ(loop->stop(), 0); // accepted from then on
     thread.join();
     EXPECT_EQ(log.lines(kTag),
               (std::vector<LogLine>{warning("SonviaPCDll begin run"), warning("SonviaPCDll will out run")}));
@@ -43,29 +37,25 @@ TEST(ThreadFun, RunsTheLoopUntilItIsStopped) {
 
 TEST(ThreadFun, EndsWithAWarningWhenTheLoopRunsAlready) {
     const auto loop = std::make_shared<OUVLoop>();
-    std::promise<void> started;
-    std::thread thread([&] { loop->run([&started] { started.set_value(); }); });
-    started.get_future().wait();
+    std::thread thread([&] { loop->run(); });
+    loop->waitForRun();
     LogCapture log;
-    int second = 0;
-    ThreadFun(loop, [&second] { ++second; });
+    ThreadFun(loop);
     EXPECT_EQ(log.lines(kTag), (std::vector<LogLine>{warning("SonviaPCDll is running")}));
-    EXPECT_EQ(second, 1);
     loop->stop();
     thread.join();
 }
 
-TEST(ThreadFun, WhoeverRacesForTheLoopHearsThatItStarted) {
+TEST(ThreadFun, OfTwoThreadsThatRaceForTheLoopOneRunsIt) {
     LogCapture quiet;
     for (int round = 0; round < 200; ++round) {
         const auto loop = std::make_shared<OUVLoop>();
-        std::atomic<int> started{0};
         std::vector<std::thread> threads;
         for (int thread = 0; thread < 2; ++thread) {
-            threads.emplace_back([&] { ThreadFun(loop, [&started] { ++started; }); });
+            threads.emplace_back([&] { ThreadFun(loop); });
         }
-        EXPECT_TRUE(support::eventually([&started] { return started.load() == 2; }));
-        loop->stop();
+        loop->waitForRun();
+        EXPECT_EQ(loop->stop(), 0);
         for (std::thread& thread : threads) {
             thread.join();
         }
@@ -87,10 +77,10 @@ TEST(ThreadFun, StartingTheThreadTwiceStartsOne) {
     AudioServiceHandle handle;
     handle.loop = std::make_shared<OUVLoop>();
     ASSERT_TRUE(startLoopThread(handle));
-    const std::thread::id first = handle.loopThread->get_id();
+    const platform::Thread* first = handle.loopThread.get();
     EXPECT_EQ(handle.loop->runState.load(), OUVLoop::kRunning); // a stop would be accepted
     ASSERT_TRUE(startLoopThread(handle));
-    EXPECT_EQ(handle.loopThread->get_id(), first);
+    EXPECT_EQ(handle.loopThread.get(), first);
     handle.loop->stop();
     handle.loopThread->join();
     EXPECT_EQ(log.lines(kTag).size(), 2U);

@@ -82,23 +82,15 @@ AudioServiceParam paramWithTexts() {
     return param;
 }
 
-OBufList oneInt(const std::string& key, std::uint32_t value) {
-    OBufList payload;
-    CtrlProtocol::KeyValueBuf().addInt(key, value).finish(payload);
-    return payload;
-}
-
 } // namespace
 
 TEST(ProtocolPage, EverySentPacketHasTheBytesOfThePage) {
     std::map<std::string, Bytes> page = workedBytes();
     CapturedSession session;
 
-    session.send(kCommandNotify, 0, {});
+    session.sendCommand(kCommandNotify, 0, {});
     EXPECT_EQ(session.sent, page["Notify with an empty payload, sequence number 0"]);
-    session.send(kCommandStopPCAudioZLK, 1, oneInt("StopSonviaAudioService", SONVIA_NOTIFY_STOP_SERVICE));
-    EXPECT_EQ(session.sent, page["Stop, sequence number 1"]);
-    session.send(kCommandNotify, 2, oneInt("exitAudioProjection", SONVIA_NOTIFY_EXIT_PROJECTION));
+    session.endProjection(2);
     EXPECT_EQ(session.sent, page["End of the projection, sequence number 2"]);
 
     ASSERT_TRUE(session.init(paramWithTexts()));
@@ -108,6 +100,10 @@ TEST(ProtocolPage, EverySentPacketHasTheBytesOfThePage) {
         page[R"(Device information with the texts "a", "b", "d", "m", "s" and "p", sequence number 0)"]);
     ASSERT_TRUE(session.setAccountID("abc"));
     EXPECT_EQ(session.sent, page[R"(Account id "abc", sequence number 1)"]);
+
+    CapturedSession ending;
+    ending.stopService(1);
+    EXPECT_EQ(ending.sent, page["Stop, sequence number 1"]);
 }
 
 TEST(ProtocolPage, AReceivedPacketDoesWhatThePageSays) {

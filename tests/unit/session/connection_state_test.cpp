@@ -97,14 +97,6 @@ TEST_F(ConnectionState, EveryOtherCodeIsAStreamError) {
     }
 }
 
-TEST_F(ConnectionState, MemoryThatRunsOutOnTheWayToTheHostIsAStreamError) {
-    connected();
-    LogCapture quiet;
-    Host::whenEvent([](int, int) { throw std::bad_alloc(); });
-    direct.session.onRead(chainOf(notify(wire::intEntry("change-mode", 7))), 0);
-    EXPECT_EQ(Host::errors(), (Calls{{-3, int{UV_ENOMEM}}}));
-}
-
 TEST_F(ConnectionState, WithoutAConnectionAStreamErrorIsOnlyLogged) {
     LogCapture log;
     direct.session.onError(UV_EOF);
@@ -121,7 +113,7 @@ TEST_F(ConnectionState, WithoutACallbackAStreamErrorIsOnlyLogged) {
 
 TEST_F(ConnectionState, StreamErrorAfterTheSessionEndedIsOnlyLogged) {
     connected();
-    direct.session.endSession();
+    direct.session.stopService(1);
     LogCapture log;
     direct.session.onError(UV_EOF);
     direct.session.onError(UV_EPIPE);
@@ -131,7 +123,7 @@ TEST_F(ConnectionState, StreamErrorAfterTheSessionEndedIsOnlyLogged) {
 
 TEST_F(ConnectionState, AConnectThatCompletesAfterTheSessionEndedDoesNotBreakTheSilence) {
     connected();
-    direct.session.endSession();
+    direct.session.stopService(1);
     direct.session.onConnect(nullptr, 0);
     direct.session.onError(UV_EOF);
     EXPECT_TRUE(Host::errors().empty());

@@ -61,7 +61,7 @@ TEST_F(Session, NothingOvertakesTheDeviceInformation) {
     pipe.listen();
     ASSERT_TRUE(pipe.session->init(Host::record()));
     EXPECT_TRUE(pipe.session->setAccountID("early"));
-    pipe.session->send(34, 77, {});
+    pipe.session->endProjection(77);
     pipe.runLoop();
     const std::vector<wire::Packet> packets = pipe.waitForPackets(1);
     ASSERT_EQ(packets.size(), 1U);
@@ -150,8 +150,7 @@ TEST_F(Session, AfterALostConnectionTheNextRecordIsTakenAndNoConnectionIsMade) {
 
 TEST_F(Session, AStreamErrorAfterTheEndOfTheSessionProducesNoCallback) {
     connect();
-    pipe.session->endSession();
-    pipe.session->send(8193, 1, {});
+    pipe.session->stopService(1);
     pipe.peer->disconnect();
     ASSERT_TRUE(pipe.waitForStreamErrors(1));
     EXPECT_TRUE(Host::errors().empty());
@@ -239,8 +238,7 @@ TEST_F(Session, AStopThatComesBeforeTheConnectIsDoneFollowsTheDeviceInformation)
     support::PipePeer& service = hasty.listen();
     ASSERT_TRUE(hasty.session->init(Host::record()));
     ASSERT_TRUE(service.waitForConnections(1)); // the service has taken it, the session has not heard of that
-    hasty.session->endSession();
-    hasty.session->send(kStop, 1, {});
+    hasty.session->stopService(1);
     hasty.runLoop();
     const std::vector<wire::Packet> packets = hasty.waitForPackets(2);
     ASSERT_EQ(packets.size(), 2U);

@@ -54,11 +54,23 @@ wire::Bytes notify(const wire::Bytes& payload);
 struct DirectSession {
     DirectSession() { session.setStream(&stream); }
 
+    /// As if libuv read from it.
+    struct Session : QuPCAudioMessage {
+        using QuPCAudioMessage::QuPCAudioMessage;
+
+        bool connect(const std::string& name) override { return connects || QuPCAudioMessage::connect(name); }
+
+        bool readStart() override { return readable; }
+
+        bool connects = false; ///< a connect is accepted and never completes
+        bool readable = true;
+    };
+
     void receive(const wire::Bytes& payload, std::uint16_t cmdType = 34);
 
     RecordingSocket stream;
     std::shared_ptr<OUVLoop> loop = std::make_shared<OUVLoop>();
-    QuPCAudioMessage session{loop};
+    Session session{loop};
 };
 
 /// A session on a loop thread and a pipe name of its own.

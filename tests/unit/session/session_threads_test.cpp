@@ -159,7 +159,7 @@ TEST(SessionThreads, EveryCallAtOnceFromFourThreadsWhileNotificationsArrive) {
                 pipe.session->setAccountID("someone");
                 pipe.session->getPlayerState();
                 pipe.session->lendPhoneName();
-                pipe.session->send(34, 5, {});
+                pipe.session->endProjection(5);
             }
         });
     }
@@ -182,7 +182,7 @@ TEST(SessionThreads, WhatHasComeAtOnceIsNotToldOnceTheServiceHasGone) {
     Host host;
     DirectSession direct;
     LogCapture quiet;
-    direct.session.take(Host::record());
+    direct.session.init(Host::record());
     Host::whenEvent([&](int, int value) {
         if (value == 2) {
             direct.session.noteServiceGone();
@@ -194,20 +194,4 @@ TEST(SessionThreads, WhatHasComeAtOnceIsNotToldOnceTheServiceHasGone) {
     }
     direct.session.onRead(chainOf(bytes), 0);
     EXPECT_EQ(Host::events(), (std::vector<Host::Call>{{200006, 0}, {200006, 1}, {200006, 2}}));
-}
-
-TEST(SessionThreads, WhatIsStillQueuedWhenNobodyIsLeftToReadIsNotSent) {
-    DirectSession direct;
-    LogCapture quiet;
-    std::promise<void> begun;
-    std::promise<void> held;
-    std::thread loopThread([&] { direct.loop->run([&begun] { begun.set_value(); }); });
-    begun.get_future().wait();
-    direct.loop->dispatch([future = held.get_future().share()] { future.wait(); });
-    EXPECT_TRUE(direct.session.setAccountID("queued"));
-    direct.session.noteServiceGone();
-    held.set_value();
-    EXPECT_EQ(direct.loop->stop(), 0);
-    loopThread.join();
-    EXPECT_TRUE(direct.stream.packets().empty());
 }

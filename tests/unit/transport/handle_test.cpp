@@ -106,14 +106,14 @@ TEST(Handle, DestroyedOnAnotherThreadIsReleasedWithoutClosing) {
     discardTimer(*loop.loop(), timer);
 }
 
-TEST(Handle, DestroyedBeforeTheLoopRanIsReleasedWithoutClosing) {
+// Freed as it stands, it would be met by the end of the loop, which libuv's list of handles leads there.
+TEST(Handle, DestroyedBeforeTheLoopRanIsClosedAndFreedByTheEndOfTheLoop) {
     LoopThread loop;
-    uv_timer_t* timer = newTimer(*loop.loop());
+    uv_timer_t* timer = newTimer(*loop.loop()); // freed by the close, as the address sanitizer sees
     FakeHandleRecord record;
     std::make_unique<FakeHandle>(loop.loop(), timer, record).reset();
-    EXPECT_EQ(record.steps, Steps({"release"}));
-    EXPECT_EQ(uv_is_closing(asHandle(timer)), 0);
-    discardTimer(*loop.loop(), timer);
+    EXPECT_EQ(record.steps, Steps({"close"}));
+    EXPECT_NE(uv_is_closing(asHandle(timer)), 0);
 }
 
 TEST(Handle, DestroyedAfterTheLoopStoppedIsReleasedWithoutClosing) {

@@ -1,0 +1,11 @@
+#include "platform/pipe_peer.h"
+
+#include <windows.h>
+
+namespace platform {
+
+bool pipeHasPeer(PipeEnd end) {
+    return PeekNamedPipe(end, nullptr, 0, nullptr, nullptr, nullptr) != FALSE;
+}
+
+} // namespace platform

@@ -1,0 +1,141 @@
+#include "transport/loop_entry.h"
+
+#include "platform/thread_id.h"
+#include "transport/loop_log.h"
+
+#include <chrono>
+#include <exception>
+#include <mutex>
+#include <new>
+#include <utility>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// The loop thread is never far: it waits for events or handles one. A host must not be kept longer by what does not
+/// concern it.
+constexpr std::chrono::milliseconds kLongestWait{50};
+
+} // namespace
+
+LoopEntry::LoopEntry(std::function<void()> wakeLoop) : mWakeLoop(std::move(wakeLoop)) {}
+
+void LoopEntry::enter() {
+    const std::lock_guard guard(mMutex);
+    while (mInside.load() != 0) {
+        mChanged.wait(mMutex);
+    }
+    mInside = platform::currentThreadId();
+}
+
+void LoopEntry::leave() {
+    const std::lock_guard guard(mMutex);
+    mInside = 0;
+    mChanged.notifyAll();
+}
+
+bool LoopEntry::isInside() const {
+    return mInside.load() == platform::currentThreadId();
+}
+
+LoopEntry::CallPtr LoopEntry::queue(std::function<void()> call) {
+    std::list<CallPtr> one(1, std::make_shared<Call>());
+    CallPtr queued = one.front();
+    queued->run = std::move(call);
+    const std::lock_guard guard(mMutex);
+    if (mRefusing) {
+        return nullptr;
+    }
+    mCalls.splice(mCalls.end(), one);
+    return queued;
+}
+
+void LoopEntry::finish(const CallPtr& call) {
+    if (isInside()) {
+        runQueuedUpTo(call.get());
+    } else {
+        const auto giveUp = Clock::now() + kLongestWait;
+        bool woken = false;
+        std::unique_lock lock(mMutex);
+        while (!call->done) {
+            if (mInside.load() == 0) {
+                mInside = platform::currentThreadId();
+                lock.unlock();
+                runQueuedUpTo(call.get());
+                leave();
+                lock.lock();
+            } else if (!woken) {
+                woken = true;
+                lock.unlock();
+                mWakeLoop();
+                lock.lock();
+            } else if (const auto left = giveUp - Clock::now(); left > Clock::duration::zero()) {
+                mChanged.waitFor(mMutex, left);
+            } else {
+                call->isWaitedFor = false;
+                return;
+            }
+        }
+    }
+    if (call->outOfMemory) {
+        throw std::bad_alloc();
+    }
+}
+
+void LoopEntry::runQueued() {
+    runQueuedUpTo(nullptr);
+}
+
+void LoopEntry::runQueuedUpTo(const Call* last) {
+    while (const CallPtr call = takeNext()) {
+        bool outOfMemory = false;
+        try {
+            call->run();
+        } catch (const std::exception&) { // std::bad_alloc: calls throw nothing else
+            outOfMemory = true;
+        }
+        call->run = nullptr; // what it holds goes before its caller goes on
+        bool isWaitedFor = true;
+        {
+            const std::lock_guard guard(mMutex);
+            call->done = true;
+            call->outOfMemory = outOfMemory;
+            isWaitedFor = call->isWaitedFor;
+            mChanged.notifyAll();
+        }
+        if (outOfMemory && !isWaitedFor) {
+            logLoopLine(kLogError, kLogTagDefault, "[%s:%d]out of memory", "LoopEntry::runQueued", __LINE__);
+        }
+        if (call.get() == last) {
+            return;
+        }
+    }
+}
+
+LoopEntry::CallPtr LoopEntry::takeNext() {
+    const std::lock_guard guard(mMutex);
+    if (mCalls.empty()) {
+        return nullptr;
+    }
+    CallPtr next = std::move(mCalls.front());
+    mCalls.pop_front();
+    return next;
+}
+
+void LoopEntry::setRefusing(bool refusing) {
+    const std::lock_guard guard(mMutex);
+    mRefusing = refusing;
+}
+
+void LoopEntry::waitUntil(const std::function<bool()>& condition) {
+    const std::lock_guard guard(mMutex);
+    while (!condition()) {
+        mChanged.wait(mMutex);
+    }
+}
+
+void LoopEntry::wakeWaiters() {
+    const std::lock_guard guard(mMutex);
+    mChanged.notifyAll();
+}
