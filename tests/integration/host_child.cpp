@@ -2,6 +2,7 @@
 //
 // The first argument names the behaviour, the exit code says what came of it.
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <iterator>
@@ -117,6 +118,18 @@ Result runExitWithoutSetParam() {
     return keptHandle != nullptr ? support::kGood : support::kNoHandle;
 }
 
+// The process ends without any tidying, as one does that is in a hurry.
+Result runEndAfterProjection() {
+    const Result begun = support::begin(support::hostApi(), keptHandle);
+    if (begun != support::kGood) {
+        return begun;
+    }
+    if (!support::hostApi().exitProjection(keptHandle)) {
+        return support::kUnexpectedHandle;
+    }
+    std::_Exit(support::kGood);
+}
+
 // The loop thread cannot wait for itself: the library ends the process.
 Result runUninitInCallback() {
     const support::HostApi& api = support::hostApi();
@@ -163,6 +176,7 @@ int main(int argc, char** argv) {
         {"never-configured", runNeverConfigured},
         {"uninit-at-once", runUninitAtOnce},
         {"exit-without-uninit", runExitWithoutUninit},
+        {"end-after-projection", runEndAfterProjection},
         {"exit-in-flood", runExitInFlood},
         {"exit-without-set-param", runExitWithoutSetParam},
         {"uninit-in-callback", runUninitInCallback},

@@ -1,3 +1,4 @@
+#include "log/write_log.h"
 #include "unit/protocol/log_lines.h"
 #include "unit/session/session_support.h"
 
@@ -31,6 +32,24 @@ TEST_F(AccountId, IsSentAsANotifyAndLogged) {
                                      "send notify accountid."}}));
     EXPECT_EQ(direct.stream.packets(),
               (std::vector<wire::Packet>{{0x24, 34, 0, wire::textEntry("accountID", "someone")}}));
+}
+
+TEST_F(AccountId, IsLoggedWhenItHasBeenSent) {
+    struct Telling : RecordingSocket {
+        bool write(const OBufList& list) override {
+            writeLog(kLogInfo, kLogTagSession, "[%s:%d]written", "Telling::write", __LINE__);
+            return RecordingSocket::write(list);
+        }
+    };
+
+    Telling stream;
+    direct.session.setStream(&stream);
+    LogCapture log;
+    EXPECT_TRUE(direct.session.setAccountID("someone"));
+    const std::vector<LogLine> lines = log.lines("Sonvia_PCAudioMessage");
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines[0].text, "written");
+    EXPECT_EQ(lines[1].text, "send notify accountid.");
 }
 
 TEST_F(AccountId, EmptyTextIsRefusedAndNothingIsSent) {

@@ -236,4 +236,21 @@ TEST(BufReader, EverySplitOfAStreamGivesTheSameBytes) {
     }
 }
 
+TEST(BufReader, ViewThatHasLostItsBlockIsNeverCopiedFrom) {
+    OBufView lost;
+    lost.length = 3;
+    const std::uint8_t* run = nullptr;
+    OBufReader whole(lost);
+    EXPECT_FALSE(whole.readContiguous(&run, 2));
+    OBufList pieces = listOf(Texts{"ab"});
+    pieces.push_back(lost);
+    OBufReader across(std::move(pieces));
+    EXPECT_FALSE(across.readContiguous(&run, 4));
+    std::array<char, 2> bytes = {};
+    OBufReader copied(lost);
+    EXPECT_FALSE(copied.readBytes(bytes.data(), bytes.size()));
+    OBufReader skipped(lost);
+    EXPECT_TRUE(skipped.readBytes(nullptr, 3));
+}
+
 } // namespace

@@ -204,6 +204,111 @@ TEST_F(StreamPipe, ConnectOfAConnectedPipeCompletesAndKeepsTheConnection) {
     EXPECT_TRUE(peer->waitForBytes(3));
 }
 
+TEST_F(StreamPipe, ConnectToAnotherNameIsRefusedAndTheConnectionKept) {
+    connectToPeer();
+    const PipePeer elsewhere(prefix + "q");
+    auto again = std::make_shared<Signal>();
+    std::int32_t status = 0;
+    loop.call([&] {
+        pipe->setEventCallback([&status, again](OBaseSocket*, std::int32_t, std::int32_t code) {
+            status = code;
+            again->set();
+        });
+    });
+    ASSERT_TRUE(pipe->connect("q"));
+    ASSERT_TRUE(again->wait());
+    EXPECT_EQ(status, UV_EISCONN);
+    loop.call([this] { EXPECT_TRUE(pipe->write(listOf("abc"))); });
+    EXPECT_TRUE(peer->waitForBytes(3));
+}
+
+TEST_F(StreamPipe, ConnectOfAPipeWhosePeerHasGoneAsksTheSystemAnew) {
+    for (const bool reads : {true, false}) { // who does not read does not hear that the peer has gone
+        LoopThread own;
+        TestPipe lonely(own.loop());
+        Reports seen;
+        seen.attachTo(lonely);
+        peer = std::make_unique<PipePeer>(prefix + "p");
+        own.run();
+        ASSERT_TRUE(lonely.connect("p"));
+        ASSERT_TRUE(seen.waitForEvent(OBaseSocket::kConnected));
+        if (reads) {
+            own.call([&] { EXPECT_TRUE(lonely.readStart()); });
+        }
+        ASSERT_TRUE(peer->waitForConnections(1));
+        peer = nullptr;
+        if (reads) {
+            ASSERT_TRUE(seen.waitForEvent(OBaseSocket::kReadError));
+        }
+        const std::size_t before = seen.events().size();
+        ASSERT_TRUE(lonely.connect("p"));
+        ASSERT_TRUE(seen.waitForEvents(before + 1));
+        EXPECT_EQ(seen.events().back(), Reports::Event(OBaseSocket::kConnected, UV_ENOENT)) << reads;
+        own.stop();
+    }
+}
+
+TEST_F(StreamPipe, PipeWhosePeerHasGoneConnectsToTheNextOne) {
+    connectToPeer();
+    peer->disconnect();
+    ASSERT_TRUE(reports.waitForEvent(OBaseSocket::kReadError));
+    ASSERT_TRUE(pipe->connect("p"));
+    EXPECT_TRUE(peer->waitForConnections(2));
+    ASSERT_TRUE(reports.waitForEvents(3));
+    EXPECT_EQ(reports.events().back(), Reports::Event(OBaseSocket::kConnected, 0));
+    loop.call([this] { EXPECT_TRUE(pipe->write(listOf("abc"))); });
+    EXPECT_TRUE(peer->waitForBytes(3));
+}
+
+TEST_F(StreamPipe, ConnectThatIsQueuedWhenItsPipeGoesIsForgotten) {
+    makePipe();
+    loop.run();
+    auto entered = std::make_shared<Signal>();
+    auto queued = std::make_shared<Signal>();
+    loop->post([this, entered, queued] {
+        entered->set();
+        queued->wait();
+        pipe.reset();
+    });
+    ASSERT_TRUE(entered->wait());
+    ASSERT_TRUE(pipe->connect("p")); // returns although the loop is busy
+    queued->set();
+    loop.stop(); // the address sanitizer sees a pipe that is used after it has gone
+    EXPECT_TRUE(reports.events().empty());
+}
+
+TEST_F(StreamPipe, EveryConnectThatWasAcceptedHasItsCallbackHoweverTheLoopStops) {
+    struct Counting : TestPipe {
+        using TestPipe::TestPipe;
+
+        void onConnect(uv_connect_t*, std::int32_t status) override { statuses.push_back(status); }
+
+        std::vector<std::int32_t> statuses;
+    };
+
+    peer = std::make_unique<PipePeer>(prefix + "p");
+    Counting counting(loop.loop());
+    loop.run();
+    const auto held = loop.hold();
+    EXPECT_EQ(loop->stop(), 0);
+    ASSERT_TRUE(counting.connect("p")); // queued behind the stop
+    held->set();
+    loop.join();
+    EXPECT_EQ(counting.statuses, std::vector<std::int32_t>({UV_ECANCELED}));
+    EXPECT_FALSE(counting.connect("p")) << "a stopped loop reports nothing any more";
+    EXPECT_FALSE(counting.connecting);
+    EXPECT_EQ(counting.handle(), nullptr);
+}
+
+TEST_F(StreamPipe, PipeOfALoopThatNeverRanMayGoWhileItConnects) {
+    peer = std::make_unique<PipePeer>(prefix + "p");
+    for (const char* name : {"p", "nobody"}) {
+        auto never = std::make_shared<OUVLoop>();
+        TestPipe begun(std::move(never));
+        EXPECT_TRUE(begun.connect(name)); // the end of pipe and loop: the address sanitizer
+    }
+}
+
 TEST_F(StreamPipe, PipeDestroyedDuringAPendingConnectReportsNothing) {
     peer = std::make_unique<PipePeer>(prefix + "p");
     loop.run();
