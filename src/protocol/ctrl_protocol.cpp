@@ -134,15 +134,17 @@ void CtrlProtocol::DepackPacket(OBufList received) {
             mDepackState = kExpectBody;
             continue;
         }
+        // The state is the next packet's before this one is handed up: a handler may feed a packet of its own.
+        mDepackState = kExpectHeader;
+        const CtrlPacketHeader header = mHeader;
         const std::uint8_t* body = nullptr;
-        if (reader.readContiguous(&body, mHeader.size)) {
-            deliver(body);
+        if (reader.readContiguous(&body, header.size)) {
+            deliver(header, body);
         } else { // all bytes are here, but no memory to hold them in one run: only this packet is lost
             writeLog(kLogError, kLogTagDefault, "[%s:%d]malloc size:%d failed", "CtrlProtocol::DepackPacket",
-                     __LINE__, static_cast<int>(mHeader.size));
-            reader.readBytes(nullptr, mHeader.size);
+                     __LINE__, static_cast<int>(header.size));
+            reader.readBytes(nullptr, header.size);
         }
-        mDepackState = kExpectHeader;
     }
     keepRest(reader.current, reader.views.end(), reader.posInView);
 }
@@ -151,21 +153,21 @@ std::uint64_t CtrlProtocol::awaited() const {
     return mDepackState == kExpectHeader ? sizeof(CtrlPacketHeader) : mHeader.size;
 }
 
-void CtrlProtocol::deliver(const std::uint8_t* body) {
+void CtrlProtocol::deliver(const CtrlPacketHeader& header, const std::uint8_t* body) {
     if (mSafetyDataDeal == nullptr) {
-        onPacket(&mHeader, body, mHeader.size);
+        onPacket(&header, body, header.size);
         return;
     }
     std::uint8_t* plain = nullptr;
     std::size_t plainSize = 0;
-    if (!mSafetyDataDeal->decryptData(body, mHeader.size, &plain, &plainSize)) {
+    if (!mSafetyDataDeal->decryptData(body, header.size, &plain, &plainSize)) {
         writeLog(kLogError, kLogTagDefault, "[%s:%d]cmdType:%s size:%d decryptData failed",
-                 "CtrlProtocol::DepackPacket", __LINE__, commandName(mHeader.cmdType).c_str(),
-                 static_cast<int>(mHeader.size));
+                 "CtrlProtocol::DepackPacket", __LINE__, commandName(header.cmdType).c_str(),
+                 static_cast<int>(header.size));
         return;
     }
     const MallocBytes owned(plain, std::free);
-    onPacket(&mHeader, plainSize != 0 ? plain : nullptr, static_cast<std::uint32_t>(plainSize));
+    onPacket(&header, plainSize != 0 ? plain : nullptr, static_cast<std::uint32_t>(plainSize));
 }
 
 // These have just been received: what was kept before is less than the first step of a reader takes.

@@ -48,7 +48,8 @@ public:
     /// encryption chain is where it was.
     void sendCommand(std::uint16_t cmdType, std::uint16_t seq, OBufList payload);
 
-    /// Takes the next received bytes and calls onPacket for every packet that they complete.
+    /// Takes the next received bytes and calls onPacket for every packet that they complete. onPacket may call this
+    /// again with whole packets: they are delivered before those that follow in the outer call.
     void DepackPacket(OBufList received);
 
     /// The stream that packets are written to; not owned, must outlive this object. Null: not connected to
@@ -65,7 +66,7 @@ private:
     enum DepackState : std::uint32_t { kExpectHeader = 0, kExpectBody = 1 };
 
     void protectPayload(OBufList& payload) const;
-    void deliver(const std::uint8_t* body);
+    void deliver(const CtrlPacketHeader& header, const std::uint8_t* body);
     /// What has to be there before the next step: a whole header, or the whole body of the one that was read.
     std::uint64_t awaited() const;
     /// Keeps the views up to `end`, the first one from byte `from` on.

@@ -193,6 +193,38 @@ TEST(Depack, BodyInsideOnePieceIsHandedUpInPlace) {
     EXPECT_EQ(protocol.payloadPlaces, (std::vector<const std::uint8_t*>{start + 9, start + 21}));
 }
 
+TEST(Depack, BodyInsideALaterPieceIsHandedUpInPlaceToo) {
+    OBufList chunk = chainOf(packet(34, 1, {1, 2, 3}));
+    chunk.splice(chunk.end(), chainOf(packet(34, 2, {4, 5})));
+    const Bytes third = packet(34, 3, {6, 7, 8}); // the header ends one piece, the body is another one
+    chunk.splice(chunk.end(), chainOf({third.begin(), third.begin() + 9}));
+    chunk.splice(chunk.end(), chainOf({third.begin() + 9, third.end()}));
+    const std::uint8_t* second = std::next(chunk.begin())->data();
+    const std::uint8_t* last = chunk.back().data();
+    RecordingProtocol protocol;
+    protocol.DepackPacket(chunk);
+    ASSERT_EQ(protocol.payloadPlaces.size(), 3U);
+    EXPECT_EQ(protocol.payloadPlaces[1], second + 9);
+    EXPECT_EQ(protocol.payloadPlaces[2], last);
+}
+
+TEST(Depack, PacketThatAHandlerFeedsIsDeliveredBeforeThoseThatFollow) {
+    CtrlProtocol protocol;
+    std::vector<wire::Packet> packets;
+    protocol.setHandler([&](const CtrlPacketHeader* header, const std::uint8_t* payload,
+                            std::uint32_t length) {
+        packets.push_back({header->magic, header->cmdType, header->seq, Bytes(payload, payload + length)});
+        if (header->seq == 1) {
+            protocol.DepackPacket(chainOf(packet(36, 7, {7, 7, 7})));
+            EXPECT_EQ(+header->seq, 1); // still this packet's
+            EXPECT_EQ(+header->size, 2U);
+        }
+    });
+    protocol.DepackPacket(chainOf(wire::join({packet(34, 1, {1, 1}), packet(35, 2, {2})})));
+    EXPECT_EQ(packets, (std::vector<wire::Packet>{
+                           {0x24, 34, 1, {1, 1}}, {0x24, 36, 7, {7, 7, 7}}, {0x24, 35, 2, {2}}}));
+}
+
 TEST(Depack, WithoutAHandlerPacketsAreDropped) {
     CtrlProtocol protocol;
     protocol.DepackPacket(chainOf(packet(34, 1, {1})));
