@@ -173,9 +173,10 @@ TEST(DecryptDataTest, MessageOfFewerThanThreeBytesFailsWithTheArgumentLine) {
         EXPECT_EQ(outSize, 0U);
         const Lines lines = log.lines();
         ASSERT_EQ(lines.size(), 1U);
-        EXPECT_EQ(lines[0].find("E Sonvia_Default: [SafetyDataDeal::decryptData:line]pInData:0x"), 0U);
-        EXPECT_NE(lines[0].find(" inSize:" + std::to_string(size) + " ppOutData:0x"), std::string::npos);
-        EXPECT_EQ(lines[0].substr(lines[0].size() - 9), " is error");
+        EXPECT_EQ(lines[0], "E Sonvia_Default: [SafetyDataDeal::decryptData:line]pInData:" +
+                                shownAddress(message.data()) + " inSize:" + std::to_string(size) +
+                                " ppOutData:" + shownAddress(&buffer) +
+                                " pOutSize:" + shownAddress(&outSize) + " is error");
     }
 }
 
@@ -197,9 +198,13 @@ TEST(DecryptDataTest, MissingArgumentsFailAndTheOutputsAreCleared) {
     EXPECT_EQ(buffer, nullptr);
     const Lines lines = log.lines();
     ASSERT_EQ(lines.size(), 3U);
-    EXPECT_NE(lines[0].find("pInData:0x0 inSize:5 "), std::string::npos);
-    EXPECT_NE(lines[1].find(" ppOutData:0x0 "), std::string::npos);
-    EXPECT_NE(lines[2].find(" pOutSize:0x0 "), std::string::npos);
+    const auto line = [](const std::string& in, const std::string& out, const std::string& outSize) {
+        return "E Sonvia_Default: [SafetyDataDeal::decryptData:line]pInData:" + in +
+               " inSize:5 ppOutData:" + out + " pOutSize:" + outSize + " is error";
+    };
+    EXPECT_EQ(lines[0], line("0x0", shownAddress(&buffer), shownAddress(&size)));
+    EXPECT_EQ(lines[1], line(shownAddress(message.data()), "0x0", shownAddress(&size)));
+    EXPECT_EQ(lines[2], line(shownAddress(message.data()), shownAddress(&buffer), "0x0"));
 }
 
 TEST(DecryptDataTest, MemoryThatRanOutIsLoggedAndFails) {

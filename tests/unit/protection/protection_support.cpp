@@ -111,6 +111,12 @@ Outcome decrypt(SafetyDataDeal& context, const Bytes& message) {
     return collect(ok, buffer, size);
 }
 
+std::string shownAddress(const void* address) {
+    std::ostringstream text;
+    text << "0x" << std::hex << static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(address));
+    return text.str();
+}
+
 LogCapture::LogCapture() {
     testing::internal::CaptureStdout();
 }

@@ -51,6 +51,9 @@ struct Outcome {
 Outcome encrypt(SafetyDataDeal& context, const Bytes& payload);
 Outcome decrypt(SafetyDataDeal& context, const Bytes& message);
 
+/// An address as the log shows it: its low half.
+std::string shownAddress(const void* address);
+
 /// Collects what is written to the log while it lives.
 class LogCapture {
 public:

@@ -1,6 +1,7 @@
 // Received payloads indexed and read.
 
 #include "protocol/key_value.h"
+#include "unit/protocol/log_lines.h"
 #include "unit/protocol/protocol_support.h"
 
 #include <gtest/gtest.h>
@@ -281,4 +282,22 @@ TEST(KeyValueData, AKeyOf256BytesIsNotReadBackAndHarmsNobody) {
     const Data data(chain);
     EXPECT_EQ(intOf(data, "first"), (Value{true, 1, ""}));
     expectNothingAt(data, std::string(256, 'k'));
+}
+
+TEST(KeyValueData, PayloadsThatAreNoneAreReadInSilence) {
+    const Bytes valid = wire::join({intEntry("number", 7), textEntry("text", "abc")});
+    LogCapture log;
+    for (std::size_t size = 0; size <= valid.size(); ++size) {
+        Bytes cut(valid.begin(), valid.begin() + static_cast<std::ptrdiff_t>(size));
+        for (const std::uint8_t last : Bytes{0, 6, 20, 99, 255}) {
+            cut.push_back(last); // unknown types and lengths that go on behind the end
+            const Data data(chainOf(cut));
+            intOf(data, "number");
+            intOf(data, "text");
+            textOf(data, "text");
+            textOf(data, "number");
+            byteOf(data, "missing");
+        }
+    }
+    EXPECT_TRUE(log.lines().empty());
 }

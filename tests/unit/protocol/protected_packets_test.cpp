@@ -8,6 +8,8 @@
 
 #include <array>
 #include <memory>
+#include <utility>
+#include <vector>
 
 using wire::Bytes;
 using wire::packet;
@@ -145,6 +147,20 @@ TEST(ProtectedPackets, TheCallersBytesAreNotProtectedInPlace) {
     const OBufList payload = chainOf({1, 2, 3});
     sender.sendCommand(34, 1, payload);
     EXPECT_EQ(bytesOf(payload), (Bytes{1, 2, 3}));
+}
+
+TEST(ProtectedPackets, ThePayloadIsReleasedWhileTheStreamStillHoldsTheProtectedBytes) {
+    Pair pair;
+    OBufList payload = chainOfPieces(wire::bytesOf("in pieces"), 4);
+    std::vector<std::weak_ptr<ORefBuffer>> blocks;
+    for (const OBufView& piece : payload) {
+        blocks.push_back(piece.buffer);
+    }
+    pair.sender.sendCommand(34, 1, std::move(payload));
+    ASSERT_EQ(pair.stream.writes.size(), 1U);
+    for (const std::weak_ptr<ORefBuffer>& block : blocks) {
+        EXPECT_TRUE(block.expired());
+    }
 }
 
 TEST(ProtectedPackets, TakingTheContextOffMakesPacketsPlainAgain) {

@@ -1,6 +1,7 @@
 // Commands packed and written to a stream.
 
 #include "protocol/key_value.h"
+#include "unit/protocol/log_lines.h"
 #include "unit/protocol/protocol_support.h"
 
 #include <gtest/gtest.h>
@@ -58,6 +59,13 @@ TEST(SendCommand, WithoutAStreamNothingIsSentAndThePayloadIsReleased) {
     const std::weak_ptr<ORefBuffer> block = payload.front().buffer;
     protocol.sendCommand(34, 1, std::move(payload));
     EXPECT_TRUE(block.expired());
+}
+
+TEST(SendCommand, WithoutAStreamNothingIsLogged) {
+    CtrlProtocol protocol;
+    LogCapture log;
+    protocol.sendCommand(34, 1, chainOf({1, 2, 3}));
+    EXPECT_TRUE(log.lines().empty());
 }
 
 TEST(SendCommand, AfterTheStreamIsTakenAwayNothingIsSent) {
