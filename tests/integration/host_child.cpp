@@ -1,17 +1,23 @@
 // Hosts that do one thing and end: how a process leaves, and with which code, can only be seen from outside.
 //
 // The first argument names the behaviour, the exit code says what came of it.
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <iterator>
 #include <map>
+#include <memory>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "integration/host_settings.h"
 #include "support/host_events.h"
 #include "support/host_steps.h"
+#include "support/pipe_peer.h"
 #include "support/process.h"
 #include "support/service_fixture.h"
 #include "support/wait.h"
@@ -25,6 +31,11 @@ using support::Result;
 Result runWholeLife() {
     const HostLibrary library;
     return support::wholeLife(library.api());
+}
+
+Result runWholeLifeAt(int level) {
+    const HostLibrary library;
+    return support::wholeLife(library.api(), support::logFolder(), level);
 }
 
 // The log folder stands in the file "folder.txt": no command line holds every name that a host may pass.
@@ -72,8 +83,7 @@ Result runNoService() {
     if (support::startHost(library.api()) != nullptr) {
         return support::kUnexpectedHandle;
     }
-    const bool logged = support::eventually(
-        [] { return support::logText().find("QuPCAudio.exe start failed!!!!") != std::string::npos; });
+    const bool logged = support::logText().find("QuPCAudio.exe start failed!!!!") != std::string::npos;
     return logged ? support::kGood : support::kNoLogLine;
 }
 
@@ -143,6 +153,80 @@ Result runUninitInCallback() {
     return support::kUninitFailed;
 }
 
+// The service opens its pipe when the first connect has failed, sends four events and leaves.
+Result runCallInCallbacks() {
+    const HostLibrary library;
+    const support::HostApi& api = library.api();
+    HostEvents& events = HostEvents::instance();
+    AudioServiceHandle* handle = support::startHost(api);
+    if (handle == nullptr) {
+        return support::kNoHandle;
+    }
+    events.setReaction([&api, handle](const support::HostEvent&) { api.state(handle); });
+    Result result = support::configure(api, handle);
+    if (result == support::kGood && !events.waitForCount(1)) {
+        result = support::kNoEvent;
+    }
+    std::ofstream("open").close();
+    if (!support::eventually([] { return support::countInRecord("listen") == 1; })) {
+        result = support::kNoPipe;
+    }
+    if (result == support::kGood) {
+        result = support::configure(api, handle);
+    }
+    if (result == support::kGood && !events.waitForCount(6)) {
+        result = support::kNoEvent;
+    }
+    return library.api().uninit(handle) ? result : support::kUninitFailed;
+}
+
+std::size_t handlesInLog() {
+    const std::vector<support::LoggedLine> lines = support::loggedLines();
+    return static_cast<std::size_t>(
+        std::count_if(lines.begin(), lines.end(),
+                      [](const support::LoggedLine& line) { return line.text == "OUVLoop New"; }));
+}
+
+// One handle, and a pipe that is opened when the handle has been made: the first connect may find it or not.
+Result runFirstConnect(const support::HostApi& api, bool& connected) {
+    HostEvents& events = HostEvents::instance();
+    events.reset();
+    const std::size_t before = handlesInLog();
+    std::unique_ptr<support::PipePeer> pipe;
+    std::thread opener([&pipe, before] {
+        if (support::eventually([before] { return handlesInLog() > before; })) {
+            pipe = std::make_unique<support::PipePeer>(R"(\\.\pipe\uv_pipe.QuPCAudio)");
+        }
+    });
+    AudioServiceHandle* handle = support::startHost(api);
+    Result result = handle != nullptr ? support::configure(api, handle) : support::kNoHandle;
+    opener.join();
+    const auto heard = [&pipe] { return pipe != nullptr && !pipe->received().empty(); };
+    if (result == support::kGood && !support::eventually([&] { return heard() || events.count() != 0; })) {
+        result = support::kNoEvent;
+    }
+    connected = heard();
+    if (handle != nullptr && !api.uninit(handle)) {
+        result = support::kUninitFailed;
+    }
+    return result;
+}
+
+// Good as soon as the very first connect of a handle has succeeded.
+Result runConnectAtOnce() {
+    constexpr std::chrono::seconds kLimit{20};
+    const HostLibrary library;
+    const auto end = std::chrono::steady_clock::now() + kLimit;
+    do {
+        bool connected = false;
+        const Result result = runFirstConnect(library.api(), connected);
+        if (connected || result != support::kGood) {
+            return result;
+        }
+    } while (std::chrono::steady_clock::now() < end);
+    return support::kNoPipe;
+}
+
 Result runLoadOnly() {
     for (int i = 0; i < 10; ++i) {
         const HostLibrary library;
@@ -170,7 +254,11 @@ Result runReload() {
 int main(int argc, char** argv) {
     const std::map<std::string, std::function<Result()>> behaviours = {
         {"whole-life", runWholeLife},
+        {"whole-life-at-info", [] { return runWholeLifeAt(SONVIA_LOG_INFO); }},
+        {"whole-life-at-warning", [] { return runWholeLifeAt(SONVIA_LOG_WARNING); }},
         {"whole-life-with-folder", runWholeLifeWithFolder},
+        {"call-in-callbacks", runCallInCallbacks},
+        {"connect-at-once", runConnectAtOnce},
         {"settings", runSettings},
         {"no-service", runNoService},
         {"never-configured", runNeverConfigured},

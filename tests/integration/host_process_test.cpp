@@ -4,7 +4,9 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "support/effort.h"
 #include "support/process.h"
@@ -13,6 +15,17 @@
 namespace {
 
 namespace fs = std::filesystem;
+
+using support::LoggedLine;
+
+constexpr const char* kTag = "SonviaPCAudioDll";
+constexpr const char* kSessionTag = "Sonvia_PCAudioMessage";
+
+LoggedLine uninitLine(const std::string& text, const std::string& level = "INFO") {
+    return {level, kTag, "uninitSonviaAudioService", text};
+}
+
+const LoggedLine kKill = {"INFO", kTag, "killExe", "kill QuPCAudio process"};
 
 class HostProcess : public testing::Test {
 protected:
@@ -27,32 +40,48 @@ protected:
         return run(behaviour, scenario, support::programFolder());
     }
 
-    // Messages of the host's log under that tag, as "function text": the line numbers are left out.
-    static std::vector<std::string> logLines(const std::string& tag) {
-        std::istringstream text(support::logText((fs::current_path() / "logs" / "host").string()));
-        std::vector<std::string> messages;
-        for (std::string line; std::getline(text, line);) {
-            const std::size_t start = line.find(" " + tag + ": [");
-            const std::size_t end = line.find(']', start);
-            if (start == std::string::npos || end == std::string::npos) {
-                continue;
-            }
-            const std::size_t name = start + tag.size() + 4;
-            const std::size_t number = line.rfind(':', end);
-            const std::size_t carriageReturn = line.find('\r', end);
-            messages.push_back(line.substr(name, number - name) + " " +
-                               line.substr(end + 1, carriageReturn - end - 1));
-        }
-        return messages;
+    static std::vector<LoggedLine> logLines(const std::string& tag = {}) {
+        return support::loggedLines((fs::current_path() / "logs" / "host").string(), tag);
+    }
+
+    // All lines but two that come at a moment of their own: that the loop has ended, and that the service's end of the
+    // pipe has gone, if that was still seen.
+    static std::vector<LoggedLine> logOfALife() {
+        std::vector<LoggedLine> lines = logLines();
+        EXPECT_EQ(std::erase(lines, LoggedLine{"WARN", kTag, "ThreadFun", "SonviaPCDll will out run"}), 1U);
+        std::erase_if(lines, [](const LoggedLine& line) {
+            return line.level == "WARN" && line.tag == kSessionTag &&
+                   line.function == "QuPCAudioMessage::onError" && line.text.rfind("nErrorCode:-", 0) == 0;
+        });
+        return lines;
+    }
+
+    // A folder with the host and the DLL that it loads, and no service.
+    static fs::path folderWithoutService() {
+        const fs::path folder = fs::current_path() / "alone";
+        fs::create_directories(folder);
+        copyTo(folder, support::programFile("host_child"));
+#ifdef _WIN32
+        copyTo(folder, "SonviaPCAudioDll.dll");
+#endif
+        return folder;
+    }
+
+    static void copyTo(const fs::path& folder, const std::string& program, const std::string& name = {}) {
+        fs::copy_file(support::programFolder() / program, folder / (name.empty() ? program : name));
+    }
+
+    static std::string contentOf(const char* name) {
+        std::ifstream file(name);
+        return {std::istreambuf_iterator<char>(file), {}};
     }
 
     // What the host printed, for a test that failed.
     static std::string output() {
-        std::ifstream file("stdout.txt");
-        return {std::istreambuf_iterator<char>(file), {}};
+        return contentOf("stdout.txt");
     }
 
-    static std::size_t countOf(const std::vector<std::string>& lines, const std::string& line) {
+    static std::size_t countOf(const std::vector<LoggedLine>& lines, const LoggedLine& line) {
         return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), line));
     }
 
@@ -62,53 +91,125 @@ protected:
 
 constexpr const char* kOneEvent = "wait packet key KORUInfo\nnotify int buffering-start 1\n";
 
-TEST_F(HostProcess, NoServiceBesideTheHostGivesNoHandleAndIsLoggedOnce) {
-    const fs::path folder = fs::current_path() / "alone";
-    fs::create_directories(folder);
-    fs::copy_file(support::programFolder() / hostProgram, folder / hostProgram);
-#ifdef _WIN32
-    fs::copy_file(support::programFolder() / "SonviaPCAudioDll.dll", folder / "SonviaPCAudioDll.dll");
-#endif
-    EXPECT_EQ(run("no-service", "", folder), 0);
+// A host often ends right after this: the program looks for the line as soon as the call has returned.
+TEST_F(HostProcess, NoServiceBesideTheHostGivesNoHandleAndIsInTheLogAtOnce) {
+    EXPECT_EQ(run("no-service", "", folderWithoutService()), 0);
     EXPECT_TRUE(standin.recorded("start").empty());
-    const std::vector<std::string> lines = logLines("SonviaPCAudioDll");
-    EXPECT_EQ(countOf(lines, "initSonviaAudioService QuPCAudio.exe start failed!!!!"), 1U);
+    const std::vector<LoggedLine> lines = logLines();
+    ASSERT_EQ(lines.size(), 3U);
+    EXPECT_EQ(lines[0], (LoggedLine{"INFO", kTag, "initSonviaAudioService", "initSonviaAudioService"}));
+    EXPECT_EQ(lines[1],
+              (LoggedLine{"ERROR", kTag, "initSonviaAudioService", "QuPCAudio.exe start failed!!!!"}));
+    EXPECT_EQ(lines[2], (LoggedLine{"ERROR", kTag, "initSonviaAudioService", "the system's error is 2"}));
 }
+
+#ifdef _WIN32
+TEST_F(HostProcess, ServiceIsLookedForBesideTheHostAndNotBesideTheLibrary) {
+    const fs::path folder = folderWithoutService();
+    fs::rename(folder / "SonviaPCAudioDll.dll", "SonviaPCAudioDll.dll"); // the current folder is searched too
+    copyTo(folder, "QuPCAudio.exe");
+    EXPECT_EQ(run("never-configured", "", folder), 0);
+    ASSERT_EQ(standin.recorded("start").size(), 1U);
+    const std::string program = standin.recorded("start").at(0).at("argv").list().at(0).text();
+    EXPECT_EQ(fs::path(program), folder / "QuPCAudio.exe");
+}
+
+TEST_F(HostProcess, ServiceHasAConsoleOfItsOwnWithoutAWindow) {
+    const fs::path folder = folderWithoutService();
+    copyTo(folder, "start_recorder.exe", "QuPCAudio.exe");
+    EXPECT_EQ(run("never-configured", "", folder), 0);
+    EXPECT_NE(contentOf("QuPCAudio.exe.txt").find("processes on the console: 1\nwindow: no\n"),
+              std::string::npos)
+        << contentOf("QuPCAudio.exe.txt");
+}
+
+// The command processor looks into the current folder first.
+TEST_F(HostProcess, OldServicesAreEndedByForceAndWithoutAWindow) {
+    copyTo(fs::current_path(), "start_recorder.exe", "taskkill.exe");
+    EXPECT_EQ(run("no-service", "", folderWithoutService()), 0);
+    const std::string record = contentOf("taskkill.exe.txt");
+    EXPECT_NE(record.find(" /f /t /im QuPCAudio.exe\n"), std::string::npos) << record;
+    EXPECT_NE(record.find("parent hidden: yes"), std::string::npos) << record;
+}
+#endif
+
+// What a life logs, whole, but for the last lines of the loop thread: see logOfALife.
+const std::vector<LoggedLine> kWholeLife = {
+    {"INFO", kTag, "initSonviaAudioService", "initSonviaAudioService"},
+    {"DEBUG", "Sonvia_Default", "OUVLoop::OUVLoop", "OUVLoop"},
+    {"DEBUG", kTag, "initSonviaAudioService", "OUVLoop New"},
+    {"DEBUG", kTag, "setParam", "koru setParam!"},
+    {"WARN", kTag, "ThreadFun", "SonviaPCDll begin run"},
+    {"INFO", kSessionTag, "QuPCAudioMessage::onConnect", "Connect successed, start recv."},
+    {"INFO", kSessionTag, "QuPCAudioMessage::_setKORUInfoNotify", "send notify koru info."},
+    {"DEBUG", kSessionTag, "QuPCAudioMessage::handleBufferStart", "kKORUSinkInfoBufferingStart."},
+    {"DEBUG", kTag, "getState", "getState!"},
+    {"DEBUG", kTag, "getSourceName", "getSourceName!"},
+    {"DEBUG", kTag, "setAccountID", "koru setAccountID!"},
+    {"INFO", kSessionTag, "QuPCAudioMessage::setAccountID", "send notify accountid."},
+    {"INFO", kTag, "exitAudioProjection", "exitAudioProjection"},
+    {"INFO", kTag, "uninitSonviaAudioService", "uninitSonviaAudioService"},
+    {"INFO", kTag, "uninitSonviaAudioService", "send StopSonviaAudioService notify!"},
+    {"INFO", kTag, "uninitSonviaAudioService", "stop loop!"},
+    {"INFO", kTag, "uninitSonviaAudioService", "exit thread!"},
+    {"DEBUG", "Sonvia_Default", "OUVLoop::~OUVLoop", "~OUVLoop"}};
 
 TEST_F(HostProcess, WholeLifeIsLoggedStepByStep) {
     ASSERT_EQ(run("whole-life", kOneEvent), 0);
-    std::vector<std::string> lines = logLines("SonviaPCAudioDll");
-    // These two come from the loop thread, at a moment of its own.
-    lines.erase(std::remove(lines.begin(), lines.end(), "ThreadFun SonviaPCDll begin run"), lines.end());
-    lines.erase(std::remove(lines.begin(), lines.end(), "ThreadFun SonviaPCDll will out run"), lines.end());
-    lines.erase(
-        std::remove_if(lines.begin(), lines.end(),
-                       [](const std::string& line) { return line.find("OUVLoop") != std::string::npos; }),
-        lines.end());
-    EXPECT_EQ(lines, (std::vector<std::string>{
-                         "initSonviaAudioService initSonviaAudioService", "setParam koru setParam!",
-                         "getState getState!", "getSourceName getSourceName!",
-                         "setAccountID koru setAccountID!", "exitAudioProjection exitAudioProjection",
-                         "uninitSonviaAudioService uninitSonviaAudioService",
-                         "uninitSonviaAudioService send StopSonviaAudioService notify!",
-                         "uninitSonviaAudioService stop loop!", "uninitSonviaAudioService exit thread!"}));
+    EXPECT_EQ(logOfALife(), kWholeLife);
+}
 
-    const std::vector<std::string> session = logLines("Sonvia_PCAudioMessage");
-    const std::vector<std::string> expected = {
-        "QuPCAudioMessage::onConnect Connect successed, start recv.",
-        "QuPCAudioMessage::_setKORUInfoNotify send notify koru info.",
-        "QuPCAudioMessage::handleBufferStart kKORUSinkInfoBufferingStart.",
-        "QuPCAudioMessage::setAccountID send notify accountid."};
-    ASSERT_GE(session.size(), expected.size());
-    EXPECT_EQ((std::vector<std::string>{session.begin(), session.begin() + 4}), expected);
+TEST_F(HostProcess, OnlyLinesFromTheHostsLevelOnAreLogged) {
+    const std::pair<const char*, std::vector<std::string>> levels[] = {
+        {"whole-life-at-info", {"INFO", "WARN"}}, {"whole-life-at-warning", {"WARN"}}};
+    for (const auto& [behaviour, logged] : levels) {
+        fs::remove_all("logs");
+        ASSERT_EQ(run(behaviour, kOneEvent), 0);
+        std::vector<LoggedLine> expected = kWholeLife;
+        std::erase_if(expected, [&levelsLogged = logged](const LoggedLine& line) {
+            return std::find(levelsLogged.begin(), levelsLogged.end(), line.level) == levelsLogged.end();
+        });
+        EXPECT_EQ(logOfALife(), expected) << behaviour;
+    }
+}
+
+// The host calls getState in each callback, so that its line follows what was logged before the callback.
+TEST_F(HostProcess, WhatHappenedIsLoggedBeforeTheHostHearsOfIt) {
+    ASSERT_EQ(run("call-in-callbacks", "wait file open\nlisten\nwait packet key KORUInfo\n"
+                                       "notify int buffering-start 1\nnotify int buffering-end 1\n"
+                                       "notify int first-audiopcm 1\nnotify int change-mode 7\nexit\n"),
+              0);
+    std::string steps;
+    for (const LoggedLine& line : logLines()) {
+        if (line.function == "getState") {
+            steps += "callback\n";
+        } else if (line.tag == kSessionTag) {
+            steps +=
+                line.level + " " + line.text.substr(0, line.text.find('-')) + "\n"; // without libuv's number
+        }
+    }
+    EXPECT_EQ(steps, "ERROR connect failed \ncallback\n"
+                     "INFO Connect successed, start recv.\nINFO send notify koru info.\n"
+                     "DEBUG kKORUSinkInfoBufferingStart.\ncallback\n"
+                     "DEBUG kKORUSinkInfoBufferingEnd.\ncallback\n"
+                     "DEBUG kKORUSinkInfoFirstAudioPCM.\ncallback\n"
+                     "DEBUG change mode to 7.\ncallback\n"
+                     "WARN nErrorCode:\nERROR kSinkErrorConnection,errorCode: \ncallback\n");
+}
+
+// The host itself opens the pipe, as soon as it sees in the log that the service has been started: without the pause
+// at the end of init the first connect is always earlier. The program starts over until it succeeds, for a busy machine
+// may take longer than the pause.
+TEST_F(HostProcess, PipeThatOpensAMomentAfterTheServicesStartIsFoundByTheFirstConnect) {
+    EXPECT_EQ(run("connect-at-once", "no-pipe\nexit\n"), 0);
 }
 
 TEST_F(HostProcess, HandleThatWasNeverConfiguredStopsNoThread) {
     EXPECT_EQ(run("never-configured", ""), 0);
-    const std::vector<std::string> lines = logLines("SonviaPCAudioDll");
-    EXPECT_EQ(countOf(lines, "uninitSonviaAudioService send StopSonviaAudioService notify!"), 1U);
-    EXPECT_EQ(countOf(lines, "uninitSonviaAudioService stop loop!"), 1U);
-    EXPECT_EQ(countOf(lines, "uninitSonviaAudioService exit thread!"), 0U);
+    const std::vector<LoggedLine> lines = logLines();
+    EXPECT_EQ(countOf(lines, uninitLine("send StopSonviaAudioService notify!")), 1U);
+    EXPECT_EQ(countOf(lines, uninitLine("stop loop!")), 1U);
+    EXPECT_EQ(countOf(lines, uninitLine("exit thread!")), 0U);
     EXPECT_FALSE(standin.running());
 }
 
@@ -122,22 +223,22 @@ TEST_F(HostProcess, ReleaseInsideACallbackEndsTheProcessAndSaysWhy) {
         run("uninit-in-callback",
             std::string(kOneEvent) + "wait packet key exitAudioProjection\nnotify int buffering-end 1\n"),
         kAborted);
-    EXPECT_EQ(countOf(logLines("SonviaPCAudioDll"), "uninitSonviaAudioService called inside a callback"), 1U);
+    EXPECT_EQ(countOf(logLines(), uninitLine("called inside a callback", "ERROR")), 1U);
 }
 
 TEST_F(HostProcess, ServiceThatIgnoresTheStopIsEndedAndThatIsLogged) {
     EXPECT_EQ(run("whole-life", kOneEvent + std::string("on-stop ignore\n")), 0);
-    const std::vector<std::string> lines = logLines("SonviaPCAudioDll");
-    EXPECT_EQ(countOf(lines, "uninitSonviaAudioService QuPCAudio exit timeout"), 1U);
-    EXPECT_EQ(countOf(lines, "killExe kill QuPCAudio process"), 1U);
+    const std::vector<LoggedLine> lines = logLines();
+    EXPECT_EQ(countOf(lines, uninitLine("QuPCAudio exit timeout")), 1U);
+    EXPECT_EQ(countOf(lines, kKill), 1U);
     EXPECT_FALSE(standin.running());
 }
 
 TEST_F(HostProcess, ServiceThatEndsInTimeIsNotEndedByName) {
     EXPECT_EQ(run("whole-life", kOneEvent), 0);
-    const std::vector<std::string> lines = logLines("SonviaPCAudioDll");
-    EXPECT_EQ(countOf(lines, "uninitSonviaAudioService QuPCAudio exit timeout"), 0U);
-    EXPECT_EQ(countOf(lines, "killExe kill QuPCAudio process"), 0U);
+    const std::vector<LoggedLine> lines = logLines();
+    EXPECT_EQ(countOf(lines, uninitLine("QuPCAudio exit timeout")), 0U);
+    EXPECT_EQ(countOf(lines, kKill), 0U);
 }
 
 TEST_F(HostProcess, UninitAtOnceAfterSetParamEnds) {

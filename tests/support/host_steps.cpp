@@ -6,8 +6,8 @@
 
 namespace support {
 
-AudioServiceHandle* startHost(const HostApi& api, const std::string& folder) {
-    return api.init(folder.c_str(), SONVIA_LOG_DEBUG);
+AudioServiceHandle* startHost(const HostApi& api, const std::string& folder, int level) {
+    return api.init(folder.c_str(), level);
 }
 
 Result configure(const HostApi& api, AudioServiceHandle* handle) {
@@ -15,18 +15,19 @@ Result configure(const HostApi& api, AudioServiceHandle* handle) {
     return api.setParam(handle, &param) ? kGood : kSetParamFailed;
 }
 
-Result startAndWaitForPipe(const HostApi& api, AudioServiceHandle*& handle, const std::string& folder) {
+Result startAndWaitForPipe(const HostApi& api, AudioServiceHandle*& handle, const std::string& folder,
+                           int level) {
     HostEvents::instance().reset();
     const std::size_t before = countInRecord("listen");
-    handle = startHost(api, folder);
+    handle = startHost(api, folder, level);
     if (handle == nullptr) {
         return kNoHandle;
     }
     return eventually([before] { return countInRecord("listen") > before; }) ? kGood : kNoPipe;
 }
 
-Result begin(const HostApi& api, AudioServiceHandle*& handle, const std::string& folder) {
-    Result result = startAndWaitForPipe(api, handle, folder);
+Result begin(const HostApi& api, AudioServiceHandle*& handle, const std::string& folder, int level) {
+    Result result = startAndWaitForPipe(api, handle, folder, level);
     if (result == kGood) {
         result = configure(api, handle);
     }
@@ -36,9 +37,9 @@ Result begin(const HostApi& api, AudioServiceHandle*& handle, const std::string&
     return HostEvents::instance().waitFor(event(SONVIA_EVENT_BUFFERING_STARTED, 0)) ? kGood : kNoEvent;
 }
 
-Result wholeLife(const HostApi& api, const std::string& folder) {
+Result wholeLife(const HostApi& api, const std::string& folder, int level) {
     AudioServiceHandle* handle = nullptr;
-    const Result begun = begin(api, handle, folder);
+    const Result begun = begin(api, handle, folder, level);
     if (begun != kGood) {
         return begun;
     }

@@ -23,15 +23,17 @@ enum Result : int {
     kSettingsChanged
 };
 
-AudioServiceHandle* startHost(const HostApi& api, const std::string& folder = logFolder());
+AudioServiceHandle* startHost(const HostApi& api, const std::string& folder = logFolder(),
+                              int level = SONVIA_LOG_DEBUG);
 Result configure(const HostApi& api, AudioServiceHandle* handle);
 // startHost, and waits for the service's pipe: the library connects once, and a busy machine may need longer to open
 // the pipe than the library waits.
 Result startAndWaitForPipe(const HostApi& api, AudioServiceHandle*& handle,
-                           const std::string& folder = logFolder());
+                           const std::string& folder = logFolder(), int level = SONVIA_LOG_DEBUG);
 // From init to the first event.
-Result begin(const HostApi& api, AudioServiceHandle*& handle, const std::string& folder = logFolder());
+Result begin(const HostApi& api, AudioServiceHandle*& handle, const std::string& folder = logFolder(),
+             int level = SONVIA_LOG_DEBUG);
 // From init to uninit, with every call in between.
-Result wholeLife(const HostApi& api, const std::string& folder = logFolder());
+Result wholeLife(const HostApi& api, const std::string& folder = logFolder(), int level = SONVIA_LOG_DEBUG);
 
 } // namespace support

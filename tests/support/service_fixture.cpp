@@ -3,6 +3,9 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <ostream>
+#include <regex>
+#include <sstream>
 #include <stdexcept>
 
 namespace support {
@@ -60,15 +63,42 @@ std::string logFolder() {
 }
 
 std::string logText(const std::string& folder) {
+    // Where a backslash is no separator the folder has it in its name.
+    const fs::path logs = folder + "\\PCAudiodll";
+    const std::regex month(R"(\d{4}_\d\d)");
+    const std::regex name(R"(sonvia_Sonvia_[-\d]+\.log)");
     std::string text;
-    for (const fs::directory_entry& entry :
-         fs::recursive_directory_iterator(fs::path(folder).parent_path())) {
-        if (entry.is_regular_file() && entry.path().extension() == ".log") {
+    std::error_code none;
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(logs, none)) {
+        if (entry.path().parent_path().parent_path() == logs &&
+            std::regex_match(entry.path().parent_path().filename().string(), month) &&
+            std::regex_match(entry.path().filename().string(), name)) {
             std::ifstream file(entry.path(), std::ios::binary);
             text.append(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
         }
     }
     return text;
+}
+
+std::ostream& operator<<(std::ostream& out, const LoggedLine& line) {
+    return out << line.level << ' ' << line.tag << ": " << line.function << ' ' << line.text;
+}
+
+std::vector<LoggedLine> loggedLines(const std::string& folder, const std::string& tag) {
+    // date time [process] [thread] LEVEL tag: [function:line]text
+    const std::regex form(R"(\S+ \S+ \[[^\]]*\] \[\d+\] (\w+) +(\S+): \[(.*):\d+\](.*))");
+    std::istringstream text(logText(folder));
+    std::vector<LoggedLine> lines;
+    for (std::string line; std::getline(text, line);) {
+        line.erase(line.find_last_not_of('\r') + 1);
+        std::smatch parts;
+        if (!std::regex_match(line, parts, form)) {
+            lines.push_back({"no line of the log's form", {}, {}, line});
+        } else if (tag.empty() || parts[2] == tag) {
+            lines.push_back({parts[1], parts[2], parts[3], parts[4]});
+        }
+    }
+    return lines;
 }
 
 } // namespace support

@@ -1,7 +1,9 @@
 // One host with one handle and one stand-in service: the ground that most integration tests stand on.
 #pragma once
 
+#include <iosfwd>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -34,8 +36,22 @@ protected:
 
 // Folder that the library is given for its log: one for the process, because the library keeps the first.
 std::string logFolder();
-// All log lines below that folder, file by file.
+// All log lines that the library has written for a host that named that folder: where they belong, and nowhere else.
 std::string logText(const std::string& folder = logFolder());
+
+// A line of the log without its time, process, thread and source line.
+struct LoggedLine {
+    std::string level; // INFO, say
+    std::string tag;
+    std::string function;
+    std::string text;
+
+    bool operator==(const LoggedLine&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& out, const LoggedLine& line);
+// All lines of logText, in order; those of one tag when one is named.
+std::vector<LoggedLine> loggedLines(const std::string& folder = logFolder(), const std::string& tag = {});
 
 // The steps that almost every scenario begins with: until the device information has arrived.
 inline constexpr const char* kAfterDeviceInformation = "wait packet command 34 key KORUInfo\n";
