@@ -1,5 +1,8 @@
 // The life of one handle as the service sees it: what it is started with and what it is sent, in which order.
 #include <cstring>
+#include <future>
+#include <string>
+#include <vector>
 
 #include "support/process.h"
 #include "support/service_fixture.h"
@@ -18,6 +21,14 @@ protected:
             accounts.push_back(entryOf(packet.at("entries").list(), "accountID").at("value").text());
         }
         return accounts;
+    }
+
+    std::size_t runningServices() {
+        std::size_t running = 0;
+        for (const Json& start : standin.recorded("start")) {
+            running += support::processRuns(start.at("pid").number(), "QuPCAudio.exe") ? 1U : 0U;
+        }
+        return running;
     }
 
     std::vector<std::int64_t> sequencesOf(const std::string& key) {
@@ -178,6 +189,32 @@ TEST_F(Lifecycle, RunningServiceIsEndedByTheNextStartWhoeverStartedIt) {
     EXPECT_FALSE(support::processRuns(stranger, "QuPCAudio.exe"));
     ASSERT_TRUE(standin.waitForEvent("start"));
     EXPECT_TRUE(standin.running());
+}
+
+// Each start ends the services that run: one that has just been started must not slip through between another start's
+// look and its own.
+TEST_F(Lifecycle, OfStartsMadeAtOnceOneServiceIsLeft) {
+    constexpr std::size_t kStarts = 3;
+    standin.play("");
+    std::vector<std::future<AudioServiceHandle*>> starts;
+    for (std::size_t start = 0; start < kStarts; ++start) {
+        starts.push_back(std::async(std::launch::async, [this] {
+            return api.init(support::logFolder().c_str(), SONVIA_LOG_WARNING);
+        }));
+    }
+    std::vector<AudioServiceHandle*> handles;
+    for (std::future<AudioServiceHandle*>& each : starts) {
+        handles.push_back(each.get());
+        EXPECT_NE(handles.back(), nullptr);
+    }
+    EXPECT_TRUE(support::eventually([this] { return runningServices() != 0; }));
+    EXPECT_EQ(runningServices(), 1U);
+    for (const Json& start : standin.recorded("start")) { // none of them was ever told of a connection
+        support::killProcess(start.at("pid").number(), "QuPCAudio.exe");
+    }
+    for (AudioServiceHandle* each : handles) {
+        EXPECT_TRUE(api.uninit(each));
+    }
 }
 
 TEST_F(Lifecycle, UninitAtOnceAfterSetParamAlwaysEnds) {

@@ -22,6 +22,10 @@ size_t sizeOfRecordInC(void) {
     return sizeof(AudioServiceParam);
 }
 
+size_t sizeOfBoolResultInC(void) {
+    return sizeof(setParam(NULL, NULL));
+}
+
 void fillRecordInC(AudioServiceParam* param) {
     const AudioServiceParam empty = {0};
     *param = empty;

@@ -8,6 +8,7 @@ extern "C" {
 #endif
 
 size_t sizeOfRecordInC(void);
+size_t sizeOfBoolResultInC(void);
 void fillRecordInC(AudioServiceParam* param);
 int callEveryFunctionInC(void);
 int errorsSeenInC(void);

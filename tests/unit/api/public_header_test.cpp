@@ -51,6 +51,17 @@ TEST(PublicHeader, TheConstantsHaveTheirNumbers) {
     EXPECT_EQ(SONVIA_LOG_ERROR, 4);
 }
 
+TEST(PublicHeader, ResultsHaveTheWidthThatHostsCompiledAgainst) {
+    // A caller looks at one byte of a bool, whatever stands in the rest of the register.
+    EXPECT_EQ(sizeof(uninitSonviaAudioService(nullptr)), 1U);
+    EXPECT_EQ(sizeof(exitAudioProjection(nullptr)), 1U);
+    EXPECT_EQ(sizeof(setParam(nullptr, nullptr)), 1U);
+    EXPECT_EQ(sizeof(setAccountID(nullptr, nullptr)), 1U);
+    EXPECT_EQ(sizeof(getState(nullptr)), 4U);
+    EXPECT_EQ(sizeof(getVersion()), 4U);
+    EXPECT_EQ(sizeof(bool), sizeOfBoolResultInC());
+}
+
 TEST(PublicHeader, CAndCxxAgreeAboutTheRecord) {
     EXPECT_EQ(sizeOfRecordInC(), sizeof(AudioServiceParam));
     AudioServiceParam param;

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -115,6 +116,65 @@ TEST_F(ShutDown, TheDisconnectionThatItCausesIsNotReported) {
     direct.handle->process = std::make_unique<Leaving>(*direct.handle->session);
     uninit();
     EXPECT_TRUE(Host::errors().empty());
+}
+
+TEST_F(ShutDown, ADisconnectionWhileTheStopIsBeingSentIsNotReportedEither) {
+    /// A service that leaves as soon as the stop has reached it, before the write has returned.
+    struct Leaving : RecordingSocket {
+        bool write(const OBufList& list) override {
+            session->onError(UV_EOF);
+            return RecordingSocket::write(list);
+        }
+
+        QuPCAudioMessage* session = nullptr;
+    };
+
+    Leaving stream;
+    stream.session = direct.handle->session.get();
+    direct.connected();
+    direct.handle->session->init(Host::record());
+    direct.handle->session->setStream(&stream);
+    uninit();
+    EXPECT_EQ(stream.packets(),
+              (std::vector<wire::Packet>{{0x24, 8193, 1, wire::intEntry("StopSonviaAudioService", 200004)}}));
+    EXPECT_TRUE(Host::errors().empty());
+}
+
+TEST_F(ShutDown, TheHandlesLoopGoesThenTheSessionThenTheProcess) {
+    std::vector<std::string> steps;
+
+    struct LastSession : QuPCAudioMessage {
+        LastSession(std::shared_ptr<OUVLoop> its, std::vector<std::string>& places)
+            : QuPCAudioMessage(std::move(its)), steps(places) {}
+
+        ~LastSession() override {
+            steps.emplace_back(mLoop.use_count() == 1 ? "session, with the last share of the loop"
+                                                      : "session");
+        }
+
+        void close() override {
+            steps.emplace_back("close");
+            QuPCAudioMessage::close();
+        }
+
+        std::vector<std::string>& steps;
+    };
+
+    struct LastProcess : platform::ServiceProcess {
+        explicit LastProcess(std::vector<std::string>& places) : steps(places) {}
+
+        ~LastProcess() override { steps.emplace_back("process"); }
+
+        bool waitForEnd(std::chrono::milliseconds) override { return true; }
+
+        std::vector<std::string>& steps;
+    };
+
+    direct.handle->session = std::make_unique<LastSession>(direct.handle->loop, steps);
+    direct.handle->session->setStream(&direct.stream);
+    direct.handle->process = std::make_unique<LastProcess>(steps);
+    uninit();
+    EXPECT_EQ(steps, (Texts{"close", "session, with the last share of the loop", "process"}));
 }
 
 TEST_F(ShutDown, AHostThatTriesAgainOnEveryErrorDoesNotKeepItFromEnding) {

@@ -12,6 +12,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -102,9 +103,10 @@ TEST_F(StartUp, LinesOfTheLoopGoToTheLogButForLevelTwoAndUnknownOnes) {
             logLoopLine(level, "SomeTag", "a loop line of level %d, 100%% as it is: %s", level, "%n%s%d");
         }
     });
-    for (const int level : {0, 1, 3, 4}) {
-        const std::string text =
-            "SomeTag: a loop line of level " + std::to_string(level) + ", 100% as it is: %n%s%d";
+    const std::pair<int, const char*> words[] = {{0, "DEBUG"}, {1, "INFO "}, {3, "WARN "}, {4, "ERROR"}};
+    for (const auto& [level, word] : words) {
+        const std::string text = std::string(word) + " SomeTag: a loop line of level " +
+                                 std::to_string(level) + ", 100% as it is: %n%s%d";
         EXPECT_EQ(count(log, text), 1U) << level;
     }
     EXPECT_EQ(count(log, "a loop line"), 4U);
