@@ -180,6 +180,8 @@ Result runCallInCallbacks() {
     return library.api().uninit(handle) ? result : support::kUninitFailed;
 }
 
+constexpr std::chrono::seconds kLimit{20};
+
 std::size_t handlesInLog() {
     const std::vector<support::LoggedLine> lines = support::loggedLines();
     return static_cast<std::size_t>(
@@ -194,7 +196,7 @@ Result runFirstConnect(const support::HostApi& api, bool& connected) {
     const std::size_t before = handlesInLog();
     std::unique_ptr<support::PipePeer> pipe;
     std::thread opener([&pipe, before] {
-        if (support::eventually([before] { return handlesInLog() > before; })) {
+        if (support::eventually([before] { return handlesInLog() > before; }, kLimit)) {
             pipe = std::make_unique<support::PipePeer>(R"(\\.\pipe\uv_pipe.QuPCAudio)");
         }
     });
@@ -214,7 +216,6 @@ Result runFirstConnect(const support::HostApi& api, bool& connected) {
 
 // Good as soon as the very first connect of a handle has succeeded.
 Result runConnectAtOnce() {
-    constexpr std::chrono::seconds kLimit{20};
     const HostLibrary library;
     const auto end = std::chrono::steady_clock::now() + kLimit;
     do {

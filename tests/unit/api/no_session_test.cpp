@@ -1,10 +1,14 @@
 // A handle that has no session: every function says so, to the log and to the host.
 
 #include "api/audio_service_handle.h"
+#include "log/write_log.h"
 #include "unit/protocol/log_lines.h"
 #include "unit/session/session_support.h"
 
 #include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -79,6 +83,25 @@ TEST_F(NoSession, WithoutAnErrorCallbackTheResultsAreTheSame) {
     EXPECT_FALSE(setAccountID(&handle, "someone"));
     const AudioServiceParam empty = {};
     EXPECT_FALSE(setParam(&handle, &empty));
+}
+
+TEST_F(NoSession, EachLineComesBeforeTheCallback) {
+    Host::whenError([](int, int) { writeLog(kLogInfo, "Host", "called"); });
+    LogCapture log;
+    exitAudioProjection(&handle);
+    getState(&handle);
+    getSourceName(&handle);
+    setAccountID(&handle, "someone");
+    setParam(&handle, &handle.params);
+    std::vector<std::string> texts;
+    for (const LogLine& line : log.lines()) {
+        texts.push_back(line.text);
+    }
+    EXPECT_EQ(texts,
+              (std::vector<std::string>{"exitAudioProjection", "gQuPCAudio is NULL", "called", "getState!",
+                                        "quPCAudio is NULL", "called", "getSourceName!", "quPCAudio is NULL!",
+                                        "called", "koru setAccountID!", "setParam failed!", "called",
+                                        "koru setParam!", "gQuPCAudio is NULL", "called"}));
 }
 
 TEST_F(NoSession, TheHostMayCallBackFromItsErrorCallback) {

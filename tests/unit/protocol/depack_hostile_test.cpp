@@ -1,6 +1,6 @@
 // A peer that announces much and delivers little: what is kept grows with what has arrived and nothing else.
 
-#include "support/sanitizers.h"
+#include "support/heap.h"
 #include "unit/protocol/protocol_support.h"
 
 #include <gtest/gtest.h>
@@ -11,23 +11,10 @@
 #include <random>
 #include <vector>
 
-#if defined(SONVIA_ADDRESS_SANITIZER) || defined(SONVIA_THREAD_SANITIZER)
-// Declared here: not every installation of the sanitizers brings their headers.
-extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
-#endif
-
+using support::heapInUse;
 using wire::Bytes;
 
 namespace {
-
-/// Bytes that the program holds on its heap, where the runtime can tell; 0 elsewhere.
-std::size_t heapInUse() {
-#if defined(SONVIA_ADDRESS_SANITIZER) || defined(SONVIA_THREAD_SANITIZER)
-    return __sanitizer_get_current_allocated_bytes();
-#else
-    return 0;
-#endif
-}
 
 /// Remembers the blocks that reads came in, without keeping them.
 class ReadBlocks {

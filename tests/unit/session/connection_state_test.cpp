@@ -1,12 +1,15 @@
 // What a completed connect and a stream error do to the session, told by calling it as the loop does.
 
+#include "log/write_log.h"
 #include "unit/protocol/log_lines.h"
 #include "unit/session/session_support.h"
 
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <new>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -94,6 +97,37 @@ TEST_F(ConnectionState, EveryOtherCodeIsAStreamError) {
                   (std::vector<LogLine>{warningLine(code),
                                         errorLine("kSinkErrorProtocol,errorCode: " + std::to_string(code))}));
         EXPECT_EQ(Host::errors(), (Calls{{-3, code}}));
+    }
+}
+
+TEST_F(ConnectionState, EveryErrorIsLoggedBeforeTheHostHearsOfIt) {
+    connected();
+    Host::whenError([](int, int) { writeLog(kLogInfo, "Host", "called"); });
+    LogCapture log;
+    direct.session.onError(UV_EOF);
+    direct.session.onError(UV_EPIPE);
+    direct.session.onConnect(nullptr, UV_ENOENT);
+    std::vector<std::string> texts;
+    for (const LogLine& line : log.lines()) {
+        texts.push_back(line.text.substr(0, line.text.find('-'))); // without libuv's number
+    }
+    EXPECT_EQ(texts, (std::vector<std::string>{"nErrorCode:", "kSinkErrorConnection,errorCode: ", "called",
+                                               "nErrorCode:", "kSinkErrorProtocol,errorCode: ", "called",
+                                               "connect failed ", "called"}));
+}
+
+// The bytes are the same stream's, whatever it has reported in between.
+TEST_F(ConnectionState, HalfAPacketIsKeptThroughAFailure) {
+    connected();
+    const wire::Bytes packet = notify(wire::intEntry("change-mode", 7));
+    LogCapture quiet;
+    for (std::ptrdiff_t cut = 0; cut <= std::ssize(packet); ++cut) {
+        Host fresh;
+        direct.session.onRead(chainOf({packet.begin(), packet.begin() + cut}), 0);
+        direct.session.onError(UV_ECONNRESET);
+        direct.session.onConnect(nullptr, UV_ECONNREFUSED);
+        direct.session.onRead(chainOf({packet.begin() + cut, packet.end()}), 0);
+        EXPECT_EQ(Host::events(), (Calls{{200006, 7}})) << cut;
     }
 }
 

@@ -1,4 +1,5 @@
 #include "session/source_name.h"
+#include "support/heap.h"
 
 #include <gtest/gtest.h>
 
@@ -84,6 +85,19 @@ TEST(SourceName, TheLast64ReadersKeepTheirTexts) {
     for (std::thread& thread : threads) {
         thread.join();
     }
+}
+
+TEST(SourceName, NoMoreThan64TextsAreKeptHoweverManyReadersHaveAsked) {
+    constexpr std::size_t kSize = 100000;
+    SourceName name;
+    const std::size_t before = support::heapInUse();
+    for (int reader = 0; reader < 200; ++reader) {
+        std::thread([&name, reader] {
+            name.set(std::string(kSize, static_cast<char>('a' + reader % 26)));
+            EXPECT_NE(name.lend(), nullptr);
+        }).join();
+    }
+    EXPECT_LT(support::heapInUse(), before + (SourceName::kMaxReaders + 2) * kSize);
 }
 
 TEST(SourceName, ReadersNeverReadFreedTextWhileThousandsOfNamesArrive) {
