@@ -257,6 +257,25 @@ TEST(DecryptDataTest, ReplayedMessageDecryptsWronglyInItsFirstBlockOnly) {
     EXPECT_EQ(Bytes(again.begin() + 16, again.end()), Bytes(payload.begin() + 16, payload.end()));
 }
 
+TEST(DecryptDataTest, ReplayOfTheLastMessageCostsTheNextOneNothingAndAnyOtherReplayItsFirstBlock) {
+    const Bytes payload = textBytes("0123456789abcdef and the rest of the message");
+    for (const bool last : {true, false}) {
+        const auto sender = nearContext({true, true, true});
+        const auto context = receiver();
+        const Bytes first = encrypt(*sender, payload).data;
+        const Bytes second = encrypt(*sender, payload).data;
+        decrypt(*context, first);
+        decrypt(*context, second);
+        EXPECT_TRUE(decrypt(*context, last ? second : first).ok);
+        const Bytes next = decrypt(*context, encrypt(*sender, payload).data).data;
+        ASSERT_EQ(next.size(), payload.size());
+        EXPECT_EQ(Bytes(next.begin(), next.begin() + 16) == Bytes(payload.begin(), payload.begin() + 16),
+                  last);
+        EXPECT_EQ(Bytes(next.begin() + 16, next.end()), Bytes(payload.begin() + 16, payload.end()));
+        EXPECT_EQ(decrypt(*context, encrypt(*sender, payload).data).data, payload);
+    }
+}
+
 TEST(DecryptDataTest, RefusedMessagesLeaveTheChainWhereItWas) {
     const auto sender = nearContext({true, true, true});
     const auto context = receiver();

@@ -130,6 +130,46 @@ TEST(ProtectedPackets, PlainPacketsAreDroppedByAProtectedReceiverWithOneLineEach
                                                "cmdType:Notify_dummy_Ack size:2 decryptData failed"}));
 }
 
+TEST(ProtectedPackets, PlainPayloadsThatBeginWithAKnownKeyAreDroppedHoweverLong) {
+    RecordingProtocol receiver;
+    receiver.setSafetyDataDeal(context());
+    LogCapture quiet;
+    for (const char* key :
+         {"accountID", "exitAudioProjection", "StopSonviaAudioService", "player-state", "first-audiopcm",
+          "buffering-start", "buffering-end", "phone-name", "change-mode"}) {
+        receiver.feed(packet(34, 1, wire::intEntry(key, 1)));
+        for (const std::size_t size : {100U, 5000U, 70000U}) {
+            receiver.feed(packet(34, 1, wire::textEntry(key, std::string(size, 'x'))));
+        }
+    }
+    EXPECT_TRUE(receiver.received.empty());
+}
+
+TEST(ProtectedPackets, PlainDeviceInformationIsDroppedUnlessItIsLongerThanItCanBe) {
+    constexpr std::size_t kLongest =
+        12 + 42 + 6 * (6 + 256); // six texts of 256 bytes, their keys, the outer entry
+    const auto taken = [](std::size_t size) {
+        RecordingProtocol receiver;
+        receiver.setSafetyDataDeal(context());
+        receiver.feed(packet(34, 1, wire::entry({"KORUInfo", wire::kTypeNested, Bytes(size - 12)})));
+        return !receiver.received.empty();
+    };
+    LogCapture quiet;
+    for (std::size_t size = 12; size <= kLongest; ++size) {
+        EXPECT_FALSE(taken(size)) << size;
+    }
+    EXPECT_FALSE(taken(2124));
+    EXPECT_TRUE(taken(2125));
+}
+
+TEST(ProtectedPackets, APlainPayloadWithAnEmptyFirstKeyMayPassForAMessage) {
+    RecordingProtocol receiver;
+    receiver.setSafetyDataDeal(context());
+    const Bytes rest = wire::intEntry("change-mode", 1);
+    receiver.feed(packet(34, 1, wire::join({wire::rawEntry("", 1, {0}), rest})));
+    EXPECT_EQ(receiver.packets(), (std::vector<wire::Packet>{{0x24, 34, 1, rest}}));
+}
+
 TEST(ProtectedPackets, LengthHandedUpIsThatOfThePlainPayload) {
     RecordingProtocol receiver;
     receiver.setSafetyDataDeal(plainContext());
