@@ -91,7 +91,6 @@ protected:
 
 constexpr const char* kOneEvent = "wait packet key KORUInfo\nnotify int buffering-start 1\n";
 
-// A host often ends right after this: the program looks for the line as soon as the call has returned.
 TEST_F(HostProcess, NoServiceBesideTheHostGivesNoHandleAndIsInTheLogAtOnce) {
     EXPECT_EQ(run("no-service", "", folderWithoutService()), 0);
     EXPECT_TRUE(standin.recorded("start").empty());
@@ -104,7 +103,7 @@ TEST_F(HostProcess, NoServiceBesideTheHostGivesNoHandleAndIsInTheLogAtOnce) {
 }
 
 #ifdef _WIN32
-TEST_F(HostProcess, ServiceIsLookedForBesideTheHostAndNotBesideTheLibrary) {
+TEST_F(HostProcess, ServiceIsLookedForNextToTheHostAndNotNextToTheLibrary) {
     const fs::path folder = folderWithoutService();
     fs::rename(folder / "SonviaPCAudioDll.dll", "SonviaPCAudioDll.dll"); // the current folder is searched too
     copyTo(folder, "QuPCAudio.exe");
