@@ -57,19 +57,6 @@ TEST_F(Session, TheServiceFirstReceivesTheDeviceInformationWithNumberZero) {
     EXPECT_TRUE(Host::errors().empty());
 }
 
-TEST_F(Session, ARecordThatCameWhileTheConnectWasUnderWayIsRefusedAndYetItIsTheOneThatIsSent) {
-    LogCapture quiet;
-    pipe.listen();
-    ASSERT_TRUE(pipe.session->init(Host::record())); // no loop runs: the connect cannot complete yet
-    AudioServiceParam later = Host::record();
-    setText(later.pcName, "the later name");
-    EXPECT_FALSE(pipe.session->init(later));
-    pipe.runLoop();
-    const std::vector<wire::Packet> packets = pipe.waitForPackets(1);
-    ASSERT_EQ(packets.size(), 1U);
-    EXPECT_EQ(koruInfoOf(packets[0].payload).at(5).second, "the later name");
-}
-
 TEST_F(Session, NothingOvertakesTheDeviceInformation) {
     pipe.listen();
     ASSERT_TRUE(pipe.session->init(Host::record()));
