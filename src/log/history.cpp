@@ -57,8 +57,8 @@ void History::dropOldest() {
     mEntries.pop_front();
 }
 
-bool History::mustDelete(const Retention& retention, std::int64_t now, bool& bySize) const {
-    bySize = false;
+bool History::mustDelete(const Retention& retention, std::int64_t now, bool& tooLarge) const {
+    tooLarge = false;
     if (mEntries.empty()) {
         return false;
     }
@@ -67,16 +67,16 @@ bool History::mustDelete(const Retention& retention, std::int64_t now, bool& byS
     }
     switch (retention.type) {
     case kReserveBySize:
-        bySize = isTooLarge(retention);
-        return bySize;
+        tooLarge = isTooLarge(retention);
+        return tooLarge;
     case kReserveByTime:
         return isTooOld(retention, now);
     case kReserveBySizeOrTime:
-        bySize = isTooLarge(retention);
-        return bySize || isTooOld(retention, now);
+        tooLarge = isTooLarge(retention);
+        return tooLarge || isTooOld(retention, now);
     case kReserveBySizeAndTime:
-        bySize = isTooLarge(retention);
-        return bySize && isTooOld(retention, now);
+        tooLarge = isTooLarge(retention);
+        return tooLarge && isTooOld(retention, now);
     }
     return false;
 }

@@ -75,8 +75,9 @@ public:
     /// Forgets the oldest entry.
     void dropOldest();
 
-    /// Whether the oldest file is to be deleted. `bySize` is set when the size test decided: its numbers are shown.
-    bool mustDelete(const Retention& retention, std::int64_t now, bool& bySize) const;
+    /// Whether the oldest file is to be deleted. `tooLarge`: the size test was made and holds, so its numbers are to be
+    /// shown; with "size-and-Time" also when the age test keeps the file.
+    bool mustDelete(const Retention& retention, std::int64_t now, bool& tooLarge) const;
 
     /// The total in whole megabytes.
     std::uint32_t megabytes() const { return static_cast<std::uint32_t>(mWriteLength >> 20); }

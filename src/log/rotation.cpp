@@ -132,14 +132,15 @@ bool Rotation::isTaken(const LoggerSlot& slot, const std::string& path) const {
 void Rotation::deleteOldFiles(LoggerSlot& slot, const std::string& current) {
     const Retention retention = slot.retention();
     const std::int64_t now = mClock.now().seconds;
-    bool bySize = false;
-    while (slot.history.mustDelete(retention, now, bySize)) {
-        if (bySize) {
+    for (;;) {
+        bool tooLarge = false;
+        const bool mustDelete = slot.history.mustDelete(retention, now, tooLarge);
+        if (tooLarge) {
             mConsole.print("historyWriteLen:%llu historySizeMb:%u setLimitsizeMb:%u setTotalsizeMb:%u",
                            static_cast<unsigned long long>(slot.history.writeLength()),
                            slot.history.megabytes(), retention.limitSizeMb, retention.totalSizeMb);
         }
-        if (isSameFile(slot.history.oldest().path, current)) {
+        if (!mustDelete || isSameFile(slot.history.oldest().path, current)) {
             break; // opened again under its old name: never the file being written
         }
         mFiles.remove(slot.history.oldest().path);

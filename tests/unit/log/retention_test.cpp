@@ -26,6 +26,35 @@ TEST_F(RetentionTest, DeletionStartsOnceTheHistoryHoldsThreeMegabytes) {
     EXPECT_EQ(slot.history.writeLength(), 2 * kMb + 1);
 }
 
+TEST_F(RetentionTest, SizeAndTimeShowsItsNumbersWheneverTheSizeTestHolds) {
+    slot.reserveDelType = kReserveBySizeAndTime;
+    slot.reserveSeconds = 100;
+    files.put("logs/sonvia_Test_2026-03-09-07-59-00.log", std::string(3 * kMb, 'o'));
+    rotation.loadHistory(0, slot);
+    screen.forget();
+    EXPECT_TRUE(line()); // too large, but 60 s old
+    EXPECT_EQ(screen.plain(), "historyWriteLen:3145728 historySizeMb:3 setLimitsizeMb:2 setTotalsizeMb:5");
+    EXPECT_EQ(logs().size(), 2u);
+    screen.forget();
+    slot.file.close();
+    clock.advance(50);
+    EXPECT_TRUE(line()); // too large and too old
+    EXPECT_EQ(screen.plain(), "historyWriteLen:3145828 historySizeMb:3 setLimitsizeMb:2 setTotalsizeMb:5");
+    EXPECT_EQ(logs().size(), 2u) << "the old one went for the new";
+}
+
+TEST_F(RetentionTest, TheFiveHundredAndFirstFileGoesWithoutTheNumbersOfTheSizeTest) {
+    for (int i = 0; i < 501; ++i) {
+        slot.history.append("logs/old" + std::to_string(i) + ".log", clock.now().seconds);
+        slot.history.countNewest(kMb);
+    }
+    slot.limitSizeMb = 2;
+    slot.totalSizeMb = 502; // 2 + 500 once the first is gone: the size test holds for one more
+    EXPECT_TRUE(line());
+    EXPECT_EQ(screen.plain(),
+              "historyWriteLen:524288000 historySizeMb:500 setLimitsizeMb:2 setTotalsizeMb:502");
+}
+
 TEST_F(RetentionTest, AFailedDeletionIsIgnored) {
     files.failNth(MemoryFiles::Call::Remove, 1);
     for (int i = 0; i < 4; ++i) {
