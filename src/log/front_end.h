@@ -3,7 +3,8 @@
 #include "log/manager.h"
 
 #include <atomic>
-#include <cstdarg>
+#include <string>
+#include <string_view>
 
 namespace orvel {
 
@@ -25,8 +26,11 @@ int managerLevel(int level);
 /// The letter that stands for a level on the console.
 const char* consoleLetter(int level);
 
-/// Appends "tag: message" to a record's text. A message is cut at 4095 characters; a record that overflows is marked
-/// full.
-void appendMessage(log4z::LogRecord& record, const char* tag, const char* format, va_list arguments);
+/// Appends "tag: message" to a record's text, as much as there is room for: a record that overflows is full.
+void appendMessage(log4z::LogRecord& record, const char* tag, std::string_view message);
+
+/// Files or prints a formatted message, which ends in a zero byte. The threshold is looked at once more and the
+/// initialised flag only now, since both may have changed while the message was formatted.
+void deliverMessage(int level, const char* tag, std::string_view message);
 
 } // namespace orvel

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <string_view>
 
 namespace orvel {
 
@@ -20,34 +21,29 @@ const char* textOf(const char* text) {
     return text == nullptr ? "" : text;
 }
 
-/// Formats into `message` and returns the length the whole message has, cut or not.
-std::size_t formatMessage(char* message, std::size_t size, const char* format, va_list arguments) {
+/// Formats into `message`; what the text holds after an embedded zero byte does not belong to it.
+std::string_view formatMessage(char (&message)[kMessageSize], const char* format, va_list arguments) {
     va_list again;
     va_copy(again, arguments);
-    const int length = std::vsnprintf(message, size, format, arguments);
+    const int length = std::vsnprintf(message, sizeof message, format, arguments);
     if (length < 0) {
         // Something in it cannot be converted: what comes before that stays. The space was not cleared before, which
         // spares the usual line a few hundred bytes of zeros.
-        std::memset(message, 0, size);
-        std::vsnprintf(message, size, format, again);
-        message[size - 1] = '\0';
+        std::memset(message, 0, sizeof message);
+        std::vsnprintf(message, sizeof message, format, again);
+        message[sizeof message - 1] = '\0';
     }
     va_end(again);
-    return length < 0 ? std::strlen(message) : static_cast<std::size_t>(length);
+    return message;
 }
 
-void printLine(int level, const char* tag, const char* format, va_list arguments) {
-    char message[kMessageSize];
-    formatMessage(message, sizeof message, format, arguments);
-    if (level < logFrontEnd.threshold.load(std::memory_order_relaxed)) {
-        return; // initialised meanwhile
-    }
+void printLine(int level, const char* tag, const char* message) {
     std::printf("[%lu] %s %s: %s\n", static_cast<unsigned long>(platform::currentThreadId()),
                 consoleLetter(level), textOf(tag), message);
     std::fflush(stdout);
 }
 
-void pushLine(int level, const char* tag, const char* format, va_list arguments) {
+void pushLine(int level, const char* tag, std::string_view message) {
     log4z::LogerManager& manager = *logFrontEnd.manager.load(std::memory_order_relaxed);
     const int id = logFrontEnd.loggerId.load(std::memory_order_relaxed);
     const int recordLevel = managerLevel(level);
@@ -55,15 +51,19 @@ void pushLine(int level, const char* tag, const char* format, va_list arguments)
         return;
     }
     log4z::LogRecord* record = manager.makeRecord(id, recordLevel);
-    appendMessage(*record, tag, format, arguments);
+    appendMessage(*record, tag, message);
     manager.pushLog(record, nullptr, 0);
 }
 
+/// Apart from writeLog, so that a line below the threshold does not pay for the message's space on the stack.
 void writeLogArguments(int level, const char* tag, const char* format, va_list arguments) {
-    if (logFrontEnd.initialised.load(std::memory_order_acquire)) {
-        pushLine(level, tag, format, arguments);
-    } else {
-        printLine(level, tag, format, arguments);
+    char message[kMessageSize];
+    const std::string_view text = formatMessage(message, format, arguments);
+    try {
+        deliverMessage(level, tag, text);
+    } catch (const std::bad_alloc&) {
+        // The line is lost. Callers log where nothing may be thrown: in a host's call, under a callback of libuv, and
+        // while they are coping with a lack of memory themselves.
     }
 }
 
@@ -98,30 +98,27 @@ const char* consoleLetter(int level) {
     }
 }
 
-void appendMessage(log4z::LogRecord& record, const char* tag, const char* format, va_list arguments) {
-    const std::string_view name = textOf(tag);
-    const std::size_t room = static_cast<std::size_t>(log4z::LogRecord::kCapacity - record.contentLength);
-    char* text = record.content + record.contentLength;
-    const std::size_t heading = name.size() + 2;
-    if (heading >= room) {
-        name.copy(text, room);
-        if (name.size() < room) {
-            text[name.size()] = ':';
-        }
-        record.contentLength = log4z::LogRecord::kCapacity;
-        return;
+void appendMessage(log4z::LogRecord& record, const char* tag, std::string_view message) {
+    const std::string_view pieces[] = {textOf(tag), ": ", message};
+    std::size_t room = static_cast<std::size_t>(log4z::LogRecord::kCapacity - record.contentLength);
+    char* next = record.content + record.contentLength;
+    for (const std::string_view piece : pieces) {
+        const std::size_t count = std::min(room, piece.size());
+        std::memcpy(next, piece.data(), count);
+        next += count;
+        room -= count;
     }
-    name.copy(text, name.size());
-    text[name.size()] = ':';
-    text[name.size() + 1] = ' ';
-    // Straight into the record: a buffer between would move every line twice.
-    const std::size_t space = std::min(kMessageSize, room - heading);
-    const std::size_t length =
-        std::min(formatMessage(text + heading, space, format, arguments), kMessageSize - 1);
-    if (heading + length >= room) {
-        record.contentLength = log4z::LogRecord::kCapacity;
+    record.contentLength = static_cast<std::int32_t>(next - record.content);
+}
+
+void deliverMessage(int level, const char* tag, std::string_view message) {
+    if (level < logFrontEnd.threshold.load(std::memory_order_relaxed)) {
+        return; // raised while the message was formatted
+    }
+    if (logFrontEnd.initialised.load(std::memory_order_acquire)) {
+        pushLine(level, tag, message);
     } else {
-        record.contentLength += static_cast<std::int32_t>(heading + length);
+        printLine(level, tag, message.data());
     }
 }
 
@@ -133,11 +130,6 @@ void writeLog(int level, const char* tag, const char* format, ...) {
     }
     va_list arguments;
     va_start(arguments, format);
-    try {
-        orvel::writeLogArguments(level, tag, format, arguments);
-    } catch (const std::bad_alloc&) {
-        // The line is lost. Callers log where nothing may be thrown: in a host's call, under a callback of libuv, and
-        // while they are coping with a lack of memory themselves.
-    }
+    orvel::writeLogArguments(level, tag, format, arguments);
     va_end(arguments);
 }

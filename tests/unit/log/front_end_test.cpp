@@ -12,7 +12,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdarg>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -65,13 +64,6 @@ std::vector<std::string> fileLines() {
 std::string lastLine() {
     const std::vector<std::string> lines = fileLines();
     return lines.empty() ? "" : lines.back();
-}
-
-void appendTo(LogRecord& record, const char* tag, const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    appendMessage(record, tag, format, arguments);
-    va_end(arguments);
 }
 
 } // namespace
@@ -175,21 +167,12 @@ TEST(WriteLog, MemoryThatRunsOutCostsTheLineAndNothingElse) {
 TEST(Message, IsAppendedBehindItsTag) {
     LogRecord record;
     record.contentLength = 3;
-    appendTo(record, "tag", "%d-%s", 7, "x");
+    appendMessage(record, "tag", "7-x");
     EXPECT_EQ(std::string(record.content + 3, static_cast<std::size_t>(record.contentLength - 3)),
               "tag: 7-x");
     record.contentLength = 0;
-    appendTo(record, nullptr, "x");
+    appendMessage(record, nullptr, "x");
     EXPECT_EQ(std::string(record.content, static_cast<std::size_t>(record.contentLength)), ": x");
-}
-
-TEST(Message, IsCutAtFourThousandNinetyFiveCharacters) {
-    for (const std::size_t length : {4094u, 4095u, 4096u, 10000u}) {
-        LogRecord record;
-        record.contentLength = 100;
-        appendTo(record, "t", "%s", std::string(length, 'm').c_str());
-        EXPECT_EQ(record.contentLength, static_cast<int>(100 + 3 + std::min<std::size_t>(length, 4095)));
-    }
 }
 
 TEST(Message, ThatOverflowsItsRecordMarksItFull) {
@@ -208,8 +191,9 @@ TEST(Message, ThatOverflowsItsRecordMarksItFull) {
         LogRecord record;
         std::memset(record.content, '.', sizeof record.content);
         record.contentLength = c.used;
-        appendTo(record, longTag.substr(0, c.tag).c_str(), "%s", std::string(c.message, 'm').c_str());
+        appendMessage(record, longTag.substr(0, c.tag).c_str(), std::string(c.message, 'm'));
         EXPECT_EQ(record.contentLength, c.expected) << c.used << " " << c.tag << " " << c.message;
+        EXPECT_EQ(std::string(record.content + 8192, 3), "...") << "behind the record's text";
     }
 }
 
@@ -233,6 +217,17 @@ TEST(FrontEnd, ALevelBelowTheThresholdPrintsNothing) {
 TEST(FrontEnd, BeforeInitialisationALongMessageIsCut) {
     const std::string printed = printedBy([] { writeLog(4, "t", "%s", std::string(10000, 'm').c_str()); });
     EXPECT_EQ(printed.size(), (threadText() + " E t: \n").size() + 4095);
+}
+
+TEST(FrontEnd, BeforeInitialisationAMessageEndsAtItsZeroByte) {
+    EXPECT_EQ(printedBy([] { writeLog(4, "t", "a%cb", 0); }), threadText() + " E t: a\n");
+}
+
+TEST(FrontEnd, AThresholdRaisedWhileAMessageIsFormattedIsObeyed) {
+    logFrontEnd.threshold = 4;
+    EXPECT_EQ(printedBy([] { deliverMessage(3, "t", "too low by now"); }), "");
+    EXPECT_EQ(printedBy([] { deliverMessage(4, "t", "high enough"); }), threadText() + " E t: high enough\n");
+    logFrontEnd.threshold = 0;
 }
 
 TEST(FrontEnd, BeforeInitialisationThereIsNothingToFlush) {
@@ -292,6 +287,65 @@ TEST(FrontEnd, ALongMessageIsCutInTheFileToo) {
     writeLog(4, "t", "%s", std::string(10000, 'm').c_str());
     const std::string line = lastLine();
     EXPECT_EQ(line.size() - line.find("ERROR t: ") - 9, 4095u);
+}
+
+TEST(FrontEnd, AMessageInTheFileEndsAtItsZeroByte) {
+    writeLog(4, "t", "a%cb", 0);
+    const std::string line = lastLine();
+    EXPECT_EQ(line.substr(line.find("ERROR t: ")), "ERROR t: a");
+}
+
+TEST(FrontEnd, AfterInitialisationAThresholdRaisedWhileAMessageIsFormattedIsObeyedToo) {
+    const std::size_t before = fileLines().size();
+    logFrontEnd.threshold = 4;
+    deliverMessage(3, "t", "too low by now");
+    logFrontEnd.threshold = 0;
+    EXPECT_EQ(fileLines().size(), before);
+    EXPECT_EQ(printedBy([] {
+                  deliverMessage(0, "t", "formatted before the initialisation, filed after it");
+                  FLUSHLOG();
+              }).find(threadText() + " D "),
+              std::string::npos)
+        << "the flag is looked at after the formatting";
+    EXPECT_EQ(fileLines().size(), before + 1);
+}
+
+TEST(FrontEnd, AMessageIsFormattedBeforeItsRecordIsTaken) {
+    // Whatever the logger's own clock does, the text is that of the call.
+    class ClockThatChangesTheText final : public platform::Clock {
+    public:
+        platform::Moment now() override {
+            text[0] = 'B';
+            return {};
+        }
+
+        platform::CalendarTime toLocal(std::int64_t) override { return {}; }
+
+        std::int64_t fromLocal(const platform::CalendarTime&) override { return 0; }
+
+        void sleep(unsigned) override {}
+
+        char text[2] = "A";
+    } clock;
+
+    MemoryFiles files;
+    RecordingConsole console;
+    LogerManager manager({clock, files, console, "host"});
+    const int id = manager.createLogger("Test");
+    manager.setLoggerPath(id, "logs");
+    manager.setLoggerDisplay(id, false);
+    ASSERT_TRUE(manager.start());
+    ASSERT_TRUE(manager.loadHistory());
+    ASSERT_TRUE(manager.flush(60000)); // the writer's own looks at the clock are over
+    clock.text[0] = 'A';
+    LogerManager* const real = logFrontEnd.manager.exchange(&manager);
+    const int realId = logFrontEnd.loggerId.exchange(id);
+    writeLog(kLogError, "tag", "%s", clock.text);
+    logFrontEnd.manager = real;
+    logFrontEnd.loggerId = realId;
+    manager.stop();
+    ASSERT_EQ(files.pathsWith(".log").size(), 1u);
+    EXPECT_NE(files.content(files.pathsWith(".log")[0]).find("ERROR tag: A\r\n"), std::string::npos);
 }
 
 TEST(FrontEnd, FourThreadsWriteWholeLines) {
