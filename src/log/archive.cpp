@@ -70,7 +70,7 @@ bool writeArchive(platform::FileSystem& files, const std::string& logPath, const
     }
     const bool whole = packInto(zip, platform::lastPathComponent(logPath), *log, time);
     mz_zip_writer_end(&zip);
-    return whole;
+    return whole && archive->writeThrough() && archive->close(); // the log may be deleted for it
 }
 
 bool isTornArchive(platform::FileSystem& files, const std::string& archivePath) {

@@ -10,7 +10,8 @@ namespace orvel::log4z {
 /// Packs a closed log into a zip archive with one member, named after the log. The log is read and the archive
 /// written piece by piece: the memory used does not grow with the log.
 /// time: of the member, seconds since 1970. The log stays as it is. Returns false when the archive is not whole (it
-/// could not be opened, read or written to the end); what there is of it is left for the caller to remove.
+/// could not be opened, read, or written to the end and through to the medium); what there is of it is left for the caller
+/// to remove.
 bool writeArchive(platform::FileSystem& files, const std::string& logPath, const std::string& archivePath,
                   std::int64_t time);
 

@@ -1,5 +1,8 @@
 #include "log/log_file.h"
 
+#include "log/log_folder.h"
+#include "platform/path_text.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -10,33 +13,45 @@ namespace {
 /// Small enough to stay in a processor's own cache beside the records.
 constexpr std::size_t kBufferSize = std::size_t{128} * 1024;
 
+std::string folderOf(const std::string& path) {
+    return path.substr(0, path.size() - platform::lastPathComponent(path).size());
+}
+
 } // namespace
 
 bool LogFile::open(platform::FileSystem& files, const std::string& path) {
     close();
-    mFile = files.open(path, platform::OpenMode::Append);
-    if (mFile == nullptr) {
-        return false;
-    }
     if (mBuffer == nullptr) {
         mBuffer.reset(new char[kBufferSize]);
     }
-    mLength = mFile->size();
+    mFiles = &files;
+    mPath = path;
+    mIsClean = true;
+    return openHere();
+}
+
+bool LogFile::openHere() {
+    mFile = mFiles->open(mPath, platform::OpenMode::Append);
+    if (mFile == nullptr) {
+        return false;
+    }
+    mNameWasSeen = mFiles->size(mPath).has_value();
+    mLength = mFile->size() + mUsed;
     return true;
 }
 
 bool LogFile::write(const char* line, std::size_t count) {
-    mLength += count;
     if (count > kBufferSize - mUsed && !flush()) {
         loseLines(1);
         return false;
     }
+    mLength += count;
     if (count > kBufferSize) {
         return writeOut(line, count, {count});
     }
+    mLineEnds.push_back(mUsed + count);
     std::memcpy(mBuffer.get() + mUsed, line, count);
     mUsed += count;
-    mLineEnds.push_back(mUsed);
     return true;
 }
 
@@ -50,18 +65,33 @@ bool LogFile::flush() {
 void LogFile::close() {
     if (mFile != nullptr) {
         flush();
+        closeFile();
+    }
+}
+
+void LogFile::closeFile() {
+    if (mFile != nullptr) {
+        mIsClean = mFile->close() && mIsClean;
         mFile.reset();
     }
 }
 
 bool LogFile::writeOut(const char* lines, std::size_t count, const std::vector<std::size_t>& ends) {
-    const std::size_t taken = mFile->write(lines, count);
+    // The system goes on taking what is written to a file that has been deleted or moved away, and nobody would find
+    // it. It is closed first: until then Windows may keep the name of a deleted file.
+    if (mNameWasSeen && !mFiles->size(mPath).has_value()) {
+        closeFile();
+        ensureFolder(*mFiles, folderOf(mPath));
+        openHere();
+    }
+    const std::size_t taken = mFile == nullptr ? 0 : mFile->write(lines, count);
     if (taken == count) {
         return true;
     }
     const auto isLost = [&](std::size_t end) { return end > taken; };
     loseLines(static_cast<std::uint64_t>(std::count_if(ends.begin(), ends.end(), isLost)));
-    mFile.reset();
+    mIsClean = false;
+    closeFile();
     return false;
 }
 

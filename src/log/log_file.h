@@ -29,6 +29,9 @@ public:
     /// Flushes and closes. Without effect when nothing is open.
     void close();
 
+    /// Whether the file opened last has taken all that it was given, and its closing reported no error.
+    bool isClean() const { return mIsClean; }
+
     /// The file's length, with what is still buffered.
     std::uint64_t length() const { return mLength; }
 
@@ -39,8 +42,12 @@ public:
     std::uint64_t linesLost() const { return mLinesLost.load(std::memory_order_relaxed); }
 
 private:
+    bool openHere();
     bool writeOut(const char* lines, std::size_t count, const std::vector<std::size_t>& ends);
+    void closeFile();
 
+    platform::FileSystem* mFiles = nullptr;
+    std::string mPath; ///< of the file opened last
     std::unique_ptr<platform::OpenFile> mFile;
     std::unique_ptr<char[]> mBuffer; ///< made at the first opening
     std::size_t mUsed = 0;
@@ -48,6 +55,8 @@ private:
         mLineEnds; ///< of the lines in the buffer: to tell which of them a full disk has taken
     std::atomic<std::uint64_t> mLinesLost{0};
     std::uint64_t mLength = 0;
+    bool mNameWasSeen = false; ///< when it was opened: a folder closed to looks may take lines all the same
+    bool mIsClean = true;
 };
 
 } // namespace orvel::log4z

@@ -37,14 +37,12 @@ struct LoggerSlot {
 
     /// What changes with every line stays out of the memory that callers read.
     alignas(64) LogFile file;
-    std::uint32_t unflushedLines = 0;
     std::int64_t openTime = 0; ///< the time of the line that opened the file
     std::int64_t openDay = 0;  ///< the local midnight before it
     bool openedFull = false;   ///< it was over its limit when it was opened: no other name was left
     History history;
     bool newestIsUncounted =
-        false;                ///< the newest entry of the history is the file opened last, not weighed yet
-    bool nameWasSeen = false; ///< when it was opened: a folder closed to looks may take lines all the same
+        false; ///< the newest entry of the history is the file opened last, not weighed yet
 
     Retention retention() const { return {reserveDelType, limitSizeMb, totalSizeMb, reserveSeconds}; }
 };

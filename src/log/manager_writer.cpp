@@ -113,7 +113,6 @@ void LogerManager::applyRecord(const LogRecord& record) {
               std::string_view(record.content, static_cast<std::size_t>(record.contentLength)));
     }
     slot.file.close(); // the next line opens it with the new setting
-    slot.unflushedLines = 0;
     if (record.type == kChangeHistory) {
         loadHistories();
     }
@@ -135,7 +134,6 @@ void LogerManager::writeLine(const LogRecord& record) {
             return;
         }
         slot.file.write(record.content, static_cast<std::size_t>(record.contentLength));
-        ++slot.unflushedLines;
     } else if (slot.openFailed) {
         slot.file.loseLines(1);
     }
@@ -159,9 +157,7 @@ void LogerManager::flushFiles() {
     const int last = mLastId.load(std::memory_order_acquire);
     for (int id = 0; id <= last; ++id) {
         LoggerSlot& slot = mSlots[id];
-        if (slot.unflushedLines > 0) {
-            mRotation.flush(slot);
-        }
+        slot.file.flush();
         if (!slot.enable.load(std::memory_order_relaxed)) {
             slot.file.close();
         }

@@ -55,7 +55,6 @@ bool Rotation::openFor(LoggerSlot& slot, std::int64_t lineTime) {
         slot.history.append(path, mClock.now().seconds);
     }
     slot.newestIsUncounted = true;
-    slot.nameWasSeen = mFiles.size(path).has_value();
     return true;
 }
 
@@ -83,32 +82,21 @@ bool Rotation::isOfTheFilesDay(const LoggerSlot& slot, std::int64_t lineTime) co
 /// disk) is counted here as well: else it would never be, and the folder would outgrow its limits.
 void Rotation::settleNewest(LoggerSlot& slot) {
     slot.file.close();
-    slot.unflushedLines = 0;
     if (!slot.newestIsUncounted) {
         return;
     }
     slot.newestIsUncounted = false;
-    if (slot.isZip) {
+    if (slot.isZip && slot.file.isClean()) {
         archiveNewest(slot);
     }
     const std::string& newest = slot.history.newest().path;
     const std::optional<std::uint64_t> size = mFiles.size(newest);
     // A full disk still makes empty files, one a second; each would take an older log's place among the 500.
-    if (size == 0 && mFiles.remove(newest)) {
+    if (size == 0 && removeLog(newest)) {
         slot.history.dropNewest();
         return;
     }
     slot.history.countNewest(size.value_or(0));
-}
-
-void Rotation::flush(LoggerSlot& slot) {
-    slot.file.flush();
-    slot.unflushedLines = 0;
-    // The system goes on taking what is written to a file that has been deleted or moved away, and nobody would find
-    // it. The next line makes folder and file anew.
-    if (slot.file.isOpen() && slot.nameWasSeen && !mFiles.size(slot.history.newest().path).has_value()) {
-        slot.file.close();
-    }
 }
 
 std::string Rotation::chooseName(const LoggerSlot& slot, const std::string& folder) const {
@@ -143,9 +131,14 @@ void Rotation::deleteOldFiles(LoggerSlot& slot, const std::string& current) {
         if (!mustDelete || isSameFile(slot.history.oldest().path, current)) {
             break; // opened again under its old name: never the file being written
         }
-        mFiles.remove(slot.history.oldest().path);
+        removeLog(slot.history.oldest().path);
         slot.history.dropOldest();
     }
+}
+
+/// A file that another process on the same folder is writing is left alone.
+bool Rotation::removeLog(const std::string& path) {
+    return !mFiles.isWritten(path) && mFiles.remove(path);
 }
 
 void Rotation::archiveNewest(LoggerSlot& slot) {
@@ -154,6 +147,9 @@ void Rotation::archiveNewest(LoggerSlot& slot) {
     const std::string archive = log + kArchiveEnding;
     if (mFiles.size(archive).has_value()) {
         return; // of an earlier log of that name: it holds lines that are nowhere else
+    }
+    if (mFiles.isWritten(log)) {
+        return; // by another process on the same folder
     }
     const bool whole = writeArchive(mFiles, log, archive, mClock.now().seconds);
     const std::uint64_t logSize = sizeOf(log);
@@ -205,7 +201,7 @@ bool Rotation::versionChanged(LoggerSlot& slot) {
 void Rotation::clearFolder(LoggerSlot& slot) {
     const std::vector<FoundLog> found = listLogs(mFiles, slot.path, "sonvia", nullptr);
     for (const FoundLog& log : found) {
-        mFiles.remove(log.path);
+        removeLog(log.path);
     }
     mConsole.print("clear history num:%d", static_cast<int>(found.size()));
 }

@@ -26,9 +26,6 @@ public:
     /// logger writes no file until it is told to again.
     bool openFor(LoggerSlot& slot, std::int64_t lineTime);
 
-    /// Hands what is buffered to the system, and closes a file that is not in its folder any more.
-    void flush(LoggerSlot& slot);
-
     /// Reads a logger's history from its folder, or clears the folder when the version has changed.
     void loadHistory(int id, LoggerSlot& slot);
 
@@ -39,6 +36,7 @@ private:
     std::string chooseName(const LoggerSlot& slot, const std::string& folder) const;
     bool isTaken(const LoggerSlot& slot, const std::string& path) const;
     void deleteOldFiles(LoggerSlot& slot, const std::string& current);
+    bool removeLog(const std::string& path);
     void archiveNewest(LoggerSlot& slot);
     bool versionChanged(LoggerSlot& slot);
     void clearFolder(LoggerSlot& slot);

@@ -26,6 +26,13 @@ public:
 
     /// The file's length in bytes; 0 when it cannot be read.
     virtual std::uint64_t size() = 0;
+
+    /// Waits until all that was written is on the medium; false when the system reports that it is not.
+    virtual bool writeThrough() = 0;
+
+    /// Closes the file before its destructor would; false when the system reports that not all that was written may be
+    /// there. Nothing else may be called afterwards.
+    virtual bool close() = 0;
 };
 
 enum class OpenMode {
@@ -51,6 +58,9 @@ public:
 
     /// The length of a file; nothing when it does not exist or is not a file.
     virtual std::optional<std::uint64_t> size(const std::string& path) = 0;
+
+    /// Whether somebody, of this process or of another, has the file open for appending and would go on writing to it.
+    virtual bool isWritten(const std::string& path) = 0;
 
     virtual bool remove(const std::string& path) = 0;
 

@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,7 +16,7 @@ class PosixFile final : public OpenFile {
 public:
     explicit PosixFile(int descriptor) : mDescriptor(descriptor) {}
 
-    ~PosixFile() override { ::close(mDescriptor); }
+    ~PosixFile() override { close(); }
 
     PosixFile(const PosixFile&) = delete;
     PosixFile& operator=(const PosixFile&) = delete;
@@ -58,8 +59,16 @@ public:
         return ::fstat(mDescriptor, &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
     }
 
+    bool writeThrough() override { return ::fsync(mDescriptor) == 0; }
+
+    bool close() override {
+        const bool isClean = mDescriptor < 0 || ::close(mDescriptor) == 0;
+        mDescriptor = -1;
+        return isClean;
+    }
+
 private:
-    int mDescriptor;
+    int mDescriptor; ///< -1 once it is closed
 };
 
 int openFlags(OpenMode mode) {
@@ -81,6 +90,9 @@ public:
         if (descriptor < 0) {
             return nullptr;
         }
+        if (mode == OpenMode::Append) {
+            ::flock(descriptor, LOCK_SH | LOCK_NB); // for isWritten
+        }
         return std::make_unique<PosixFile>(descriptor);
     }
 
@@ -91,6 +103,16 @@ public:
             return std::nullopt;
         }
         return static_cast<std::uint64_t>(status.st_size);
+    }
+
+    bool isWritten(const std::string& path) override {
+        const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        if (descriptor < 0) {
+            return false;
+        }
+        const bool isHeld = ::flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+        ::close(descriptor);
+        return isHeld;
     }
 
     bool remove(const std::string& path) override { return ::unlink(path.c_str()) == 0; }

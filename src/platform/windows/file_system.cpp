@@ -12,7 +12,7 @@ class WindowsFile final : public OpenFile {
 public:
     explicit WindowsFile(HANDLE handle) : mHandle(handle) {}
 
-    ~WindowsFile() override { CloseHandle(mHandle); }
+    ~WindowsFile() override { close(); }
 
     WindowsFile(const WindowsFile&) = delete;
     WindowsFile& operator=(const WindowsFile&) = delete;
@@ -56,12 +56,20 @@ public:
         return GetFileSizeEx(mHandle, &size) == FALSE ? 0 : static_cast<std::uint64_t>(size.QuadPart);
     }
 
+    bool writeThrough() override { return FlushFileBuffers(mHandle) != FALSE; }
+
+    bool close() override {
+        const bool isClean = mHandle == INVALID_HANDLE_VALUE || CloseHandle(mHandle) != FALSE;
+        mHandle = INVALID_HANDLE_VALUE;
+        return isClean;
+    }
+
 private:
     static DWORD stepSize(std::size_t count) {
         return static_cast<DWORD>(std::min<std::size_t>(count, 1u << 30));
     }
 
-    HANDLE mHandle;
+    HANDLE mHandle; ///< INVALID_HANDLE_VALUE once it is closed
 };
 
 bool hasAttributes(const std::string& path, DWORD wanted, DWORD unwanted) {
@@ -101,6 +109,17 @@ public:
             return std::nullopt;
         }
         return (static_cast<std::uint64_t>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
+    }
+
+    bool isWritten(const std::string& path) override {
+        // A handle that may write and one that does not share writing exclude each other.
+        const HANDLE handle = CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE,
+                                          nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (handle == INVALID_HANDLE_VALUE) {
+            return GetLastError() == ERROR_SHARING_VIOLATION;
+        }
+        CloseHandle(handle);
+        return false;
     }
 
     bool remove(const std::string& path) override { return DeleteFileA(path.c_str()) != FALSE; }

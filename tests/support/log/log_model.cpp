@@ -109,6 +109,10 @@ public:
 
     ~OpenArchive() override { mOwner.mArchives.push_back({modelPath(mPath), mOwner.mDisk.content(mPath)}); }
 
+    bool writeThrough() override { return mFile->writeThrough(); }
+
+    bool close() override { return mFile->close(); }
+
     std::size_t write(const void* bytes, std::size_t count) override { return mFile->write(bytes, count); }
 
     std::size_t writeAt(std::uint64_t offset, const void* bytes, std::size_t count) override {

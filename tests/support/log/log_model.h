@@ -43,6 +43,8 @@ public:
 
     std::optional<std::uint64_t> size(const std::string& path) override { return mDisk.size(path); }
 
+    bool isWritten(const std::string& path) override { return mDisk.isWritten(path); }
+
     bool remove(const std::string& path) override { return mDisk.remove(path); }
 
     bool isFolder(const std::string& path) override { return mDisk.isFolder(path); }

@@ -29,7 +29,19 @@ std::string parentOf(const std::string& path) {
 class MemoryFile final : public platform::OpenFile {
 public:
     MemoryFile(MemoryFiles& files, std::shared_ptr<std::string> content, bool append)
-        : mFiles(files), mContent(std::move(content)), mAppend(append) {}
+        : mFiles(files), mContent(std::move(content)), mAppend(append) {
+        if (mAppend) { // under the lock already
+            mFiles.mAppended.insert(mContent.get());
+        }
+    }
+
+    ~MemoryFile() override {
+        const std::lock_guard<std::mutex> guard(mFiles.mLock);
+        closeUnlocked();
+    }
+
+    MemoryFile(const MemoryFile&) = delete;
+    MemoryFile& operator=(const MemoryFile&) = delete;
 
     std::size_t write(const void* bytes, std::size_t count) override {
         const std::lock_guard<std::mutex> guard(mFiles.mLock);
@@ -59,7 +71,25 @@ public:
         return mFiles.fails(MemoryFiles::Call::FileSize) ? 0 : mFiles.mClaimedSize.value_or(mContent->size());
     }
 
+    bool writeThrough() override {
+        const std::lock_guard<std::mutex> guard(mFiles.mLock);
+        return !mFiles.fails(MemoryFiles::Call::WriteThrough);
+    }
+
+    bool close() override {
+        const std::lock_guard<std::mutex> guard(mFiles.mLock);
+        closeUnlocked();
+        return !mFiles.fails(MemoryFiles::Call::Close);
+    }
+
 private:
+    void closeUnlocked() {
+        if (mContent != nullptr && mAppend) {
+            mFiles.mAppended.erase(mFiles.mAppended.find(mContent.get()));
+        }
+        mContent.reset();
+    }
+
     std::size_t put(const void* bytes, std::size_t count) {
         if (mAppend) {
             mPlace = mContent->size();
@@ -195,6 +225,12 @@ std::optional<std::uint64_t> MemoryFiles::size(const std::string& path) {
     const auto file = mFiles.find(plain(path));
     return fails(Call::Size) || file == mFiles.end() ? std::nullopt
                                                      : std::optional<std::uint64_t>(file->second->size());
+}
+
+bool MemoryFiles::isWritten(const std::string& path) {
+    const std::lock_guard<std::mutex> guard(mLock);
+    const auto file = mFiles.find(plain(path));
+    return file != mFiles.end() && mAppended.count(file->second.get()) != 0;
 }
 
 bool MemoryFiles::remove(const std::string& path) {

@@ -15,7 +15,20 @@
 class MemoryFiles final : public platform::FileSystem {
 public:
     /// Write is any write; WriteAt only one at a given place. Size is a path's, FileSize an open file's.
-    enum class Call { Open, Write, WriteAt, Read, Size, FileSize, Remove, IsFolder, CreateFolders, List };
+    enum class Call {
+        Open,
+        Write,
+        WriteAt,
+        Read,
+        Size,
+        FileSize,
+        WriteThrough,
+        Close,
+        Remove,
+        IsFolder,
+        CreateFolders,
+        List
+    };
 
     enum class Kind {
         Partly,  ///< a write, a read or a listing stops half way; any other call just fails
@@ -61,6 +74,7 @@ public:
 
     std::unique_ptr<platform::OpenFile> open(const std::string& path, platform::OpenMode mode) override;
     std::optional<std::uint64_t> size(const std::string& path) override;
+    bool isWritten(const std::string& path) override;
     bool remove(const std::string& path) override;
     bool isFolder(const std::string& path) override;
     bool createFolders(const std::string& path) override;
@@ -82,6 +96,7 @@ private:
 
     mutable std::mutex mLock;
     std::map<std::string, std::shared_ptr<std::string>> mFiles;
+    std::multiset<const std::string*> mAppended; ///< contents that are open for appending
     std::set<std::string> mFolders;
     std::map<Call, Fault> mFaults;
     std::size_t mReadLimit = SIZE_MAX;

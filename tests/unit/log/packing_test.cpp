@@ -81,6 +81,55 @@ TEST_F(Packing, AnArchiveThatCannotBeFinishedLosesNoLog) {
     }
 }
 
+TEST_F(Packing, ALogWhoseClosingReportsAnErrorIsNotPacked) {
+    slot.isZip = true;
+    const std::string text = compressible(20000);
+    ASSERT_TRUE(rotation.openFor(slot, clock.now().seconds));
+    slot.file.write(text.data(), text.size());
+    files.failNth(MemoryFiles::Call::Close, 1);
+    clock.advance(86400);
+    ASSERT_TRUE(line());
+    EXPECT_EQ(files.content("logs/sonvia_Test_2026-03-09-08-00-00.log"), text);
+    EXPECT_EQ(files.pathsWith(".zip").size(), 0u);
+}
+
+TEST_F(Packing, ALogIsKeptUntilItsArchiveIsOnTheMedium) {
+    slot.isZip = true;
+    const std::string text = compressible(20000);
+    for (const auto failing : {MemoryFiles::Call::WriteThrough, MemoryFiles::Call::Close}) {
+        ASSERT_TRUE(rotation.openFor(slot, clock.now().seconds));
+        slot.file.write(text.data(), text.size());
+        slot.file.close();
+        const std::string log = slot.history.newest().path;
+        files.failNth(failing, 1);
+        clock.advance(86400);
+        ASSERT_TRUE(rotation.openFor(slot, clock.now().seconds));
+        EXPECT_EQ(files.content(log), text);
+        EXPECT_FALSE(files.exists(log + ".zip"));
+    }
+}
+
+TEST_F(Packing, ALogThatAnotherProcessWritesIsLeftAlone) {
+    slot.isZip = true;
+    slot.reserveDelType = kReserveByTime;
+    slot.reserveSeconds = 1;
+    const std::string theirs = "logs/sonvia_Test_2026-03-08-08-00-00.log";
+    files.put(theirs, compressible(20000));
+    auto writer = files.open(theirs, platform::OpenMode::Append);
+    rotation.loadHistory(0, slot);
+    EXPECT_EQ(logs(), std::vector<std::string>{theirs}) << "not packed";
+    EXPECT_EQ(slot.history.writeLength(), 20000u);
+    ASSERT_TRUE(line());
+    EXPECT_TRUE(files.exists(theirs)) << "not deleted for its age";
+    slot.version = "2";
+    rotation.loadHistory(0, slot);
+    EXPECT_TRUE(files.exists(theirs)) << "nor for another version";
+    writer.reset();
+    slot.version = "3";
+    rotation.loadHistory(0, slot);
+    EXPECT_FALSE(files.exists(theirs));
+}
+
 TEST_F(Packing, ALogThatCannotBeReadToItsEndIsNotPacked) {
     slot.isZip = true;
     const std::string text = compressible(200000);

@@ -128,27 +128,26 @@ TEST_F(LogOverTime, OfSixHundredOldFilesTheOldestGoUntilFiveHundredAreLeft) {
     manager.stop();
 }
 
-TEST_F(LogOverTime, AFolderDeletedAtAnyTimeIsMadeAnewByTheNextLineButOne) {
+TEST_F(LogOverTime, AFolderDeletedAtAnyTimeIsMadeAnewByTheNextLine) {
     const int rounds = support::rounds(60, 1500);
     const int id = makeLogger();
     manager.setLoggerMonthdir(id, true);
     ASSERT_TRUE(manager.start());
     for (int round = 0; round < rounds; ++round) {
         write(id, 2 * round);
-        ASSERT_EQ(files.pathsWith("sonvia_Test_").size(), 1u) << "round " << round;
+        ASSERT_GE(files.pathsWith("sonvia_Test_").size(), 1u) << "round " << round;
         files.removeFolder(round % 2 == 0
                                ? "logs"
-                               : files.paths().front().substr(0, 12)); // the open file goes on without a name
-        write(id, 2 * round + 1); // goes with the file: nobody has looked since
-        EXPECT_EQ(files.pathsWith("sonvia_Test_").size(), 0u);
+                               : files.paths().back().substr(0, 12)); // the open file goes on without a name
+        write(id, 2 * round + 1);
+        EXPECT_TRUE(accountFor(files, "sonvia_Test_").found(2 * round + 1)) << "round " << round;
         clock.advance(round % 3 == 0 ? 86400 : round % 3);
     }
     write(id, 2 * rounds);
     write(id, 2 * rounds + 1);
-    EXPECT_EQ(files.pathsWith("sonvia_Test_").size(), 1u);
     manager.stop();
     const LineAccount account = accountFor(files, "sonvia_Test_");
     EXPECT_TRUE(account.found(2 * rounds) && account.found(2 * rounds + 1));
-    EXPECT_EQ(manager.totalLinesLost(), 0u) << "the system took them";
+    EXPECT_EQ(manager.totalLinesLost(), 0u) << "what went with the folder had been written";
     support::tried("log: folder deleted while a file is open", rounds);
 }

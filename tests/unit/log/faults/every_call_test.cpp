@@ -34,6 +34,8 @@ constexpr CallName kCalls[] = {
     {Call::Read, "read", true, false},
     {Call::Size, "size of a path", false, false},
     {Call::FileSize, "size of a file", false, false},
+    {Call::WriteThrough, "writeThrough", false, false},
+    {Call::Close, "close", false, false},
     {Call::Remove, "remove", false, false},
     {Call::IsFolder, "isFolder", false, false},
     {Call::CreateFolders, "createFolders", false, true},
