@@ -56,6 +56,7 @@ bool packInto(mz_zip_archive& zip, const std::string& memberName, platform::Open
 
 bool writeArchive(platform::FileSystem& files, const std::string& logPath, const std::string& archivePath,
                   std::int64_t time) {
+    const std::string memberName(platform::lastPathComponent(logPath));
     const auto log = files.open(logPath, platform::OpenMode::Read);
     const auto archive = log == nullptr ? nullptr : files.open(archivePath, platform::OpenMode::Write);
     if (archive == nullptr) {
@@ -68,7 +69,7 @@ bool writeArchive(platform::FileSystem& files, const std::string& logPath, const
     if (mz_zip_writer_init(&zip, 0) == MZ_FALSE) {
         return false;
     }
-    const bool whole = packInto(zip, platform::lastPathComponent(logPath), *log, time);
+    const bool whole = packInto(zip, memberName, *log, time);
     mz_zip_writer_end(&zip);
     return whole && archive->writeThrough() && archive->close(); // the log may be deleted for it
 }

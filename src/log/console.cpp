@@ -4,8 +4,9 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
+#include <memory>
 #include <mutex>
-#include <string>
 
 namespace orvel::log4z {
 
@@ -29,15 +30,35 @@ unsigned attributeOf(int level) {
     }
 }
 
-std::string formatted(const char* format, va_list arguments) {
-    va_list again;
-    va_copy(again, arguments);
-    const int length = std::vsnprintf(nullptr, 0, format, again);
-    va_end(again);
-    std::string text(length < 0 ? 0 : static_cast<std::size_t>(length), '\0');
-    std::vsnprintf(text.data(), text.size() + 1, format, arguments);
-    return text;
-}
+/// A formatted text that never throws: a long one is cut where there is no memory for it.
+class Formatted {
+public:
+    Formatted(const char* format, va_list arguments) {
+        va_list again;
+        va_copy(again, arguments);
+        const int length = std::vsnprintf(mShort, sizeof mShort, format, arguments);
+        if (length >= static_cast<int>(sizeof mShort)) {
+            const std::size_t size = static_cast<std::size_t>(length) + 1;
+            mLong.reset(static_cast<char*>(std::malloc(size)));
+            if (mLong != nullptr) {
+                std::vsnprintf(mLong.get(), size, format, again);
+            }
+        } else if (length < 0) {
+            mShort[0] = '\0';
+        }
+        va_end(again);
+    }
+
+    const char* text() const { return mLong != nullptr ? mLong.get() : mShort; }
+
+private:
+    struct Free {
+        void operator()(char* memory) const { std::free(memory); }
+    };
+
+    char mShort[512];
+    std::unique_ptr<char, Free> mLong;
+};
 
 } // namespace
 
@@ -54,14 +75,14 @@ void ConsoleEcho::show(int level, const char* text) {
 void ConsoleEcho::print(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    mConsole.print(formatted(format, arguments).c_str());
+    mConsole.print(Formatted(format, arguments).text());
     va_end(arguments);
 }
 
 void ConsoleEcho::report(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    show(kLevelFatal, formatted(format, arguments).c_str());
+    show(kLevelFatal, Formatted(format, arguments).text());
     va_end(arguments);
 }
 

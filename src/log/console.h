@@ -6,7 +6,7 @@
 
 namespace orvel::log4z {
 
-/// Shows lines and the manager's own messages on the host's console. Thread: any.
+/// Shows lines and the manager's own messages on the host's console. Never throws. Thread: any.
 class ConsoleEcho {
 public:
     explicit ConsoleEcho(platform::Console& console) : mConsole(console) {}

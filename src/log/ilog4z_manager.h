@@ -11,7 +11,8 @@ namespace orvel::log4z {
 ///
 /// Thread: any, for every operation but `config`, `start` and `stop`, which are the owner's. The setters change a
 /// logger at once while the engine is stopped; while it runs they are queued and take effect in order with the lines.
-/// They fail when the id is invalid or the text is 8192 bytes or longer. A null text is an empty one.
+/// They fail when the id is invalid, the text is 8192 bytes or longer, or there is no memory for it. A null text is an
+/// empty one.
 class ILog4zManager {
 public:
     virtual ~ILog4zManager() = default;
@@ -25,7 +26,8 @@ public:
     /// Makes a logger, or finds the one with that key. Returns its id, -1 for a null key or when all are in use.
     virtual int createLogger(const char* key) = 0;
 
-    /// Starts the writer thread and waits up to 3 s until it runs. False when it runs already or cannot be created.
+    /// Starts the writer thread and waits up to 3 s until it runs. False when it was started already or cannot be
+    /// created. The standard output says when it could not be created, or has not come up in that time.
     virtual bool start() = 0;
 
     /// Writes all that waits, ends the writer thread (without limit) and frees the pooled records. False when it does
@@ -82,11 +84,13 @@ public:
     virtual std::uint64_t totalRecordsPopped() = 0;
     virtual std::uint32_t activeLoggerCount() = 0;
 
-    /// A record for a line of that logger, its prefix written: the caller's until it is pushed or freed.
+    /// A record for a line of that logger, its prefix written: the caller's until it is pushed or freed. Null when there
+    /// is no memory for it: the line counts as lost.
     virtual LogRecord* makeRecord(int id, int level) = 0;
     virtual void freeRecord(LogRecord* record) = 0;
 
     /// Reads anew which old files there are. While the engine runs, the writer thread does it, in order with the lines.
+    /// False when there is no memory to ask it.
     virtual bool loadHistory() = 0;
 };
 

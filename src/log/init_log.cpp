@@ -4,15 +4,37 @@
 #include "log/log_settings.h"
 #include "log/write_log.h"
 
+#include <cstdio>
+#include <new>
+
 namespace orvel {
 
 namespace {
 
 constexpr unsigned kFlushLimit = 3000; // ms
 
-} // namespace
+/// Lines go to the standard output until the manager takes them; where it does not, the next call tries again.
+void startLogging(const LogInitSettings& settings, const char* path, int level) {
+    log4z::LogerManager& manager = log4z::LogerManager::instance();
+    if (logFrontEnd.tag == nullptr) {
+        logFrontEnd.tag = new std::string(settings.tag); // kept until the process ends
+    }
+    const int id = setUpLogger(manager, settings, path, level);
+    if (id < 0) {
+        throw std::bad_alloc();
+    }
+    logFrontEnd.manager.store(&manager, std::memory_order_relaxed);
+    logFrontEnd.loggerId.store(id, std::memory_order_relaxed);
+    if (!manager.isRunning()) { // a writer that was late last time may have come up since
+        manager.start();
+    }
+    logFrontEnd.threshold.store(level, std::memory_order_relaxed);
+    if (manager.isRunning()) {
+        logFrontEnd.initialised.store(true, std::memory_order_release);
+    }
+}
 
-void INITLOG(const char* path, int level) {
+void initialise(const char* path, int level) {
     const LogInitSettings& settings = logInitSettings();
     const bool wasInitialised = logFrontEnd.initialised.load(std::memory_order_acquire);
     writeLog(kLogWarning, kLogTagDefault,
@@ -22,16 +44,20 @@ void INITLOG(const char* path, int level) {
              settings.key.c_str(), settings.reserveDelType.c_str(), level,
              static_cast<int>(settings.reserveTimeSec), static_cast<int>(settings.singleSizeMb),
              static_cast<int>(settings.totalSizeMb), settings.isZip);
-    if (wasInitialised) {
-        return;
+    if (!wasInitialised) {
+        startLogging(settings, path, level);
     }
-    log4z::LogerManager& manager = log4z::LogerManager::instance();
-    logFrontEnd.tag = new std::string(settings.tag); // once, and kept until the process ends
-    logFrontEnd.manager.store(&manager, std::memory_order_relaxed);
-    logFrontEnd.loggerId.store(setUpLogger(manager, settings, path, level), std::memory_order_relaxed);
-    manager.start();
-    logFrontEnd.threshold.store(level, std::memory_order_relaxed);
-    logFrontEnd.initialised.store(true, std::memory_order_release);
+}
+
+} // namespace
+
+void INITLOG(const char* path, int level) {
+    try {
+        initialise(path, level);
+    } catch (const std::bad_alloc&) {
+        std::printf("log: no memory to start logging! \n");
+        std::fflush(stdout);
+    }
 }
 
 bool FLUSHLOG() {

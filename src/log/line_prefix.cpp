@@ -3,10 +3,13 @@
 #include "log/log_level.h"
 #include "log/log_record.h"
 #include "platform/path_text.h"
+#include "platform/thread_block.h"
 
 #include <algorithm>
 #include <atomic>
+#include <cstdio>
 #include <cstring>
+#include <string_view>
 
 namespace orvel::log4z {
 
@@ -27,7 +30,8 @@ constexpr std::size_t kClockLength = 15;
 constexpr std::size_t kMaxProcessName = 259;
 
 static_assert(sizeof(PrefixCache::originText) > kMaxProcessName + sizeof " [] [4294967295] ");
-static_assert(sizeof(PrefixCache) + 16 < LogRecord::kCapacity);
+static_assert(LinePrefix::kMaxLength >= kClockLength + 3 + sizeof(PrefixCache::originText) + 6);
+static_assert(LinePrefix::kMaxLength < LogRecord::kCapacity);
 
 constexpr char kTwoDigits[] = "00010203040506070809101112131415161718192021222324"
                               "25262728293031323334353637383940414243444546474849"
@@ -40,9 +44,9 @@ void putTwoDigits(char* out, std::int64_t value) {
     std::memcpy(out, kTwoDigits + 2 * (value % 100), 2);
 }
 
-std::atomic<std::uint64_t> nextSerial{1};
+static_assert(sizeof(PrefixCache) <= platform::kThreadBlockSize);
 
-thread_local PrefixCache prefixCache;
+std::atomic<std::uint64_t> nextSerial{1};
 
 } // namespace
 
@@ -54,12 +58,15 @@ std::string LinePrefix::processNameOf(const std::string& hostFileName) {
     if (hostFileName.empty()) {
         return "process";
     }
-    const std::string name = platform::lastPathComponent(hostFileName).substr(0, kMaxProcessName);
-    return name.substr(0, name.rfind('.'));
+    const std::string_view name = platform::lastPathComponent(hostFileName).substr(0, kMaxProcessName);
+    return std::string(name.substr(0, name.rfind('.')));
 }
 
 int LinePrefix::write(char* out, platform::Moment time, std::uint32_t threadId, int level) const {
-    PrefixCache& cache = prefixCache;
+    PrefixCache fresh;
+    fresh.serial = 0;
+    void* const kept = platform::threadBlock();
+    PrefixCache& cache = kept == nullptr ? fresh : *static_cast<PrefixCache*>(kept);
     if (cache.serial != mSerial) {
         refreshOwner(cache, threadId);
         refreshDay(cache, time.seconds);
@@ -86,10 +93,9 @@ int LinePrefix::write(char* out, platform::Moment time, std::uint32_t threadId, 
 }
 
 void LinePrefix::refreshOwner(PrefixCache& cache, std::uint32_t threadId) const {
-    std::string origin = " [" + mProcessName + "] [";
-    const std::string digits = std::to_string(threadId);
-    origin.append(digits.size() < 4 ? 4 - digits.size() : 0, '0').append(digits).append("] ");
-    cache.originLength = origin.copy(cache.originText, sizeof cache.originText);
+    const int length = std::snprintf(cache.originText, sizeof cache.originText, " [%s] [%04u] ",
+                                     mProcessName.c_str(), static_cast<unsigned>(threadId));
+    cache.originLength = static_cast<std::size_t>(length);
     cache.serial = mSerial;
 }
 

@@ -2,6 +2,7 @@
 
 #include "platform/clock.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -19,7 +20,10 @@ public:
     LinePrefix(const LinePrefix&) = delete;
     LinePrefix& operator=(const LinePrefix&) = delete;
 
-    /// Writes the prefix to `out`, which has room for a whole record, and returns its length. Not terminated.
+    static constexpr std::size_t kMaxLength = 320;
+
+    /// Writes the prefix to `out`, which has room for kMaxLength bytes, and returns its length. Not terminated.
+    /// Never throws.
     int write(char* out, platform::Moment time, std::uint32_t threadId, int level) const;
 
     /// The executable's name as it stands in the lines; "process" when the executable is not known.

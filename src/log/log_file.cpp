@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 namespace orvel::log4z {
 
@@ -45,14 +46,23 @@ bool LogFile::write(const char* line, std::size_t count) {
         loseLines(1);
         return false;
     }
-    mLength += count;
     if (count > kBufferSize) {
+        mLength += count;
         return writeOut(line, count, {count});
     }
-    mLineEnds.push_back(mUsed + count);
+    mLineEnds.push_back(mUsed + count); // before anything has changed: it may throw
     std::memcpy(mBuffer.get() + mUsed, line, count);
     mUsed += count;
+    mLength += count;
     return true;
+}
+
+void LogFile::writeNote(const char* line, std::size_t count) {
+    if (count <= kBufferSize - mUsed || flush()) {
+        std::memcpy(mBuffer.get() + mUsed, line, count);
+        mUsed += count;
+        mLength += count;
+    }
 }
 
 bool LogFile::flush() {
@@ -76,16 +86,25 @@ void LogFile::closeFile() {
     }
 }
 
+void LogFile::makeAnew() {
+    try {
+        ensureFolder(*mFiles, folderOf(mPath));
+        openHere();
+    } catch (const std::bad_alloc&) {
+        mFile.reset(); // the lines are lost, and counted
+    }
+}
+
 bool LogFile::writeOut(const char* lines, std::size_t count, const std::vector<std::size_t>& ends) {
     // The system goes on taking what is written to a file that has been deleted or moved away, and nobody would find
     // it. It is closed first: until then Windows may keep the name of a deleted file.
     if (mNameWasSeen && !mFiles->size(mPath).has_value()) {
         closeFile();
-        ensureFolder(*mFiles, folderOf(mPath));
-        openHere();
+        makeAnew();
     }
     const std::size_t taken = mFile == nullptr ? 0 : mFile->write(lines, count);
     if (taken == count) {
+        mTakesLines = true;
         return true;
     }
     const auto isLost = [&](std::size_t end) { return end > taken; };
@@ -96,6 +115,7 @@ bool LogFile::writeOut(const char* lines, std::size_t count, const std::vector<s
 }
 
 void LogFile::loseLines(std::uint64_t count) {
+    mTakesLines = false;
     mLinesLost.store(mLinesLost.load(std::memory_order_relaxed) + count, std::memory_order_relaxed);
 }
 

@@ -23,6 +23,12 @@ public:
     /// the file is closed.
     bool write(const char* line, std::size_t count);
 
+    /// As `write`, for a line of the log's own that is not counted when it is lost.
+    void writeNote(const char* line, std::size_t count);
+
+    /// Whether it is open and has taken all it was given since lines were last lost.
+    bool takesLines() const { return mFile != nullptr && mTakesLines; }
+
     /// Hands what is buffered to the system; false as above.
     bool flush();
 
@@ -43,6 +49,7 @@ public:
 
 private:
     bool openHere();
+    void makeAnew();
     bool writeOut(const char* lines, std::size_t count, const std::vector<std::size_t>& ends);
     void closeFile();
 
@@ -57,6 +64,7 @@ private:
     std::uint64_t mLength = 0;
     bool mNameWasSeen = false; ///< when it was opened: a folder closed to looks may take lines all the same
     bool mIsClean = true;
+    bool mTakesLines = true; ///< false from a loss until a write succeeds
 };
 
 } // namespace orvel::log4z

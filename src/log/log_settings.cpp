@@ -41,8 +41,10 @@ int setUpLogger(log4z::LogerManager& manager, const LogInitSettings& settings, c
     manager.setLoggerZip(id, settings.isZip);
     manager.setLoggerLevel(id,
                            level); // as it is: what writeLog lets through lies above it in either numbering
-    manager.setLoggerPath(id, path);
-    manager.setLoggerVersion(id, kVersion);
+    // Logs in another folder than the host's, or of no version, would be worse than none.
+    if (!manager.setLoggerPath(id, path) || !manager.setLoggerVersion(id, kVersion)) {
+        return -1;
+    }
     manager.setLoggerMonthdir(id, true);
     manager.setLoggerDisplay(id, true);
     return id;

@@ -29,8 +29,9 @@ LogInitSettings& logInitSettings();
 extern const std::map<std::string, int>& logLevelNames;
 extern const std::map<std::string, int>& reserveDelTypeNames;
 
-/// Makes the library's logger and gives it the settings, the folder and the level; returns its id. The manager must
-/// not run yet.
+/// Makes the library's logger and gives it the settings, the folder and the level; returns its id; -1 when
+/// there is no memory for the logger, the folder or the version, or the folder's path is too long. The manager must not
+/// run yet.
 int setUpLogger(log4z::LogerManager& manager, const LogInitSettings& settings, const char* path, int level);
 
 } // namespace orvel

@@ -31,6 +31,7 @@ struct LoggerSlot {
     std::uint32_t totalSizeMb = 5;
     std::atomic<bool> enable{false};
     std::atomic<bool> fileline{true};
+    std::atomic<std::uint64_t> linesRefused{0}; ///< there was no memory for them; callers count these
     std::int64_t reserveSeconds = 0;
     bool isZip = false;
     ReserveDelType reserveDelType = kReserveBySizeOrTime;
@@ -43,6 +44,13 @@ struct LoggerSlot {
     History history;
     bool newestIsUncounted =
         false; ///< the newest entry of the history is the file opened last, not weighed yet
+
+    std::uint64_t lossesTold = 0; ///< so many lost lines the log itself has told of
+
+    /// Lines that were to go to a file and did not. Thread: any.
+    std::uint64_t linesLost() const {
+        return file.linesLost() + linesRefused.load(std::memory_order_relaxed);
+    }
 
     Retention retention() const { return {reserveDelType, limitSizeMb, totalSizeMb, reserveSeconds}; }
 };

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstring>
 #include <mutex>
+#include <new>
 
 namespace orvel::log4z {
 
@@ -18,15 +19,13 @@ namespace {
 /// From this many waiting records on a caller may be held back.
 constexpr std::uint64_t kBackPressureFrom = 20000;
 
-constexpr unsigned kStartLimit = 3000; // ms
-
-/// A few numbers without pattern, one series a thread.
+/// A few numbers without pattern, for callers of all threads.
 unsigned nextRandom() {
-    static thread_local std::uint32_t state = platform::currentThreadId() * 2654435761u | 1u;
-    state ^= state << 13;
-    state ^= state >> 17;
-    state ^= state << 5;
-    return state;
+    static std::atomic<std::uint32_t> count{1};
+    std::uint32_t mixed = count.fetch_add(1, std::memory_order_relaxed) * 2654435761u;
+    mixed ^= mixed >> 16;
+    mixed *= 2246822519u;
+    return mixed ^ mixed >> 13;
 }
 
 /// Appends as much as the record has room for.
@@ -58,8 +57,9 @@ LogerManager& LogerManager::instance() {
 }
 
 LogerManager::LogerManager(const LogSystem& system)
-    : mClock(system.clock), mFiles(system.files), mConsole(system.console),
-      mPrefix(system.clock, system.hostFileName), mRotation(system.clock, system.files, mConsole) {}
+    : ThreadHelper(system.startThread), mClock(system.clock), mFiles(system.files), mConsole(system.console),
+      mPrefix(system.clock, system.hostFileName), mRotation(system.clock, system.files, mConsole),
+      mStartLimit(system.startLimit) {}
 
 LogerManager::~LogerManager() {
     LogerManager::stop();
@@ -73,9 +73,16 @@ int LogerManager::createLogger(const char* key) {
     if (key == nullptr) {
         return -1;
     }
-    const std::string full = fullKey(key);
+    try {
+        return findOrMakeLogger(fullKey(key));
+    } catch (const std::bad_alloc&) {
+        return -1;
+    }
+}
+
+int LogerManager::findOrMakeLogger(const std::string& key) {
     const std::lock_guard<LockHelper> guard(mSlotLock);
-    const auto known = mIds.find(full);
+    const auto known = mIds.find(key);
     if (known != mIds.end()) {
         return static_cast<int>(known->second);
     }
@@ -86,10 +93,10 @@ int LogerManager::createLogger(const char* key) {
         return -1;
     }
     LoggerSlot& slot = mSlots[id];
+    slot.key = key;
+    slot.name = key;
+    mIds[key] = static_cast<std::uint32_t>(id);
     slot.enable.store(true);
-    slot.key = full;
-    slot.name = full;
-    mIds[full] = static_cast<std::uint32_t>(id);
     mLastId.store(id, std::memory_order_release); // the writer thread may look at the slot from now on
     return id;
 }
@@ -98,38 +105,63 @@ int LogerManager::findLogger(const char* key) {
     if (key == nullptr) {
         return -1;
     }
-    const std::lock_guard<LockHelper> guard(mSlotLock);
-    const auto known = mIds.find(fullKey(key));
-    return known == mIds.end() ? -1 : static_cast<int>(known->second);
+    try {
+        const std::string full = fullKey(key);
+        const std::lock_guard<LockHelper> guard(mSlotLock);
+        const auto known = mIds.find(full);
+        return known == mIds.end() ? -1 : static_cast<int>(known->second);
+    } catch (const std::bad_alloc&) {
+        return -1;
+    }
 }
 
 bool LogerManager::start() {
     const std::lock_guard<LockHelper> guard(mLifeLock);
-    if (isRunning()) {
+    if (isRunning() || !threadHasEnded()) {
         mConsole.report("log already start \r\n");
         return false;
     }
-    mStarted = std::make_unique<SemHelper>(0, 64);
-    {
-        // Whoever found the queue closed may be changing a slot; from here on they are the writer's.
-        const std::lock_guard<LockHelper> slots(mSlotLock);
-        mQueue.open();
+    bool isStarted = false;
+    try {
+        mStarted = std::make_unique<SemHelper>(0, 64);
+        mStopping.store(false);
+        {
+            // Whoever found the queue closed may be changing a slot; from here on they are the writer's.
+            const std::lock_guard<LockHelper> slots(mSlotLock);
+            mQueue.open();
+        }
+        isStarted = startThread();
+    } catch (const std::bad_alloc&) {
+        isStarted = false;
     }
-    if (!startThread()) {
+    if (!isStarted) {
         mConsole.print("log: create log thread error! \r\n");
-        mQueue.closeIfEmpty();
+        drainUnstarted();
         return false;
     }
-    mStarted->wait(kStartLimit);
+    if (!mStarted->wait(mStartLimit)) {
+        mConsole.print("log: the log thread did not start within %u ms! \r\n", mStartLimit);
+    }
     return true;
+}
+
+/// No writer comes for what was queued while it was to be started: the caller of start stands in for it.
+void LogerManager::drainUnstarted() {
+    std::vector<LogRecord*> batch;
+    while (!mQueue.closeIfEmpty()) {
+        mQueue.takeAll(batch);
+        writeBatch(batch);
+    }
+    flushFiles();
 }
 
 bool LogerManager::stop() {
     const std::lock_guard<LockHelper> guard(mLifeLock);
-    if (!isRunning()) {
+    if (!isRunning() && threadHasEnded()) {
         return false;
     }
     mConsole.report("log stopping \r\n");
+    mStopping.store(true);
     mRunning.store(false, std::memory_order_release);
     mQueue.wake();
     joinThread();
@@ -154,8 +186,25 @@ bool LogerManager::wouldLog(int id, int level) {
 }
 
 LogRecord* LogerManager::makeRecord(int id, int level) {
+    LogRecord* record = newRecord(id, level);
+    if (record == nullptr) {
+        countRefusedLine(id);
+    }
+    return record;
+}
+
+void LogerManager::countRefusedLine(int id) {
+    if (isValid(id)) {
+        mSlots[id].linesRefused.fetch_add(1, std::memory_order_relaxed);
+    }
+}
+
+LogRecord* LogerManager::newRecord(int id, int level) {
     const platform::Moment now = mClock.now();
     LogRecord* record = mPool.take();
+    if (record == nullptr) {
+        return nullptr;
+    }
     record->loggerId = id;
     record->type = kChangeNone;
     record->typeValue = 0;
@@ -189,13 +238,19 @@ bool LogerManager::pushLog(LogRecord* record, const char* file, int line) {
         append(*record, std::to_string(line));
     }
     endLine(*record);
-    if (!mQueue.push(record, true)) {
-        // The writer thread ended since the test above.
+    try {
+        if (mQueue.push(record, true)) {
+            return true;
+        }
+    } catch (const std::bad_alloc&) {
+        countRefusedLine(id);
         freeRecord(record);
-        mConsole.print("11111111111 \n");
         return false;
     }
-    return true;
+    // The writer thread ended since the test above.
+    freeRecord(record);
+    mConsole.print("11111111111 \n");
+    return false;
 }
 
 void LogerManager::freeRecord(LogRecord* record) {
@@ -233,7 +288,7 @@ std::uint32_t LogerManager::activeLoggerCount() {
 std::uint64_t LogerManager::totalLinesLost() const {
     std::uint64_t lost = 0;
     for (const LoggerSlot& slot : mSlots) {
-        lost += slot.file.linesLost();
+        lost += slot.linesLost();
     }
     return lost;
 }

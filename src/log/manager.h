@@ -27,7 +27,11 @@ struct LogSystem {
     platform::Clock& clock;
     platform::FileSystem& files;
     platform::Console& console;
-    std::string hostFileName; ///< the host's executable
+    std::string hostFileName;   ///< the host's executable
+    unsigned startLimit = 3000; ///< how long `start` waits for the writer thread, ms
+    ThreadHelper::Starter startThread = [](platform::Thread& thread, void (*entry)(void*), void* argument) {
+        return thread.start(entry, argument);
+    };
 
     static LogSystem real();
 };
@@ -80,10 +84,14 @@ public:
     void freeRecord(LogRecord* record) override;
     bool loadHistory() override;
 
-    /// Lines for a file that are in none: it could not be opened or did not take them. Those that came while the writer
-    /// had given the file up, or lay in its buffer, are also among the lines written, which counts what the writer is
-    /// done with. Thread: any.
+    /// Lines for a file that are in none: it could not be opened or did not take them, or there was no memory for them.
+    /// Those that came while the writer had given the file up, or lay in its buffer, are also among the lines written,
+    /// which counts what the writer is done with. The log itself says how many were lost as soon as it takes lines
+    /// again. Thread: any.
     std::uint64_t totalLinesLost() const;
+
+    /// Whether the writer thread has started and takes lines. Thread: any.
+    bool isRunning() const { return mRunning.load(std::memory_order_acquire); }
 
     /// Waits until every record pushed before the call is written and handed to the system. False when it took longer,
     /// or when the writer thread is gone. Thread: any but the writer. Blocks: that long at most.
@@ -101,13 +109,16 @@ protected:
 private:
     bool isValid(int id) const { return id >= 0 && id <= mLastId.load(std::memory_order_acquire); }
 
-    bool isRunning() const { return mRunning.load(std::memory_order_acquire); }
-
     static std::string fullKey(const char* key);
+
+    int findOrMakeLogger(const std::string& key);
+    LogRecord* newRecord(int id, int level);
+    void countRefusedLine(int id);
+    void drainUnstarted();
 
     // Settings (manager_settings.cpp)
     bool change(int id, SettingChange code, std::int32_t value, std::string_view text);
-    /// False when no writer owns the slots: nothing has been done.
+    /// False when no writer owns the slots: nothing has been done. Throws bad_alloc when there is no memory for it.
     bool pushChange(int id, SettingChange code, std::int32_t value, std::string_view text);
     void apply(LoggerSlot& slot, SettingChange code, std::int32_t value, std::string_view text);
     bool applyConfigText(std::string_view text);
@@ -117,6 +128,8 @@ private:
     // The writer thread (manager_writer.cpp)
     bool waitForWork();
     void writeBatch(std::vector<LogRecord*>& batch);
+    void handle(const LogRecord& record);
+    void tellLosses(int id);
     void applyRecord(const LogRecord& record);
     void writeLine(const LogRecord& record);
     bool openLogger(const LogRecord& record);
@@ -134,7 +147,9 @@ private:
     LoggerSlot mSlots[LOGGER_MAX];
     std::map<std::string, std::uint32_t> mIds;
     std::atomic<int> mLastId{-1};
-    std::atomic<bool> mRunning{false};
+    std::atomic<bool> mRunning{false};  ///< lines are taken
+    std::atomic<bool> mStopping{false}; ///< the writer thread is to end
+    const unsigned mStartLimit;
     LockHelper mSlotLock;
     LockHelper mLifeLock;
     std::unique_ptr<SemHelper> mStarted;
@@ -147,6 +162,7 @@ private:
     bool mHasConfigFile = false;
     std::uint32_t mConfigChecksum = 0;
     std::atomic<std::uint32_t> mConfigInterval{0};
+    std::atomic<std::uint32_t> mChangesRefused{0}; ///< setting changes that there was no memory for
 
     // The writer thread's own; others only read the counters.
     alignas(64) std::atomic<std::uint64_t> mRecordsPopped{0};

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <limits>
 #include <mutex>
+#include <new>
 
 namespace orvel::log4z {
 
@@ -30,13 +31,17 @@ bool LogerManager::change(int id, SettingChange code, std::int32_t value, std::s
     if (!isValid(id) || text.size() >= LogRecord::kCapacity) {
         return false;
     }
-    if (pushChange(id, code, value, text)) {
-        return true;
-    }
-    const std::lock_guard<LockHelper> guard(mSlotLock);
-    // start() opens the queue under this lock: what was closed then may be open now, and the slots the writer's.
-    if (!pushChange(id, code, value, text)) {
-        apply(mSlots[id], code, value, text);
+    try {
+        if (!pushChange(id, code, value, text)) {
+            const std::lock_guard<LockHelper> guard(mSlotLock);
+            // start() opens the queue under this lock: what was closed then may be open now, and the slots the writer's.
+            if (!pushChange(id, code, value, text)) {
+                apply(mSlots[id], code, value, text);
+            }
+        }
+    } catch (const std::bad_alloc&) {
+        mChangesRefused.fetch_add(1, std::memory_order_relaxed);
+        return false;
     }
     return true;
 }
@@ -46,17 +51,25 @@ bool LogerManager::pushChange(int id, SettingChange code, std::int32_t value, st
     if (!mQueue.isOpen()) {
         return false;
     }
-    LogRecord* record = makeRecord(id, kLevelDebug);
+    LogRecord* record = newRecord(id, kLevelDebug);
+    if (record == nullptr) {
+        throw std::bad_alloc();
+    }
     record->type = code;
     record->typeValue = value;
     text.copy(record->content, text.size());
     record->content[text.size()] = '\0';
     record->contentLength = static_cast<std::int32_t>(text.size());
-    if (!mQueue.push(record, false)) {
-        freeRecord(record); // the writer thread ended meanwhile
-        return false;
+    try {
+        if (mQueue.push(record, false)) {
+            return true;
+        }
+    } catch (const std::bad_alloc&) {
+        freeRecord(record);
+        throw;
     }
-    return true;
+    freeRecord(record); // the writer thread ended meanwhile
+    return false;
 }
 
 void LogerManager::apply(LoggerSlot& slot, SettingChange code, std::int32_t value, std::string_view text) {
@@ -122,11 +135,16 @@ bool LogerManager::setLoggerPath(int id, const char* path) {
     if (path == nullptr) {
         return isValid(id);
     }
-    std::string folder = path;
-    if (!platform::endsInSeparator(folder)) {
-        folder += '/';
+    try {
+        std::string folder = path;
+        if (!platform::endsInSeparator(folder)) {
+            folder += '/';
+        }
+        return change(id, kChangePath, 0, folder);
+    } catch (const std::bad_alloc&) {
+        mChangesRefused.fetch_add(1, std::memory_order_relaxed);
+        return false;
     }
-    return change(id, kChangePath, 0, folder);
 }
 
 bool LogerManager::setLoggerVersion(int id, const char* version) {
@@ -183,31 +201,39 @@ bool LogerManager::setConfigCheckInterval(std::uint32_t seconds) {
 
 bool LogerManager::config(const char* configFile) {
     static constexpr char kFrame[] = " !!! !!! !!! !!!\r\n";
-    {
-        const std::lock_guard<LockHelper> guard(mConfigLock);
-        const std::string file(textOf(configFile));
-        if (mHasConfigFile) {
-            mConsole.print(
-                "%s !!! !!! log4z configure error: too many calls to Config. the old config file=%s,  "
-                "the new config file=%s !!! !!! \r\n%s",
-                kFrame, mConfigFile.c_str(), file.c_str(), kFrame);
-            return false;
-        }
-        mConfigFile = file;
-        mHasConfigFile = true;
-    }
+    const char* const file = configFile == nullptr ? "" : configFile;
     std::string text;
-    if (!readConfigFile(text)) {
-        mConsole.print("%s !!! !!! log4z load config file error. filename=%s  !!! !!! \r\n%s", kFrame,
-                       std::string(textOf(configFile)).c_str(), kFrame);
-        return false;
+    try {
+        {
+            const std::lock_guard<LockHelper> guard(mConfigLock);
+            if (mHasConfigFile) {
+                mConsole.print(
+                    "%s !!! !!! log4z configure error: too many calls to Config. the old config file=%s,  "
+                    "the new config file=%s !!! !!! \r\n%s",
+                    kFrame, mConfigFile.c_str(), file, kFrame);
+                return false;
+            }
+            mConfigFile = file;
+            mHasConfigFile = true;
+        }
+        if (readConfigFile(text)) {
+            return applyConfigText(text);
+        }
+    } catch (const std::bad_alloc&) {
+        text.clear(); // as a file that cannot be read
     }
-    return applyConfigText(text);
+    mConsole.print("%s !!! !!! log4z load config file error. filename=%s  !!! !!! \r\n%s", kFrame, file,
+                   kFrame);
+    return false;
 }
 
 bool LogerManager::configFromText(const char* text) {
-    if (text != nullptr && applyConfigText(text)) {
-        return true;
+    try {
+        if (text != nullptr && applyConfigText(text)) {
+            return true;
+        }
+    } catch (const std::bad_alloc&) {
+        text = nullptr; // as a text that cannot be read
     }
     static constexpr char kFrame[] = " !!! !!! !!! !!!\r\n";
     mConsole.print("%s !!! !!! log4z load config file error \r\n%s", kFrame, kFrame);
@@ -215,8 +241,12 @@ bool LogerManager::configFromText(const char* text) {
 }
 
 bool LogerManager::updateConfig() {
-    std::string text;
-    return readConfigFile(text) && applyConfigText(text);
+    try {
+        std::string text;
+        return readConfigFile(text) && applyConfigText(text);
+    } catch (const std::bad_alloc&) {
+        return false; // the checksum stands: the next call tries again
+    }
 }
 
 bool LogerManager::readConfigFile(std::string& text) {
@@ -249,6 +279,7 @@ bool LogerManager::applyConfigText(std::string_view text) {
     for (const std::string& warning : parsed.warnings) {
         mConsole.report("%s", warning.c_str());
     }
+    const std::uint32_t refusedBefore = mChangesRefused.load(std::memory_order_relaxed);
     bool allMade = true;
     for (const ConfigSection& section : parsed.sections) {
         const int id = createLogger(section.name.c_str());
@@ -257,6 +288,8 @@ bool LogerManager::applyConfigText(std::string_view text) {
             applyPair(id, key, value); // without a logger the setters refuse
         }
     }
+    // A setting that there was no memory for is tried again with the next look at the file.
+    allMade = allMade && mChangesRefused.load(std::memory_order_relaxed) == refusedBefore;
     if (allMade) {
         mConfigChecksum = checksum;
     }

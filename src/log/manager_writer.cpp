@@ -1,8 +1,11 @@
 #include "log/manager.h"
 
 #include "platform/processor.h"
+#include "platform/thread_id.h"
 
+#include <cstdio>
 #include <mutex>
+#include <new>
 #include <string_view>
 
 namespace orvel::log4z {
@@ -37,6 +40,20 @@ void add(std::atomic<std::uint64_t>& counter, std::uint64_t value) {
     counter.store(counter.load(std::memory_order_relaxed) + value, std::memory_order_relaxed);
 }
 
+/// Does what may be done twice; memory that was refused is often there a moment later. False when it was not.
+template <typename Action>
+bool withMemory(Action action) {
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        try {
+            action();
+            return true;
+        } catch (const std::bad_alloc&) {
+            continue;
+        }
+    }
+    return false;
+}
+
 } // namespace
 
 void LogerManager::run() {
@@ -65,7 +82,7 @@ void LogerManager::run() {
 /// The queue is empty: flushes and sleeps. False when the thread is to end.
 bool LogerManager::waitForWork() {
     flushFiles();
-    if (!isRunning() && mQueue.closeIfEmpty()) {
+    if (mStopping.load(std::memory_order_acquire) && mQueue.closeIfEmpty()) {
         return false;
     }
     if (mWasBusy) {
@@ -86,12 +103,7 @@ void LogerManager::writeBatch(std::vector<LogRecord*>& batch) {
         if (i + kAhead < batch.size()) {
             fetchRecord(batch[i + kAhead]);
         }
-        const LogRecord& record = *batch[i];
-        if (record.type != kChangeNone) {
-            applyRecord(record);
-        } else {
-            writeLine(record);
-        }
+        handle(*batch[i]);
         mQueue.countTaken();
         if (i + 1 - returned == kHandful) {
             mPool.put(batch.data() + returned, kHandful);
@@ -105,14 +117,27 @@ void LogerManager::writeBatch(std::vector<LogRecord*>& batch) {
     }
 }
 
+/// An allocation failure costs the line, which is counted, or the setting, which the console is told of.
+void LogerManager::handle(const LogRecord& record) {
+    if (record.type == kChangeNone) {
+        try {
+            writeLine(record);
+        } catch (const std::bad_alloc&) {
+            countRefusedLine(record.loggerId);
+        }
+    } else if (!withMemory([&] { applyRecord(record); })) {
+        mConsole.print("log: no memory for setting %d of logger %d! \r\n", record.type, record.loggerId);
+    }
+}
+
 void LogerManager::applyRecord(const LogRecord& record) {
     LoggerSlot& slot = mSlots[record.loggerId];
+    slot.file.close(); // the next line opens it with the new setting
     {
         const std::lock_guard<LockHelper> guard(mSlotLock);
         apply(slot, static_cast<SettingChange>(record.type), record.typeValue,
               std::string_view(record.content, static_cast<std::size_t>(record.contentLength)));
     }
-    slot.file.close(); // the next line opens it with the new setting
     if (record.type == kChangeHistory) {
         loadHistories();
     }
@@ -133,6 +158,7 @@ void LogerManager::writeLine(const LogRecord& record) {
             slot.file.loseLines(1);
             return;
         }
+        tellLosses(record.loggerId);
         slot.file.write(record.content, static_cast<std::size_t>(record.contentLength));
     } else if (slot.openFailed) {
         slot.file.loseLines(1);
@@ -152,11 +178,35 @@ bool LogerManager::openLogger(const LogRecord& record) {
            record.level >= slot.level.load(std::memory_order_relaxed) && mRotation.openFor(slot, record.time);
 }
 
+/// Says in the log how many lines it has lost, once it takes lines again.
+void LogerManager::tellLosses(int id) {
+    LoggerSlot& slot = mSlots[id];
+    const std::uint64_t lost = slot.linesLost();
+    if (lost == slot.lossesTold || !slot.file.takesLines() || kLevelWarn < slot.level.load()) {
+        return;
+    }
+    char line[1024];
+    static_assert(sizeof line > LinePrefix::kMaxLength + 200);
+    const int prefix = mPrefix.write(line, mClock.now(), platform::currentThreadId(), kLevelWarn);
+    const int text = std::snprintf(line + prefix, sizeof line - static_cast<std::size_t>(prefix),
+                                   "Sonvia_Default: [%s:%d]lines lost:%llu in all:%llu\r\n",
+                                   "orvel::log4z::LogerManager::tellLosses", __LINE__,
+                                   static_cast<unsigned long long>(lost - slot.lossesTold),
+                                   static_cast<unsigned long long>(lost));
+    slot.lossesTold = lost;
+    if (slot.display) {
+        mConsole.show(kLevelWarn, line);
+    }
+    slot.file.writeNote(line, static_cast<std::size_t>(prefix + text));
+}
+
 void LogerManager::flushFiles() {
     mFlushWanted.store(false, std::memory_order_relaxed);
     const int last = mLastId.load(std::memory_order_acquire);
     for (int id = 0; id <= last; ++id) {
         LoggerSlot& slot = mSlots[id];
+        slot.file.flush();
+        tellLosses(id);
         slot.file.flush();
         if (!slot.enable.load(std::memory_order_relaxed)) {
             slot.file.close();
@@ -166,6 +216,7 @@ void LogerManager::flushFiles() {
 }
 
 void LogerManager::endThread() {
+    mRunning.store(false, std::memory_order_release);
     const std::lock_guard<LockHelper> guard(mSlotLock);
     const int last = mLastId.load(std::memory_order_acquire);
     for (int id = 0; id <= last; ++id) {
@@ -175,12 +226,15 @@ void LogerManager::endThread() {
 }
 
 bool LogerManager::loadHistory() {
-    if (pushChange(0, kChangeHistory, 0, {})) {
-        return true;
-    }
-    const std::lock_guard<LockHelper> guard(mSlotLock);
-    if (!pushChange(0, kChangeHistory, 0, {})) {
-        loadHistories();
+    try {
+        if (!pushChange(0, kChangeHistory, 0, {})) {
+            const std::lock_guard<LockHelper> guard(mSlotLock);
+            if (!pushChange(0, kChangeHistory, 0, {})) {
+                loadHistories();
+            }
+        }
+    } catch (const std::bad_alloc&) {
+        return false;
     }
     return true;
 }
@@ -191,7 +245,9 @@ void LogerManager::loadHistories() {
         LoggerSlot& slot = mSlots[id];
         if (slot.enable.load() && !slot.path.empty()) {
             slot.file.close();
-            mRotation.loadHistory(id, slot);
+            if (!withMemory([&] { mRotation.loadHistory(id, slot); })) {
+                mConsole.print("log: no memory for the history of logger %d! \r\n", id);
+            }
         }
     }
 }

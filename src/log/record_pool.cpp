@@ -28,6 +28,14 @@ void fetchUsedPart(const LogRecord* record) {
     }
 }
 
+LogRecord* newRecord() {
+    try {
+        return static_cast<LogRecord*>(::operator new(sizeof(LogRecord)));
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
 } // namespace
 
 LogRecord* RecordPool::take() {
@@ -39,8 +47,11 @@ LogRecord* RecordPool::take() {
         record = takeFree();
     }
     if (record == nullptr) {
+        record = newRecord();
+        if (record == nullptr) {
+            return nullptr;
+        }
         mNewInBurst.fetch_add(1, std::memory_order_relaxed);
-        record = static_cast<LogRecord*>(::operator new(sizeof(LogRecord)));
         std::memset(static_cast<void*>(record), 0, 40);
     }
     return record;

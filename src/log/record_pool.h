@@ -22,7 +22,7 @@ public:
     RecordPool(const RecordPool&) = delete;
     RecordPool& operator=(const RecordPool&) = delete;
 
-    /// A record of the pool, or a new one. The caller owns it until it is put back. What it holds is left over from
+    /// A record of the pool, or a new one; null when there is no memory for that. The caller owns it until it is put back. What it holds is left over from
     /// its last use. Blocks: never; in a long burst another thread may have its turn when the
     /// pool is empty.
     LogRecord* take();

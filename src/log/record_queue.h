@@ -27,8 +27,8 @@ public:
     RecordQueue(const RecordQueue&) = delete;
     RecordQueue& operator=(const RecordQueue&) = delete;
 
-    /// Appends a record; false, with the record still the caller's, when the queue is closed. Wakes the writer only
-    /// when it sleeps. Thread: any.
+    /// Appends a record; false, with the record still the caller's, when the queue is closed. Throws bad_alloc, with the
+    /// record still the caller's, when it cannot grow. Wakes the writer only when it sleeps. Thread: any.
     bool push(LogRecord* record, bool isLine);
 
     /// Whether more than `limit` records wait; `waiting` is set to how many only then. Thread: any. Takes no lock.

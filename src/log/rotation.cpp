@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <new>
 #include <string_view>
 
 namespace orvel::log4z {
@@ -52,7 +53,12 @@ bool Rotation::openFor(LoggerSlot& slot, std::int64_t lineTime) {
     slot.history.forgetEarlier(path);
     deleteOldFiles(slot, path);
     if (slot.history.empty() || !isSameFile(slot.history.newest().path, path)) {
-        slot.history.append(path, mClock.now().seconds);
+        try {
+            slot.history.append(path, mClock.now().seconds);
+        } catch (const std::bad_alloc&) {
+            slot.file.close(); // its lines would go to a file that no limit counts
+            throw;
+        }
     }
     slot.newestIsUncounted = true;
     return true;
@@ -87,7 +93,11 @@ void Rotation::settleNewest(LoggerSlot& slot) {
     }
     slot.newestIsUncounted = false;
     if (slot.isZip && slot.file.isClean()) {
-        archiveNewest(slot);
+        try {
+            archiveNewest(slot);
+        } catch (const std::bad_alloc&) {
+            mConsole.print("log: no memory to pack %s! \r\n", slot.history.newest().path.c_str());
+        }
     }
     const std::string& newest = slot.history.newest().path;
     const std::optional<std::uint64_t> size = mFiles.size(newest);
@@ -175,7 +185,6 @@ void Rotation::loadHistory(int id, LoggerSlot& slot) {
     slot.history.clear();
     slot.newestIsUncounted = false;
     if (versionChanged(slot)) {
-        clearFolder(slot);
         return;
     }
     readFolder(slot);
@@ -183,6 +192,7 @@ void Rotation::loadHistory(int id, LoggerSlot& slot) {
                    static_cast<unsigned long long>(slot.history.writeLength()));
 }
 
+/// Clears the folder of another version's logs.
 bool Rotation::versionChanged(LoggerSlot& slot) {
     const std::string current = storedVersion(slot.version);
     const std::string last = readVersionFile(mFiles, slot.path);
@@ -191,19 +201,17 @@ bool Rotation::versionChanged(LoggerSlot& slot) {
     if (current == last) {
         return false;
     }
+    // Listed before the version is written: an allocation failure between the two would keep these logs for good.
+    const std::vector<FoundLog> found = listLogs(mFiles, slot.path, "sonvia", nullptr);
     // At the very first start the folder is not there yet; without the version in it the second start would take the
     // first one's logs for another version's.
     ensureFolder(mFiles, slot.path);
     writeVersionFile(mFiles, slot.path, current);
-    return true;
-}
-
-void Rotation::clearFolder(LoggerSlot& slot) {
-    const std::vector<FoundLog> found = listLogs(mFiles, slot.path, "sonvia", nullptr);
     for (const FoundLog& log : found) {
         removeLog(log.path);
     }
     mConsole.print("clear history num:%d", static_cast<int>(found.size()));
+    return true;
 }
 
 void Rotation::readFolder(LoggerSlot& slot) {

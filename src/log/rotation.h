@@ -39,7 +39,6 @@ private:
     bool removeLog(const std::string& path);
     void archiveNewest(LoggerSlot& slot);
     bool versionChanged(LoggerSlot& slot);
-    void clearFolder(LoggerSlot& slot);
     void readFolder(LoggerSlot& slot);
 
     std::uint64_t sizeOf(const std::string& path) const { return mFiles.size(path).value_or(0); }

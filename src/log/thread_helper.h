@@ -7,7 +7,11 @@ namespace orvel::log4z {
 /// An object with a thread of its own. The deriving class ends its thread before it is destroyed.
 class ThreadHelper {
 public:
-    ThreadHelper() = default;
+    /// How the system is asked for a thread; a test gives its own.
+    using Starter = bool (*)(platform::Thread& thread, void (*entry)(void*), void* argument);
+
+    explicit ThreadHelper(Starter starter) : mStarter(starter) {}
+
     virtual ~ThreadHelper() = default;
     ThreadHelper(const ThreadHelper&) = delete;
     ThreadHelper& operator=(const ThreadHelper&) = delete;
@@ -17,7 +21,7 @@ protected:
     virtual void run() = 0;
 
     /// False when the system gives no thread.
-    bool startThread() { return mThread.start(enter, this); }
+    bool startThread() { return mStarter(mThread, enter, this); }
 
     /// Waits without limit for `run` to return.
     void joinThread() { mThread.join(); }
@@ -28,6 +32,7 @@ protected:
 private:
     static void enter(void* self) { static_cast<ThreadHelper*>(self)->run(); }
 
+    const Starter mStarter;
     platform::Thread mThread;
 };
 

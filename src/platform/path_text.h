@@ -1,6 +1,6 @@
 #pragma once
 
-#include <string>
+#include <string_view>
 
 namespace platform {
 
@@ -9,9 +9,9 @@ extern const char kPathSeparator;
 
 /// Whether the path ends in "/" or "\". In code pages whose second bytes may have the value of "\" only a whole
 /// character counts.
-bool endsInSeparator(const std::string& path);
+bool endsInSeparator(std::string_view path);
 
 /// What follows the last "/" or "\"; the whole path when it has none.
-std::string lastPathComponent(const std::string& path);
+std::string_view lastPathComponent(std::string_view path);
 
 } // namespace platform

@@ -2,14 +2,14 @@
 
 #include <unistd.h>
 
-#include <string>
+#include <string_view>
 
 namespace platform {
 
 namespace {
 
 // Past the C library's own stream, as on Windows and for the same reason.
-void writeText(const std::string& text) {
+void writeText(std::string_view text) {
     for (std::size_t done = 0; done < text.size();) {
         const ssize_t count = ::write(STDOUT_FILENO, text.data() + done, text.size() - done);
         if (count <= 0) {
@@ -27,7 +27,10 @@ public:
         }
         // A terminal numbers its colours from the red end.
         const unsigned colour = ((attribute & 1u) << 2) | (attribute & 2u) | ((attribute & 4u) >> 2);
-        writeText("\033[3" + std::to_string(colour) + "m" + text + "\033[0m");
+        const char begin[] = {'\033', '[', '3', static_cast<char>('0' + colour), 'm'};
+        writeText({begin, sizeof begin});
+        writeText(text);
+        writeText("\033[0m");
         return true;
     }
 

@@ -14,12 +14,20 @@ namespace {
 
 class PosixFile final : public OpenFile {
 public:
-    explicit PosixFile(int descriptor) : mDescriptor(descriptor) {}
+    PosixFile() = default;
 
     ~PosixFile() override { close(); }
 
     PosixFile(const PosixFile&) = delete;
     PosixFile& operator=(const PosixFile&) = delete;
+
+    bool open(const char* path, int flags) {
+        mDescriptor = ::open(path, flags, 0644);
+        if (mDescriptor >= 0 && (flags & O_APPEND) != 0) {
+            ::flock(mDescriptor, LOCK_SH | LOCK_NB); // for isWritten
+        }
+        return mDescriptor >= 0;
+    }
 
     std::size_t write(const void* bytes, std::size_t count) override {
         const char* next = static_cast<const char*>(bytes);
@@ -68,7 +76,7 @@ public:
     }
 
 private:
-    int mDescriptor; ///< -1 once it is closed
+    int mDescriptor = -1; ///< -1 when it is not open
 };
 
 int openFlags(OpenMode mode) {
@@ -83,17 +91,19 @@ int openFlags(OpenMode mode) {
     return O_WRONLY | O_CREAT | O_APPEND;
 }
 
+struct CloseFolder {
+    void operator()(DIR* stream) const { ::closedir(stream); }
+};
+
 class PosixFiles final : public FileSystem {
 public:
     std::unique_ptr<OpenFile> open(const std::string& path, OpenMode mode) override {
-        const int descriptor = ::open(path.c_str(), openFlags(mode) | O_CLOEXEC, 0644);
-        if (descriptor < 0) {
+        auto file =
+            std::make_unique<PosixFile>(); // before the system has given anything that could be left behind
+        if (!file->open(path.c_str(), openFlags(mode) | O_CLOEXEC)) {
             return nullptr;
         }
-        if (mode == OpenMode::Append) {
-            ::flock(descriptor, LOCK_SH | LOCK_NB); // for isWritten
-        }
-        return std::make_unique<PosixFile>(descriptor);
+        return file;
     }
 
     std::optional<std::uint64_t> size(const std::string& path) override {
@@ -134,12 +144,12 @@ public:
 
     std::vector<FolderEntry> list(const std::string& folder) override {
         std::vector<FolderEntry> entries;
-        DIR* stream = ::opendir(folder.c_str());
+        const std::unique_ptr<DIR, CloseFolder> stream(::opendir(folder.c_str()));
         if (stream == nullptr) {
             return entries;
         }
         // NOLINTNEXTLINE(concurrency-mt-unsafe): the stream is this call's own
-        while (const dirent* found = ::readdir(stream)) {
+        while (const dirent* found = ::readdir(stream.get())) {
             const std::string name = found->d_name;
             if (name != "." && name != "..") {
                 const bool folderHere = found->d_type == DT_UNKNOWN
@@ -148,7 +158,6 @@ public:
                 entries.push_back({name, folderHere});
             }
         }
-        ::closedir(stream);
         return entries;
     }
 };

@@ -4,13 +4,13 @@ namespace platform {
 
 const char kPathSeparator = '/';
 
-bool endsInSeparator(const std::string& path) {
+bool endsInSeparator(std::string_view path) {
     return !path.empty() && (path.back() == '/' || path.back() == '\\');
 }
 
-std::string lastPathComponent(const std::string& path) {
+std::string_view lastPathComponent(std::string_view path) {
     const std::size_t separator = path.find_last_of("/\\");
-    return separator == std::string::npos ? path : path.substr(separator + 1);
+    return separator == std::string_view::npos ? path : path.substr(separator + 1);
 }
 
 } // namespace platform

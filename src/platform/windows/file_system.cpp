@@ -10,12 +10,19 @@ namespace {
 
 class WindowsFile final : public OpenFile {
 public:
-    explicit WindowsFile(HANDLE handle) : mHandle(handle) {}
+    WindowsFile() = default;
 
     ~WindowsFile() override { close(); }
 
     WindowsFile(const WindowsFile&) = delete;
     WindowsFile& operator=(const WindowsFile&) = delete;
+
+    bool open(const char* path, DWORD access, DWORD disposition) {
+        // No security attributes: the handle is not inherited by the service process.
+        mHandle = CreateFileA(path, access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                              disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+        return mHandle != INVALID_HANDLE_VALUE;
+    }
 
     std::size_t write(const void* bytes, std::size_t count) override {
         const char* next = static_cast<const char*>(bytes);
@@ -69,7 +76,7 @@ private:
         return static_cast<DWORD>(std::min<std::size_t>(count, 1u << 30));
     }
 
-    HANDLE mHandle; ///< INVALID_HANDLE_VALUE once it is closed
+    HANDLE mHandle = INVALID_HANDLE_VALUE; ///< this value when it is not open
 };
 
 bool hasAttributes(const std::string& path, DWORD wanted, DWORD unwanted) {
@@ -77,6 +84,10 @@ bool hasAttributes(const std::string& path, DWORD wanted, DWORD unwanted) {
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & wanted) == wanted &&
            (attributes & unwanted) == 0;
 }
+
+struct CloseSearch {
+    void operator()(HANDLE search) const { FindClose(search); }
+};
 
 class WindowsFiles final : public FileSystem {
 public:
@@ -92,14 +103,12 @@ public:
             access = GENERIC_WRITE;
             disposition = CREATE_ALWAYS;
         }
-        // No security attributes: the handle is not inherited by the service process.
-        const HANDLE handle =
-            CreateFileA(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                        disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
-        if (handle == INVALID_HANDLE_VALUE) {
+        auto file =
+            std::make_unique<WindowsFile>(); // before the system has given anything that could be left behind
+        if (!file->open(path.c_str(), access, disposition)) {
             return nullptr;
         }
-        return std::make_unique<WindowsFile>(handle);
+        return file;
     }
 
     std::optional<std::uint64_t> size(const std::string& path) override {
@@ -150,13 +159,13 @@ public:
         if (search == INVALID_HANDLE_VALUE) {
             return entries;
         }
+        const std::unique_ptr<void, CloseSearch> closer(search);
         do {
             const std::string name = found.cFileName;
             if (name != "." && name != "..") {
                 entries.push_back({name, (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0});
             }
         } while (FindNextFileA(search, &found) != FALSE);
-        FindClose(search);
         return entries;
     }
 };

@@ -8,7 +8,7 @@ namespace {
 
 /// Behind the last separator; 0 when there is none. Walks whole characters: in the code pages of East Asia the second
 /// byte of a character may be the number of "\".
-std::size_t behindLastSeparator(const std::string& path) {
+std::size_t behindLastSeparator(std::string_view path) {
     std::size_t behind = 0;
     for (std::size_t i = 0; i < path.size(); ++i) {
         if (path[i] == '\\' || path[i] == '/') {
@@ -24,11 +24,11 @@ std::size_t behindLastSeparator(const std::string& path) {
 
 const char kPathSeparator = '\\';
 
-bool endsInSeparator(const std::string& path) {
+bool endsInSeparator(std::string_view path) {
     return !path.empty() && behindLastSeparator(path) == path.size();
 }
 
-std::string lastPathComponent(const std::string& path) {
+std::string_view lastPathComponent(std::string_view path) {
     return path.substr(behindLastSeparator(path));
 }
 

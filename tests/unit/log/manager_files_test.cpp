@@ -191,6 +191,55 @@ TEST_F(ManagerFiles, AFullDiskStopsNeitherTheWriterNorTheCallers) {
     EXPECT_NE(all.find("] ERROR kept again\r\n"), std::string::npos);
 }
 
+TEST_F(ManagerFiles, LostLinesAreToldInTheLogAsSoonAsItTakesLinesAgain) {
+    const int id = makeQuietLogger();
+    manager.setLoggerDisplay(id, true);
+    manager.start();
+    const auto lose = [&](int count) {
+        files.failNth(MemoryFiles::Call::Write, 1, true, MemoryFiles::Kind::Refused);
+        for (int i = 0; i < count; ++i) {
+            logNow(id, "lost");
+        }
+        files.failNothing();
+    };
+    const auto told = [&](const std::string& numbers) {
+        const std::string text = files.content(files.pathsWith(".log").back());
+        const std::size_t note = text.find("WARN  Sonvia_Default: [orvel::log4z::LogerManager::tellLosses:");
+        return note != std::string::npos &&
+               text.find("]lines lost:" + numbers + "\r\n", note) != std::string::npos;
+    };
+    lose(3);
+    EXPECT_FALSE(told("3 in all:3")) << "not while it loses lines";
+    logNow(id, "kept");
+    EXPECT_TRUE(told("3 in all:3"));
+    lose(2);
+    logNow(id, "kept again");
+    EXPECT_TRUE(told("2 in all:5"));
+    logNow(id, "and again");
+    manager.stop();
+    const std::string text = files.content(files.pathsWith(".log").back());
+    EXPECT_EQ(text.find("lines lost:2"), text.rfind("lines lost:2")) << "once";
+    EXPECT_EQ(manager.totalLinesLost(), 5u);
+    EXPECT_EQ(manager.totalLinesWritten(), 8u) << "the log's own lines are not among them";
+    int shown = 0;
+    for (const auto& line : console.coloured()) {
+        shown += line.attribute == 6 && line.text.find("lines lost:") != std::string::npos ? 1 : 0;
+    }
+    EXPECT_EQ(shown, 2);
+}
+
+TEST_F(ManagerFiles, ALogOfErrorsAloneDoesNotTellOfLostLines) {
+    const int id = makeQuietLogger();
+    manager.setLoggerLevel(id, kLevelError);
+    manager.start();
+    files.failNth(MemoryFiles::Call::Write, 1);
+    logNow(id, "lost");
+    logNow(id, "kept");
+    manager.stop();
+    EXPECT_EQ(manager.totalLinesLost(), 1u);
+    EXPECT_EQ(files.content(files.pathsWith(".log").back()).find("lines lost:"), std::string::npos);
+}
+
 TEST_F(ManagerFiles, AFolderThatCannotBeWrittenIsToldOnceAndOtherLoggersGoOn) {
     const int bad = makeQuietLogger("Bad");
     const int good = makeQuietLogger("Good");

@@ -1,5 +1,6 @@
 #include "unit/protection/counted_malloc.h"
 
+#include <atomic>
 #include <cstddef>
 #include <cstdlib>
 #include <new>
@@ -7,16 +8,15 @@
 namespace {
 
 // Constant-initialised: requests come before the first constructor.
-bool gCounting = false;
-int gRequests = 0;
-int gFailing = 0;
+std::atomic<bool> gCounting{false};
+std::atomic<int> gRequests{0};
+std::atomic<int> gFailing{0};
 
 bool mayHaveMemory() {
     if (!gCounting) {
         return true;
     }
-    ++gRequests;
-    return gRequests != gFailing;
+    return ++gRequests != gFailing;
 }
 
 } // namespace
