@@ -90,20 +90,23 @@ std::unique_ptr<AudioServiceHandle> startUp(const char* logDir, int logLevel) {
     setLoopLogSink(forwardLoopLine);
     orvel::INITLOG((std::string(logDir) + kLogFolder).c_str(), logLevel);
     writeLog(kLogInfo, kLogTagDll, "[%s:%d]initSonviaAudioService", kName, __LINE__);
+    auto handle = std::make_unique<AudioServiceHandle>();
     int systemError = 0;
-    std::unique_ptr<platform::ServiceProcess> process =
-        platform::ServiceProcess::start(logDir, logLevel, systemError);
-    if (process == nullptr) {
+    handle->process = platform::ServiceProcess::start(logDir, logLevel, systemError);
+    if (handle->process == nullptr) {
         writeLog(kLogError, kLogTagDll, "[%s:%d]QuPCAudio.exe start failed!!!!", kName, __LINE__);
         writeLog(kLogError, kLogTagDll, "[%s:%d]the system's error is %d", kName, __LINE__, systemError);
         orvel::FLUSHLOG(); // a host often ends right after this
         return nullptr;
     }
-    auto handle = std::make_unique<AudioServiceHandle>();
-    handle->process = std::move(process);
-    handle->loop = std::make_shared<OUVLoop>();
-    writeLog(kLogDebug, kLogTagDll, "[%s:%d]OUVLoop New", kName, __LINE__);
-    handle->session = std::make_unique<QuPCAudioMessage>(handle->loop);
+    try {
+        handle->loop = std::make_shared<OUVLoop>();
+        writeLog(kLogDebug, kLogTagDll, "[%s:%d]OUVLoop New", kName, __LINE__);
+        handle->session = std::make_unique<QuPCAudioMessage>(handle->loop);
+    } catch (...) {
+        killExe(); // a host that is given no handle has no way to stop the service
+        throw;
+    }
     std::this_thread::sleep_for(kPipeOpenTime);
     return handle;
 }

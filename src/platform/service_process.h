@@ -10,11 +10,13 @@ namespace platform {
 class ServiceProcess {
 public:
     /// Ends every process of the service's name, with its child processes, by force, and waits (without
-    /// limit) until that has been done. Failures are not reported: when nothing could be ended, nothing was.
-    static void killAll();
+    /// limit) until that has been done. Failures are not reported: when nothing could be ended, nothing was. Needs no
+    /// memory of this process's own: it is how a start-up and a shut-down that ran out of memory are put right.
+    static void killAll() noexcept;
 
     /// Starts the service that stands beside the host's executable, with the log folder and level as its
-    /// arguments. Null when it cannot be started; `systemError` is then the system's number for the cause.
+    /// arguments. Null when it cannot be started; `systemError` is then the system's number for the cause. Throws
+    /// std::bad_alloc before anything is started.
     /// `logDir` is NUL-terminated, in the current locale's code page.
     static std::unique_ptr<ServiceProcess> start(const char* logDir, int logLevel, int& systemError);
 

@@ -1,12 +1,14 @@
 #include "platform/service_process.h"
 
+#include <algorithm>
 #include <array>
+#include <climits>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <map>
-#include <set>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
 #include <spawn.h>
 #include <string>
 #include <sys/wait.h>
@@ -19,20 +21,40 @@ namespace platform {
 
 namespace {
 
-namespace fs = std::filesystem;
+/// A path in a buffer of its own: killAll must work where there is no memory.
+using Path = std::array<char, PATH_MAX + 1>;
 
-fs::path servicePath() {
-    std::error_code ignored;
-    return fs::read_symlink("/proc/self/exe", ignored).parent_path() / "QuPCAudio.exe";
+/// The file that a process runs; empty when the system does not tell. `process` is a number, or "self".
+Path imageOf(const char* process) {
+    std::array<char, 64> link = {};
+    std::snprintf(link.data(), link.size(), "/proc/%s/exe", process);
+    Path path = {};
+    if (readlink(link.data(), path.data(), path.size() - 1) < 0) {
+        path.front() = '\0';
+    }
+    return path;
+}
+
+Path servicePath() {
+    constexpr const char* kName = "QuPCAudio.exe";
+    Path path = imageOf("self");
+    char* const slash = std::strrchr(path.data(), '/');
+    char* const name = slash != nullptr ? slash + 1 : path.data();
+    std::snprintf(name, static_cast<std::size_t>(path.data() + path.size() - name), "%s", kName);
+    return path;
 }
 
 /// A child of this process that has ended keeps its id until it is waited for, so an id here is never
 /// another's.
 class PosixServiceProcess : public ServiceProcess {
 public:
-    explicit PosixServiceProcess(pid_t pid) : mPid(pid) {}
+    ~PosixServiceProcess() override {
+        if (mPid != 0) {
+            waitpid(mPid, nullptr, WNOHANG);
+        }
+    }
 
-    ~PosixServiceProcess() override { waitpid(mPid, nullptr, WNOHANG); }
+    void own(pid_t pid) { mPid = pid; }
 
     bool waitForEnd(std::chrono::milliseconds limit) override {
         const auto end = std::chrono::steady_clock::now() + limit;
@@ -46,67 +68,89 @@ public:
     }
 
 private:
-    pid_t mPid;
+    pid_t mPid = 0;
 };
 
-/// Parent of every running process, by process id.
-std::map<pid_t, pid_t> processParents() {
-    std::map<pid_t, pid_t> parents;
-    std::error_code ignored;
-    for (const fs::directory_entry& entry : fs::directory_iterator("/proc", ignored)) {
-        const pid_t pid = std::atoi(entry.path().filename().c_str());
-        std::ifstream status(entry.path() / "status");
-        std::string line;
-        while (pid > 0 && std::getline(status, line)) {
-            if (line.rfind("PPid:", 0) == 0) {
-                parents[pid] = std::atoi(line.c_str() + 5);
-                break;
-            }
+/// Parent of a running process; 0 when the system does not tell.
+pid_t parentOf(const char* process) {
+    std::array<char, 64> name = {};
+    std::snprintf(name.data(), name.size(), "/proc/%s/stat", process);
+    std::array<char, 512> text = {};
+    const int file = open(name.data(), O_RDONLY | O_CLOEXEC);
+    const ssize_t length = file >= 0 ? read(file, text.data(), text.size() - 1) : -1;
+    if (file >= 0) {
+        close(file);
+    }
+    // "12 (name) S 1 ...", and the name may hold brackets.
+    const char* const bracket = length > 0 ? std::strrchr(text.data(), ')') : nullptr;
+    return bracket != nullptr && std::strlen(bracket) > 4 ? std::atoi(bracket + 4) : 0;
+}
+
+/// The processes to end. More of them than it holds are left to the next call.
+struct Doomed {
+    std::array<pid_t, 256> pids = {};
+    std::size_t count = 0;
+
+    bool has(pid_t pid) const {
+        return std::find(pids.begin(), pids.begin() + count, pid) != pids.begin() + count;
+    }
+
+    void add(pid_t pid) {
+        if (count < pids.size()) {
+            pids[count++] = pid;
         }
     }
-    return parents;
-}
+
+    /// Adds what runs `image`, and the children of what is in here.
+    void addRunning(const Path& image) {
+        DIR* const folder = opendir("/proc");
+        while (const dirent* entry = folder != nullptr ? readdir(folder) : nullptr) {
+            const pid_t pid = std::atoi(entry->d_name);
+            if (pid > 0 && !has(pid) &&
+                (std::strcmp(imageOf(entry->d_name).data(), image.data()) == 0 ||
+                 has(parentOf(entry->d_name)))) {
+                add(pid);
+            }
+        }
+        if (folder != nullptr) {
+            closedir(folder);
+        }
+    }
+};
 
 } // namespace
 
 // By path and not by name alone, unlike the Windows form: builds with different sanitizers run their tests
 // side by side on one machine and must not end each other's service.
-void ServiceProcess::killAll() {
-    const fs::path image = servicePath();
-    const std::map<pid_t, pid_t> parents = processParents();
-    std::set<pid_t> doomed;
-    for (const auto& [pid, parent] : parents) {
-        std::error_code ignored;
-        if (fs::read_symlink("/proc/" + std::to_string(pid) + "/exe", ignored) == image) {
-            doomed.insert(pid);
-        }
+void ServiceProcess::killAll() noexcept {
+    const Path image = servicePath();
+    Doomed doomed;
+    doomed.addRunning(image);
+    for (std::size_t before = 0; before != doomed.count;) { // children, their children, ...
+        before = doomed.count;
+        doomed.addRunning(image);
     }
-    for (std::size_t before = 0; before != doomed.size();) { // children, their children, ...
-        before = doomed.size();
-        for (const auto& [pid, parent] : parents) {
-            if (doomed.count(parent) != 0) {
-                doomed.insert(pid);
-            }
-        }
-    }
-    for (const pid_t pid : doomed) {
-        kill(pid, SIGKILL);
-        waitpid(pid, nullptr, 0); // returns at once for a process that is not our child
+    for (std::size_t i = 0; i < doomed.count; ++i) {
+        kill(doomed.pids[i], SIGKILL);
+        waitpid(doomed.pids[i], nullptr, 0); // returns at once for a process that is not our child
     }
 }
 
 std::unique_ptr<ServiceProcess> ServiceProcess::start(const char* logDir, int logLevel, int& systemError) {
-    std::string path = servicePath();
+    auto process =
+        std::make_unique<PosixServiceProcess>(); // first: what is started then is not left to itself
+    Path path = servicePath();
     std::string directory = logDir;
     std::string level = std::to_string(logLevel);
     const std::array<char*, 4> arguments = {path.data(), directory.data(), level.data(), nullptr};
     pid_t pid = 0;
-    const int result = posix_spawn(&pid, path.c_str(), nullptr, nullptr, arguments.data(), environ);
+    const int result = posix_spawn(&pid, path.data(), nullptr, nullptr, arguments.data(), environ);
     if (result != 0) {
         systemError = result;
         return nullptr;
     }
-    return std::make_unique<PosixServiceProcess>(pid);
+    process->own(pid);
+    return process;
 }
 
 } // namespace platform

@@ -12,16 +12,20 @@ namespace {
 
 class WindowsServiceProcess : public ServiceProcess {
 public:
-    explicit WindowsServiceProcess(HANDLE process) : mProcess(process) {}
+    ~WindowsServiceProcess() override {
+        if (mProcess != nullptr) {
+            CloseHandle(mProcess);
+        }
+    }
 
-    ~WindowsServiceProcess() override { CloseHandle(mProcess); }
+    void own(HANDLE process) { mProcess = process; }
 
     bool waitForEnd(std::chrono::milliseconds limit) override {
         return WaitForSingleObject(mProcess, static_cast<DWORD>(limit.count())) != WAIT_TIMEOUT;
     }
 
 private:
-    HANDLE mProcess;
+    HANDLE mProcess = nullptr;
 };
 
 std::wstring hostExecutablePath() {
@@ -32,7 +36,7 @@ std::wstring hostExecutablePath() {
 
 } // namespace
 
-void ServiceProcess::killAll() {
+void ServiceProcess::killAll() noexcept {
     SHELLEXECUTEINFOW info = {};
     info.cbSize = sizeof info;
     // No message box of the shell's where cmd.exe may not be started: nobody might be there to close it.
@@ -50,7 +54,9 @@ void ServiceProcess::killAll() {
 
 std::unique_ptr<ServiceProcess> ServiceProcess::start(const char* logDir, int logLevel, int& systemError) {
     std::wstring commandLine = serviceCommandLine(hostExecutablePath(), logDir, logLevel);
-    STARTUPINFOW startup = {}; // its size field is zero as well, which the system accepts
+    auto process =
+        std::make_unique<WindowsServiceProcess>(); // first: what is started then is not left to itself
+    STARTUPINFOW startup = {};                     // its size field is zero as well, which the system accepts
     PROCESS_INFORMATION started = {};
     if (CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr,
                        nullptr, &startup, &started) == FALSE) {
@@ -58,7 +64,8 @@ std::unique_ptr<ServiceProcess> ServiceProcess::start(const char* logDir, int lo
         return nullptr;
     }
     CloseHandle(started.hThread); // a host that starts and stops the service for months would collect these
-    return std::make_unique<WindowsServiceProcess>(started.hProcess);
+    process->own(started.hProcess);
+    return process;
 }
 
 } // namespace platform
