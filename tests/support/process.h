@@ -16,6 +16,8 @@ namespace support {
 // that the system has given to another process since.
 bool processRuns(std::int64_t pid, const std::string& program);
 void killProcess(std::int64_t pid, const std::string& program);
+// Running processes of the program that stands beside this one.
+std::size_t running(const std::string& program);
 
 struct ProcessSize {
     std::size_t handles = 0; // handles on Windows, open files natively

@@ -32,6 +32,16 @@ bool processRuns(std::int64_t pid, const std::string& program) {
     return !gone && image.filename() == program;
 }
 
+std::size_t running(const std::string& program) {
+    const fs::path image = programFolder() / program;
+    std::size_t count = 0;
+    for (const fs::directory_entry& entry : fs::directory_iterator("/proc")) {
+        std::error_code notOne;
+        count += fs::read_symlink(entry.path() / "exe", notOne) == image ? 1U : 0U;
+    }
+    return count;
+}
+
 std::string programFile(const std::string& name) {
     return name;
 }

@@ -97,6 +97,20 @@ bool processRuns(std::int64_t pid, const std::string& program) {
     return running;
 }
 
+// By name alone: that is how the library ends them.
+std::size_t running(const std::string& program) {
+    std::size_t count = 0;
+    HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
+    PROCESSENTRY32W entry{};
+    entry.dwSize = sizeof entry;
+    for (BOOL more = Process32FirstW(snapshot, &entry); more != FALSE;
+         more = Process32NextW(snapshot, &entry)) {
+        count += std::filesystem::path(entry.szExeFile).filename() == program ? 1U : 0U;
+    }
+    CloseHandle(snapshot);
+    return count;
+}
+
 std::string programFile(const std::string& name) {
     return name + ".exe";
 }

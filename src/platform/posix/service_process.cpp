@@ -104,6 +104,7 @@ struct Doomed {
     /// Adds what runs `image`, and the children of what is in here.
     void addRunning(const Path& image) {
         DIR* const folder = opendir("/proc");
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): the stream is this call's own
         while (const dirent* entry = folder != nullptr ? readdir(folder) : nullptr) {
             const pid_t pid = std::atoi(entry->d_name);
             if (pid > 0 && !has(pid) &&

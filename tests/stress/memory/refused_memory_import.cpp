@@ -1,0 +1,134 @@
+// The allocator's functions stand in the table of what the DLL imports from the C runtime: there each is exchanged for one
+// of these. The runtime's own requests, and those of the test's program, never come here.
+#include <cstdlib>
+#include <cstring>
+#include <malloc.h>
+#include <stdexcept>
+#include <string>
+
+#include <windows.h>
+
+#include "stress/memory/refused_memory.h"
+
+namespace refused_memory {
+
+namespace {
+
+std::uintptr_t gStart = 0;
+std::uintptr_t gEnd = 0;
+
+void* give(void* memory, std::size_t size) {
+    given(memory, size);
+    return memory;
+}
+
+void* refusableMalloc(std::size_t size) {
+    return mayHaveMemory(size) ? give(std::malloc(size), size) : nullptr;
+}
+
+void* refusableCalloc(std::size_t count, std::size_t size) {
+    return mayHaveMemory(count * size) ? give(std::calloc(count, size), count * size) : nullptr;
+}
+
+void* refusableRealloc(void* memory, std::size_t size) {
+    if (!mayHaveMemory(size)) {
+        return nullptr;
+    }
+    returned(memory);
+    return give(std::realloc(memory, size), size);
+}
+
+void watchedFree(void* memory) {
+    returned(memory);
+    std::free(memory);
+}
+
+void* refusableAlignedMalloc(std::size_t size, std::size_t alignment) {
+    return mayHaveMemory(size) ? give(_aligned_malloc(size, alignment), size) : nullptr;
+}
+
+void watchedAlignedFree(void* memory) {
+    returned(memory);
+    _aligned_free(memory);
+}
+
+struct Exchange {
+    const char* name;
+    void* with;
+};
+
+const Exchange kExchanges[] = {{"malloc", reinterpret_cast<void*>(refusableMalloc)},
+                               {"calloc", reinterpret_cast<void*>(refusableCalloc)},
+                               {"realloc", reinterpret_cast<void*>(refusableRealloc)},
+                               {"free", reinterpret_cast<void*>(watchedFree)},
+                               {"_aligned_malloc", reinterpret_cast<void*>(refusableAlignedMalloc)},
+                               {"_aligned_free", reinterpret_cast<void*>(watchedAlignedFree)}};
+
+template <typename T>
+T* at(std::uintptr_t offset) {
+    return reinterpret_cast<T*>(gStart + offset);
+}
+
+void exchange(IMAGE_THUNK_DATA* entry, void* with) {
+    DWORD before = 0;
+    VirtualProtect(entry, sizeof *entry, PAGE_READWRITE, &before);
+    entry->u1.Function = reinterpret_cast<std::uintptr_t>(with);
+    VirtualProtect(entry, sizeof *entry, before, &before);
+}
+
+// Both tables run side by side: the names, and the addresses that the loader has put in.
+int exchangeAll(const IMAGE_IMPORT_DESCRIPTOR& module) {
+    int exchanged = 0;
+    const auto* name = at<IMAGE_THUNK_DATA>(module.OriginalFirstThunk);
+    auto* address = at<IMAGE_THUNK_DATA>(module.FirstThunk);
+    for (; name->u1.AddressOfData != 0; ++name, ++address) {
+        if (IMAGE_SNAP_BY_ORDINAL(name->u1.Ordinal)) {
+            continue;
+        }
+        for (const Exchange& one : kExchanges) {
+            if (std::strcmp(one.name, at<IMAGE_IMPORT_BY_NAME>(name->u1.AddressOfData)->Name) == 0) {
+                exchange(address, one.with);
+                ++exchanged;
+            }
+        }
+    }
+    return exchanged;
+}
+
+} // namespace
+
+void install() {
+    gStart = reinterpret_cast<std::uintptr_t>(GetModuleHandleW(L"SonviaPCAudioDll.dll"));
+    const auto* header = at<IMAGE_NT_HEADERS>(static_cast<std::uintptr_t>(at<IMAGE_DOS_HEADER>(0)->e_lfanew));
+    gEnd = gStart + header->OptionalHeader.SizeOfImage;
+    int exchanged = 0;
+    for (const auto* module = at<IMAGE_IMPORT_DESCRIPTOR>(
+             header->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress);
+         module->Name != 0; ++module) {
+        exchanged += exchangeAll(*module);
+    }
+    if (exchanged < 4) {
+        throw std::runtime_error("the DLL imports only " + std::to_string(exchanged) +
+                                 " of the allocator's functions");
+    }
+}
+
+int callers(std::uintptr_t* frames, int most) {
+    void* addresses[kMostFrames + 16] = {};
+    const int all = RtlCaptureStackBackTrace(0, kMostFrames + 16, addresses, nullptr);
+    int count = 0;
+    for (int i = 0; i < all && count < most; ++i) {
+        const auto address = reinterpret_cast<std::uintptr_t>(addresses[i]);
+        if (address >= gStart && address < gEnd) {
+            frames[count++] = address - gStart;
+        }
+    }
+    return count;
+}
+
+// None that is reached here: see docs/limits.md for those that a host may meet.
+const char* endsTheProcess(const std::uintptr_t* /*frames*/, int /*count*/) {
+    return nullptr;
+}
+
+} // namespace refused_memory
