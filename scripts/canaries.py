@@ -209,6 +209,19 @@ def import_of_a_compilers_library():
         return gates.check_imports(small_dll(folder, ["canary"], throws)) != []
 
 
+def import_that_older_windows_has_not():
+    """Of a function that kernel32.dll got after the lowest supported version, and of a DLL that a host need not load."""
+    with scratch() as folder:
+        uses = "#include <windows.h>\n#include <{header}>\nvoid* canaryUses = (void*)&{name};\n"
+        dumps = uses.format(header="dbghelp.h", name="MiniDumpWriteDump")
+        names = "#include <windows.h>\nextern \"C\" HRESULT WINAPI SetThreadDescription(HANDLE, PCWSTR);\n" \
+                "void* canaryNames = (void*)&SetThreadDescription;\n"
+        found = [gates.check_imports(small_dll(folder, ["canary"], source, ["-static", "-ldbghelp"]))
+                 for source in ("", names, dumps)]
+        return (not found[0] and any("SetThreadDescription" in finding for finding in found[1]) and
+                found[2] == ["imports dbghelp.dll"])
+
+
 def compiled_as_the_project_is(preset, text):
     """Compiles the text with the options that the preset compiles a file of src/ with."""
     entry = next(entry for entry in gates.compile_commands(preset) if "/src/" in entry["file"])
@@ -249,7 +262,7 @@ CANARIES = {
     "paths": [path_of_somebodys_machine],
     "samples": [sample_that_differs_from_its_file],
     "exports": [ninth_export],
-    "imports": [import_of_a_compilers_library],
+    "imports": [import_of_a_compilers_library, import_that_older_windows_has_not],
     "instrumented": [archives_without_a_sanitizer],
     "cppcheck": [buffer_that_cppcheck_sees_overrun],
     "tidy": [badly_named_function, function_of_too_many_lines, branches_that_are_the_same,

@@ -13,6 +13,7 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 import checks
+import pe
 
 ROOT = Path(__file__).resolve().parent.parent
 BUILD = ROOT / "build"
@@ -208,37 +209,39 @@ def check_samples(root=ROOT):
 DLL = BUILD / "windows" / "bin" / "SonviaPCAudioDll.dll"
 EXPORTS = {"initSonviaAudioService", "uninitSonviaAudioService", "exitAudioProjection", "getState", "getSourceName",
            "setParam", "setAccountID", "getVersion"}
-# All part of Windows itself, on every machine since version 7.
-SYSTEM_DLLS = {"advapi32.dll", "bcrypt.dll", "dbghelp.dll", "iphlpapi.dll", "kernel32.dll", "msvcrt.dll",
-               "ole32.dll", "psapi.dll", "shell32.dll", "shlwapi.dll", "user32.dll", "userenv.dll", "ws2_32.dll"}
+# What the lowest supported Windows has, by DLL.
+SYSTEM_FUNCTIONS = ROOT / "scripts" / "windows-functions.txt"
 
 
-def headers_of(dll):
-    if not dll.is_file():
-        return None
-    return subprocess.run(["x86_64-w64-mingw32-objdump", "-p", dll],
-                          check=True, capture_output=True, text=True).stdout
+def system_functions(root=ROOT):
+    found = {}
+    for line in (root / SYSTEM_FUNCTIONS.relative_to(ROOT)).read_text().splitlines():
+        if match := re.fullmatch(r"\[(\S+)\]", line):
+            functions = found.setdefault(match[1], set())
+        elif line and not line.startswith("#"):
+            functions |= set(line.split())
+    return found
 
 
 def check_exports(dll=DLL):
     """The DLL exports the eight functions under their plain names and nothing else."""
-    text = headers_of(dll)
-    if text is None:
+    if not dll.is_file():
         return [f"{dll.name} is not built"]
-    table = text.partition("[Ordinal/Name Pointer] Table")[2].partition("\n\n")[0]
-    exported = set(re.findall(r"\]\s+(?:\+base\[\s*\d+\]\s+\w+\s+)?(\S+)$", table, re.M))
+    exported = pe.Module(dll).exports()
     return ([f"exports {name}, which is not for hosts" for name in sorted(exported - EXPORTS)] +
             [f"does not export {name}" for name in sorted(EXPORTS - exported)])
 
 
 def check_imports(dll=DLL):
-    """The DLL needs nothing that Windows does not have."""
-    text = headers_of(dll)
-    if text is None:
+    """The DLL needs no DLL and no function that the lowest supported Windows does not have."""
+    if not dll.is_file():
         return [f"{dll.name} is not built"]
-    imported = re.findall(r"DLL Name: (\S+)", text)
-    return ([] if imported else ["imports nothing: objdump's output was not understood"]) + [
-        f"imports {name}" for name in imported if name.lower() not in SYSTEM_DLLS]
+    imported, known = pe.Module(dll).imports(), system_functions()
+    if not any(imported.values()):
+        return ["imports nothing: objdump's output was not understood"]
+    return [f"imports {module}" for module in imported if module not in known] + [
+        f"imports {name} from {module}, which is not in {SYSTEM_FUNCTIONS.name}"
+        for module, names in imported.items() for name in sorted(names - known.get(module, names))]
 
 
 def check_instrumented(deps=BUILD / "deps"):

@@ -78,10 +78,9 @@ TEST(Module, NeedsOnlyLibrariesOfTheSystem) {
     support::hostApi();
     const Image image;
     ASSERT_TRUE(image.loaded());
-    const std::vector<std::string> system = {"advapi32.dll", "dbghelp.dll", "iphlpapi.dll", "kernel32.dll",
-                                             "msvcrt.dll",   "ntdll.dll",   "ole32.dll",    "psapi.dll",
-                                             "shell32.dll",  "shlwapi.dll", "ucrtbase.dll", "user32.dll",
-                                             "userenv.dll",  "ws2_32.dll"};
+    const std::vector<std::string> system = {
+        "advapi32.dll", "iphlpapi.dll", "kernel32.dll", "msvcrt.dll", "ntdll.dll",   "ole32.dll", "psapi.dll",
+        "shell32.dll",  "shlwapi.dll",  "ucrtbase.dll", "user32.dll", "userenv.dll", "ws2_32.dll"};
     for (const std::string& name : image.importedModules()) {
         const bool known = std::find(system.begin(), system.end(), name) != system.end() ||
                            name.rfind("api-ms-win-", 0) == 0;
