@@ -80,6 +80,39 @@ def sample_that_differs_from_its_file():
     return planted(gates.check_samples, "docs/canary.md", "<!-- file: test -->\n```sh\nrm -r build\n```\n")
 
 
+def edited(gate, path, old, new):
+    """What the gate finds in a copy of the tree in which one file says something else."""
+    with Tree() as tree:
+        text = (tree.root / path).read_text()
+        if text.count(old) != 1:
+            raise ValueError(f"{path}: {old} is not there once")
+        tree.plant(path, text.replace(old, new))
+        return gate(tree.root)
+
+
+def header_that_not_every_language_takes():
+    """A comment that C89 has not, and a field of the record that has moved."""
+    comment = edited(gates.check_header, gates.HEADER, "#ifndef __cplusplus\n", "// canary\n#ifndef __cplusplus\n")
+    moved = edited(gates.check_header, gates.HEADER, "    char deviceID[SONVIA_TEXT_SIZE];\n    char sn[",
+                   "    char deviceID[SONVIA_TEXT_SIZE + 8];\n    char sn[")
+    return len(comment) == 3 and len(moved) == 33
+
+
+def contract_that_is_incomplete():
+    return all(len(edited(gates.check_contracts, gates.HEADER, old, "")) == 1 for old in (
+        " * On failure: gives \"phone\".\n",
+        "int getVersion(void);\n"))
+
+
+def version_that_differs():
+    return all(len(edited(gates.check_version, path, old, new)) == count for path, old, new, count in (
+        ("CMakeLists.txt", "VERSION 2.1.2110122", "VERSION 2.1.2110123", 4),
+        (gates.HEADER, "_BUILD 2110122", "_BUILD 2110121", 1),
+        (gates.HEADER, '_STRING "2.1.2110122"', '_STRING "2.1"', 1),
+        ("vcpkg.json", "2.1.2110122", "2.1.2110121", 1),
+        ("CHANGELOG.md", "## 2.1.2110122", "## 3.0.0\n\n## 2.1.2110122", 1)))
+
+
 # One fault for each family of checks in .clang-tidy.
 TIDY_FAULTS = """
 #include <cstdlib>
@@ -261,6 +294,9 @@ CANARIES = {
     "lists": [unlisted_test_file],
     "paths": [path_of_somebodys_machine],
     "samples": [sample_that_differs_from_its_file],
+    "header": [header_that_not_every_language_takes],
+    "contracts": [contract_that_is_incomplete],
+    "version": [version_that_differs],
     "exports": [ninth_export],
     "imports": [import_of_a_compilers_library, import_that_older_windows_has_not],
     "instrumented": [archives_without_a_sanitizer],

@@ -204,6 +204,71 @@ def check_samples(root=ROOT):
     return (result.stdout + result.stderr).splitlines() if result.returncode else []
 
 
+# --- the public header ---
+
+HEADER = "include/SonviaPCAudioDll.h"
+HEADER_USE = """#include "SonviaPCAudioDll.h"
+#include "SonviaPCAudioDll.h"
+int main(void) {
+    AudioServiceParam param;
+    param.context = &param;
+    return setParam((AudioServiceHandle*)0, &param) || SONVIA_VERSION_MAJOR < 2;
+}
+"""
+LANGUAGES = [
+    ("c", ["c89", "c99", "c11", "c17", "c2x"], ["gcc", "clang-14", "x86_64-w64-mingw32-gcc-posix"]),
+    ("c++", ["c++98", "c++11", "c++14", "c++17", "c++20", "c++2b"],
+     ["g++", "clang++-14", "x86_64-w64-mingw32-g++-posix"]),
+]
+
+
+def check_header(root=ROOT):
+    """The public header compiles in every version of C and C++, without a warning."""
+    def one(case):
+        language, standard, compiler = case
+        # clang alone calls the bool of its own <stdbool.h> an extension there.
+        options = ["-Wno-c99-extensions"] if (compiler, standard) == ("clang-14", "c89") else []
+        run = subprocess.run([compiler, f"-std={standard}", "-Wall", "-Wextra", "-pedantic", "-Werror", *options,
+                              "-fsyntax-only", "-I", (root / HEADER).parent, "-x", language, "-"],
+                             input=HEADER_USE, capture_output=True, text=True)
+        errors = [line for line in run.stderr.splitlines() if "error:" in line] or run.stderr.splitlines()[:1]
+        return [f"{compiler} -std={standard}: {errors[0].replace(f'{root}/', '')}"] if run.returncode else []
+    return in_parallel(one, [(language, standard, compiler) for language, standards, compilers in LANGUAGES
+                             for standard in standards for compiler in compilers])
+
+
+CONTRACT = re.compile(r"/\*\*\n((?: \*.*\n)+?) \*/\n\w[^;{]*?\b(\w+)\([^;{]*\);\n")
+CONTRACT_WORDS = ["Thread", "Blocks", "Returns", "On failure", "Callbacks"]
+
+
+def check_contracts(root=ROOT):
+    """Each exported function's contract has the same form: purpose, parameters, thread, blocking, results, callbacks."""
+    contracts = {name: text for text, name in CONTRACT.findall((root / HEADER).read_text())}
+    findings = [f"{name} has no contract" for name in sorted(EXPORTS - set(contracts))]
+    for name, text in contracts.items():
+        words = re.findall(r"^ \* (?:@)?(param|Thread|Blocks|Returns|On failure|Callbacks)\b", text, re.M)
+        if [word for word in words if word != "param"] != CONTRACT_WORDS or "param" in words[-len(CONTRACT_WORDS):]:
+            findings.append(f"{name}: {', '.join(words)} instead of parameters, {', '.join(CONTRACT_WORDS)}")
+    return findings
+
+
+def check_version(root=ROOT):
+    """One version: that of CMake stands in the header, the vcpkg manifest and the first entry of the changes."""
+    def find(path, pattern):
+        match = re.search(pattern, (root / path).read_text(), re.M)
+        return match and ".".join(match.groups())
+    version = find("CMakeLists.txt", r"^    VERSION (\d+\.\d+\.\d+)$")
+    places = {
+        (HEADER, "macros"): r"_MAJOR (\d+)\n#define SONVIA_VERSION_MINOR (\d+)\n#define SONVIA_VERSION_BUILD (\d+)\n",
+        (HEADER, "SONVIA_VERSION_STRING"): r'SONVIA_VERSION_STRING "(.*)"$',
+        ("vcpkg.json", "version-string"): r'"version-string": "(.*)"',
+        ("CHANGELOG.md", "first entry"): r"\A(?:(?!^## ).*\n)*## (\S+)$",
+    }
+    return ([] if version else ["CMakeLists.txt: no version found"]) + [
+        f"{path}: {what}: {found}, not {version}" for (path, what), pattern in places.items()
+        if (found := find(path, pattern)) != version]
+
+
 # --- the product ---
 
 DLL = BUILD / "windows" / "bin" / "SonviaPCAudioDll.dll"
@@ -264,6 +329,9 @@ GATES = {
     "lists": check_lists,
     "paths": check_paths,
     "samples": check_samples,
+    "header": check_header,
+    "contracts": check_contracts,
+    "version": check_version,
     "exports": check_exports,
     "imports": check_imports,
     "instrumented": check_instrumented,

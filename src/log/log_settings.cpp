@@ -1,5 +1,6 @@
 #include "log/log_settings.h"
 
+#include "SonviaPCAudioDll.h"
 #include "log/history.h"
 #include "log/manager.h"
 #include "log/write_log.h"
@@ -9,7 +10,7 @@ namespace orvel {
 namespace {
 
 /// A new version clears the folder of the old one's logs.
-constexpr char kVersion[] = "2.1.2110122";
+constexpr char kVersion[] = SONVIA_VERSION_STRING;
 
 } // namespace
 

@@ -46,7 +46,7 @@ OBufList numberPayload(const char* key, std::uint32_t value) {
 }
 
 OBufList stopPayload() {
-    return numberPayload("StopSonviaAudioService", SONVIA_NOTIFY_STOP_SERVICE);
+    return numberPayload("StopSonviaAudioService", kNotifyStopService);
 }
 
 void logKORUInfo() {
@@ -169,8 +169,8 @@ void QuPCAudioMessage::endProjection(std::uint16_t seq) {
     LoopEntry::CallPtr queued;
     {
         const std::lock_guard guard(mMutex);
-        queued = queuePacket(kCommandNotify, seq,
-                             numberPayload("exitAudioProjection", SONVIA_NOTIFY_EXIT_PROJECTION));
+        queued =
+            queuePacket(kCommandNotify, seq, numberPayload("exitAudioProjection", kNotifyExitProjection));
     }
     mLoop->finish(queued);
 }
