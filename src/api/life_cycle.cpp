@@ -3,6 +3,7 @@
 #include "log/init_log.h"
 #include "log/write_log.h"
 #include "platform/module.h"
+#include "platform/thread_name.h"
 #include "transport/loop_log.h"
 
 #include <chrono>
@@ -132,6 +133,7 @@ bool startLoopThread(AudioServiceHandle& handle) {
 
 void ThreadFun(const std::shared_ptr<OUVLoop>& loop) {
     constexpr const char* kName = "ThreadFun";
+    platform::nameThisThread("Sonvia loop");
     if (loop == nullptr) {
         writeLog(kLogWarning, kLogTagDll, "[%s:%d]loop is NULL", kName, __LINE__);
         return;
