@@ -2,6 +2,7 @@
 
 #include "platform/processor.h"
 #include "platform/thread_id.h"
+#include "platform/thread_name.h"
 
 #include <cstdio>
 #include <mutex>
@@ -57,6 +58,7 @@ bool withMemory(Action action) {
 } // namespace
 
 void LogerManager::run() {
+    platform::nameThisThread("Sonvia log");
     mRunning.store(true, std::memory_order_release);
     mStarted->post();
     loadHistories();
