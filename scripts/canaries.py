@@ -255,6 +255,34 @@ def import_that_older_windows_has_not():
                 found[2] == ["imports dbghelp.dll"])
 
 
+def dll_that_is_not_what_it_says():
+    """Another version, a time, a PDB of another build, and one that tells of the build machine."""
+    version = "2.1.2110122".encode("utf-16-le")
+
+    def found(suffix, change):
+        with scratch() as folder:
+            for file in (gates.DLL, gates.DLL.with_suffix(".pdb")):
+                text = file.read_bytes()
+                (folder / file.name).write_bytes(change(text) if file.suffix == suffix else text)
+            return gates.check_identity(folder / gates.DLL.name)
+
+    def with_a_time(text):
+        at = text.index(b"PE\0\0") + 8
+        return text[:at] + b"\1\0\0\x60" + text[at + 4:]
+
+    def of_another_build(text):
+        at = text.index(b"RSDS") + 4
+        return text[:at] + bytes([text[at] ^ 1]) + text[at + 1:]
+
+    return (found("", None) == [] and
+            len(found(".dll", lambda text: text.replace(version, version.replace(b"2", b"3")))) == 2 and
+            len(found(".dll", with_a_time)) == 1 and
+            len(found(".dll", of_another_build)) == 1 and
+            len(found(".pdb", lambda text: text.replace(b"setAccountID", b"setAccountIT"))) == 1 and
+            any("names a folder" in finding
+                for finding in found(".pdb", lambda text: text + b"/home" + b"/somebody/canary.o")))
+
+
 def compiled_as_the_project_is(preset, text):
     """Compiles the text with the options that the preset compiles a file of src/ with."""
     entry = next(entry for entry in gates.compile_commands(preset) if "/src/" in entry["file"])
@@ -299,6 +327,7 @@ CANARIES = {
     "version": [version_that_differs],
     "exports": [ninth_export],
     "imports": [import_of_a_compilers_library, import_that_older_windows_has_not],
+    "identity": [dll_that_is_not_what_it_says],
     "instrumented": [archives_without_a_sanitizer],
     "cppcheck": [buffer_that_cppcheck_sees_overrun],
     "tidy": [badly_named_function, function_of_too_many_lines, branches_that_are_the_same,

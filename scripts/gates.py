@@ -252,12 +252,18 @@ def check_contracts(root=ROOT):
     return findings
 
 
+def find_in(root, path, pattern):
+    match = re.search(pattern, (root / path).read_text(), re.M)
+    return match and ".".join(match.groups())
+
+
+def version_of(root=ROOT):
+    return find_in(root, "CMakeLists.txt", r"^    VERSION (\d+\.\d+\.\d+)$")
+
+
 def check_version(root=ROOT):
     """One version: that of CMake stands in the header, the vcpkg manifest and the first entry of the changes."""
-    def find(path, pattern):
-        match = re.search(pattern, (root / path).read_text(), re.M)
-        return match and ".".join(match.groups())
-    version = find("CMakeLists.txt", r"^    VERSION (\d+\.\d+\.\d+)$")
+    version = version_of(root)
     places = {
         (HEADER, "macros"): r"_MAJOR (\d+)\n#define SONVIA_VERSION_MINOR (\d+)\n#define SONVIA_VERSION_BUILD (\d+)\n",
         (HEADER, "SONVIA_VERSION_STRING"): r'SONVIA_VERSION_STRING "(.*)"$',
@@ -266,7 +272,7 @@ def check_version(root=ROOT):
     }
     return ([] if version else ["CMakeLists.txt: no version found"]) + [
         f"{path}: {what}: {found}, not {version}" for (path, what), pattern in places.items()
-        if (found := find(path, pattern)) != version]
+        if (found := find_in(root, path, pattern)) != version]
 
 
 # --- the product ---
@@ -309,6 +315,35 @@ def check_imports(dll=DLL):
         for module, names in imported.items() for name in sorted(names - known.get(module, names))]
 
 
+def check_identity(dll=DLL):
+    """The DLL tells its version and its PDB, which has the names that the DLL has not; no time or folder is in them."""
+    pdb = dll.with_suffix(".pdb")
+    if not dll.is_file() or not pdb.is_file():
+        return [f"{dll.name} or its PDB is not built"]
+    module, version, findings = pe.Module(dll), version_of(), []
+    texts, numbers = module.version_texts(), [int(number) for number in version.split(".")]
+    findings += [f"{name} is {texts.get(name)}, not {version}" for name in ("FileVersion", "ProductVersion")
+                 if texts.get(name) != version]
+    findings += [f"{name} is missing" for name in ("CompanyName", "LegalCopyright") if not texts.get(name)]
+    if module.version_number() != (*numbers[:2], *divmod(numbers[2], 1000)):
+        findings.append(f"the version number is {module.version_number()}")
+    if "1970" not in module.timestamp():
+        findings.append(f"it was linked at a time: {module.timestamp()}")
+    if "symbols stripped" not in module.text:
+        findings.append("it has symbols of its own")
+    shown = subprocess.run(["llvm-pdbutil-14", "dump", "--summary", "--publics", pdb],
+                           capture_output=True, text=True).stdout
+    guid = re.search(r"GUID: \{(.*)\}", shown)
+    if not module.pdb() or not guid or module.pdb() != (guid[1].replace("-", "").lower(), dll.with_suffix(".pdb").name):
+        findings.append(f"its PDB is {module.pdb()}, and the PDB says {guid and guid[1]}")
+    findings += [f"{pdb.name} does not name {name}" for name in sorted(EXPORTS) + ["_Z9ThreadFun"]
+                 if not re.search(rf"S_PUB32 .*`{name}", shown)]
+    home = re.compile(rb"/(?:home|root|Users|work|tmp)/[\w./-]+|" + re.escape(str(ROOT).encode()))
+    findings += [f"{file.name} names a folder: {folder.decode()}" for file in (dll, pdb)
+                 for folder in sorted(set(home.findall(file.read_bytes())))]
+    return findings
+
+
 def check_instrumented(deps=BUILD / "deps"):
     """The sanitizer presets' dependencies are built with the sanitizers, and with what libFuzzer steers by."""
     findings = []
@@ -323,6 +358,12 @@ def check_instrumented(deps=BUILD / "deps"):
     return findings
 
 
+def check_reproduce():
+    """A build in another folder gives the same DLL, PDB and import libraries, byte for byte."""
+    run = subprocess.run([ROOT / "scripts" / "reproduce"], capture_output=True, text=True)
+    return [] if run.returncode == 0 else (run.stdout + run.stderr).splitlines()[-20:] or ["scripts/reproduce failed"]
+
+
 GATES = {
     "format": check_format,
     "floors": check_floors,
@@ -334,17 +375,25 @@ GATES = {
     "version": check_version,
     "exports": check_exports,
     "imports": check_imports,
+    "identity": check_identity,
     "instrumented": check_instrumented,
     "cppcheck": check_cppcheck,
     "tidy": check_tidy,
 }
 
 
+# What takes minutes: ./test --long runs these too. Their scripts compare what cmp compares.
+SLOW_GATES = {
+    "reproduce": check_reproduce,
+}
+
+
 def main(names):
     failed = False
+    every = {**GATES, **SLOW_GATES}
     for name in names or GATES:
-        findings = checks.findings(GATES[name])
-        print(f"{'FAIL' if findings else 'ok':5}{name}: {GATES[name].__doc__}")
+        findings = checks.findings(every[name])
+        print(f"{'FAIL' if findings else 'ok':5}{name}: {every[name].__doc__}")
         for finding in findings:
             print(f"       {finding}")
         failed = failed or bool(findings)

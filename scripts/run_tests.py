@@ -252,7 +252,8 @@ class Run:
             say("coverage")
             coverage.check(self.row("coverage"))
         if "gates" in self.parts:
-            run_checks(self.row("gates"), gates.GATES.items())
+            slow = gates.SLOW_GATES if self.effort == "long" else {}
+            run_checks(self.row("gates"), [*gates.GATES.items(), *slow.items()])
         if "canaries" in self.parts:
             run_checks(self.row("canaries"), canaries.named_checks())
 
