@@ -255,6 +255,26 @@ def import_that_older_windows_has_not():
                 found[2] == ["imports dbghelp.dll"])
 
 
+def change_of_what_hosts_were_compiled_against():
+    """A field that has moved, a constant, an argument's type; and a DLL that imports something else."""
+    fields = "    char deviceID[SONVIA_TEXT_SIZE];\n    char sn[SONVIA_TEXT_SIZE];"
+    with Tree() as tree:
+        text = (tree.root / gates.HEADER).read_text().replace("#if defined(_WIN64) ||", "#if 0 &&")
+        same = gates.check_abi(tree.root)
+        moved = []
+        for old, new in ((fields, "    char sn[SONVIA_TEXT_SIZE];\n    char deviceID[SONVIA_TEXT_SIZE];"),
+                         ("FIRST_AUDIO = 200003", "FIRST_AUDIO = 200004"),
+                         ("setAccountID(AudioServiceHandle* handle, const char*",
+                          "setAccountID(AudioServiceHandle* handle, char*")):
+            if text.count(old) != 1:
+                raise ValueError(f"{old} is not there once")
+            tree.plant(gates.HEADER, text.replace(old, new))
+            moved.append(gates.check_abi(tree.root))
+    with scratch() as folder:
+        other = gates.check_abi(dll=small_dll(folder, sorted(gates.EXPORTS), options=["-static"]))
+    return not same and all(moved) and any("imports" in line or "KERNEL32" in line.upper() for line in other)
+
+
 def dll_that_is_not_what_it_says():
     """Another version, a time, a PDB of another build, and one that tells of the build machine."""
     version = "2.1.2110122".encode("utf-16-le")
@@ -327,6 +347,7 @@ CANARIES = {
     "version": [version_that_differs],
     "exports": [ninth_export],
     "imports": [import_of_a_compilers_library, import_that_older_windows_has_not],
+    "abi": [change_of_what_hosts_were_compiled_against],
     "identity": [dll_that_is_not_what_it_says],
     "instrumented": [archives_without_a_sanitizer],
     "cppcheck": [buffer_that_cppcheck_sees_overrun],

@@ -12,6 +12,7 @@ import tempfile
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
+import abi
 import checks
 import pe
 
@@ -315,6 +316,11 @@ def check_imports(dll=DLL):
         for module, names in imported.items() for name in sorted(names - known.get(module, names))]
 
 
+def check_abi(root=ROOT, dll=DLL):
+    """What hosts were compiled against is what abi.json says; scripts/abi writes a change that is meant into it."""
+    return abi.differences(root, dll) if dll.is_file() else [f"{dll.name} is not built"]
+
+
 def check_identity(dll=DLL):
     """The DLL tells its version and its PDB, which has the names that the DLL has not; no time or folder is in them."""
     pdb = dll.with_suffix(".pdb")
@@ -376,6 +382,7 @@ GATES = {
     "exports": check_exports,
     "imports": check_imports,
     "identity": check_identity,
+    "abi": check_abi,
     "instrumented": check_instrumented,
     "cppcheck": check_cppcheck,
     "tidy": check_tidy,
