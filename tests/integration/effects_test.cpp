@@ -1,12 +1,17 @@
 // What the library does to the process of its host: the rows of docs/effects.md that no other test covers.
 #include <algorithm>
+#include <filesystem>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "support/process.h"
 #include "support/service_fixture.h"
 #include "support/thread_names.h"
 
 namespace {
+
+namespace fs = std::filesystem;
 
 class Effects : public support::ServiceTest {
 protected:
@@ -24,6 +29,30 @@ TEST_F(Effects, BothThreadsOfTheLibraryCarryTheirNames) {
     stop();
     EXPECT_EQ(threadsNamed("Sonvia loop"), 0);
     EXPECT_EQ(threadsNamed("Sonvia log"), 1);
+}
+
+std::set<std::string> filesBelow(const fs::path& folder) {
+    std::set<std::string> files;
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+        files.insert(entry.path().generic_string());
+    }
+    return files;
+}
+
+TEST_F(Effects, FilesAppearBelowTheLogFolderAlone) {
+    startAndConfigure("wait packet key KORUInfo\nnotify int buffering-start 1\n");
+    ASSERT_TRUE(events.waitFor(support::event(SONVIA_EVENT_BUFFERING_STARTED, 0)));
+    const std::set<std::string> before = filesBelow(fs::current_path());
+    const std::set<std::string> programs = filesBelow(support::programFolder());
+    stop();
+    startAndConfigure("wait packet key KORUInfo\nnotify int buffering-start 1\n");
+    ASSERT_TRUE(events.waitFor(support::event(SONVIA_EVENT_BUFFERING_STARTED, 0)));
+    stop();
+    EXPECT_EQ(filesBelow(support::programFolder()), programs);
+    for (const std::string& file : filesBelow(fs::current_path())) {
+        const bool own = file.find("/PCAudiodll") != std::string::npos;
+        EXPECT_TRUE(own || before.count(file) != 0) << file;
+    }
 }
 
 } // namespace
