@@ -34,7 +34,10 @@ void OBaseHandle::releaseOnDestruction() {
                               mLoop->threadId.load() == platform::currentThreadId();
     // libuv lists the handles of a loop. One that vanishes before the loop ran would be met there by the loop's end.
     const bool loopNeverRan = mLoop != nullptr && mLoop->threadId.load() == 0;
-    if (!onLoopThread && !loopNeverRan) {
+    // The shutdown has closed it, and libuv has not finished.
+    const bool closing =
+        mLoop != nullptr && mLoop->onLoopThread() && handle() != nullptr && uv_is_closing(handle()) != 0;
+    if (!onLoopThread && !loopNeverRan && !closing) {
         releaseHandle();
     } else if (handle() != nullptr) {
         abandonHandle();

@@ -34,7 +34,7 @@ public:
 
 protected:
     /// What every concrete destructor does first: on the running loop's own thread, and on any thread before the loop has
-    /// run, the handle is detached and closed through libuv; anywhere else its memory is freed as it stands, since
+    /// run, the handle is detached and closed through libuv (one that is closing is left to it); anywhere else its memory is freed as it stands, since
     /// libuv may not be entered there.
     void releaseOnDestruction();
     /// Leaves the libuv handle to libuv, which closes it and frees its memory without telling anyone; the

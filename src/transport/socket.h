@@ -60,6 +60,11 @@ protected:
     /// The stream has ended or failed; before onError. Loop thread.
     virtual void noteBroken() {}
 
+    /// A request filled from `list`, among the active ones. Any thread.
+    OWriteReq* acquireWriteReq(const OBufList& list);
+    /// Puts a request behind the free ones. Any thread.
+    void recycle(OWriteReq* req);
+
     /// The common part of write: pools a request, fills it from `list` and gives it to libuv.
     bool writeTo(uv_stream_t* stream, const OBufList& list);
 
@@ -81,9 +86,6 @@ protected:
 private:
     static void writeCb(uv_write_t* req, int status);
     void handleRead(uv_stream_t* stream, ssize_t nread, const uv_buf_t& buf);
-    /// A request filled from `list`, among the active ones.
-    OWriteReq* acquireWriteReq(const OBufList& list);
-    void recycle(OWriteReq* req);
     /// After a read of no bytes: stops reading, and has the loop start it again when it has seen to everything else.
     void pauseReading(uv_stream_t* stream);
     /// One view: the pending block that begins there, or an empty view.

@@ -10,6 +10,7 @@
 #include <iterator>
 #include <map>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -136,6 +137,20 @@ Result runEndAfterProjection() {
         return support::kUnexpectedHandle;
     }
     std::_Exit(support::kGood);
+}
+
+// What a C++ host must not do: the library ends the process and says why.
+Result runThrowInCallback() {
+    const support::HostApi& api = support::hostApi();
+    const Result begun = support::begin(api, keptHandle);
+    if (begun != support::kGood) {
+        return begun;
+    }
+    HostEvents::instance().setReaction(
+        [](const support::HostEvent&) { throw std::runtime_error("the host's own trouble"); });
+    api.exitProjection(keptHandle); // which the service answers with another event
+    HostEvents::instance().waitForCount(3);
+    return support::kUninitFailed;
 }
 
 // The loop thread cannot wait for itself: the library ends the process.
@@ -267,6 +282,7 @@ int main(int argc, char** argv) {
         {"exit-in-flood", runExitInFlood},
         {"exit-without-set-param", runExitWithoutSetParam},
         {"uninit-in-callback", runUninitInCallback},
+        {"throw-in-callback", runThrowInCallback},
         {"load-only", runLoadOnly},
         {"reload", runReload},
     };

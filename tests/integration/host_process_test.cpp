@@ -212,12 +212,22 @@ TEST_F(HostProcess, HandleThatWasNeverConfiguredStopsNoThread) {
     EXPECT_FALSE(standin.running());
 }
 
-TEST_F(HostProcess, ReleaseInsideACallbackEndsTheProcessAndSaysWhy) {
 #ifdef _WIN32
-    constexpr int kAborted = 3;
+constexpr int kAborted = 3;
 #else
-    constexpr int kAborted = -SIGABRT;
+constexpr int kAborted = -SIGABRT;
 #endif
+
+TEST_F(HostProcess, CallbackThatThrowsEndsTheProcessAndTheLogSaysWhatItWas) {
+    EXPECT_EQ(
+        run("throw-in-callback",
+            std::string(kOneEvent) + "wait packet key exitAudioProjection\nnotify int buffering-end 1\n"),
+        kAborted);
+    const std::string log = support::logText((fs::current_path() / "logs" / "host").string());
+    EXPECT_NE(log.find("the host's callback threw: the host's own trouble"), std::string::npos);
+}
+
+TEST_F(HostProcess, ReleaseInsideACallbackEndsTheProcessAndSaysWhy) {
     EXPECT_EQ(
         run("uninit-in-callback",
             std::string(kOneEvent) + "wait packet key exitAudioProjection\nnotify int buffering-end 1\n"),

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <iterator>
+#include <map>
 #include <new>
 #include <string>
 #include <vector>
@@ -49,6 +50,78 @@ TEST_F(ConnectionState, SuccessIsLoggedAndThenSendsTheDeviceInformation) {
     ASSERT_EQ(direct.stream.packets().size(), 1U);
     EXPECT_EQ(direct.stream.packets()[0].seq, 0);
     EXPECT_EQ(koruInfoOf(direct.stream.packets()[0].payload).size(), 6U);
+}
+
+TEST_F(ConnectionState, ReadingBeginsBeforeTheLineAndTheSendComesAfterItsOwn) {
+    struct Telling : RecordingSocket {
+        bool write(const OBufList& list) override {
+            writeLog(kLogInfo, kTag, "[%s:%d]written", "Telling::write", __LINE__);
+            return RecordingSocket::write(list);
+        }
+    };
+
+    Telling stream;
+    direct.session.setStream(&stream);
+    direct.session.whenReadStart = [] { writeLog(kLogInfo, kTag, "[%s:%d]reading", "test", __LINE__); };
+    LogCapture log;
+    direct.session.onConnect(nullptr, 0);
+    std::vector<std::string> texts;
+    for (const LogLine& line : log.lines(kTag)) {
+        texts.push_back(line.text);
+    }
+    EXPECT_EQ(texts, (std::vector<std::string>{"reading", "Connect successed, start recv.",
+                                               "send notify koru info.", "written"}));
+}
+
+TEST_F(ConnectionState, AConnectionThatCannotBeReadIsAFailedConnect) {
+    ASSERT_EQ(direct.session.connection(), Connection::kIdle);
+    direct.session.connects = true;
+    ASSERT_TRUE(direct.session.init(Host::record()));
+    direct.session.readable = false;
+    direct.session.onConnect(nullptr, 0);
+    EXPECT_EQ(Host::errors(), (Calls{{-2, 0}}));
+    EXPECT_TRUE(direct.stream.writes.empty());
+    EXPECT_EQ(direct.session.connection(), Connection::kFailed);
+}
+
+TEST_F(ConnectionState, ReadingStopsWhenMemoryRunsOut) {
+    struct Refusing : DirectSession::Session {
+        using DirectSession::Session::Session;
+
+        void onPacket(const CtrlPacketHeader*, const std::uint8_t*, std::uint32_t) override {
+            throw std::bad_alloc();
+        }
+    };
+
+    Refusing session(direct.loop);
+    session.setStream(&direct.stream);
+    session.onConnect(nullptr, 0);
+    session.init(Host::record());
+    LogCapture quiet;
+    session.onRead(chainOf(notify({})), 0);
+    EXPECT_EQ(session.readStops, 1);
+    EXPECT_EQ(Host::errors(), (Calls{{-3, int{UV_ENOMEM}}}));
+}
+
+TEST_F(ConnectionState, EveryStateAnswersEveryEventAsItsTableSays) {
+    using enum Connection;
+    using Event = ConnectionEvent;
+    const std::vector<Connection> all = {kIdle, kConnecting, kConnected, kFailed, kLost, kEnding, kGone};
+    const std::map<Event, std::vector<Connection>> table = {
+        {Event::kConnectBegun,
+         {kConnecting, kConnecting, kConnecting, kConnecting, kConnecting, kEnding, kGone}},
+        {Event::kConnectSucceeded,
+         {kConnected, kConnected, kConnected, kConnected, kConnected, kEnding, kGone}},
+        {Event::kConnectFailed, {kFailed, kFailed, kFailed, kFailed, kFailed, kEnding, kGone}},
+        {Event::kStreamEnded, {kIdle, kConnecting, kLost, kFailed, kLost, kEnding, kGone}},
+        {Event::kSessionEnds, {kEnding, kEnding, kEnding, kEnding, kEnding, kEnding, kGone}},
+        {Event::kServiceGone, {kGone, kGone, kGone, kGone, kGone, kGone, kGone}},
+    };
+    for (const auto& [event, to] : table) {
+        for (std::size_t from = 0; from < all.size(); ++from) {
+            EXPECT_EQ(after(all[from], event), to[from]) << from << " " << static_cast<int>(event);
+        }
+    }
 }
 
 TEST_F(ConnectionState, FailureIsLoggedWithItsStatusAndReportedWithoutIt) {

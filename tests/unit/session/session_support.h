@@ -60,10 +60,22 @@ struct DirectSession {
 
         bool connect(const std::string& name) override { return connects || QuPCAudioMessage::connect(name); }
 
-        bool readStart() override { return readable; }
+        bool readStart() override {
+            if (whenReadStart) {
+                whenReadStart();
+            }
+            return readable;
+        }
+
+        bool readStop() override {
+            ++readStops;
+            return true;
+        }
 
         bool connects = false; ///< a connect is accepted and never completes
         bool readable = true;
+        int readStops = 0;
+        std::function<void()> whenReadStart;
     };
 
     void receive(const wire::Bytes& payload, std::uint16_t cmdType = 34);

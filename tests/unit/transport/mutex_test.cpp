@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -37,13 +38,31 @@ TEST(Mutex, GuardUnlocksWhenItsScopeEnds) {
     EXPECT_TRUE(entered);
 }
 
-TEST(Mutex, GuardThatGaveTheLockAwayDoesNotUnlockAgain) {
+TEST(Condition, WaitsUntilItIsNotifiedAndHoldsTheMutexAgain) {
     OMutex mutex;
+    OCondition changed;
+    int counter = 0; // plain on purpose: only the mutex keeps the threads apart
+    std::thread notifier([&] {
+        for (int round = 1; round <= 100; ++round) {
+            const std::lock_guard guard(mutex);
+            ++counter;
+            changed.notifyAll();
+        }
+    });
     {
-        std::unique_lock guard(mutex);
-        guard.unlock();
+        const std::lock_guard guard(mutex);
+        while (counter != 100) {
+            changed.wait(mutex);
+        }
     }
-    const std::lock_guard again(mutex);
+    notifier.join();
+}
+
+TEST(Condition, GivesUpAfterItsLimit) {
+    OMutex mutex;
+    OCondition never;
+    const std::lock_guard guard(mutex);
+    never.waitFor(mutex, std::chrono::milliseconds(1));
 }
 
 } // namespace

@@ -6,8 +6,10 @@
 
 #include <gtest/gtest.h>
 
+#include <list>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -124,6 +126,44 @@ TEST_F(SocketOperations, SetLoopTakesOwnership) {
         EXPECT_FALSE(watch.expired());
     }
     EXPECT_TRUE(watch.expired());
+}
+
+TEST_F(SocketOperations, RequestsAreUsedAgainInTheOrderInWhichTheyWereFreed) {
+    OWriteReq* first = socket.acquireWriteReq(listOf("a"));
+    OWriteReq* second = socket.acquireWriteReq(listOf("b"));
+    OWriteReq* third = socket.acquireWriteReq(listOf("c"));
+    for (OWriteReq* request : {second, third, first}) {
+        socket.recycle(request);
+    }
+    EXPECT_EQ(socket.freeWriteReqs, (std::list<OWriteReq*>{second, third, first}));
+    EXPECT_EQ(socket.acquireWriteReq(listOf("d")), second);
+    EXPECT_EQ(socket.acquireWriteReq(listOf("e")), third);
+    for (OWriteReq* request : {third, second}) {
+        socket.recycle(request);
+    }
+    EXPECT_EQ(socket.freeWriteReqs, (std::list<OWriteReq*>{first, third, second}));
+}
+
+// Two threads take while a third one gives back, as completions do. The thread sanitizer sees a missing lock as well.
+TEST_F(SocketOperations, RequestPoolIsWholeWhateverThreadsTakeAndGiveBack) {
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 3; ++thread) {
+        threads.emplace_back([this] {
+            const OBufList list = listOf("abc");
+            for (int round = 0; round < 2000; ++round) {
+                OWriteReq* one = socket.acquireWriteReq(list);
+                OWriteReq* other = socket.acquireWriteReq(list);
+                socket.recycle(one);
+                socket.recycle(other);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_TRUE(socket.activeWriteReqs.empty());
+    EXPECT_GE(socket.freeWriteReqs.size(), 2U);
+    EXPECT_LE(socket.freeWriteReqs.size(), 6U);
 }
 
 /// A connected pipe on a running loop, and its peer.

@@ -1,5 +1,6 @@
 // A pipe comes, connects and goes.
 
+#include "fake_handle.h"
 #include "stream_pipe_fixture.h"
 
 #include "platform/thread_id.h"
@@ -298,6 +299,24 @@ TEST_F(StreamPipe, EveryConnectThatWasAcceptedHasItsCallbackHoweverTheLoopStops)
     EXPECT_FALSE(counting.connect("p")) << "a stopped loop reports nothing any more";
     EXPECT_FALSE(counting.connecting);
     EXPECT_EQ(counting.handle(), nullptr);
+}
+
+// The shutdown has closed the pipe when its owner destroys it, and libuv has not finished with it.
+TEST_F(StreamPipe, PipeMayGoWhileTheShutdownClosesIt) {
+    connectToPeer();
+    uv_timer_t* timer = newTimer(*loop.loop()); // younger than the pipe, so its end is reported first
+    FakeHandleRecord record;
+    {
+        FakeHandle handle(loop.loop(), timer, record);
+        handle.whenClosed = [this] {
+            EXPECT_NE(pipe->handle(), nullptr);
+            pipe.reset();
+        };
+        loop.stop();
+    }
+    EXPECT_EQ(record.count("closed"), 1);
+    EXPECT_TRUE(peer->waitForEnd());
+    discardTimer(*loop.loop(), timer);
 }
 
 TEST_F(StreamPipe, PipeOfALoopThatNeverRanMayGoWhileItConnects) {

@@ -68,6 +68,7 @@ class TestPipe : public OStreamPipe {
 public:
     using OStreamPipe::OStreamPipe;
 
+    using OBaseSocket::acquireWriteReq;
     using OBaseSocket::activeWriteReqs;
     using OBaseSocket::allocCb;
     using OBaseSocket::eventCallback;
@@ -75,6 +76,7 @@ public:
     using OBaseSocket::pendingReads;
     using OBaseSocket::readCallback;
     using OBaseSocket::readCb;
+    using OBaseSocket::recycle;
     using OBaseSocket::writeCallback;
     using OStreamPipe::connecting;
     using OStreamPipe::connectReq;
