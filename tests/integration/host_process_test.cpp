@@ -113,15 +113,6 @@ TEST_F(HostProcess, ServiceIsLookedForNextToTheHostAndNotNextToTheLibrary) {
     EXPECT_EQ(fs::path(program), folder / "QuPCAudio.exe");
 }
 
-TEST_F(HostProcess, ServiceHasAConsoleOfItsOwnWithoutAWindow) {
-    const fs::path folder = folderWithoutService();
-    copyTo(folder, "start_recorder.exe", "QuPCAudio.exe");
-    EXPECT_EQ(run("never-configured", "", folder), 0);
-    EXPECT_NE(contentOf("QuPCAudio.exe.txt").find("processes on the console: 1\nwindow: no\n"),
-              std::string::npos)
-        << contentOf("QuPCAudio.exe.txt");
-}
-
 // The command processor looks into the current folder first.
 TEST_F(HostProcess, OldServicesAreEndedByForceAndWithoutAWindow) {
     copyTo(fs::current_path(), "start_recorder.exe", "taskkill.exe");

@@ -66,7 +66,7 @@ int main() {
         return 1;
     }
     std::fprintf(file, "%ls\nprocesses on the console: %lu\nwindow: %s\nparent hidden: %s\n",
-                 GetCommandLineW(), processes, GetConsoleWindow() != nullptr ? "yes" : "no",
+                 GetCommandLineW(), processes, IsWindowVisible(GetConsoleWindow()) != FALSE ? "yes" : "no",
                  hidden ? "yes" : "no");
     return std::fclose(file);
 }

@@ -1,11 +1,18 @@
 // What only a Windows host can see: the command line of the service, and what the library leaves of its process.
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 #include <windows.h>
 
+#include "support/process.h"
 #include "support/service_fixture.h"
 
 namespace {
+
+namespace fs = std::filesystem;
 
 class WindowsHost : public support::ServiceTest {};
 
@@ -22,6 +29,28 @@ TEST_F(WindowsHost, LogFolderIsCutAt255CharactersOnTheServicesCommandLine) {
     ASSERT_EQ(argv.size(), 3U);
     EXPECT_EQ(argv[1].text(), std::string(255, 'f'));
     EXPECT_EQ(argv[2].text(), "4");
+}
+
+// The host has a console, which the service would share if it were not given another one, without a window.
+TEST_F(WindowsHost, ServiceOfAConsoleProgramHasAConsoleOfItsOwn) {
+    const fs::path folder = fs::current_path() / "recorded";
+    fs::create_directories(folder);
+    fs::copy_file(support::programFolder() / "host_child.exe", folder / "host_child.exe");
+    fs::copy_file(support::programFolder() / "SonviaPCAudioDll.dll", folder / "SonviaPCAudioDll.dll");
+    fs::copy_file(support::programFolder() / "start_recorder.exe", folder / "QuPCAudio.exe");
+    std::wstring line = L"recorded\\host_child.exe never-configured";
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION host = {};
+    ASSERT_TRUE(CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr,
+                               nullptr, &startup, &host));
+    const auto guard = static_cast<DWORD>(std::chrono::milliseconds(support::kGuard).count());
+    EXPECT_EQ(WaitForSingleObject(host.hProcess, guard), WAIT_OBJECT_0);
+    CloseHandle(host.hThread);
+    CloseHandle(host.hProcess);
+    std::ifstream file("QuPCAudio.exe.txt");
+    const std::string record{std::istreambuf_iterator<char>(file), {}};
+    EXPECT_NE(record.find("processes on the console: 1\nwindow: no\n"), std::string::npos) << record;
 }
 
 TEST_F(WindowsHost, ErrorModeAndCurrentFolderAreLeftAsTheyWere) {
