@@ -16,9 +16,6 @@ namespace orvel::log4z {
 
 namespace {
 
-/// From this many waiting records on a caller may be held back.
-constexpr std::uint64_t kBackPressureFrom = 20000;
-
 /// A few numbers without pattern, for callers of all threads.
 unsigned nextRandom() {
     static std::atomic<std::uint32_t> count{1};
@@ -178,8 +175,7 @@ bool LogerManager::wouldLog(int id, int level) {
     if (!mQueue.isLongerThan(kBackPressureFrom, waiting)) {
         return true;
     }
-    const unsigned delay = backPressureDelay(waiting);
-    if (nextRandom() % 100 < delay && (delay <= 50 || mQueue.waitingNow() > kBackPressureFrom)) {
+    if (const unsigned delay = heldBackFor(waiting, nextRandom(), [this] { return mQueue.waitingNow(); })) {
         mClock.sleep(delay);
     }
     return true;

@@ -8,11 +8,11 @@
 namespace orvel::log4z {
 
 unsigned backPressureDelay(std::uint64_t waiting) {
-    constexpr std::uint64_t kFree = 20000;
-    if (waiting <= kFree) {
+    if (waiting <= kBackPressureFrom) {
         return 0;
     }
-    return static_cast<unsigned>(std::min<std::uint64_t>((waiting * 100 - kFree * 100) / kFree, 100));
+    return static_cast<unsigned>(
+        std::min<std::uint64_t>((waiting - kBackPressureFrom) * 100 / kBackPressureFrom, 100));
 }
 
 bool RecordQueue::push(LogRecord* record, bool isLine) {

@@ -15,6 +15,18 @@ namespace orvel::log4z {
 /// 100 at 40000. It is also the chance, in percent, that a caller is held back at all.
 unsigned backPressureDelay(std::uint64_t waiting);
 
+/// From this many waiting records on a caller may be held back.
+inline constexpr std::uint64_t kBackPressureFrom = 20000;
+
+/// How long this caller is held back, in milliseconds. dice: any number. Before a long sleep the records are counted
+/// once more, under the lock: the writer may have caught up.
+template <typename CountAgain>
+unsigned heldBackFor(std::uint64_t waiting, unsigned dice, CountAgain countAgain) {
+    const unsigned delay = backPressureDelay(waiting);
+    const bool isHeld = dice % 100 < delay && (delay <= 50 || countAgain() > kBackPressureFrom);
+    return isHeld ? delay : 0;
+}
+
 /// The records between the callers and the writer thread, in the order they were pushed.
 ///
 /// The writer takes all that wait under one lock, but reports each record as it is done with it, so that the number

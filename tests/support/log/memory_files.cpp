@@ -1,6 +1,8 @@
 #include "support/log/memory_files.h"
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
 namespace {
 
@@ -128,8 +130,16 @@ int MemoryFiles::calls(Call call) const {
     return fault == mFaults.end() ? 0 : fault->second.calls;
 }
 
+void MemoryFiles::slowDown(Call call, unsigned milliseconds) {
+    const std::lock_guard<std::mutex> guard(mLock);
+    mFaults[call].delay = milliseconds;
+}
+
 bool MemoryFiles::fails(Call call) {
     Fault& fault = mFaults[call];
+    if (fault.delay > 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(fault.delay));
+    }
     ++fault.calls;
     return fault.at != 0 && (fault.calls == fault.at || (fault.forEver && fault.calls > fault.at));
 }

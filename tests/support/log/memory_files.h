@@ -41,6 +41,9 @@ public:
     void failNothing();
     int calls(Call call) const;
 
+    /// Calls of that kind take at least so long.
+    void slowDown(Call call, unsigned milliseconds);
+
     /// Read failures: a file gives only so many bytes and then looks ended.
     void limitReads(std::size_t bytes) { mReadLimit = bytes; }
 
@@ -88,6 +91,7 @@ private:
         bool forEver = false;
         int calls = 0;
         Kind kind = Kind::Partly;
+        unsigned delay = 0; ///< ms
     };
 
     bool fails(Call call);

@@ -29,8 +29,10 @@ TEST(ConfigText, ADuplicateSectionIsWarnedOfAndItsLinesAreIgnored) {
     const ConfigText text =
         parseConfigText("[a]\nlevel=info\n[A]\nlevel=warn\n[a]\nlevel=fatal\n[b]\nlevel=error\n");
     ASSERT_EQ(text.sections.size(), 3u);
-    EXPECT_EQ(text.sections[0].pairs.size(), 1u);
-    EXPECT_EQ(text.sections[2].pairs.size(), 1u);
+    using Pairs = std::vector<std::pair<std::string, std::string>>;
+    EXPECT_EQ(text.sections[0].pairs, (Pairs{{"level", "info"}}));
+    EXPECT_EQ(text.sections[1].pairs, (Pairs{{"level", "warn"}})) << "the section that was open before";
+    EXPECT_EQ(text.sections[2].pairs, (Pairs{{"level", "error"}}));
     ASSERT_EQ(text.warnings.size(), 1u);
     EXPECT_EQ(text.warnings[0], "log4z configure warning: duplicate logger key:[a] at line: 5 \r\n");
 }

@@ -107,6 +107,35 @@ TEST(LogSettings, AreAppliedToTheLogger) {
     EXPECT_TRUE(slot.monthdir && slot.display);
 }
 
+TEST(LogSettings, ThatDifferFromTheManagersDefaultsAreAppliedToo) {
+    FakeClock clock;
+    MemoryFiles files;
+    RecordingConsole console;
+    LogerManager manager({clock, files, console, "host"});
+    LogInitSettings settings;
+    settings.key = "Key";
+    settings.reserveDelType = "time";
+    settings.reserveTimeSec = 5;
+    settings.singleSizeMb = 7;
+    settings.totalSizeMb = 9;
+    settings.isZip = true;
+    const int before = manager.createLogger("Key");
+    manager.setLoggerDisplay(before, false);
+    manager.setLoggerLevel(before, 6);
+    const int id = setUpLogger(manager, settings, "logs", kLogDebug);
+    ASSERT_EQ(id, before);
+    const LoggerSlot& slot = manager.slot(id);
+    EXPECT_EQ(slot.name, "sonvia_Key");
+    EXPECT_EQ(slot.reserveDelType, kReserveByTime);
+    EXPECT_EQ(slot.reserveSeconds, 5);
+    EXPECT_EQ(slot.limitSizeMb, 7u);
+    EXPECT_EQ(slot.totalSizeMb, 9u);
+    EXPECT_TRUE(slot.isZip);
+    EXPECT_EQ(slot.level, kLogDebug);
+    EXPECT_TRUE(slot.display);
+    EXPECT_TRUE(slot.monthdir);
+}
+
 TEST(LogSettings, AReserveDeletionTypeInAnotherLetterCaseLeavesTheManagersDefault) {
     FakeClock clock;
     MemoryFiles files;
@@ -162,6 +191,50 @@ TEST(WriteLog, MemoryThatRunsOutCostsTheLineAndNothingElse) {
     const std::string text = files.content(files.pathsWith(".log")[0]);
     EXPECT_EQ(text.find("lost"), std::string::npos);
     EXPECT_NE(text.find("ERROR tag: kept"), std::string::npos);
+}
+
+TEST(WriteLog, ALineThatTheManagerWouldNotLogCostsNoRecord) {
+    class CountingClock final : public platform::Clock {
+    public:
+        platform::Moment now() override {
+            asked += std::this_thread::get_id() == mCaller ? 1 : 0;
+            return {};
+        }
+
+        platform::CalendarTime toLocal(std::int64_t) override { return {}; }
+
+        std::int64_t fromLocal(const platform::CalendarTime&) override { return 0; }
+
+        void sleep(unsigned) override {}
+
+        int asked = 0; ///< by the caller
+
+    private:
+        const std::thread::id mCaller = std::this_thread::get_id();
+    } clock;
+
+    MemoryFiles files;
+    RecordingConsole console;
+    LogerManager manager({clock, files, console, "host"});
+    const int id = manager.createLogger("Test");
+    manager.setLoggerPath(id, "logs");
+    manager.setLoggerLevel(id, kLevelError);
+    logFrontEnd.manager = &manager;
+    logFrontEnd.loggerId = id;
+    logFrontEnd.initialised = true;
+    writeLog(kLogError, "tag", "the manager does not run");
+    EXPECT_EQ(console.plain(), "") << "asked before a record is taken and refused";
+    ASSERT_TRUE(manager.start());
+    const int before = clock.asked;
+    writeLog(kLogWarning, "tag", "below the logger's level");
+    EXPECT_EQ(clock.asked, before) << "no record was made";
+    writeLog(kLogError, "tag", "at its level");
+    EXPECT_EQ(clock.asked, before + 1);
+    logFrontEnd.initialised = false;
+    logFrontEnd.loggerId = -1;
+    logFrontEnd.manager = nullptr;
+    manager.stop();
+    EXPECT_EQ(manager.totalRecordsPushed(), 1u);
 }
 
 TEST(Message, IsAppendedBehindItsTag) {

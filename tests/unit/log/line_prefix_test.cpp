@@ -73,6 +73,16 @@ TEST_F(Prefix, TheProcessNameLosesItsFolderAndItsLastExtension) {
     EXPECT_EQ(LinePrefix::processNameOf("/usr/bin/my.host.exe"), "my.host");
     EXPECT_EQ(LinePrefix::processNameOf("plain"), "plain");
     EXPECT_EQ(LinePrefix::processNameOf(""), "process");
+    EXPECT_EQ(LinePrefix::processNameOf("/" + std::string(259, 'p')), std::string(259, 'p'));
+    EXPECT_EQ(LinePrefix::processNameOf("/" + std::string(300, 'p') + ".exe"), std::string(259, 'p'))
+        << "cut, and the extension with it";
+}
+
+TEST_F(Prefix, ThatHasTheLongestNameAndNumberIsWhole) {
+    LinePrefix prefix(clock, std::string(400, 'p'));
+    const std::string line = write(prefix, {0, 999}, kLevelFatal, 4294967295u);
+    EXPECT_EQ(line, "01-01 00:00:00.999 [" + std::string(259, 'p') + "] [4294967295] FATAL ");
+    EXPECT_LE(line.size(), LinePrefix::kMaxLength);
 }
 
 TEST_F(Prefix, ANewDayAndAStepBackwardsShowTheRightDate) {
@@ -91,6 +101,10 @@ TEST_F(Prefix, OnTheShortDayTheClockOfTheLinesRunsAnHourLate) {
     EXPECT_EQ(write(prefix, {change - 1, 0}).substr(0, 14), "03-08 01:59:59");
     EXPECT_EQ(write(prefix, {change, 0}).substr(0, 14), "03-08 02:00:00")
         << "counted from midnight, not read off";
+    const std::int64_t midnight = eastern.fromLocal({2026, 3, 8, 0, 0, 0});
+    EXPECT_EQ(write(prefix, {midnight + 86399, 0}).substr(0, 14), "03-08 23:59:59")
+        << "0:59:59 of the next day";
+    EXPECT_EQ(write(prefix, {midnight + 86400, 0}).substr(0, 14), "03-09 01:00:00");
 }
 
 TEST_F(Prefix, OnTheLongDayTheClockOfTheLinesRunsPastTwentyFour) {

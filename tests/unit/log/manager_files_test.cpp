@@ -128,6 +128,21 @@ TEST_F(ManagerFiles, FlushedLinesAreInTheFileWhileTheManagerRuns) {
     }
 }
 
+TEST_F(ManagerFiles, EveryLoggersHistoryIsReadAtTheStartAndItsLinesAreFlushedWithoutBeingAskedFor) {
+    makeQuietLogger("First");
+    const int second = makeQuietLogger("Second");
+    files.put("logs/sonvia_Second_2020-01-01-00-00-00.log", "old");
+    manager.start();
+    log(second, kLevelError, "alone");
+    unsigned waited = 0;
+    while (files.totalSize("sonvia_Second_") == 3 && ++waited < kGuard) {
+        platform::systemClock().sleep(1);
+    }
+    EXPECT_GT(files.totalSize("sonvia_Second_"), 3u);
+    manager.stop();
+    EXPECT_EQ(manager.slot(second).history.count(), 2u);
+}
+
 TEST_F(ManagerFiles, LinesAreFlushedWithoutBeingAskedFor) {
     const int id = makeQuietLogger();
     manager.start();
@@ -314,47 +329,4 @@ TEST_F(ManagerFiles, LoadHistoryOnARunningManagerCountsWhatIsThere) {
     manager.stop();
     EXPECT_EQ(manager.slot(id).history.count(), 2u);
     EXPECT_EQ(manager.slot(id).history.writeLength(), files.totalSize("sonvia_Test_"));
-}
-
-TEST_F(ManagerFiles, CallersAreHeldBackWhileMoreThanTwentyThousandRecordsWait) {
-    // A console that does not return stands for any slow device the writer may meet.
-    class StuckConsole final : public platform::Console {
-    public:
-        bool printColoured(unsigned, const char*) override { return false; }
-
-        void print(const char*) override {
-            while (!go.load()) {
-                platform::systemClock().sleep(1);
-            }
-        }
-
-        std::atomic<bool> go{true};
-    } stuck;
-
-    LogerManager engine({clock, files, stuck, "host"});
-    const int id = engine.createLogger("Test");
-    engine.setLoggerOutFile(id, false);
-    engine.setLoggerLevel(id, kLevelTrace);
-    ASSERT_TRUE(engine.start());
-    ASSERT_TRUE(engine.flush(kGuard));
-    stuck.go.store(false);
-    engine.pushLog(engine.makeRecord(id, kLevelTrace), nullptr, 0);
-    for (int i = 0; i < 20001; ++i) {
-        engine.pushLog(engine.makeRecord(id, kLevelTrace), nullptr, 0);
-    }
-    for (int i = 0; i < 1000; ++i) {
-        EXPECT_TRUE(engine.wouldLog(id, kLevelTrace));
-    }
-    EXPECT_TRUE(clock.sleeps().empty()) << "just above the limit the delay is 0";
-    for (int i = 0; i < 20000; ++i) {
-        engine.pushLog(engine.makeRecord(id, kLevelTrace), nullptr, 0);
-    }
-    for (int i = 0; i < 10; ++i) {
-        EXPECT_TRUE(engine.wouldLog(id, kLevelTrace));
-    }
-    EXPECT_EQ(clock.sleeps(), std::vector<unsigned>(10, 100u)) << "always, and as long as it gets";
-    EXPECT_FALSE(engine.flush(20)) << "a writer that is stuck ends the wait, not the caller";
-    stuck.go.store(true);
-    engine.stop();
-    EXPECT_EQ(engine.totalLinesWritten(), 40002u);
 }

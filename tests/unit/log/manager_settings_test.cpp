@@ -270,16 +270,68 @@ TEST_F(ManagerConfig, AConfigurationFileThatCannotBeOpenedIsReported) {
     EXPECT_FALSE(manager.updateConfig());
 }
 
-TEST_F(ManagerConfig, TheWriterThreadLooksForAChangedConfigurationWhenTheIntervalIsOver) {
-    files.put("conf/log.ini", "[a]\nlevel=fatal\npath=logs\ndisplay=0\n");
-    manager.config("conf/log.ini");
-    EXPECT_TRUE(manager.setConfigCheckInterval(10));
-    manager.start();
-    logNow(0, "the interval has begun", kLevelFatal);
-    files.put("conf/log.ini", "[a]\nlevel=trace\npath=logs\ndisplay=0\n");
-    clock.advance(11);
-    for (unsigned waited = 0; !manager.wouldLog(0, kLevelTrace) && waited < kGuard; ++waited) {
-        platform::systemClock().sleep(1);
+namespace {
+
+/// An engine with a configuration file whose level tells whether it was read again.
+class ManagerHotUpdate : public LogEngine {
+protected:
+    void startWith(std::uint32_t interval) {
+        put("error");
+        ASSERT_TRUE(manager.config("conf/log.ini"));
+        EXPECT_TRUE(manager.setConfigCheckInterval(interval));
+        ASSERT_TRUE(manager.start());
+        letTheWriterRest();
     }
-    EXPECT_TRUE(manager.wouldLog(0, kLevelTrace));
+
+    void put(const std::string& level) {
+        files.put("conf/log.ini", "[a]\nlevel=" + level + "\npath=logs\ndisplay=0\n");
+    }
+
+    /// The writer runs out of lines, rests and looks at the configuration, at least once.
+    void letTheWriterRest() {
+        for (int i = 0; i < 2; ++i) {
+            const std::uint64_t before = files.totalSize(".log");
+            log(0, kLevelFatal, "written out when the queue is empty");
+            for (unsigned waited = 0; files.totalSize(".log") == before && waited < kGuard; ++waited) {
+                platform::systemClock().sleep(1);
+            }
+        }
+        ASSERT_TRUE(manager.flush(kGuard)); // what the look has queued is in force
+    }
+
+    int levelAfterRest() {
+        letTheWriterRest();
+        return manager.slot(0).level;
+    }
+};
+
+} // namespace
+
+TEST_F(ManagerHotUpdate, AChangedFileIsReadAgainWhenMoreThanTheIntervalIsOver) {
+    startWith(10);
+    put("fatal");
+    clock.advance(10);
+    EXPECT_EQ(levelAfterRest(), kLevelError) << "exactly the interval, counted from the start";
+    clock.advance(1);
+    EXPECT_EQ(levelAfterRest(), kLevelFatal);
+    put("error");
+    clock.advance(10);
+    EXPECT_EQ(levelAfterRest(), kLevelFatal) << "counted from the last look";
+    clock.advance(1);
+    EXPECT_EQ(levelAfterRest(), kLevelError);
+}
+
+TEST_F(ManagerHotUpdate, AClockThatIsPutBackMakesForALookAtOnce) {
+    startWith(10);
+    put("fatal");
+    clock.advance(-1000);
+    EXPECT_EQ(levelAfterRest(), kLevelFatal);
+}
+
+TEST_F(ManagerHotUpdate, WithoutAnIntervalNobodyLooks) {
+    startWith(0);
+    put("fatal");
+    clock.advance(3600);
+    EXPECT_EQ(levelAfterRest(), kLevelError);
+    EXPECT_TRUE(manager.updateConfig()) << "it could be read";
 }

@@ -1,7 +1,9 @@
+#include "platform/thread_id.h"
 #include "unit/log/log_fixture.h"
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
 
 using namespace orvel::log4z;
@@ -61,6 +63,7 @@ TEST_F(Manager, ARecordCarriesIdLevelTimeAndPrefix) {
 
 TEST_F(Manager, AStoppedManagerPrintsItsLineAndFreesTheRecord) {
     const int id = makeQuietLogger();
+    EXPECT_FALSE(manager.wouldLog(id, kLevelFatal));
     EXPECT_FALSE(log(id, kLevelError, "too early"));
     EXPECT_EQ(console.plain(), "11111111111 \n");
     EXPECT_EQ(manager.pooledRecords(), 1u);
@@ -74,6 +77,8 @@ TEST_F(Manager, AStoppedManagerPrintsItsLineAndFreesTheRecord) {
     EXPECT_FALSE(log(id, kLevelError, "disabled"));
     EXPECT_EQ(console.timesPlain("11111111111 \n"), 2);
     EXPECT_TRUE(manager.stop());
+    manager.enableLogger(id, true);
+    EXPECT_FALSE(manager.wouldLog(id, kLevelFatal));
     EXPECT_FALSE(log(id, kLevelError, "too late"));
     EXPECT_EQ(console.timesPlain("11111111111 \n"), 3);
     EXPECT_EQ(manager.totalRecordsPushed(), 0u);
@@ -99,8 +104,10 @@ TEST_F(Manager, ALineIsLaidOutAsPrefixTextSourceAndLineEnd) {
     manager.stop();
     const std::string text = files.content("logs/sonvia_Test_2026-03-09-08-07-06.log");
     const std::string first = text.substr(0, text.find('\n') + 1);
-    EXPECT_EQ(first.find("03-09 08:07:06.005 ["), 0u) << first;
-    EXPECT_NE(first.find("] INFO  tag: message exports.cpp:42\r\n"), std::string::npos) << first;
+    char thread[16];
+    std::snprintf(thread, sizeof thread, "%04u", static_cast<unsigned>(platform::currentThreadId()));
+    EXPECT_EQ(first, std::string("03-09 08:07:06.005 [host.app] [") + thread +
+                         "] INFO  tag: message exports.cpp:42\r\n");
     EXPECT_NE(text.find("] ERROR tag: no file\r\n"), std::string::npos) << text;
 }
 
@@ -193,6 +200,21 @@ TEST_F(Manager, DisplayedLinesAppearInTheColourOfTheirLevel) {
     }
     EXPECT_TRUE(found);
     EXPECT_NE(console.plain().find("plain\r\n"), std::string::npos);
+}
+
+TEST_F(Manager, ALoggerThatIsNotDisplayedShowsNoLine) {
+    const int id = manager.createLogger("a");
+    manager.setLoggerPath(id, "logs");
+    manager.setLoggerDisplay(id, false);
+    manager.start();
+    log(id, kLevelWarn, "unseen");
+    log(id, kLevelDebug, "unseen");
+    manager.stop();
+    for (const auto& shown : console.coloured()) {
+        EXPECT_EQ(shown.text.find("unseen"), std::string::npos);
+    }
+    EXPECT_EQ(console.plain().find("unseen"), std::string::npos);
+    EXPECT_EQ(manager.totalLinesWritten(), 2u);
 }
 
 TEST_F(Manager, ADisabledLoggersFileIsClosedAndItsWaitingLinesAreDropped) {

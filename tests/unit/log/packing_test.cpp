@@ -2,6 +2,9 @@
 
 #include "unit/log/rotation_fixture.h"
 
+#include <chrono>
+#include <cstdio>
+
 using namespace orvel::log4z;
 
 namespace {
@@ -39,6 +42,27 @@ TEST_F(Packing, AClosedFileIsPackedAndItsArchiveStandsInTheHistory) {
     EXPECT_NE(told.find(" historyWriteLen:0 back second name:logs/sonvia_Test_2026-03-09-08-00-00.log.zip "),
               std::string::npos)
         << told;
+}
+
+TEST_F(Packing, TheTimeItTookIsShownInSecondsAndMilliseconds) {
+    slot.isZip = true;
+    ASSERT_TRUE(line());
+    clock.advance(86400);
+    files.slowDown(MemoryFiles::Call::WriteThrough, 30);
+    screen.forget();
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_TRUE(line());
+    const auto most =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+    int seconds = 0;
+    int milliseconds = 0;
+    const std::string told = screen.plain();
+    const std::size_t at = told.find(" usedTime:");
+    ASSERT_NE(at, std::string::npos) << told;
+    ASSERT_EQ(std::sscanf(told.c_str() + at, " usedTime:%d.%3dS ", &seconds, &milliseconds), 2) << told;
+    EXPECT_EQ(told[told.find('.', at) + 4], 'S') << "three digits";
+    EXPECT_GE(seconds * 1000 + milliseconds, 30);
+    EXPECT_LE(seconds * 1000 + milliseconds, most.count());
 }
 
 TEST_F(Packing, AnArchiveThatIsNotSmallerIsRemovedAndTheLogKept) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 using orvel::log4z::backPressureDelay;
+using orvel::log4z::heldBackFor;
 using orvel::log4z::LogRecord;
 using orvel::log4z::RecordPool;
 using orvel::log4z::RecordQueue;
@@ -32,6 +33,32 @@ TEST(BackPressure, TwentyThousandAndOneWaitingRecordsGiveNoDelay) {
     EXPECT_EQ(backPressureDelay(20199), 0u);
     EXPECT_EQ(backPressureDelay(20200), 1u);
     EXPECT_EQ(backPressureDelay(30000), 50u);
+}
+
+TEST(BackPressure, HoldsBackAsManyOfAHundredCallersAsTheDelayHasMilliseconds) {
+    for (const std::uint64_t waiting : {20200u, 25000u, 30000u, 39999u, 40000u}) {
+        const unsigned delay = backPressureDelay(waiting);
+        unsigned held = 0;
+        for (unsigned dice = 700; dice < 800; ++dice) {
+            const unsigned time = heldBackFor(waiting, dice, [&] { return waiting; });
+            EXPECT_TRUE(time == 0 || time == delay);
+            held += time == 0 ? 0 : 1;
+        }
+        EXPECT_EQ(held, delay);
+    }
+}
+
+TEST(BackPressure, ALongSleepIsSkippedWhenTheWriterHasCaughtUpMeanwhile) {
+    EXPECT_EQ(heldBackFor(30200, 0, [] { return 20001u; }), 51u);
+    EXPECT_EQ(heldBackFor(30200, 0, [] { return 20000u; }), 0u);
+    bool wasAsked = false;
+    const auto fewLeft = [&] {
+        wasAsked = true;
+        return 0u;
+    };
+    EXPECT_EQ(heldBackFor(30000, 0, fewLeft), 50u) << "a short sleep is not looked at twice";
+    EXPECT_EQ(heldBackFor(40000, 100, fewLeft), 0u);
+    EXPECT_TRUE(wasAsked);
 }
 
 TEST(RecordQueue, RecordsComeOutInTheOrderTheyWerePushed) {

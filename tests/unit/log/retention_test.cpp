@@ -78,6 +78,26 @@ TEST_F(RetentionTest, TheOldestFilesGoWhenTheirTimeIsOver) {
                                                 "logs/sonvia_Test_2026-03-13-08-00-00.log"}));
 }
 
+TEST_F(RetentionTest, AgesAreReckonedByTheTimeOfTheWritingAndNotByThatOfTheLine) {
+    slot.reserveDelType = kReserveByTime;
+    slot.reserveSeconds = 100;
+    const std::int64_t start = clock.now().seconds;
+    clock.advance(50);
+    ASSERT_TRUE(rotation.openFor(slot, start)) << "a line that has waited for 50 s";
+    EXPECT_EQ(slot.history.newest().time, start + 50) << "an entry carries the time of its making";
+    slot.file.write("line", 4);
+    slot.file.close();
+    clock.advance(100);
+    ASSERT_TRUE(rotation.openFor(slot, start + 1));
+    slot.file.write("line", 4);
+    slot.file.close();
+    EXPECT_EQ(logs().size(), 2u) << "exactly 100 s old";
+    clock.advance(1);
+    ASSERT_TRUE(rotation.openFor(slot, start + 2));
+    EXPECT_EQ(logs(), (std::vector<std::string>{"logs/sonvia_Test_2026-03-09-08-00-01.log",
+                                                "logs/sonvia_Test_2026-03-09-08-00-02.log"}));
+}
+
 TEST_F(RetentionTest, AFileClosedByAChangedSettingIsStillCounted) {
     ASSERT_TRUE(line(kMb));
     slot.file.close();

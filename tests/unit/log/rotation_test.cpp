@@ -76,6 +76,20 @@ TEST_F(RotationTest, ADayIsEightySixThousandFourHundredSecondsAlsoWhenTheClockIs
                                                 "logs/sonvia_Test_2026-11-02-00-00-00.log"}));
 }
 
+TEST_F(RotationTest, ADayOfTwentyThreeHoursLastsUntilOneOClockOfTheNext) {
+    zone = newYork;
+    clock.setLocal({2026, 3, 8, 0, 0, 0});
+    EXPECT_TRUE(line());
+    clock.advance(86399);
+    ASSERT_EQ(clock.toLocal(clock.now().seconds).day, 9) << "0:59:59 of the next day";
+    EXPECT_TRUE(line());
+    EXPECT_EQ(logs().size(), 1u);
+    clock.advance(1);
+    EXPECT_TRUE(line());
+    EXPECT_EQ(logs(), (std::vector<std::string>{"logs/sonvia_Test_2026-03-08-00-00-00.log",
+                                                "logs/sonvia_Test_2026-03-09-01-00-00.log"}));
+}
+
 TEST_F(RotationTest, TheFileOfALastHourTakesTheLinesOfAClockThatIsPutBackInIt) {
     zone = newYork;
     clock.setLocal({2026, 11, 1, 23, 30, 0});
