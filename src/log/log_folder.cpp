@@ -23,6 +23,9 @@ bool isLogName(const std::string& name, const std::string& namePart) {
 
 void searchFolder(Search& search, const std::string& folder, int levelsBelow) {
     for (const platform::FolderEntry& entry : search.files.list(folder)) {
+        if (entry.isLink) {
+            continue; // what it leads to is not the log's
+        }
         const std::string path = folder + platform::kPathSeparator + entry.name;
         if (entry.isFolder) {
             if (levelsBelow > 0) {
@@ -63,10 +66,13 @@ std::string readVersionFile(platform::FileSystem& files, const std::string& fold
     return storedVersion(std::string(text, file->read(text, sizeof text)));
 }
 
-void writeVersionFile(platform::FileSystem& files, const std::string& folder, const std::string& version) {
-    if (const auto file = files.open(folder + kVersionFileName, platform::OpenMode::Write)) {
-        file->write(version.data(), version.size());
+bool writeVersionFile(platform::FileSystem& files, const std::string& folder, const std::string& version) {
+    const std::string path = folder + kVersionFileName;
+    if (files.isLink(path)) {
+        files.remove(path); // the link, not what it leads to
     }
+    const auto file = files.open(path, platform::OpenMode::Write);
+    return file != nullptr && file->write(version.data(), version.size()) == version.size() && file->close();
 }
 
 std::string storedVersion(const std::string& version) {

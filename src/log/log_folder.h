@@ -16,14 +16,15 @@ struct FoundLog {
 };
 
 /// The log files and archives of a folder and of its sub-folders, one level deep, whose names contain `namePart`.
-/// With a clock, each carries the time in its name, and a file without one is left out.
+/// Links are not followed. With a clock, each carries the time in its name, and a file without one is left out.
 std::vector<FoundLog> listLogs(platform::FileSystem& files, const std::string& folder,
                                const std::string& namePart, platform::Clock* clock);
 
 /// The version text kept in the folder's version file; empty when there is none.
 std::string readVersionFile(platform::FileSystem& files, const std::string& folder);
 
-void writeVersionFile(platform::FileSystem& files, const std::string& folder, const std::string& version);
+/// False when the version is not in the file afterwards. A link of the file's name is replaced.
+bool writeVersionFile(platform::FileSystem& files, const std::string& folder, const std::string& version);
 
 /// What the version file gives back of a version text: its first 254 bytes without white space at the end.
 std::string storedVersion(const std::string& version);

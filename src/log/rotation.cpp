@@ -1,13 +1,10 @@
 #include "log/rotation.h"
 
-#include "log/archive.h"
 #include "log/log_folder.h"
 #include "log/log_names.h"
+#include "platform/path_text.h"
 
-#include <algorithm>
-#include <chrono>
 #include <new>
-#include <string_view>
 
 namespace orvel::log4z {
 
@@ -21,12 +18,6 @@ std::uint32_t limitInBytes(std::uint32_t megabytes) {
     return megabytes << 20;
 }
 
-bool isArchive(const std::string& path) {
-    constexpr std::string_view kEnding = kArchiveEnding;
-    return path.size() >= kEnding.size() &&
-           path.compare(path.size() - kEnding.size(), kEnding.size(), kEnding) == 0;
-}
-
 } // namespace
 
 bool Rotation::openFor(LoggerSlot& slot, std::int64_t lineTime) {
@@ -38,30 +29,61 @@ bool Rotation::openFor(LoggerSlot& slot, std::int64_t lineTime) {
     slot.openDay = platform::localMidnight(mClock, lineTime);
     const std::string folder =
         slot.monthdir ? slot.path + monthFolderName(mClock.toLocal(lineTime)) : slot.path;
-    ensureFolder(mFiles, folder);
+    const char* const obstacle = prepareFolder(slot, folder);
     const std::string path = chooseName(slot, folder);
-    if (!slot.file.open(mFiles, path)) {
-        static constexpr char kFrame[] = "!!!!!!!!!!!!!!!!!!!!!!!!!! \r\n";
-        mConsole.report("%s", kFrame);
-        mConsole.report("can not open log file %s. \r\n", path.c_str());
-        mConsole.report("%s", kFrame);
-        slot.outfile = false;
-        slot.openFailed = true;
+    if (obstacle != nullptr || !slot.file.open(mFiles, path)) {
+        giveUp(slot, path, obstacle == nullptr ? "no file of its name can be opened" : obstacle);
         return false;
     }
     slot.openedFull = slot.file.length() > limitInBytes(slot.limitSizeMb);
     slot.history.forgetEarlier(path);
-    deleteOldFiles(slot, path);
-    if (slot.history.empty() || !isSameFile(slot.history.newest().path, path)) {
-        try {
+    try {
+        deleteOldFiles(slot, path);
+        if (slot.history.empty() || !isSameFile(slot.history.newest().path, path)) {
             slot.history.append(path, mClock.now().seconds);
-        } catch (const std::bad_alloc&) {
-            slot.file.close(); // its lines would go to a file that no limit counts
-            throw;
         }
+    } catch (const std::bad_alloc&) {
+        slot.file.close(); // its lines would go to a file that no limit counts
+        throw;
     }
     slot.newestIsUncounted = true;
     return true;
+}
+
+/// Makes the folder for a file. Returns what is in the way of it, null when nothing is.
+const char* Rotation::prepareFolder(const LoggerSlot& slot, const std::string& folder) {
+    if (isTooLong(slot)) {
+        return "its path is too long";
+    }
+    if (slot.monthdir && isLink(folder)) {
+        return "its folder is a link";
+    }
+    return ensureFolder(mFiles, folder) ? nullptr : "its folder cannot be made";
+}
+
+/// The logger writes no file until it is told to again.
+void Rotation::giveUp(LoggerSlot& slot, const std::string& path, const char* obstacle) {
+    static constexpr char kFrame[] = "!!!!!!!!!!!!!!!!!!!!!!!!!! \r\n";
+    mConsole.report("%s", kFrame);
+    mConsole.report("can not open log file %s. \r\n", path.c_str());
+    mConsole.report("%s", kFrame);
+    mConsole.print("log: no log is written, %s: %s \r\n", obstacle, path.c_str());
+    slot.outfile = false;
+    slot.openFailed = true;
+}
+
+/// Whether the names of the logger's files would be longer than the system takes.
+bool Rotation::isTooLong(const LoggerSlot& slot) {
+    static constexpr char kRest[] = "_2026-11-21-09-59-07.log";
+    return mFiles.isTooLong(slot.path + (slot.monthdir ? "2026_11/" : "") + slot.name + kRest +
+                            (slot.isZip ? kArchiveEnding : ""));
+}
+
+bool Rotation::isLink(std::string folder) {
+    while (folder.size() > 1 && platform::endsInSeparator(folder)) {
+        folder.pop_back(); // with it the system would look behind the link
+    }
+    return mFiles.isLink(folder);
 }
 
 bool Rotation::fileTakes(const LoggerSlot& slot, std::int64_t lineTime) const {
@@ -102,7 +124,7 @@ void Rotation::settleNewest(LoggerSlot& slot) {
     const std::string& newest = slot.history.newest().path;
     const std::optional<std::uint64_t> size = mFiles.size(newest);
     // A full disk still makes empty files, one a second; each would take an older log's place among the 500.
-    if (size == 0 && removeLog(newest)) {
+    if (size == 0 && removeLog(slot, newest)) {
         slot.history.dropNewest();
         return;
     }
@@ -124,116 +146,8 @@ std::string Rotation::chooseName(const LoggerSlot& slot, const std::string& fold
 }
 
 bool Rotation::isTaken(const LoggerSlot& slot, const std::string& path) const {
-    return sizeOf(path) > 0 || (slot.isZip && mFiles.size(path + kArchiveEnding).has_value());
-}
-
-void Rotation::deleteOldFiles(LoggerSlot& slot, const std::string& current) {
-    const Retention retention = slot.retention();
-    const std::int64_t now = mClock.now().seconds;
-    for (;;) {
-        bool tooLarge = false;
-        const bool mustDelete = slot.history.mustDelete(retention, now, tooLarge);
-        if (tooLarge) {
-            mConsole.print("historyWriteLen:%llu historySizeMb:%u setLimitsizeMb:%u setTotalsizeMb:%u",
-                           static_cast<unsigned long long>(slot.history.writeLength()),
-                           slot.history.megabytes(), retention.limitSizeMb, retention.totalSizeMb);
-        }
-        if (!mustDelete || isSameFile(slot.history.oldest().path, current)) {
-            break; // opened again under its old name: never the file being written
-        }
-        removeLog(slot.history.oldest().path);
-        slot.history.dropOldest();
-    }
-}
-
-/// A file that another process on the same folder is writing is left alone.
-bool Rotation::removeLog(const std::string& path) {
-    return !mFiles.isWritten(path) && mFiles.remove(path);
-}
-
-void Rotation::archiveNewest(LoggerSlot& slot) {
-    const auto start = std::chrono::steady_clock::now();
-    const std::string log = slot.history.newest().path;
-    const std::string archive = log + kArchiveEnding;
-    if (mFiles.size(archive).has_value()) {
-        return; // of an earlier log of that name: it holds lines that are nowhere else
-    }
-    if (mFiles.isWritten(log)) {
-        return; // by another process on the same folder
-    }
-    const bool whole = writeArchive(mFiles, log, archive, mClock.now().seconds);
-    const std::uint64_t logSize = sizeOf(log);
-    const std::uint64_t archiveSize = sizeOf(archive);
-    if (whole && archiveSize < logSize) {
-        mFiles.remove(log);
-        slot.history.renameNewest(archive);
-    } else {
-        mFiles.remove(archive);
-    }
-    const double ratio = logSize == 0 ? 1.0 : static_cast<double>(archiveSize) / static_cast<double>(logSize);
-    const auto used =
-        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start)
-            .count();
-    mConsole.print(
-        "logLen:%d zipLen:%d ratio%.2f usedTime:%d.%03dS historyWriteLen:%llu back second name:%s ",
-        static_cast<int>(logSize), static_cast<int>(archiveSize), ratio, static_cast<int>(used / 1000),
-        static_cast<int>(used % 1000), static_cast<unsigned long long>(slot.history.writeLength()),
-        slot.history.newest().path.c_str());
-}
-
-void Rotation::loadHistory(int id, LoggerSlot& slot) {
-    slot.history.clear();
-    slot.newestIsUncounted = false;
-    if (versionChanged(slot)) {
-        return;
-    }
-    readFolder(slot);
-    mConsole.print("idx:%d historyLog size:%zu historyWrite:%llu byte", id, slot.history.count(),
-                   static_cast<unsigned long long>(slot.history.writeLength()));
-}
-
-/// Clears the folder of another version's logs.
-bool Rotation::versionChanged(LoggerSlot& slot) {
-    const std::string current = storedVersion(slot.version);
-    const std::string last = readVersionFile(mFiles, slot.path);
-    mConsole.print("curVer:[%d,%s] lstVer:[%d,%s]", static_cast<int>(current.size()), current.c_str(),
-                   static_cast<int>(last.size()), last.c_str());
-    if (current == last) {
-        return false;
-    }
-    // Listed before the version is written: an allocation failure between the two would keep these logs for good.
-    const std::vector<FoundLog> found = listLogs(mFiles, slot.path, "sonvia", nullptr);
-    // At the very first start the folder is not there yet; without the version in it the second start would take the
-    // first one's logs for another version's.
-    ensureFolder(mFiles, slot.path);
-    writeVersionFile(mFiles, slot.path, current);
-    for (const FoundLog& log : found) {
-        removeLog(log.path);
-    }
-    mConsole.print("clear history num:%d", static_cast<int>(found.size()));
-    return true;
-}
-
-void Rotation::readFolder(LoggerSlot& slot) {
-    std::vector<FoundLog> found = listLogs(mFiles, slot.path, slot.name, &mClock);
-    // Half an archive beside its log is what a process that ended while packing has left: the log counts.
-    const auto isLeftOver = [&](const FoundLog& log) {
-        return isArchive(log.path) &&
-               mFiles.size(log.path.substr(0, log.path.size() + 1 - sizeof kArchiveEnding)).has_value() &&
-               isTornArchive(mFiles, log.path);
-    };
-    std::erase_if(found, [&](const FoundLog& log) { return isLeftOver(log) && mFiles.remove(log.path); });
-    std::sort(found.begin(), found.end(), [](const FoundLog& a, const FoundLog& b) {
-        return a.time != b.time ? a.time < b.time : a.path < b.path;
-    });
-    for (FoundLog& log : found) {
-        const bool packNow = slot.isZip && &log == &found.back() && !isArchive(log.path);
-        slot.history.append(std::move(log.path), log.time);
-        if (packNow) {
-            archiveNewest(slot);
-        }
-        slot.history.countNewest(sizeOf(slot.history.newest().path));
-    }
+    return sizeOf(path) > 0 || mFiles.isFolder(path) || mFiles.isLink(path) ||
+           (slot.isZip && mFiles.size(path + kArchiveEnding).has_value());
 }
 
 } // namespace orvel::log4z

@@ -30,13 +30,18 @@ public:
     void loadHistory(int id, LoggerSlot& slot);
 
 private:
+    const char* prepareFolder(const LoggerSlot& slot, const std::string& folder);
+    void giveUp(LoggerSlot& slot, const std::string& path, const char* obstacle);
+    bool isTooLong(const LoggerSlot& slot);
+    bool isLink(std::string folder);
+    bool isBehindLink(const LoggerSlot& slot, const std::string& path);
     bool fileTakes(const LoggerSlot& slot, std::int64_t lineTime) const;
     bool isOfTheFilesDay(const LoggerSlot& slot, std::int64_t lineTime) const;
     void settleNewest(LoggerSlot& slot);
     std::string chooseName(const LoggerSlot& slot, const std::string& folder) const;
     bool isTaken(const LoggerSlot& slot, const std::string& path) const;
     void deleteOldFiles(LoggerSlot& slot, const std::string& current);
-    bool removeLog(const std::string& path);
+    bool removeLog(const LoggerSlot& slot, const std::string& path);
     void archiveNewest(LoggerSlot& slot);
     bool versionChanged(LoggerSlot& slot);
     void readFolder(LoggerSlot& slot);

@@ -43,7 +43,8 @@ enum class OpenMode {
 
 struct FolderEntry {
     std::string name;
-    bool isFolder = false;
+    bool isFolder = false; ///< what a link leads to may be one
+    bool isLink = false;   ///< a symbolic link or a junction
 };
 
 /// The log's only way to files, so that a test can make the Nth call fail. Paths are narrow, in the process's code
@@ -52,7 +53,7 @@ class FileSystem {
 public:
     virtual ~FileSystem() = default;
 
-    /// Null when the file cannot be opened. Child processes do not inherit it, and other programs may read, write
+    /// Null when the file cannot be opened, and for a link that would be written through. Child processes do not inherit it, and other programs may read, write
     /// and delete the file meanwhile.
     virtual std::unique_ptr<OpenFile> open(const std::string& path, OpenMode mode) = 0;
 
@@ -65,6 +66,12 @@ public:
     virtual bool remove(const std::string& path) = 0;
 
     virtual bool isFolder(const std::string& path) = 0;
+
+    /// Whether the path itself is a symbolic link or a junction, wherever that leads.
+    virtual bool isLink(const std::string& path) = 0;
+
+    /// Whether the system refuses a file's path for its length.
+    virtual bool isTooLong(const std::string& path) = 0;
 
     /// Makes the folder with its parents; true when it exists afterwards.
     virtual bool createFolders(const std::string& path) = 0;

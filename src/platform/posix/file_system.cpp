@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 
 namespace platform {
 
@@ -84,11 +85,11 @@ int openFlags(OpenMode mode) {
     case OpenMode::Read:
         return O_RDONLY;
     case OpenMode::Write:
-        return O_WRONLY | O_CREAT | O_TRUNC;
+        return O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW;
     case OpenMode::Append:
         break;
     }
-    return O_WRONLY | O_CREAT | O_APPEND;
+    return O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW;
 }
 
 struct CloseFolder {
@@ -133,6 +134,14 @@ public:
         return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
     }
 
+    bool isLink(const std::string& path) override {
+        struct stat status {};
+
+        return ::lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+    }
+
+    bool isTooLong(const std::string& path) override { return path.size() >= PATH_MAX; }
+
     bool createFolders(const std::string& path) override {
         for (std::size_t i = 1; i <= path.size(); ++i) {
             if (i == path.size() || path[i] == '/') {
@@ -152,10 +161,10 @@ public:
         while (const dirent* found = ::readdir(stream.get())) {
             const std::string name = found->d_name;
             if (name != "." && name != "..") {
-                const bool folderHere = found->d_type == DT_UNKNOWN
-                                            ? isFolder(std::string(folder).append("/").append(name))
-                                            : found->d_type == DT_DIR;
-                entries.push_back({name, folderHere});
+                const std::string path = std::string(folder).append("/").append(name);
+                const bool isUnknown = found->d_type == DT_UNKNOWN;
+                entries.push_back({name, isUnknown ? isFolder(path) : found->d_type == DT_DIR,
+                                   isUnknown ? isLink(path) : found->d_type == DT_LNK});
             }
         }
         return entries;

@@ -89,6 +89,13 @@ struct CloseSearch {
     void operator()(HANDLE search) const { FindClose(search); }
 };
 
+/// Symbolic links and junctions are reparse points, and so are the files of a cloud drive, which are no links. Wine
+/// reports no kind for the links it shows.
+bool isLinkData(const WIN32_FIND_DATAA& data) {
+    return (data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
+           (data.dwReserved0 == 0 || IsReparseTagNameSurrogate(data.dwReserved0));
+}
+
 class WindowsFiles final : public FileSystem {
 public:
     std::unique_ptr<OpenFile> open(const std::string& path, OpenMode mode) override {
@@ -103,8 +110,11 @@ public:
             access = GENERIC_WRITE;
             disposition = CREATE_ALWAYS;
         }
-        auto file =
-            std::make_unique<WindowsFile>(); // before the system has given anything that could be left behind
+        if (mode != OpenMode::Read && isLink(path)) {
+            return nullptr;
+        }
+        // Before the system has given anything that could be left behind.
+        auto file = std::make_unique<WindowsFile>();
         if (!file->open(path.c_str(), access, disposition)) {
             return nullptr;
         }
@@ -137,6 +147,24 @@ public:
         return hasAttributes(path, FILE_ATTRIBUTE_DIRECTORY, 0);
     }
 
+    bool isLink(const std::string& path) override {
+        if (!hasAttributes(path, FILE_ATTRIBUTE_REPARSE_POINT, 0)) {
+            return false;
+        }
+        WIN32_FIND_DATAA data;
+        const HANDLE search = FindFirstFileA(path.c_str(), &data);
+        if (search == INVALID_HANDLE_VALUE) {
+            return true; // better not followed than not known
+        }
+        FindClose(search);
+        return isLinkData(data);
+    }
+
+    bool isTooLong(const std::string& path) override {
+        return GetFullPathNameA(path.c_str(), 0, nullptr, nullptr) >
+               MAX_PATH; // both with the zero at the end
+    }
+
     bool createFolders(const std::string& path) override {
         for (std::size_t i = 0; i <= path.size(); ++i) {
             const bool atSeparator = i == path.size() || path[i] == '\\' || path[i] == '/';
@@ -163,7 +191,8 @@ public:
         do {
             const std::string name = found.cFileName;
             if (name != "." && name != "..") {
-                entries.push_back({name, (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0});
+                entries.push_back(
+                    {name, (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0, isLinkData(found)});
             }
         } while (FindNextFileA(search, &found) != FALSE);
         return entries;

@@ -312,7 +312,9 @@ std::string LogModel::freeName(std::int64_t time) const {
     std::string name;
     for (int second = 0; second < 5; ++second) {
         name = folder + settings.name + calendar("_%04d-%02u-%02u-%02d-%02d-%02d.log", time + second);
-        if (sizeOf(name) == 0 && !(settings.zip && files.count(name + ".zip") != 0)) {
+        const auto below = files.lower_bound(name + "/");
+        const bool isFolder = below != files.end() && below->first.starts_with(name + "/");
+        if (sizeOf(name) == 0 && !isFolder && !(settings.zip && files.count(name + ".zip") != 0)) {
             break;
         }
     }

@@ -49,6 +49,10 @@ public:
 
     bool isFolder(const std::string& path) override { return mDisk.isFolder(path); }
 
+    bool isLink(const std::string& path) override { return mDisk.isLink(path); }
+
+    bool isTooLong(const std::string& path) override { return mDisk.isTooLong(path); }
+
     bool createFolders(const std::string& path) override { return mDisk.createFolders(path); }
 
     std::vector<platform::FolderEntry> list(const std::string& folder) override { return mDisk.list(folder); }

@@ -217,7 +217,8 @@ std::unique_ptr<platform::OpenFile> MemoryFiles::open(const std::string& path, p
     const std::string name = plain(path);
     auto file = mFiles.find(name);
     if (fails(Call::Open) || (mode == platform::OpenMode::Read && file == mFiles.end()) ||
-        (mode != platform::OpenMode::Read && mFolders.count(parentOf(name)) == 0)) {
+        (mode != platform::OpenMode::Read &&
+         (mFolders.count(parentOf(name)) == 0 || mFolders.count(name) != 0))) {
         return nullptr;
     }
     if (file == mFiles.end()) {
@@ -266,6 +267,9 @@ bool MemoryFiles::isFolder(const std::string& path) {
 bool MemoryFiles::createFolders(const std::string& path) {
     const std::lock_guard<std::mutex> guard(mLock);
     if (fails(Call::CreateFolders)) {
+        return false;
+    }
+    if (mFiles.count(plain(path)) != 0) {
         return false;
     }
     addFolders(plain(path));

@@ -73,6 +73,8 @@ public:
 
     std::vector<Removed> removed() const;
 
+    void setLongestPath(std::size_t bytes) { mLongestPath = bytes; }
+
     void removeFolder(const std::string& folder); ///< with all that is in it
 
     std::unique_ptr<platform::OpenFile> open(const std::string& path, platform::OpenMode mode) override;
@@ -80,6 +82,11 @@ public:
     bool isWritten(const std::string& path) override;
     bool remove(const std::string& path) override;
     bool isFolder(const std::string& path) override;
+
+    bool isLink(const std::string& /*path*/) override { return false; } // the links' tests are on real files
+
+    bool isTooLong(const std::string& path) override { return path.size() > mLongestPath; }
+
     bool createFolders(const std::string& path) override;
     std::vector<platform::FolderEntry> list(const std::string& folder) override;
 
@@ -105,6 +112,7 @@ private:
     std::map<Call, Fault> mFaults;
     std::size_t mReadLimit = SIZE_MAX;
     std::size_t mLargestPiece = 0;
+    std::size_t mLongestPath = SIZE_MAX;
     std::optional<std::uint64_t> mClaimedSize;
     std::uint64_t mSizeReads = 0;
     bool mKeepsRemoved = false;
