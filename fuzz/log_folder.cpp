@@ -58,13 +58,18 @@ void put(MemoryFiles& disk, LogModel& model, const std::string& name, const std:
     model.files["logs/" + name] = content;
 }
 
+/// A file in the place of a month's folder or a folder in that of a log: where those leave no name, no file is open.
+bool isObstacle(const std::string& name) {
+    return name == "2026_03" || name == "2026_04" || name.find(".log/") != name.npos;
+}
+
 void takeFiles(Input& input, MemoryFiles& disk, LogModel& model) {
     int large = 0;
     for (std::size_t count = 0; !input.empty() && count < kMostFiles; ++count) {
         const std::string content = takeContent(input, model.settings.zip, large);
         const std::string name = modelPath(oracle::text(input.takeLine()));
         const bool isPossible = !name.empty() && name.size() <= kLongestName && name.find('\0') == name.npos;
-        if (isPossible) {
+        if (isPossible && !isObstacle(name)) {
             put(disk, model, name, content);
         }
     }

@@ -226,7 +226,9 @@ void LogModel::load(std::int64_t now) {
     mNewestUncounted = false;
     const std::string versionFile = settings.path + "sonvia_version";
     const std::string stored = files.count(versionFile) != 0 ? versionText(files[versionFile]) : "";
-    if (stored != versionText(settings.version)) {
+    const auto below = files.lower_bound(versionFile + "/");
+    const bool canBeWritten = below == files.end() || !below->first.starts_with(versionFile + "/");
+    if (stored != versionText(settings.version) && canBeWritten) {
         files[versionFile] = versionText(settings.version);
         for (const std::string& path : listed("sonvia")) {
             files.erase(path);
