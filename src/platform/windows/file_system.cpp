@@ -161,8 +161,8 @@ public:
     }
 
     bool isTooLong(const std::string& path) override {
-        return GetFullPathNameA(path.c_str(), 0, nullptr, nullptr) >
-               MAX_PATH; // both with the zero at the end
+        const DWORD size = GetFullPathNameA(path.c_str(), 0, nullptr, nullptr); // with the zero at the end
+        return size == 0 || size > MAX_PATH;
     }
 
     bool createFolders(const std::string& path) override {

@@ -22,15 +22,17 @@ bool makeLink(const std::string& target, const std::string& link) {
     std::error_code failed;
     const std::filesystem::path absolute = std::filesystem::absolute(target);
 #ifdef _WIN32
-    const std::string unix = "start /wait /unix /bin/ln -s \"../" +
-                             std::filesystem::path(target).filename().string() + "\" \"" + link + "\"";
     if (std::filesystem::is_directory(absolute)) {
         std::system(("mklink /J \"" + link + "\" \"" + absolute.string() + "\" >NUL 2>&1").c_str());
     } else {
         std::filesystem::create_symlink(absolute, link, failed);
     }
     if (!std::filesystem::exists(link)) {
-        std::system(unix.c_str());
+        const auto hostPath = [](const std::string& path) { // without its drive, which is the host's root
+            return std::filesystem::absolute(path).generic_string().substr(2);
+        };
+        std::system(
+            ("start /wait /unix /bin/ln -s \"" + hostPath(target) + "\" \"" + hostPath(link) + "\"").c_str());
     }
 #else
     std::filesystem::create_symlink(absolute, link, failed);
