@@ -12,33 +12,60 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <vector>
 
 using namespace orvel::log4z;
 
 namespace {
 
-/// A link inside the log's folder to something outside. Wine makes none itself, but shows those of its host's.
-bool makeLink(const std::string& target, const std::string& link) {
-    std::error_code failed;
-    const std::filesystem::path absolute = std::filesystem::absolute(target);
 #ifdef _WIN32
-    if (std::filesystem::is_directory(absolute)) {
-        std::system(("mklink /J \"" + link + "\" \"" + absolute.string() + "\" >NUL 2>&1").c_str());
-    } else {
-        std::filesystem::create_symlink(absolute, link, failed);
-    }
-    if (!std::filesystem::exists(link)) {
-        const auto hostPath = [](const std::string& path) { // without its drive, which is the host's root
-            return std::filesystem::absolute(path).generic_string().substr(2);
-        };
-        std::system(
-            ("start /wait /unix /bin/ln -s \"" + hostPath(target) + "\" \"" + hostPath(link) + "\"").c_str());
-    }
-#else
-    std::filesystem::create_symlink(absolute, link, failed);
-#endif
-    return std::filesystem::exists(link);
+/// Has a program of Wine's host do what Wine cannot; elsewhere nothing happens.
+void askTheHost(const std::string& command, const std::string& path, const std::string& secondPath = "") {
+    const auto quoted = [](const std::string& name) { // without its drive, which is the host's root
+        return name.empty() ? "" : " \"" + std::filesystem::absolute(name).generic_string().substr(2) + "\"";
+    };
+    std::system(("start /wait /unix " + command + quoted(path) + quoted(secondPath) + " >NUL 2>&1").c_str());
 }
+#endif
+
+/// Makes links. Wine makes none itself, but shows those of its host to folders.
+class Links {
+public:
+    Links() = default;
+
+    ~Links() {
+#ifdef _WIN32
+        for (const std::string& link : mHostsLinks) {
+            askTheHost("/bin/rm -f", link); // Wine would remove what it leads to
+        }
+#endif
+    }
+
+    Links(const Links&) = delete;
+    Links& operator=(const Links&) = delete;
+
+    bool make(const std::string& target, const std::string& link) {
+        std::error_code failed;
+        const std::filesystem::path absolute = std::filesystem::absolute(target);
+#ifdef _WIN32
+        if (std::filesystem::is_directory(absolute)) {
+            std::system(("mklink /J \"" + link + "\" \"" + absolute.string() + "\" >NUL 2>&1").c_str());
+        } else {
+            std::filesystem::create_symlink(absolute, link, failed);
+        }
+        if (!std::filesystem::exists(link)) {
+            askTheHost("/bin/ln -s", target, link);
+            mHostsLinks.push_back(link);
+        }
+#else
+        std::filesystem::create_symlink(absolute, link, failed);
+#endif
+        return std::filesystem::exists(link);
+    }
+
+private:
+    std::vector<std::string> mHostsLinks;
+};
 
 /// A logger on the system's files, and a folder beside it that is not the log's.
 class LogLinks : public ::testing::Test {
@@ -75,6 +102,7 @@ protected:
     }
 
     TestFolder folder;
+    Links links; // gone before the folder
     FakeClock clock;
     RecordingConsole screen;
     ConsoleEcho console{screen};
@@ -88,7 +116,7 @@ constexpr char kOldName[] = "sonvia_Test_2026-02-01-00-00-00.log";
 
 TEST_F(LogLinks, AFolderThatIsALinkIsNotSearchedForLogsToDeleteOrToPack) {
     const std::string theirs = outside(kOldName, std::string(5000, 'o'));
-    if (!makeLink(folder.path("outside"), folder.path("logs/2026_02"))) {
+    if (!links.make(folder.path("outside"), folder.path("logs/2026_02"))) {
         GTEST_SKIP() << "no links here";
     }
     EXPECT_TRUE(platform::systemFiles().isLink(folder.path("logs/2026_02")));
@@ -109,7 +137,7 @@ TEST_F(LogLinks, AFolderThatBecomesALinkTakesNoFileAndLosesNone) {
     ASSERT_TRUE(line());
     const std::string theirs = outside(kOldName, "not the log's");
     std::filesystem::remove_all(folder.path("logs/2026_02"));
-    if (!makeLink(folder.path("outside"), folder.path("logs/2026_02"))) {
+    if (!links.make(folder.path("outside"), folder.path("logs/2026_02"))) {
         GTEST_SKIP() << "no links here";
     }
     clock.advance(86400);
@@ -130,8 +158,8 @@ TEST_F(LogLinks, AFolderThatBecomesALinkTakesNoFileAndLosesNone) {
 TEST_F(LogLinks, ALogThatIsALinkIsNeitherListedNorWrittenThrough) {
     const std::string theirs = outside("theirs.txt", "");
     const std::string old = outside("old.txt", "old");
-    if (!makeLink(theirs, folder.path("logs/sonvia_Test_2026-03-09-08-00-00.log")) ||
-        !makeLink(old, folder.path(std::string("logs/") + kOldName))) {
+    if (!links.make(theirs, folder.path("logs/sonvia_Test_2026-03-09-08-00-00.log")) ||
+        !links.make(old, folder.path(std::string("logs/") + kOldName))) {
         GTEST_SKIP() << "no links here";
     }
     if (!platform::systemFiles().isLink(folder.path("logs/sonvia_Test_2026-03-09-08-00-00.log"))) {
@@ -150,7 +178,7 @@ TEST_F(LogLinks, ALogThatIsALinkIsNeitherListedNorWrittenThrough) {
 
 TEST_F(LogLinks, AVersionFileThatIsALinkIsReplaced) {
     const std::string theirs = outside("theirs.txt", "1");
-    if (!makeLink(theirs, folder.path("logs/sonvia_version"))) {
+    if (!links.make(theirs, folder.path("logs/sonvia_version"))) {
         GTEST_SKIP() << "no links here";
     }
     if (!platform::systemFiles().isLink(folder.path("logs/sonvia_version"))) {
