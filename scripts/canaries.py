@@ -80,6 +80,12 @@ def sample_that_differs_from_its_file():
     return planted(gates.check_samples, "docs/canary.md", "<!-- file: test -->\n```sh\nrm -r build\n```\n")
 
 
+def proof_that_does_not_exist():
+    """A test, a gate and a test of the package that nobody has."""
+    return all(planted(gates.check_tests_named, "docs/canary.md", f"Shown by {name}.\n")
+               for name in ("`Canary.Sings`", "gate `canary`", "test `package_canary`"))
+
+
 def edited(gate, path, old, new):
     """What the gate finds in a copy of the tree in which one file says something else."""
     with Tree() as tree:
@@ -342,6 +348,7 @@ CANARIES = {
     "lists": [unlisted_test_file],
     "paths": [path_of_somebodys_machine],
     "samples": [sample_that_differs_from_its_file],
+    "tests_named": [proof_that_does_not_exist],
     "header": [header_that_not_every_language_takes],
     "contracts": [contract_that_is_incomplete],
     "version": [version_that_differs],

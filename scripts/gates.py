@@ -205,6 +205,27 @@ def check_samples(root=ROOT):
     return (result.stdout + result.stderr).splitlines() if result.returncode else []
 
 
+def check_tests_named(root=ROOT):
+    """A test, gate or test of the package that a page names as its proof exists."""
+    known = set()
+    for path in tracked(root):
+        if path.parts[0] == "tests" and path.suffix == ".cpp":
+            known |= {f"{suite}.{name}" for suite, name in
+                      re.findall(r"\bTEST(?:_F|_P)?\(\s*(\w+),\s*(\w+)\)", (root / path).read_text())}
+        if path.match("tests/package/CMakeLists.txt"):
+            known |= {f"package_{name}" for name in re.findall(r"^sonvia_package_test\((\w+)", (root / path).read_text(), re.M)}
+    findings = []
+    for path in tracked(root):
+        if path.suffix != ".md" or path.parts[0] != "docs":
+            continue
+        text = (root / path).read_text()
+        named = re.findall(r"`([A-Z]\w+\.[A-Z]\w+|package_\w+)`", text)
+        gates = re.findall(r"\bgate `(\w+)`", text)
+        findings += [f"{path}: no test {name}" for name in sorted(set(named) - known)]
+        findings += [f"{path}: no gate {name}" for name in sorted(set(gates) - set(GATES) - set(SLOW_GATES))]
+    return findings
+
+
 # --- the public header ---
 
 HEADER = "include/SonviaPCAudioDll.h"
@@ -376,6 +397,7 @@ GATES = {
     "lists": check_lists,
     "paths": check_paths,
     "samples": check_samples,
+    "tests_named": check_tests_named,
     "header": check_header,
     "contracts": check_contracts,
     "version": check_version,

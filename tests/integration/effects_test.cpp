@@ -55,4 +55,19 @@ TEST_F(Effects, FilesAppearBelowTheLogFolderAlone) {
     }
 }
 
+// Of a host that logs everything.
+TEST_F(Effects, LogHoldsNoneOfTheTextsThatTheHostHandedOver) {
+    standin.play("wait packet key KORUInfo\nnotify int buffering-start 1\n");
+    ASSERT_EQ(
+        support::runProgram(support::programFolder() / support::programFile("host_child"), {"whole-life"}),
+        0);
+    const std::string log = support::logText((fs::current_path() / "logs" / "host").string());
+    ASSERT_NE(log.find("send notify accountid."), std::string::npos);
+    const AudioServiceParam texts = support::completeParam();
+    for (const char* text : {texts.accountID, texts.deviceID, texts.sn, texts.model, texts.bluetoothMac,
+                             texts.pcName, "account-2"}) {
+        EXPECT_EQ(log.find(text), std::string::npos) << text;
+    }
+}
+
 } // namespace
