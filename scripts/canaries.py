@@ -86,6 +86,11 @@ def proof_that_does_not_exist():
                for name in ("`Canary.Sings`", "gate `canary`", "test `package_canary`"))
 
 
+def proof_of_another_run():
+    return all(edited(gates.check_proof, "docs/proof.md", old, new) for old, new in (
+        ("./test --long: ", "./test: "), ("== summary", "== results"), ("writes this page", "makes this page")))
+
+
 def edited(gate, path, old, new):
     """What the gate finds in a copy of the tree in which one file says something else."""
     with Tree() as tree:
@@ -348,6 +353,7 @@ CANARIES = {
     "lists": [unlisted_test_file],
     "paths": [path_of_somebodys_machine],
     "samples": [sample_that_differs_from_its_file],
+    "proof": [proof_of_another_run],
     "tests_named": [proof_that_does_not_exist],
     "header": [header_that_not_every_language_takes],
     "contracts": [contract_that_is_incomplete],

@@ -15,6 +15,7 @@ from pathlib import Path
 import abi
 import checks
 import pe
+import summary
 
 ROOT = Path(__file__).resolve().parent.parent
 BUILD = ROOT / "build"
@@ -226,6 +227,16 @@ def check_tests_named(root=ROOT):
     return findings
 
 
+def check_proof(root=ROOT):
+    """docs/proof.md is as a whole long run wrote it."""
+    page = (root / "docs" / "proof.md").read_text()
+    match = re.search(r"^Commit (\S+), (\d+) cores:\n\n```text\n(== summary\n.*?\n\d+ passed, \d+ failed)\n```\n$", page,
+                      re.M | re.S)
+    if not match or page != summary.proof(match[3], match[1], match[2]):
+        return ["docs/proof.md has another form"]
+    return [] if "\n./test --long: " in match[3] else ["docs/proof.md is not of ./test --long"]
+
+
 # --- the public header ---
 
 HEADER = "include/SonviaPCAudioDll.h"
@@ -398,6 +409,7 @@ GATES = {
     "paths": check_paths,
     "samples": check_samples,
     "tests_named": check_tests_named,
+    "proof": check_proof,
     "header": check_header,
     "contracts": check_contracts,
     "version": check_version,

@@ -29,7 +29,7 @@ import fuzzing
 import gates
 import limited
 import memcheck
-from summary import Row, count_entry, fail_empty, report
+from summary import Row, count_entry, fail_empty, proof, report
 
 # In the order in which they are built, and their tests start: the longest first.
 PRESETS = ["windows", "tsan", "asan"]
@@ -41,6 +41,7 @@ FIRST_WINE_LANE = "^(stress_hostile_service|stress_busy_pipe)$"
 WINE_PREFIX = os.environ.get("SONVIA_WINEPREFIX") or str(gates.BUILD / "windows" / "wineprefix")
 WINE_PREFIXES = [WINE_PREFIX, f"{WINE_PREFIX}2"]
 SUMMARY = gates.BUILD / "summary.txt"
+PROOF = gates.ROOT / "docs" / "proof.md"
 # How much longer than in the short form a test program may take.
 LONG_TIMEOUT_FACTOR = 30
 
@@ -57,6 +58,12 @@ def run_logged(command, log):
     if status != 0:
         print(log.read_text(errors="replace")[-20000:], flush=True)
     return status == 0
+
+
+def commit_of_the_tree():
+    described = subprocess.run(["git", "-c", f"safe.directory={gates.ROOT}", "-C", gates.ROOT, "describe", "--always",
+                                "--dirty", "--exclude", "*"], capture_output=True, text=True)
+    return described.stdout.strip() or "unknown"
 
 
 def step(name, command, preset, row):
@@ -160,6 +167,7 @@ class Run:
     def __init__(self, chosen, parts):
         self.pattern = chosen.filter
         self.effort = "long" if chosen.long else "short"
+        self.whole = not chosen.only and not chosen.filter
         self.presets = [part for part in (*PRESETS, "native", "coverage") if part in parts]
         self.parts = parts
         self.built = []
@@ -264,6 +272,8 @@ class Run:
         text = report(self.rows.values(), self.tried, form, time.monotonic() - start)
         print(text, flush=True)
         SUMMARY.write_text(text.lstrip() + "\n")
+        if self.effort == "long" and self.whole:
+            PROOF.write_text(proof(text, commit_of_the_tree(), gates.JOBS))
         return all(row.failed == 0 for row in self.rows.values()) and any(row.passed for row in self.rows.values())
 
     def needed(self):

@@ -147,3 +147,21 @@ def report(rows, tried, form, seconds):
     passed, failed = sum(row.passed for row in rows), sum(row.failed for row in rows)
     lines += ["", f"{form}: {duration(seconds)}", f"{passed} passed, {failed} failed"]
     return "\n".join(lines)
+
+
+PROOF_PAGE = """# What has the last long run tried?
+
+`./test --long` writes this page itself, whatever it found: commit it with the change that the run was made for. What the
+parts and columns are: [testing.md](testing.md).
+
+Commit {commit}, {cores} cores:
+
+```text
+{text}
+```
+"""
+
+
+def proof(text, commit, cores):
+    """The page docs/proof.md, of the text that a whole long run ended with."""
+    return PROOF_PAGE.format(text=text.strip(), commit=commit, cores=cores)

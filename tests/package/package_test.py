@@ -46,6 +46,10 @@ def under_wine(*command, **environment):
     return run(ROOT / "scripts" / "wine-run", *command, env={**os.environ, **environment})
 
 
+def under_wine_in(folder, *command):
+    return run(ROOT / "scripts" / "wine-run", *command, cwd=folder)
+
+
 def windows_path(path):
     return "Z:" + str(path).replace("/", "\\")
 
@@ -135,8 +139,10 @@ def consumer():
             said = under_wine(folder / "build" / f"{host}.exe", windows_path(folder / "logs"), "20000", **service)
             for text in ("event 200003, value 0", 'phone "Handset A"'):
                 expect(text in said or (host == "loaded_host_c" and text.startswith("event")), f"{host} said:\n{said}")
+        # It ends at once: Enter is pressed for it.
+        run(ROOT / "scripts" / "wine-run", folder / "build" / "first_host.exe", env={**os.environ, **service}, input="\n")
         lines = (folder / "build" / "record.txt").read_text()
-        expect(lines.count('"reason":"stop"') == 4, f"the service was not stopped by each host:\n{lines}")
+        expect(lines.count('"reason":"stop"') == 5, f"the service was not stopped by each host:\n{lines}")
 
 
 MSVC_PROGRAM = """#include "SonviaPCAudioDll.h"
@@ -170,6 +176,25 @@ def verify():
     expect(bad.returncode == 1 and "FAILED no_such_program" in bad.stdout, f"and then:\n{bad.returncode} {bad.stdout}")
 
 
+# --- the pages ---
+
+def masked(line):
+    """A line without what differs from run to run: times, numbers of threads and processes."""
+    return re.sub(r"\d+", "#", line).strip()
+
+
+def readme():
+    """The README's sample of the demo host's output is what it prints, numbers aside, in this order."""
+    sample = re.search(r"<!-- output: demo_host -->\n```text\n(.*?)```", (ROOT / "README.md").read_text(), re.S)[1]
+    folder = Path("readme").absolute()
+    shutil.rmtree(folder, ignore_errors=True)
+    folder.mkdir()
+    printed = iter(under_wine_in(folder, PACKAGE / "dev" / "bin" / "demo_host.exe").splitlines())
+    for line in sample.splitlines():
+        # The log's notices have no end of line: a line may follow one.
+        expect(any(masked(one).endswith(masked(line)) for one in printed), f"the demo host does not print: {line}")
+
+
 # --- signing ---
 
 def signing():
@@ -190,7 +215,7 @@ def signing():
     expect(judged.returncode != 0, "a changed DLL passed")
 
 
-TESTS = {test.__name__: test for test in (archives, contents, consumer, visual_c, verify, signing)}
+TESTS = {test.__name__: test for test in (archives, contents, consumer, visual_c, verify, readme, signing)}
 
 if __name__ == "__main__":
     TESTS[sys.argv[1]]()
