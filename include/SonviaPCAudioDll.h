@@ -2,8 +2,7 @@
  * SonviaPCAudioDll: drives the audio-casting service "QuPCAudio.exe" from a desktop application.
  *
  * Plain C. Compiles as C89 (with <stdbool.h> and <stdint.h>) to C23 and as C++98 to C++23, with any compiler for x64
- * Windows. The lowest supported
- * versions are Windows 10 version 1507 and Windows Server 2016.
+ * Windows. The lowest supported versions are Windows 10 version 1507 and Windows Server 2016.
  *
  * The life of a handle:
  *
