@@ -30,7 +30,8 @@ install(DIRECTORY "${PROJECT_SOURCE_DIR}/docs" DESTINATION . COMPONENT runtime F
 install(DIRECTORY
     "${PROJECT_SOURCE_DIR}/examples/minimal_host"
     "${PROJECT_SOURCE_DIR}/examples/package_host"
-    DESTINATION examples COMPONENT runtime FILES_MATCHING PATTERN "*.c" PATTERN "*.cpp" PATTERN "package_host/CMakeLists.txt")
+    DESTINATION examples COMPONENT runtime FILES_MATCHING PATTERN "*.c" PATTERN "*.cpp"
+    PATTERN "package_host/CMakeLists.txt" PATTERN "package_host/scenario.txt")
 
 install(FILES "$<TARGET_FILE_DIR:SonviaPCAudioDll>/SonviaPCAudioDll.pdb" DESTINATION bin COMPONENT symbols)
 

@@ -19,11 +19,6 @@ UNPACKED = Path("unpacked").absolute()
 VERSION = re.search(r"^    VERSION (\S+)$", (ROOT / "CMakeLists.txt").read_text(), re.M)[1]
 NAME = f"SonviaPCAudioDll-{VERSION}-win-x64"
 PACKAGE = UNPACKED / NAME
-SCENARIO = """wait packet key KORUInfo
-notify string phone-name "Handset A"
-notify int player-state 2
-notify int first-audiopcm 1
-"""
 
 sys.path.insert(0, str(ROOT / "scripts"))
 import abi  # noqa: E402
@@ -113,11 +108,10 @@ def contents():
 # --- hosts ---
 
 def play(folder):
-    """Puts the stand-in service into a folder, and gives its scenario and record."""
+    """Puts the stand-in service into a folder; gives the environment in which it plays the package's scenario."""
     for name in ("QuPCAudio.exe", "standin_child.exe"):
         shutil.copy(PACKAGE / "dev" / "bin" / name, folder)
-    (folder / "scenario.txt").write_text(SCENARIO)
-    return {"SONVIA_STANDIN_SCENARIO": windows_path(folder / "scenario.txt"),
+    return {"SONVIA_STANDIN_SCENARIO": windows_path(PACKAGE / "examples" / "package_host" / "scenario.txt"),
             "SONVIA_STANDIN_RECORD": windows_path(folder / "record.txt")}
 
 
