@@ -113,7 +113,7 @@ def check_cppcheck(root=ROOT):
     findings = []
     for platform, left_out in (("unix64", "windows"), ("win64", "posix")):
         run = subprocess.run(["cppcheck", "--quiet", "--std=c++20", "--language=c++", f"--platform={platform}",
-                              *(["-D_WIN32"] if platform == "win64" else []),
+                              *(["-D_WIN32", "-D_WIN64"] if platform == "win64" else []),
                               "--enable=warning,performance,portability", "--inline-suppr", f"-j{JOBS}",
                               "--template={file}:{line}: {id}: {message}", "-Isrc", "-Iinclude",
                               f"-isrc/platform/{left_out}", "src"], cwd=root, capture_output=True, text=True)
