@@ -4,7 +4,7 @@
 #     SonviaPCAudioDll-<version>-win-x64-symbols.zip   component symbols: the PDB
 #     SonviaPCAudioDll-<version>-win-x64-dev.zip       component dev: stand-in service, test programs, verify.cmd
 #
-# All three unpack into the same folder; the PDB then stands beside its DLL.
+# All three unpack into the same folder; the PDB is then next to its DLL.
 include(CMakePackageConfigHelpers)
 
 install(FILES "$<TARGET_FILE:SonviaPCAudioDll>" DESTINATION bin COMPONENT runtime)
@@ -35,7 +35,7 @@ install(DIRECTORY
 
 install(FILES "$<TARGET_FILE_DIR:SonviaPCAudioDll>/SonviaPCAudioDll.pdb" DESTINATION bin COMPONENT symbols)
 
-# The programs that ./test runs under Wine, to be run on a real Windows. They load the DLL that stands beside them.
+# The programs that ./test runs under Wine, to be run on a real Windows. They load the DLL next to them.
 install(FILES "$<TARGET_FILE:SonviaPCAudioDll>" DESTINATION dev/bin COMPONENT dev)
 install(PROGRAMS "${PROJECT_SOURCE_DIR}/scripts/verify.cmd" DESTINATION dev COMPONENT dev)
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/examples/demo_host" DESTINATION dev/examples COMPONENT dev

@@ -46,7 +46,7 @@ def streams_of(data):
 
 
 def file_of(streams, block):
-    """The MSF file of the streams: one after another, behind the header and the two free maps of each interval."""
+    """The MSF file of the streams: one after another, after the header and the two free maps of each interval."""
     blocks = [b""] * 3  # the header and the first free maps
 
     def place(data):

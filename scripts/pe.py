@@ -32,7 +32,7 @@ class Module:
         return re.search(r"^Time/Date\s+(.*)$", self.text, re.M)[1]
 
     def flags(self):
-        """What the loader is told about the address space and the module's memory."""
+        """What the loader learns about the address space and the module's memory."""
         block = self.text.partition("DllCharacteristics")[2].partition("SizeOfStackReserve")[0]
         return sorted(re.findall(r"^\s+([A-Z_]+)$", block, re.M))
 
