@@ -109,6 +109,11 @@ def header_that_not_every_language_takes():
     return len(comment) == 3 and len(moved) == 33
 
 
+def page_that_promises_another_windows():
+    return all(edited(gates.check_lowest_windows, path, old, old.replace("1507", "1909")) for path, old in (
+        ("README.md", "Windows 10 version 1507"), ("docs/limits.md", "supported versions are Windows 10 version 1507")))
+
+
 def contract_that_is_incomplete():
     return all(len(edited(gates.check_contracts, gates.HEADER, old, "")) == 1 for old in (
         " * On failure: gives \"phone\".\n",
@@ -357,6 +362,7 @@ CANARIES = {
     "tests_named": [proof_that_does_not_exist],
     "header": [header_that_not_every_language_takes],
     "contracts": [contract_that_is_incomplete],
+    "lowest_windows": [page_that_promises_another_windows],
     "version": [version_that_differs],
     "exports": [ninth_export],
     "imports": [import_of_a_compilers_library, import_that_older_windows_has_not],

@@ -294,6 +294,14 @@ def version_of(root=ROOT):
     return find_in(root, "CMakeLists.txt", r"^    VERSION (\d+\.\d+\.\d+)$")
 
 
+def check_lowest_windows(root=ROOT):
+    """The lowest Windows that is promised is the one whose functions the DLL may import."""
+    lowest = find_in(root, SYSTEM_FUNCTIONS.relative_to(ROOT), r"Windows 10 version (\d+)")
+    return [f"{path}: Windows 10 version {found}, not {lowest}"
+            for path in ("README.md", HEADER, "docs/limits.md", "CHANGELOG.md")
+            if (found := find_in(root, path, r"Windows 10 version (\d+)")) != lowest]
+
+
 def check_version(root=ROOT):
     """One version: that of CMake stands in the header, the vcpkg manifest and the first entry of the changes."""
     version = version_of(root)
@@ -413,6 +421,7 @@ GATES = {
     "header": check_header,
     "contracts": check_contracts,
     "version": check_version,
+    "lowest_windows": check_lowest_windows,
     "exports": check_exports,
     "imports": check_imports,
     "identity": check_identity,
