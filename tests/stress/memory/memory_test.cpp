@@ -87,7 +87,7 @@ private:
             }
         }
         mRead = count;
-        if (code != 0) {
+        if (code != 0 || !ended) {
             mWrong[last].insert("the host's process ended with " + std::to_string(code) + "\n" + output());
             std::ofstream("progress.txt", std::ios::app) << "crash " << code << "\n";
         }

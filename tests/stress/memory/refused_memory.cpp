@@ -49,7 +49,7 @@ struct Stack {
 struct Block {
     std::uintptr_t hidden = 0; // the address turned over, so that no leak check takes this table for an owner
     std::size_t size = 0;
-    int round = 0;
+    std::uint64_t origin = 0; // its nearest callers
     Stack stack;
 };
 
@@ -61,6 +61,7 @@ struct Times {
 struct Phase {
     bool armed = false;
     bool refused = false;
+    int left = 0; // requests to refuse
     const char* name = "";
     int times = 0; // different places
     std::array<Times, 2048> seen;
@@ -68,6 +69,8 @@ struct Phase {
 
 constexpr std::size_t kBlocks = std::size_t{1} << 15U;
 constexpr std::size_t kMostDone = 8192;
+constexpr int kMostOrigins = 4096;
+constexpr int kNearest = 5; // callers that tell where a block comes from, whoever began it
 
 SpinLock gLock;
 std::atomic<bool> gWatching{false};
@@ -77,7 +80,8 @@ std::array<std::uint64_t, kMostDone> gDone;
 std::size_t gDoneCount = 0;
 std::array<Block, kBlocks> gBlocks;
 std::size_t gBlockCount = 0;
-int gRound = 0;
+std::array<Times, kMostOrigins> gOrigins; // blocks that there were when the round began
+int gOriginCount = 0;
 int gMostTimes = 1;
 std::FILE* gProgress = nullptr;
 
@@ -90,9 +94,9 @@ std::uint64_t mix(std::uint64_t hash, std::uint64_t value) {
     return hash * 0xBF58476D1CE4E5B9U;
 }
 
-std::uint64_t hashOf(const Stack& stack) {
+std::uint64_t hashOf(const Stack& stack, int frames = kMostFrames) {
     std::uint64_t hash = 1;
-    for (int i = 0; i < stack.count; ++i) {
+    for (int i = 0; i < std::min(stack.count, frames); ++i) {
         hash = mix(hash, stack.frames[static_cast<std::size_t>(i)]);
     }
     return hash;
@@ -131,6 +135,18 @@ int countPlace(Phase& phase, std::uint64_t place) {
         phase.seen[static_cast<std::size_t>(phase.times++)] = {place, 1};
     }
     return 1;
+}
+
+int& blocksOf(std::uint64_t origin) {
+    for (int i = 0; i < gOriginCount; ++i) {
+        if (gOrigins[static_cast<std::size_t>(i)].place == origin) {
+            return gOrigins[static_cast<std::size_t>(i)].times;
+        }
+    }
+    gOriginCount = std::min(gOriginCount + 1, kMostOrigins - 1);
+    Times& added = gOrigins[static_cast<std::size_t>(gOriginCount - 1)];
+    added = {origin, 0};
+    return added.times;
 }
 
 bool isDone(std::uint64_t key) {
@@ -215,12 +231,13 @@ HostCode::~HostCode() {
     tInside = mWasInside;
 }
 
-Refusing::Refusing(Role role, const char* phase) : mRole(role) {
+Refusing::Refusing(Role role, const char* phase, int requests) : mRole(role) {
     const Locked locked(gLock);
     Phase& own = gPhases[role];
     own.name = phase;
     own.times = 0;
     own.refused = false;
+    own.left = requests;
     own.armed = true;
 }
 
@@ -241,7 +258,12 @@ bool Refusing::happened() const {
 
 void startRound() {
     const Locked locked(gLock);
-    ++gRound;
+    gOriginCount = 0;
+    for (const Block& block : gBlocks) {
+        if (block.hidden != 0) {
+            ++blocksOf(block.origin);
+        }
+    }
 }
 
 std::vector<std::string> blocksLeft(std::size_t keptSize) {
@@ -250,12 +272,17 @@ std::vector<std::string> blocksLeft(std::size_t keptSize) {
     left.reserve(4096);
     {
         const Locked locked(gLock);
+        const std::array<Times, kMostOrigins> before = gOrigins;
+        const int count = gOriginCount;
         for (const Block& block : gBlocks) {
-            if (block.hidden != 0 && block.round == gRound && block.size != keptSize &&
+            // One for one may have been exchanged: a longer text, a newer callback.
+            if (block.hidden != 0 && block.size != keptSize && --blocksOf(block.origin) < 0 &&
                 left.size() < left.capacity()) {
                 left.push_back(block);
             }
         }
+        gOrigins = before;
+        gOriginCount = count;
     }
     std::vector<std::string> lines;
     for (const Block& block : left) {
@@ -280,14 +307,14 @@ bool mayHaveMemory(std::size_t size) {
     {
         const Locked locked(gLock);
         const Phase& phase = gPhases[role];
-        if (!phase.armed || phase.refused) {
+        if (!phase.armed || phase.left == 0) {
             return true;
         }
     }
     const Stack stack = walk();
     const Locked locked(gLock);
     Phase& phase = gPhases[role];
-    if (!phase.armed || phase.refused) {
+    if (!phase.armed || phase.left == 0) {
         return true;
     }
     const std::uint64_t place = mix(hashOf(stack), hashOf(phase.name));
@@ -303,6 +330,7 @@ bool mayHaveMemory(std::size_t size) {
         return true;
     }
     phase.refused = true;
+    --phase.left;
     tell("refused", phase.name, key, size, stack);
     return false;
 }
@@ -322,7 +350,7 @@ void given(void* memory, std::size_t size) {
         at = (at + 1) % kBlocks;
     }
     gBlockCount += gBlocks[at].hidden == 0 ? 1U : 0U;
-    gBlocks[at] = {hidden, size, gRound, stack};
+    gBlocks[at] = {hidden, size, hashOf(stack, kNearest), stack};
 }
 
 void returned(void* memory) {

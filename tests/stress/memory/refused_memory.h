@@ -44,10 +44,11 @@ private:
     bool mWasInside;
 };
 
-// While this lives, the first request of that role's threads that was not refused yet in a phase of this name is refused.
+// While this lives, the first request of that role's threads that was not refused yet in a phase of this name is refused;
+// with more `requests` those after it too.
 class Refusing {
 public:
-    Refusing(Role role, const char* phase);
+    Refusing(Role role, const char* phase, int requests = 1);
     ~Refusing();
     Refusing(const Refusing&) = delete;
     Refusing& operator=(const Refusing&) = delete;
@@ -60,9 +61,9 @@ private:
     Role mRole;
 };
 
-// Blocks requested from now on are the next round's.
+// Counts the blocks that the library has.
 void startRound();
-// The blocks of this round that the library still has, one line each, but for those of `keptSize` bytes.
+// Those that it has more now, from the same place, one line each, but for those of `keptSize` bytes.
 std::vector<std::string> blocksLeft(std::size_t keptSize);
 
 // ---- The system's side (refused_memory_wrap.cpp, refused_memory_import.cpp) ----

@@ -2,13 +2,18 @@
 // of these. The runtime's own requests, and those of the test's program, never come here.
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <malloc.h>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 
 #include <windows.h>
 
 #include "stress/memory/refused_memory.h"
+#include "support/process.h"
 
 namespace refused_memory {
 
@@ -95,12 +100,74 @@ int exchangeAll(const IMAGE_IMPORT_DESCRIPTOR& module) {
     return exchanged;
 }
 
+// What the compiler's runtime ends the process in (docs/limits.md): the guards of its function-local statics, which ask
+// once for a process and once for each thread.
+struct Fatal {
+    const char* name;
+    std::uintptr_t start = 0;
+    std::uintptr_t end = 0;
+};
+
+Fatal gFatal[] = {{"__cxa_guard_acquire"}, {"__cxa_guard_release"}};
+
+// The linker's list of the DLL's functions: the product itself names only what it exports.
+void findFatal(std::uintptr_t imageBase) {
+    std::ifstream map(support::programFolder() / "SonviaPCAudioDll.map");
+    Fatal* open = nullptr;
+    std::size_t found = 0;
+    for (std::string line; std::getline(map, line);) {
+        std::istringstream words(line);
+        std::string address;
+        std::string name;
+        if (line.empty() || line.front() != ' ' || !(words >> address >> name) ||
+            address.rfind("0x", 0) != 0) {
+            continue;
+        }
+        const std::uintptr_t offset = std::stoull(address, nullptr, 16) - imageBase;
+        if (open != nullptr && offset > open->start) {
+            open->end = offset;
+            open = nullptr;
+        }
+        for (Fatal& fatal : gFatal) {
+            if (name == fatal.name && fatal.start == 0) {
+                fatal.start = offset;
+                open = &fatal;
+                ++found;
+            }
+        }
+    }
+    if (found != std::size(gFatal)) {
+        throw std::runtime_error("the linker's map does not name what is to be spared");
+    }
+}
+
+// Where the linker has put the DLL; the loader has exchanged it in memory.
+std::uintptr_t preferredBase() {
+    wchar_t path[1024] = {};
+    GetModuleFileNameW(GetModuleHandleW(L"SonviaPCAudioDll.dll"), path, 1024);
+    std::ifstream file(std::filesystem::path(path), std::ios::binary);
+    IMAGE_DOS_HEADER dos{};
+    IMAGE_NT_HEADERS headers{};
+    file.read(reinterpret_cast<char*>(&dos), sizeof dos);
+    file.seekg(dos.e_lfanew);
+    file.read(reinterpret_cast<char*>(&headers), sizeof headers);
+    return headers.OptionalHeader.ImageBase;
+}
+
+// Where a debugger is set up for programs that crash, it would take its time.
+LONG WINAPI endAtOnce(EXCEPTION_POINTERS* what) {
+    TerminateProcess(GetCurrentProcess(), what->ExceptionRecord->ExceptionCode);
+    return EXCEPTION_EXECUTE_HANDLER;
+}
+
 } // namespace
 
 void install() {
+    SetUnhandledExceptionFilter(endAtOnce);
     gStart = reinterpret_cast<std::uintptr_t>(GetModuleHandleW(L"SonviaPCAudioDll.dll"));
     const auto* header = at<IMAGE_NT_HEADERS>(static_cast<std::uintptr_t>(at<IMAGE_DOS_HEADER>(0)->e_lfanew));
     gEnd = gStart + header->OptionalHeader.SizeOfImage;
+    findFatal(preferredBase());
     int exchanged = 0;
     for (const auto* module = at<IMAGE_IMPORT_DESCRIPTOR>(
              header->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress);
@@ -126,8 +193,14 @@ int callers(std::uintptr_t* frames, int most) {
     return count;
 }
 
-// None that is reached here: see docs/limits.md for those that a host may meet.
-const char* endsTheProcess(const std::uintptr_t* /*frames*/, int /*count*/) {
+const char* endsTheProcess(const std::uintptr_t* frames, int count) {
+    for (const Fatal& fatal : gFatal) {
+        for (int i = 0; i < count; ++i) {
+            if (fatal.start != 0 && frames[i] > fatal.start && frames[i] <= fatal.end) {
+                return fatal.name;
+            }
+        }
+    }
     return nullptr;
 }
 
