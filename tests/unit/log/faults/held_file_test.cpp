@@ -33,9 +33,9 @@ protected:
         manager.setLoggerReserveTime(id, 86400);
     }
 
-    std::string day(int number) const {
+    std::string day(int number, int second = 0) const {
         char name[64];
-        std::snprintf(name, sizeof name, "sonvia_Test_2026-03-%02d-08-00-00.log", number);
+        std::snprintf(name, sizeof name, "sonvia_Test_2026-03-%02d-08-00-%02d.log", number, second);
         return folder.path(name);
     }
 
@@ -64,10 +64,13 @@ TEST_F(HeldFiles, ALogThatAnotherProgramKeepsSwitchesFileOutputOffUntilItIsSetAg
     const int rounds = support::rounds(3, 15);
     ASSERT_TRUE(manager.start());
     for (int round = 0; round < rounds; ++round) {
-        auto held = std::make_unique<HeldFile>(day(9 + round));
+        std::vector<std::unique_ptr<HeldFile>> held; // all names that are tried
+        for (int second = 0; second < 5; ++second) {
+            held.push_back(std::make_unique<HeldFile>(day(9 + round, second)));
+        }
         write(2 * round);
         EXPECT_EQ(manager.totalLinesLost(), static_cast<std::uint64_t>(2 * round + 1));
-        held.reset();
+        held.clear();
         write(2 * round); // free again, but the log has given up
         EXPECT_EQ(manager.totalLinesLost(), static_cast<std::uint64_t>(2 * round + 2));
         manager.setLoggerOutFile(id, true);
