@@ -199,7 +199,7 @@ void LogerManager::tellLosses(int id) {
     if (slot.display) {
         mConsole.show(kLevelWarn, line);
     }
-    slot.file.writeNote(line, static_cast<std::size_t>(prefix + text));
+    slot.file.writeNote(line, static_cast<std::size_t>(prefix) + static_cast<std::size_t>(text));
 }
 
 void LogerManager::flushFiles() {

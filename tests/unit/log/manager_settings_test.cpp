@@ -321,6 +321,15 @@ TEST_F(ManagerHotUpdate, AChangedFileIsReadAgainWhenMoreThanTheIntervalIsOver) {
     EXPECT_EQ(levelAfterRest(), kLevelError);
 }
 
+TEST_F(ManagerHotUpdate, TheFirstLookComesAnIntervalAfterTheStart) {
+    put("error");
+    ASSERT_TRUE(manager.config("conf/log.ini"));
+    manager.setConfigCheckInterval(10);
+    put("fatal");
+    ASSERT_TRUE(manager.start());
+    EXPECT_EQ(levelAfterRest(), kLevelError);
+}
+
 TEST_F(ManagerHotUpdate, AClockThatIsPutBackMakesForALookAtOnce) {
     startWith(10);
     put("fatal");
