@@ -49,9 +49,9 @@ bool hasSession(AudioServiceHandle& handle, const char* name, int logLevel, cons
 } // namespace
 
 AudioServiceHandle* initSonviaAudioService(const char* logDir, int logLevel) {
-    // One start-up at a time: each one begins with ending the service that another has just started.
-    static std::mutex& startUpMutex = *new std::mutex;
     return guarded<AudioServiceHandle*>(__func__, nullptr, [logDir, logLevel] {
+        // One start-up at a time: each one begins with ending the service that another has just started.
+        static OMutex& startUpMutex = *new OMutex;
         const std::lock_guard guard(startUpMutex);
         return startUp(logDir != nullptr ? logDir : "", logLevel).release();
     });

@@ -208,7 +208,12 @@ LogRecord* LogerManager::newRecord(int id, int level) {
     record->time = now.seconds;
     record->precise = now.milliseconds;
     record->threadId = platform::currentThreadId();
-    record->contentLength = mPrefix.write(record->content, now, record->threadId, level);
+    try {
+        record->contentLength = mPrefix.write(record->content, now, record->threadId, level);
+    } catch (const std::bad_alloc&) {
+        freeRecord(record);
+        return nullptr;
+    }
     return record;
 }
 

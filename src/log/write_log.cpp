@@ -51,6 +51,9 @@ void pushLine(int level, const char* tag, std::string_view message) {
         return;
     }
     log4z::LogRecord* record = manager.makeRecord(id, recordLevel);
+    if (record == nullptr) { // counted by the manager
+        return;
+    }
     appendMessage(*record, tag, message);
     manager.pushLog(record, nullptr, 0);
 }

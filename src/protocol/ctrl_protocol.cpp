@@ -11,6 +11,7 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <utility>
 
 namespace {
@@ -76,7 +77,7 @@ void CtrlProtocol::sendCommand(std::uint16_t cmdType, std::uint16_t seq, OBufLis
     if (header.reset(sizeof(CtrlPacketHeader)) == nullptr) {
         writeLog(kLogError, kLogTagDefault, "[%s:%d]malloc size:%d failed", "CtrlProtocol::sendCommand",
                  __LINE__, static_cast<int>(sizeof(CtrlPacketHeader)));
-        return;
+        throw std::bad_alloc();
     }
     if (mSafetyDataDeal != nullptr) {
         protectPayload(payload);

@@ -44,8 +44,7 @@ public:
 
     /// Writes one packet. Without a stream nothing happens; a write that the stream refuses is lost. A
     /// payload that cannot be protected goes out plain, see protectPayload. When memory runs out before that, the
-    /// command is lost whole, with a line in the log (or std::bad_alloc, for an object of a few bytes), and the
-    /// encryption chain is where it was.
+    /// command is lost whole, std::bad_alloc says so, and the encryption chain is where it was.
     void sendCommand(std::uint16_t cmdType, std::uint16_t seq, OBufList payload);
 
     /// Takes the next received bytes and calls onPacket for every packet that they complete. onPacket may call this

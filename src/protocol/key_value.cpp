@@ -4,6 +4,7 @@
 #include "transport/buf_reader.h"
 
 #include <array>
+#include <new>
 #include <utility>
 
 namespace {
@@ -112,10 +113,14 @@ CtrlProtocol::KeyValueBuf& CtrlProtocol::KeyValueBuf::addKeyValueBuf(const std::
     addKey(key, kTypeKeyValueBuf);
     mBytes.putU16(static_cast<std::uint16_t>(value.mBytes.used));
     mBytes.putBytes(value.mBytes.view.data(), value.mBytes.used);
+    mIsCut = mIsCut || value.mIsCut || value.mBytes.isCut();
     return *this;
 }
 
 void CtrlProtocol::KeyValueBuf::finish(OBufList& out) const {
+    if (mIsCut || mBytes.isCut()) {
+        throw std::bad_alloc();
+    }
     mBytes.shareInto(out);
 }
 

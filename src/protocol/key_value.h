@@ -20,13 +20,15 @@ public:
     KeyValueBuf& addString(const std::string& key, const std::string& value);
     KeyValueBuf& addKeyValueBuf(const std::string& key, const KeyValueBuf& value);
 
-    /// Gives the written bytes, sharing the storage; the builder is not written to afterwards.
+    /// Gives the written bytes, sharing the storage; the builder is not written to afterwards. Throws std::bad_alloc when
+    /// memory ran out on the way: half a payload would be taken for a whole one.
     void finish(OBufList& out) const;
 
 private:
     void addKey(const std::string& key, std::uint8_t type);
 
     OPackBuf mBytes;
+    bool mIsCut = false; ///< a nested payload lacks something
 };
 
 /// Index of a received payload. The payload is shared, not copied; each getter reads its value in place. Bad

@@ -21,6 +21,9 @@ public:
     /// A list of one view that shares the storage: for a builder that is finished.
     void shareInto(OBufList& out) const;
 
+    /// Memory ran out, and what was written is not the whole.
+    bool isCut() const { return mRefused; }
+
     OBufView view;          ///< its length is the writable capacity
     std::uint64_t used = 0; ///< bytes written
 

@@ -10,7 +10,7 @@ namespace {
 // The C library reads the time zone's name anew in these calls, under a lock of its own that the thread sanitizer
 // does not see; with this one it does. Once a day for each thread that logs.
 std::mutex& timeZoneMutex() {
-    static auto& mutex = *new std::mutex;
+    static constinit std::mutex mutex; // needs neither memory nor a destructor here
     return mutex;
 }
 
