@@ -1,6 +1,7 @@
 #include "log/manager.h"
 
 #include "platform/processor.h"
+#include "platform/thread_block.h"
 #include "platform/thread_id.h"
 #include "platform/thread_name.h"
 
@@ -59,6 +60,7 @@ bool withMemory(Action action) {
 
 void LogerManager::run() {
     platform::nameThisThread("Sonvia log");
+    platform::threadBlock(); // now: this thread's own lines come when memory has run out
     mRunning.store(true, std::memory_order_release);
     mStarted->post();
     loadHistories();

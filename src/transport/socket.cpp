@@ -108,13 +108,15 @@ bool OBaseSocket::writeTo(uv_stream_t* stream, const OBufList& list) {
     OWriteReq* req = acquireWriteReq(list);
     const auto count = static_cast<unsigned int>(req->bufs.size());
     const int result = uv_write(&req->req, stream, req->bufs.data(), count, writeCb);
-    if (result != 0) {
-        recycle(req);
+    if (result == 0) {
+        return true;
     }
+    recycle(req);
     if (result == UV_ENOMEM) {
         throw std::bad_alloc();
     }
-    return result == 0;
+    noteBroken();
+    return false;
 }
 
 void OBaseSocket::writeCb(uv_write_t* req, int status) {

@@ -57,7 +57,7 @@ public:
     void setEventCallback(EventCallback callback);
 
 protected:
-    /// The stream has ended or failed; before onError. Loop thread.
+    /// The stream has ended, failed or refused a write. Where libuv may be entered.
     virtual void noteBroken() {}
 
     /// A request filled from `list`, among the active ones. Any thread.

@@ -72,9 +72,15 @@ bool OStreamPipe::readStop() {
 }
 
 bool OStreamPipe::write(const OBufList& list) {
+    const Link link = mLink.load();
     // Some systems make a pipe writable before its connect has been reported; bytes sent then would overtake
     // what the owner sends first.
-    return mLink.load() != Link::kConnecting && writeTo(stream(), list);
+    if (link == Link::kConnecting) {
+        return false;
+    }
+    // On Windows libuv leaks its copy of bytes that the system refuses at once, as it does when nobody is there
+    // (stress_memory).
+    return (link == Link::kNone || hasPeer()) && writeTo(stream(), list);
 }
 
 void OStreamPipe::init() {
@@ -180,7 +186,7 @@ void OStreamPipe::finishConnection(uv_connect_t* req, std::int32_t status) {
 // Asked of the system: who does not read does not hear that the peer has gone.
 bool OStreamPipe::hasPeer() const {
     uv_os_fd_t end = {};
-    return uv_fileno(reinterpret_cast<const uv_handle_t*>(pipe.get()), &end) == 0 &&
+    return pipe != nullptr && uv_fileno(reinterpret_cast<const uv_handle_t*>(pipe.get()), &end) == 0 &&
            platform::pipeHasPeer(end);
 }
 
