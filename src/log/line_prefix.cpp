@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <string_view>
 
 namespace orvel::log4z {
@@ -63,10 +64,9 @@ std::string LinePrefix::processNameOf(const std::string& hostFileName) {
 }
 
 int LinePrefix::write(char* out, platform::Moment time, std::uint32_t threadId, int level) const {
-    PrefixCache fresh;
-    fresh.serial = 0;
+    std::optional<PrefixCache> fresh;
     void* const kept = platform::threadBlock();
-    PrefixCache& cache = kept == nullptr ? fresh : *static_cast<PrefixCache*>(kept);
+    PrefixCache& cache = kept == nullptr ? fresh.emplace() : *static_cast<PrefixCache*>(kept);
     if (cache.serial != mSerial) {
         refreshOwner(cache, threadId);
         refreshDay(cache, time.seconds);

@@ -228,12 +228,14 @@ bool LogerManager::config(const char* configFile) {
 }
 
 bool LogerManager::configFromText(const char* text) {
+    bool applied = false;
     try {
-        if (text != nullptr && applyConfigText(text)) {
-            return true;
-        }
+        applied = text != nullptr && applyConfigText(text);
     } catch (const std::bad_alloc&) {
-        text = nullptr; // as a text that cannot be read
+        applied = false; // as a text that cannot be read
+    }
+    if (applied) {
+        return true;
     }
     static constexpr char kFrame[] = " !!! !!! !!! !!!\r\n";
     mConsole.print("%s !!! !!! log4z load config file error \r\n%s", kFrame, kFrame);

@@ -27,7 +27,7 @@ using Path = std::array<char, PATH_MAX + 1>;
 /// The file that a process runs; empty when the system does not tell. `process` is a number, or "self".
 Path imageOf(const char* process) {
     std::array<char, 64> link = {};
-    std::snprintf(link.data(), link.size(), "/proc/%s/exe", process);
+    std::snprintf(link.data(), link.size(), "/proc/%.20s/exe", process);
     Path path = {};
     if (readlink(link.data(), path.data(), path.size() - 1) < 0) {
         path.front() = '\0';
@@ -67,6 +67,8 @@ public:
         return true;
     }
 
+    void endByForce() override { kill(mPid, SIGKILL); }
+
 private:
     pid_t mPid = 0;
 };
@@ -74,7 +76,7 @@ private:
 /// Parent of a running process; 0 when the system does not tell.
 pid_t parentOf(const char* process) {
     std::array<char, 64> name = {};
-    std::snprintf(name.data(), name.size(), "/proc/%s/stat", process);
+    std::snprintf(name.data(), name.size(), "/proc/%.20s/stat", process);
     std::array<char, 512> text = {};
     const int file = open(name.data(), O_RDONLY | O_CLOEXEC);
     const ssize_t length = file >= 0 ? read(file, text.data(), text.size() - 1) : -1;
