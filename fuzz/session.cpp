@@ -32,13 +32,6 @@ public:
 
     bool readStart() override { return true; }
 
-    /// The request to stop is not in the model.
-    void endTheSession() {
-        const std::size_t before = sent.size();
-        stopService(0);
-        sent.resize(before);
-    }
-
     bool write(const OBufList& list) override {
         for (const OBufView& view : list) {
             sent.insert(sent.end(), view.data(), view.data() + view.length);
@@ -198,7 +191,7 @@ void Meeting::hostActs(std::uint8_t choice) {
         mModel.connected(UV_ENOENT);
         break;
     case 5:
-        mSession->endTheSession();
+        mSession->stopService(0);
         mModel.end();
         break;
     case 7:

@@ -10,6 +10,7 @@ namespace oracle {
 namespace {
 
 constexpr std::uint16_t kNotify = 34;
+constexpr std::uint16_t kStop = 8193;
 constexpr std::size_t kTextSize = 256;
 
 constexpr int kConnectionError = -2;
@@ -18,6 +19,7 @@ constexpr int kBufferingStarted = 200001;
 constexpr int kBufferingEnded = 200002;
 constexpr int kFirstAudio = 200003;
 constexpr int kModeChanged = 200006;
+constexpr std::uint32_t kStopService = 200004;
 constexpr std::uint32_t kExitProjection = 200005;
 
 } // namespace
@@ -28,11 +30,14 @@ bool Session::init(const std::string& texts) {
     mAccount = texts;
     if (mConnected) {
         sendIdentity();
+    } else {
+        mConnecting = !mEnded;
     }
     return !mEnded;
 }
 
 void Session::connected(int status) {
+    mConnecting = false;
     if (status != 0) {
         mConnected = false;
         report('X', kConnectionError, 0);
@@ -40,6 +45,10 @@ void Session::connected(int status) {
     }
     sendIdentity();
     mConnected = !mEnded;
+    if (mStopWaits) {
+        mStopWaits = false;
+        sendStop();
+    }
 }
 
 void Session::bytesArrive(const Bytes& bytes) {
@@ -99,11 +108,22 @@ void Session::exitProjection() {
 void Session::end() {
     mEnded = true;
     mConnected = false;
+    if (mConnecting) { // a service that takes the connection is to hear it
+        mConnecting = false;
+        mStopWaits = true;
+    } else {
+        sendStop();
+    }
+}
+
+void Session::sendStop() {
+    append(sent, encodePacket(kStop, 0, encodeInt("StopSonviaAudioService", kStopService)));
 }
 
 // A name is the host's as a text of C: up to its first NUL.
 std::string Session::sourceName() const {
-    return mPhoneName.empty() ? "phone" : mPhoneName.substr(0, mPhoneName.find('\0'));
+    const std::string name = mPhoneName.substr(0, mPhoneName.find('\0'));
+    return name.empty() ? "phone" : name;
 }
 
 void Session::report(char callback, int code, int value) {

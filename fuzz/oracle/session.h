@@ -47,10 +47,13 @@ private:
     void report(char callback, int code, int value);
     void send(std::uint16_t sequence, const Bytes& payload);
     void sendIdentity();
+    void sendStop();
 
     bool mHasHost = false;
+    bool mConnecting = false;
     bool mConnected = false;
     bool mEnded = false;
+    bool mStopWaits = false; ///< for the connect under way
     std::string mAccount;
     std::string mTexts;
     std::string mPhoneName;

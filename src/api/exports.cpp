@@ -1,5 +1,6 @@
 #include "api/audio_service_handle.h"
 #include "api/life_cycle.h"
+#include "api/released_handles.h"
 #include "log/init_log.h"
 #include "log/write_log.h"
 
@@ -22,11 +23,21 @@ Result guarded(const char* name, Result onException, Body body) {
     }
 }
 
-bool isNull(const AudioServiceHandle* handle, const char* name) {
+void logReleased(const char* name) {
+    writeLog(kLogError, kLogTagDll, "[%s:%d]handle has been released", name, __LINE__);
+}
+
+/// Null, or released: both give the same result.
+bool isNoHandle(const AudioServiceHandle* handle, const char* name) {
     if (handle == nullptr) {
         writeLog(kLogError, kLogTagDll, "[%s:%d]handle is NULL", name, __LINE__);
+        return true;
     }
-    return handle == nullptr;
+    if (handle->life.load() == AudioServiceHandle::Life::Released) {
+        logReleased(name);
+        return true;
+    }
+    return false;
 }
 
 /// False, and the host is told through the callback of its last record, when the handle has no session.
@@ -63,18 +74,24 @@ bool uninitSonviaAudioService(AudioServiceHandle* handle) {
         writeLog(kLogWarning, kLogTagDll, "[%s:%d]handle is NULL", __func__, __LINE__);
         return true;
     }
+    auto live = AudioServiceHandle::Life::Live;
+    if (!handle->life.compare_exchange_strong(live, AudioServiceHandle::Life::Ending)) {
+        logReleased(__func__);
+        return true;
+    }
     const bool result = guarded(__func__, true, [handle] {
-        const std::unique_ptr<AudioServiceHandle> owned(handle);
-        shutDown(*owned);
+        shutDown(*handle);
         return true;
     });
+    handle->life = AudioServiceHandle::Life::Released;
+    keepReleased(std::unique_ptr<AudioServiceHandle>(handle));
     orvel::FLUSHLOG(); // the host may end the process right after this call
     return result;
 }
 
 bool exitAudioProjection(AudioServiceHandle* handle) {
     writeLog(kLogInfo, kLogTagDll, "[%s:%d]exitAudioProjection", __func__, __LINE__);
-    if (isNull(handle, __func__) || !hasSession(*handle, __func__, kLogWarning, "gQuPCAudio is NULL")) {
+    if (isNoHandle(handle, __func__) || !hasSession(*handle, __func__, kLogWarning, "gQuPCAudio is NULL")) {
         return false;
     }
     return guarded(__func__, false, [handle] {
@@ -85,7 +102,7 @@ bool exitAudioProjection(AudioServiceHandle* handle) {
 
 uint32_t getState(AudioServiceHandle* handle) {
     writeLog(kLogDebug, kLogTagDll, "[%s:%d]getState!", __func__, __LINE__);
-    if (isNull(handle, __func__) || !hasSession(*handle, __func__, kLogWarning, "quPCAudio is NULL")) {
+    if (isNoHandle(handle, __func__) || !hasSession(*handle, __func__, kLogWarning, "quPCAudio is NULL")) {
         return SONVIA_STATE_UNKNOWN;
     }
     return handle->session->getPlayerState();
@@ -93,7 +110,7 @@ uint32_t getState(AudioServiceHandle* handle) {
 
 const char* getSourceName(AudioServiceHandle* handle) {
     writeLog(kLogDebug, kLogTagDll, "[%s:%d]getSourceName!", __func__, __LINE__);
-    if (isNull(handle, __func__) || !hasSession(*handle, __func__, kLogWarning, "quPCAudio is NULL!")) {
+    if (isNoHandle(handle, __func__) || !hasSession(*handle, __func__, kLogWarning, "quPCAudio is NULL!")) {
         return kDefaultSourceName;
     }
     return guarded(__func__, kDefaultSourceName, [handle] {
@@ -104,7 +121,7 @@ const char* getSourceName(AudioServiceHandle* handle) {
 
 bool setParam(AudioServiceHandle* handle, const AudioServiceParam* param) {
     writeLog(kLogDebug, kLogTagDll, "[%s:%d]koru setParam!", __func__, __LINE__);
-    if (isNull(handle, __func__)) {
+    if (isNoHandle(handle, __func__)) {
         return false;
     }
     if (param == nullptr) {
@@ -132,7 +149,7 @@ bool setParam(AudioServiceHandle* handle, const AudioServiceParam* param) {
 bool setAccountID(AudioServiceHandle* handle, const char* accountID) {
     writeLog(kLogDebug, kLogTagDll, "[%s:%d]koru setAccountID!", __func__, __LINE__);
     // The words are setParam's; whoever searches logs for them knows both functions by them.
-    if (isNull(handle, __func__) || !hasSession(*handle, __func__, kLogError, "setParam failed!")) {
+    if (isNoHandle(handle, __func__) || !hasSession(*handle, __func__, kLogError, "setParam failed!")) {
         return false;
     }
     return guarded(__func__, false, [handle, accountID] { return handle->session->setAccountID(accountID); });

@@ -20,11 +20,22 @@ using namespace std::chrono_literals;
 
 constexpr auto kPipeOpenTime = 200ms;
 constexpr auto kServiceStopTime = 1000ms;
+constexpr auto kForcedEndTime = 500ms; // the system's, for a process that has been ended
+constexpr auto kLoopStopTime = 200ms;
 constexpr const char* kLogFolder = "\\PCAudiodll";
 
 void killExe() {
     platform::ServiceProcess::killAll();
     writeLog(kLogInfo, kLogTagDll, "[%s:%d]kill QuPCAudio process", "killExe", __LINE__);
+}
+
+/// Ends the service of this handle with its children, or, where taskkill could not be had, at least the service.
+void endByForce(platform::ServiceProcess& process) {
+    killExe();
+    if (!process.waitForEnd(kForcedEndTime)) {
+        process.endByForce();
+        process.waitForEnd(kForcedEndTime);
+    }
 }
 
 // Level 2 is left out on purpose: it is no level of the log's.
@@ -47,7 +58,7 @@ void stopService(AudioServiceHandle& handle) {
     }
     if (!handle.process->waitForEnd(kServiceStopTime)) {
         writeLog(kLogInfo, kLogTagDll, "[%s:%d]QuPCAudio exit timeout", kName, __LINE__);
-        killExe();
+        endByForce(*handle.process);
     }
     handle.session->noteServiceGone();
 }
@@ -63,6 +74,10 @@ void stopLoop(AudioServiceHandle& handle) {
             writeLog(kLogError, kLogTagDll, "[%s:%d]called inside a callback", kName, __LINE__);
             orvel::FLUSHLOG();
             std::abort(); // the thread cannot wait for itself, and the handle cannot be freed under it
+        }
+        // A peer that owns the pipe and sends part of a frame keeps libuv waiting for the rest.
+        while (!handle.loop->waitForStop(kLoopStopTime) && !handle.loopThread->hasEnded()) {
+            handle.session->interruptReading();
         }
         handle.loopThread->join();
         handle.loopThread = nullptr;
@@ -105,7 +120,7 @@ std::unique_ptr<AudioServiceHandle> startUp(const char* logDir, int logLevel) {
         writeLog(kLogDebug, kLogTagDll, "[%s:%d]OUVLoop New", kName, __LINE__);
         handle->session = std::make_unique<QuPCAudioMessage>(handle->loop);
     } catch (...) {
-        killExe(); // a host that is given no handle has no way to stop the service
+        endByForce(*handle->process); // a host that is given no handle has no way to stop the service
         throw;
     }
     std::this_thread::sleep_for(kPipeOpenTime);

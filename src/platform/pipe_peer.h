@@ -11,4 +11,7 @@ using PipeEnd = int;
 /// Whether another process or thread still holds the other end of a connected pipe. Takes no byte from it. Blocks: never.
 bool pipeHasPeer(PipeEnd end);
 
+/// Ends the reads and writes that wait on this end of a pipe, on whichever thread. Does nothing where none ever waits.
+void cancelPipe(PipeEnd end);
+
 } // namespace platform

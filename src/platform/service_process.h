@@ -27,6 +27,9 @@ public:
     /// Waits for the process to end; false exactly when it still runs after `limit`.
     virtual bool waitForEnd(std::chrono::milliseconds limit) = 0;
 
+    /// Ends this one process, without its children and without the help of another program. Does not wait.
+    virtual void endByForce() = 0;
+
 protected:
     ServiceProcess() = default;
 };

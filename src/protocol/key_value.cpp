@@ -1,6 +1,7 @@
 #include "protocol/key_value.h"
 
 #include "protocol/big_endian.h"
+#include "protocol/entry_walk.h"
 #include "transport/buf_reader.h"
 
 #include <array>
@@ -9,75 +10,7 @@
 
 namespace {
 
-enum ValueType : std::uint8_t { kTypeByte = 3, kTypeInt = 6, kTypeKeyValueBuf = 14, kTypeString = 20 };
-
 constexpr std::uint64_t kFirstCapacity = 255;
-
-/// How the value behind a type byte is laid out: `fixedWidth` bytes, or a length of `lengthWidth` bytes and
-/// as many as it says.
-struct ValueLayout {
-    bool known;
-    std::uint8_t fixedWidth;
-    std::uint8_t lengthWidth;
-};
-
-ValueLayout layoutOf(std::uint8_t type) {
-    switch (type) {
-    case 0:
-    case 1:
-    case 2:
-    case kTypeByte:
-        return {true, 1, 0};
-    case 4:
-    case 5:
-        return {true, 2, 0};
-    case kTypeInt:
-    case 7:
-    case 10:
-        return {true, 4, 0};
-    case 8:
-    case 9:
-    case 11:
-        return {true, 8, 0};
-    case 12:
-    case 13:
-    case kTypeKeyValueBuf:
-        return {true, 0, 2};
-    case kTypeString:
-    case 21:
-    case 22:
-        return {true, 0, 4};
-    default:
-        return {false, 0, 0};
-    }
-}
-
-bool readLength(OBufReader& reader, std::uint8_t width, std::uint64_t& length) {
-    std::array<std::uint8_t, 4> bytes = {};
-    if (!reader.readBytes(bytes.data(), width)) {
-        return false;
-    }
-    length = width == 2 ? readU16(bytes.data()) : readU32(bytes.data());
-    return true;
-}
-
-bool skipValue(OBufReader& reader, const ValueLayout& layout) {
-    std::uint64_t width = layout.fixedWidth;
-    if (layout.lengthWidth != 0 && !readLength(reader, layout.lengthWidth, width)) {
-        return false;
-    }
-    return reader.readBytes(nullptr, width);
-}
-
-std::string readText(OBufReader& reader, std::uint64_t n, bool& ok) {
-    if (n > reader.remaining()) {
-        ok = false;
-        return {};
-    }
-    std::string text(static_cast<std::size_t>(n), '\0');
-    ok = reader.readBytes(text.data(), n);
-    return text;
-}
 
 /// Moves `reader` to the value of `key`; false when there is no such entry of that type.
 bool seek(OBufReader& reader, const std::map<std::string, std::uint32_t>& entries, const std::string& key,
@@ -134,28 +67,15 @@ CtrlProtocol::KeyValueData::KeyValueData(OBufList payload) : mPayload(std::move(
     index();
 }
 
-// An entry of an unknown type is taken to have no value: the byte behind its type is the next key's length.
 // An entry that the payload's end cuts off is not recorded, so a getter never meets one.
 void CtrlProtocol::KeyValueData::index() {
     OBufReader reader{OBufList(mPayload)};
-    std::uint8_t keyLength = 0;
-    while (reader.readBytes(&keyLength, 1)) {
-        bool ok = false;
-        std::string key = readText(reader, keyLength, ok);
-        const auto typeOffset = static_cast<std::uint32_t>(reader.consumed);
-        std::uint8_t type = 0;
-        if (!ok || !reader.readBytes(&type, 1)) {
-            return;
-        }
-        const ValueLayout layout = layoutOf(type);
-        if (!layout.known) {
-            continue;
-        }
-        if (!skipValue(reader, layout)) {
-            return;
-        }
-        mEntries.insert_or_assign(std::move(key), typeOffset);
-    }
+    walkEntries(
+        reader,
+        [this](std::string_view key, std::uint32_t typeOffset) {
+            mEntries.insert_or_assign(std::string(key), typeOffset);
+        },
+        [] { return true; });
 }
 
 std::uint8_t CtrlProtocol::KeyValueData::getByte(const std::string& key, bool& ok) const {

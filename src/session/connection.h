@@ -4,45 +4,45 @@
 
 /// The one state of a session's connection to the service.
 enum class Connection : std::uint8_t {
-    kIdle,       ///< no connect was asked for yet
-    kConnecting, ///< the one connect is under way
-    kConnected,
-    kFailed, ///< the last connect failed: the next record tries again
-    kLost,   ///< was connected and has ended; records are still sent, since nothing connects again
-    kEnding, ///< the host releases the session: stream errors are silent and no record is accepted
-    kGone,   ///< nobody is left to talk to: what still arrives is dropped
+    Idle,       ///< no connect was asked for yet
+    Connecting, ///< the one connect is under way
+    Connected,
+    Failed, ///< the last connect failed: the next record tries again
+    Lost,   ///< was connected and has ended; records are still sent, since nothing connects again
+    Ending, ///< the host releases the session: stream errors are silent and no record is accepted
+    Gone,   ///< nobody is left to talk to: what still arrives is dropped
 };
 
 enum class ConnectionEvent : std::uint8_t {
-    kConnectBegun,
-    kConnectSucceeded,
-    kConnectFailed,
-    kStreamEnded,
-    kSessionEnds,
-    kServiceGone,
+    ConnectBegun,
+    ConnectSucceeded,
+    ConnectFailed,
+    StreamEnded,
+    SessionEnds,
+    ServiceGone,
 };
 
 /// The whole table of states; docs/threads.md shows it with what is done in each row. A row that it lacks leaves the state
 /// as it is.
 constexpr Connection after(Connection from, ConnectionEvent event) {
-    if (event == ConnectionEvent::kServiceGone) {
-        return Connection::kGone;
+    if (event == ConnectionEvent::ServiceGone) {
+        return Connection::Gone;
     }
-    if (from == Connection::kEnding || from == Connection::kGone) { // for good
+    if (from == Connection::Ending || from == Connection::Gone) { // for good
         return from;
     }
     switch (event) {
-    case ConnectionEvent::kConnectBegun:
-        return Connection::kConnecting;
-    case ConnectionEvent::kConnectSucceeded:
-        return Connection::kConnected;
-    case ConnectionEvent::kConnectFailed:
-        return Connection::kFailed;
-    case ConnectionEvent::kStreamEnded:
-        return from == Connection::kConnected ? Connection::kLost : from;
-    case ConnectionEvent::kSessionEnds:
-    case ConnectionEvent::kServiceGone:
+    case ConnectionEvent::ConnectBegun:
+        return Connection::Connecting;
+    case ConnectionEvent::ConnectSucceeded:
+        return Connection::Connected;
+    case ConnectionEvent::ConnectFailed:
+        return Connection::Failed;
+    case ConnectionEvent::StreamEnded:
+        return from == Connection::Connected ? Connection::Lost : from;
+    case ConnectionEvent::SessionEnds:
+    case ConnectionEvent::ServiceGone:
         break;
     }
-    return Connection::kEnding;
+    return Connection::Ending;
 }

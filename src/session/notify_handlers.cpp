@@ -1,98 +1,92 @@
 // What each notification of the service does. Everything here runs on the loop thread.
 
 #include "log/write_log.h"
-#include "protocol/key_value.h"
+#include "protocol/entry_walk.h"
 #include "session/qu_pc_audio_message.h"
 
-#include <map>
-#include <memory>
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
 
-namespace {
+struct QuPCAudioMessage::NotifyRow {
+    std::string_view key;
+    void (QuPCAudioMessage::*handle)(const EntryView& entry);
+};
 
-constexpr const char* kKeyPlayerState = "player-state";
-constexpr const char* kKeyPhoneName = "phone-name";
-constexpr const char* kKeyChangeMode = "change-mode";
-
-/// The payload as a chain that borrows its bytes: for the time of the call, without a copy that could be refused.
-OBufList borrowed(const std::uint8_t* payload, std::uint32_t length) {
-    const auto giveBack = [](ORefBuffer* block) {
-        block->data = nullptr;
-        delete block;
-    };
-    OBufList chain(1);
-    OBufView& view = chain.front();
-    view.buffer = std::shared_ptr<ORefBuffer>(new ORefBuffer, giveBack);
-    view.buffer->data = const_cast<std::uint8_t*>(payload); // only read
-    view.buffer->capacity = length;
-    view.length = length;
-    return chain;
-}
-
-} // namespace
-
-// Built on the first dispatch and never destroyed: the loop thread may still dispatch while the process runs
-// its exit handlers.
-QuPCAudioMessage::NotifyHandler QuPCAudioMessage::notifyHandler(const std::string& key) {
-    static const auto& handlers = *new std::map<std::string, NotifyHandler>{
-        {kKeyPlayerState, &QuPCAudioMessage::handlePlayerState},
-        {"first-audiopcm", &QuPCAudioMessage::handleFirstPCM},
-        {"buffering-start", &QuPCAudioMessage::handleBufferStart},
+// In ascending order of the keys, in which one payload's handlers run.
+const std::array<QuPCAudioMessage::NotifyRow, QuPCAudioMessage::kNotifyKeys> QuPCAudioMessage::kNotifyRows = {
+    {
         {"buffering-end", &QuPCAudioMessage::handleBufferEnd},
-        {kKeyPhoneName, &QuPCAudioMessage::handlePhoneName},
-        {kKeyChangeMode, &QuPCAudioMessage::handleChangeMode},
-    };
-    const auto row = handlers.find(key);
-    return row != handlers.end() ? row->second : nullptr;
-}
+        {"buffering-start", &QuPCAudioMessage::handleBufferStart},
+        {"change-mode", &QuPCAudioMessage::handleChangeMode},
+        {"first-audiopcm", &QuPCAudioMessage::handleFirstPCM},
+        {"phone-name", &QuPCAudioMessage::handlePhoneName},
+        {"player-state", &QuPCAudioMessage::handlePlayerState},
+    }};
 
+// A peer decides how many entries a payload has: only the places of the known ones are kept, the last of each key, and a
+// session whose service has gone gives up on the way.
 void QuPCAudioMessage::dispatchNotify(const std::uint8_t* payload, std::uint32_t length) {
-    const KeyValueData data(borrowed(payload, length));
-    for (const auto& [key, offset] : data.entries()) {
-        const NotifyHandler handler = notifyHandler(key);
-        if (handler != nullptr) {
-            (this->*handler)(data);
+    const auto isWanted = [this] { return connection() != Connection::Gone; };
+    std::array<std::optional<std::uint32_t>, kNotifyKeys> places;
+    SpanReader reader(payload, length);
+    walkEntries(
+        reader,
+        [&places](std::string_view key, std::uint32_t typeOffset) {
+            for (std::size_t row = 0; row < kNotifyKeys; ++row) {
+                if (key == kNotifyRows[row].key) {
+                    places[row] = typeOffset;
+                }
+            }
+        },
+        isWanted);
+    for (std::size_t row = 0; row < kNotifyKeys && isWanted(); ++row) {
+        if (places[row].has_value()) {
+            (this->*kNotifyRows[row].handle)(EntryView(payload, length, *places[row]));
         }
     }
 }
 
 // The state is stored whether or not it could be read: an entry of another type sets it to 0.
-void QuPCAudioMessage::handlePlayerState(const KeyValueData& data) {
+void QuPCAudioMessage::handlePlayerState(const EntryView& entry) {
     bool ok = false;
-    const std::int32_t state = data.getInt(kKeyPlayerState, ok);
+    const std::int32_t state = entry.getInt(ok);
     playerState = static_cast<std::uint32_t>(state);
     writeLog(kLogDebug, kLogTagSession, "[%s:%d]Player state is %d.", "QuPCAudioMessage::handlePlayerState",
              __LINE__, state);
 }
 
-void QuPCAudioMessage::handleFirstPCM(const KeyValueData& /*data*/) {
+void QuPCAudioMessage::handleFirstPCM(const EntryView& /*entry*/) {
     writeLog(kLogDebug, kLogTagSession, "[%s:%d]kKORUSinkInfoFirstAudioPCM.",
              "QuPCAudioMessage::handleFirstPCM", __LINE__);
     reportEvent(SONVIA_EVENT_FIRST_AUDIO, 0);
 }
 
-void QuPCAudioMessage::handleBufferStart(const KeyValueData& /*data*/) {
+void QuPCAudioMessage::handleBufferStart(const EntryView& /*entry*/) {
     writeLog(kLogDebug, kLogTagSession, "[%s:%d]kKORUSinkInfoBufferingStart.",
              "QuPCAudioMessage::handleBufferStart", __LINE__);
     reportEvent(SONVIA_EVENT_BUFFERING_STARTED, 0);
 }
 
-void QuPCAudioMessage::handleBufferEnd(const KeyValueData& /*data*/) {
+void QuPCAudioMessage::handleBufferEnd(const EntryView& /*entry*/) {
     writeLog(kLogDebug, kLogTagSession, "[%s:%d]kKORUSinkInfoBufferingEnd.",
              "QuPCAudioMessage::handleBufferEnd", __LINE__);
     reportEvent(SONVIA_EVENT_BUFFERING_ENDED, 0);
 }
 
-void QuPCAudioMessage::handlePhoneName(const KeyValueData& data) {
+void QuPCAudioMessage::handlePhoneName(const EntryView& entry) {
     bool ok = false;
-    std::string name = data.getString(kKeyPhoneName, ok);
+    const std::string_view name = entry.getText(ok);
     if (ok) {
-        phoneName.set(std::move(name));
+        phoneName.set(std::string(name));
     }
 }
 
-void QuPCAudioMessage::handleChangeMode(const KeyValueData& data) {
+void QuPCAudioMessage::handleChangeMode(const EntryView& entry) {
     bool ok = false;
-    const std::int32_t mode = data.getInt(kKeyChangeMode, ok);
+    const std::int32_t mode = entry.getInt(ok);
     writeLog(kLogDebug, kLogTagSession, "[%s:%d]change mode to %d.", "QuPCAudioMessage::handleChangeMode",
              __LINE__, mode);
     reportEvent(SONVIA_EVENT_MODE_CHANGED, mode);

@@ -15,6 +15,9 @@ namespace {
 
 constexpr const char* kServicePeerName = "QuPCAudio";
 
+/// Bytes of packets that the service has not read: thousands of them, from a service that does not read at all.
+constexpr std::size_t kMostUnsent = 4UL * 1024 * 1024;
+
 /// A text of the host's record; the host need not have terminated it.
 std::string textOf(const char (&field)[SONVIA_TEXT_SIZE]) {
     return {field, strnlen(field, sizeof field)};
@@ -90,37 +93,37 @@ bool QuPCAudioMessage::init(const AudioServiceParam& param) {
         writeLog(kLogError, kLogTagSession, "[%s:%d]param error, init failed.", kName, __LINE__);
         return false;
     }
-    Connection found = Connection::kIdle;
+    Connection found = Connection::Idle;
     LoopEntry::CallPtr queued;
     {
         // The record is taken, and sent or left to the connect under way, in one step: none is lost between the two.
         const std::lock_guard guard(mMutex);
         params = param;
         found = mConnection.load();
-        if (found == Connection::kConnected || found == Connection::kLost) {
+        if (found == Connection::Connected || found == Connection::Lost) {
             queued = queueNotify(koruInfoPayload(params));
-        } else if (found == Connection::kIdle || found == Connection::kFailed) {
-            change(ConnectionEvent::kConnectBegun);
+        } else if (found == Connection::Idle || found == Connection::Failed) {
+            change(ConnectionEvent::ConnectBegun);
         }
     }
     switch (found) {
-    case Connection::kConnected:
-    case Connection::kLost:
+    case Connection::Connected:
+    case Connection::Lost:
         logKORUInfo();
         mLoop->finish(queued);
         return true;
-    case Connection::kIdle:
-    case Connection::kFailed:
+    case Connection::Idle:
+    case Connection::Failed:
         return beginConnect();
-    case Connection::kConnecting:
+    case Connection::Connecting:
         // A connect that no thread has run the loop for yet (the thread could not be started) is this call's too.
         if (mLoop->runState.load() == OUVLoop::kNotRunning) {
             return true;
         }
         writeLog(kLogError, kLogTagSession, "[%s:%d]connect failed %d.", kName, __LINE__, false);
         return false;
-    case Connection::kEnding:
-    case Connection::kGone:
+    case Connection::Ending:
+    case Connection::Gone:
         break;
     }
     writeLog(kLogError, kLogTagSession, "[%s:%d]session is ending, init failed.", kName, __LINE__);
@@ -133,14 +136,14 @@ bool QuPCAudioMessage::beginConnect() {
         begun = connect(kServicePeerName);
     } catch (const std::bad_alloc&) {
         const std::lock_guard guard(mMutex);
-        change(ConnectionEvent::kConnectFailed);
+        change(ConnectionEvent::ConnectFailed);
         throw;
     }
     if (!begun) {
         writeLog(kLogError, kLogTagSession, "[%s:%d]connect failed %d.", "QuPCAudioMessage::init", __LINE__,
                  begun);
         const std::lock_guard guard(mMutex);
-        change(ConnectionEvent::kConnectFailed);
+        change(ConnectionEvent::ConnectFailed);
     }
     return begun;
 }
@@ -179,8 +182,8 @@ void QuPCAudioMessage::stopService(std::uint16_t seq) {
     LoopEntry::CallPtr queued;
     {
         const std::lock_guard guard(mMutex);
-        const bool waitsForConnect = mConnection.load() == Connection::kConnecting;
-        change(ConnectionEvent::kSessionEnds);
+        const bool waitsForConnect = mConnection.load() == Connection::Connecting;
+        change(ConnectionEvent::SessionEnds);
         if (waitsForConnect) {
             mHeldStop = seq;
         } else {
@@ -192,7 +195,7 @@ void QuPCAudioMessage::stopService(std::uint16_t seq) {
 
 void QuPCAudioMessage::noteServiceGone() {
     const std::lock_guard guard(mMutex);
-    change(ConnectionEvent::kServiceGone);
+    change(ConnectionEvent::ServiceGone);
 }
 
 void QuPCAudioMessage::_setKORUInfoNotify() {
@@ -203,6 +206,15 @@ void QuPCAudioMessage::_setKORUInfoNotify() {
     }
     logKORUInfo();
     mLoop->finish(queued);
+}
+
+bool QuPCAudioMessage::write(const OBufList& list) {
+    if (const std::size_t unsent = unsentBytes(); unsent > kMostUnsent) {
+        writeLog(kLogError, kLogTagSession, "[%s:%d]%zu bytes are unsent, a packet is dropped",
+                 "QuPCAudioMessage::write", __LINE__, unsent);
+        return false;
+    }
+    return OStreamPipe::write(list);
 }
 
 void QuPCAudioMessage::onRead(OBufList list, std::int32_t /*status*/) {
@@ -219,17 +231,17 @@ void QuPCAudioMessage::onError(std::int32_t code) {
     constexpr const char* kName = "QuPCAudioMessage::onError";
     writeLog(kLogWarning, kLogTagSession, "[%s:%d]nErrorCode:%d", kName, __LINE__, code);
     const bool isLost = code == UV_ECONNRESET || code == UV_EOF;
-    Connection found = Connection::kIdle;
+    Connection found = Connection::Idle;
     bool isHeard = false;
     {
         const std::lock_guard guard(mMutex);
         found = mConnection.load();
         isHeard = params.onError != nullptr;
         if (isLost) {
-            change(ConnectionEvent::kStreamEnded);
+            change(ConnectionEvent::StreamEnded);
         }
     }
-    if (!isHeard || (found != Connection::kConnected && found != Connection::kLost)) {
+    if (!isHeard || (found != Connection::Connected && found != Connection::Lost)) {
         return;
     }
     if (isLost) {
@@ -256,7 +268,7 @@ void QuPCAudioMessage::onConnect(uv_connect_t* /*req*/, std::int32_t status) {
 void QuPCAudioMessage::connectFailed(std::int32_t status) {
     {
         const std::lock_guard guard(mMutex);
-        change(ConnectionEvent::kConnectFailed);
+        change(ConnectionEvent::ConnectFailed);
     }
     writeLog(kLogError, kLogTagSession, "[%s:%d]connect failed %d", "QuPCAudioMessage::onConnect", __LINE__,
              status);
@@ -274,7 +286,7 @@ void QuPCAudioMessage::connectionIsReadable() {
         {
             // A record that is taken after this is sent by its own call.
             const std::lock_guard guard(mMutex);
-            change(ConnectionEvent::kConnectSucceeded);
+            change(ConnectionEvent::ConnectSucceeded);
             heldStop = std::exchange(mHeldStop, std::nullopt);
             payload = koruInfoPayload(params);
             seq = static_cast<std::uint16_t>(notifySequence++);
@@ -292,7 +304,7 @@ void QuPCAudioMessage::connectionIsReadable() {
 void QuPCAudioMessage::onPacket(const CtrlPacketHeader* header, const std::uint8_t* payload,
                                 std::uint32_t length) {
     // A thousand events may have come at once; a host that is releasing its handle waits for one of them at most.
-    if (connection() == Connection::kGone) {
+    if (connection() == Connection::Gone) {
         return;
     }
     if (header->cmdType == kCommandNotify) {

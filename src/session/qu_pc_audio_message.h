@@ -7,11 +7,15 @@
 #include "transport/mutex.h"
 #include "transport/stream_pipe.h"
 
+#include <array>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
+
+class EntryView;
 
 /// The one connection to the audio service: the pipe and the protocol in one object. Owns the whole conversation:
 /// connects once, sends the device information, the account id and the host's requests, keeps what the service reports
@@ -56,22 +60,25 @@ public:
     /// See SourceName::lend.
     const char* lendPhoneName() { return phoneName.lend(); }
 
+    /// Refuses, with a line in the log, what comes while too much is unsent.
+    bool write(const OBufList& list) override;
     void onRead(OBufList list, std::int32_t status) override;
     void onError(std::int32_t code) override;
     void onConnect(uv_connect_t* req, std::int32_t status) override;
     void onPacket(const CtrlPacketHeader* header, const std::uint8_t* payload, std::uint32_t length) override;
 
 private:
-    using NotifyHandler = void (QuPCAudioMessage::*)(const KeyValueData& data);
-    static NotifyHandler notifyHandler(const std::string& key);
+    static constexpr std::size_t kNotifyKeys = 6;
+    struct NotifyRow;
+    static const std::array<NotifyRow, kNotifyKeys> kNotifyRows;
 
     void dispatchNotify(const std::uint8_t* payload, std::uint32_t length);
-    void handlePlayerState(const KeyValueData& data);
-    void handleFirstPCM(const KeyValueData& data);
-    void handleBufferStart(const KeyValueData& data);
-    void handleBufferEnd(const KeyValueData& data);
-    void handlePhoneName(const KeyValueData& data);
-    void handleChangeMode(const KeyValueData& data);
+    void handlePlayerState(const EntryView& entry);
+    void handleFirstPCM(const EntryView& entry);
+    void handleBufferStart(const EntryView& entry);
+    void handleBufferEnd(const EntryView& entry);
+    void handlePhoneName(const EntryView& entry);
+    void handleChangeMode(const EntryView& entry);
 
     /// The only place where the connection's state changes. Under mMutex.
     void change(ConnectionEvent event);
@@ -96,6 +103,6 @@ private:
     AudioServiceParam params = {};
     std::uint32_t notifySequence = 0;
     std::atomic<Connection> mConnection{
-        Connection::kIdle};                 ///< read without the lock where nothing else matters
+        Connection::Idle};                  ///< read without the lock where nothing else matters
     std::optional<std::uint16_t> mHeldStop; ///< sequence number of the stop that waits for the connect
 };

@@ -15,7 +15,7 @@ void SourceName::set(std::string name) {
 const char* SourceName::lend() {
     const std::uint32_t reader = platform::currentThreadId();
     const std::lock_guard guard(mMutex);
-    if (mName->empty()) {
+    if (mName->c_str()[0] == '\0') { // a name that begins with a zero byte reads as an empty one, too
         return nullptr;
     }
     const auto own = std::find_if(mLeases.begin(), mLeases.end(),

@@ -177,6 +177,17 @@ void OUVLoop::waitForRun() {
     mEntry.waitUntil([this] { return mHasBegun.load(); });
 }
 
+bool OUVLoop::waitForStop(std::chrono::milliseconds limit) {
+    return mEntry.waitFor([this] { return mStopped.load(); }, limit);
+}
+
+void OUVLoop::interrupt(const std::function<void()>& cancel) {
+    const std::lock_guard guard(mInterruptMutex);
+    if (!mStopped.load() && mEntry.isOccupied()) {
+        cancel();
+    }
+}
+
 bool OUVLoop::postNode(std::list<std::function<void()>>& one) {
     const CountedScope posting(mPosting);
     if (runState.load() != kRunning) {
@@ -238,9 +249,13 @@ void OUVLoop::shutdown() {
         return; // a second stop was queued before the first one ran
     }
     // Nothing is accepted from here on, and all that has been accepted is done while the handles are open.
-    mStopped = true;
+    {
+        const std::lock_guard guard(mInterruptMutex);
+        mStopped = true;
+    }
     runState.exchange(kStopping);
     mEntry.setRefusing(true);
+    mEntry.wakeWaiters();
     mEntry.runQueued();
     uv_walk(loop, walkCb, this);
     // Let wake-ups under way finish before their handle is closed.

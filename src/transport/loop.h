@@ -6,6 +6,7 @@
 #include <uv.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <list>
@@ -67,6 +68,13 @@ public:
     /// Waits until a thread has begun to run the loop and its `onEntered` has returned.
     void waitForRun();
 
+    /// Waits until the shutdown has begun, for at most `limit`; whether it has.
+    bool waitForStop(std::chrono::milliseconds limit);
+
+    /// Makes `cancel`, on the calling thread and without entering libuv, while a thread is inside libuv and the shutdown
+    /// has not begun; the handles of the loop stay open for that time.
+    void interrupt(const std::function<void()>& cancel);
+
     /// A loop that has been stopped accepts no handle any more: nothing would ever close it.
     bool hasBeenStopped() const { return mStopped.load(); }
 
@@ -94,6 +102,7 @@ private:
     /// Threads between their test of runState and the end of their uv_async_send; the shutdown waits for
     /// them, because libuv allows no wake-up of a handle that is being closed.
     std::atomic<std::uint32_t> mPosting{0};
+    OMutex mInterruptMutex; ///< held while the shutdown begins, and across `cancel`
     std::atomic<bool> mHasBegun{false};
     std::atomic<bool> mStopped{false};
     /// The shutdown, until it is queued: a loop must end also when memory has run out.

@@ -135,6 +135,16 @@ void LoopEntry::waitUntil(const std::function<bool()>& condition) {
     }
 }
 
+bool LoopEntry::waitFor(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
+    const auto giveUp = Clock::now() + limit;
+    const std::lock_guard guard(mMutex);
+    for (auto left = giveUp - Clock::now(); !condition() && left > Clock::duration::zero();
+         left = giveUp - Clock::now()) {
+        mChanged.waitFor(mMutex, left);
+    }
+    return condition();
+}
+
 void LoopEntry::wakeWaiters() {
     const std::lock_guard guard(mMutex);
     mChanged.notifyAll();

@@ -3,6 +3,7 @@
 #include "transport/mutex.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <list>
@@ -52,8 +53,13 @@ public:
     /// Whether calls are refused from now on; those already queued stay.
     void setRefusing(bool refusing);
 
-    /// Waits without limit until `condition` holds; wakeWaiters() has it looked at again.
+    /// Whether any thread is inside.
+    bool isOccupied() const { return mInside.load() != 0; }
+
+    /// Waits until `condition` holds; wakeWaiters() has it looked at again.
     void waitUntil(const std::function<bool()>& condition);
+    /// As waitUntil(), for at most `limit`; whether it holds.
+    bool waitFor(const std::function<bool()>& condition, std::chrono::milliseconds limit);
     void wakeWaiters();
 
 private:

@@ -29,7 +29,7 @@ OStreamPipe::OStreamPipe(std::shared_ptr<OUVLoop> loop)
     : OBaseSocket(std::move(loop)), pipe(nullptr, std::free) {}
 
 OStreamPipe::~OStreamPipe() {
-    const bool connectInFlight = mLink.load() == Link::kConnecting;
+    const bool connectInFlight = mLink.load() == Link::Connecting;
     releaseOnDestruction();
     forgetPipe();
     if (connectInFlight) {
@@ -41,7 +41,8 @@ OStreamPipe::~OStreamPipe() {
 void OStreamPipe::forgetPipe() {
     static_cast<void>(pipe.release());
     initialized = false;
-    mLink = Link::kNone;
+    mHasEnd = false;
+    mLink = Link::None;
 }
 
 uv_handle_t* OStreamPipe::handle() {
@@ -58,7 +59,8 @@ void OStreamPipe::onClosed() {
     }
     releaseHandle();
     initialized = false;
-    mLink = Link::kNone;
+    mHasEnd = false;
+    mLink = Link::None;
 }
 
 bool OStreamPipe::readStart() {
@@ -75,12 +77,12 @@ bool OStreamPipe::write(const OBufList& list) {
     const Link link = mLink.load();
     // Some systems make a pipe writable before its connect has been reported; bytes sent then would overtake
     // what the owner sends first.
-    if (link == Link::kConnecting) {
+    if (link == Link::Connecting) {
         return false;
     }
     // On Windows libuv leaks its copy of bytes that the system refuses at once, as it does when nobody is there
     // (stress_memory).
-    return (link == Link::kNone || hasPeer()) && writeTo(stream(), list);
+    return (link == Link::None || hasPeer()) && writeTo(stream(), list);
 }
 
 void OStreamPipe::init() {
@@ -94,7 +96,7 @@ void OStreamPipe::init() {
     uv_pipe_init(mLoop->uvLoop(), pipe.get(), 1);
     pipe->data = static_cast<OBaseHandle*>(this);
     initialized = true;
-    mLink = Link::kNone;
+    mLink = Link::None;
 }
 
 bool OStreamPipe::connect(const std::string& name) {
@@ -122,10 +124,10 @@ bool OStreamPipe::connect(const std::string& name) {
 // When memory runs out, `connecting` falls and libuv has not been asked.
 void OStreamPipe::openConnection(const std::string& fullName) {
     try {
-        if (mLink.load() == Link::kHealthy && !hasPeer()) {
-            mLink = Link::kUsedUp;
+        if (mLink.load() == Link::Healthy && !hasPeer()) {
+            mLink = Link::UsedUp;
         }
-        if (mLink.load() == Link::kHealthy) {
+        if (mLink.load() == Link::Healthy) {
             // Another thread asked for this connection in the moment in which an earlier one completed.
             completeLater(fullName == mConnectedName ? 0 : UV_EISCONN);
             return;
@@ -134,7 +136,7 @@ void OStreamPipe::openConnection(const std::string& fullName) {
             connectReq = std::make_unique<uv_connect_t>();
         }
         mConnectedName = fullName;
-        if (mLink.load() == Link::kUsedUp && pipe != nullptr) {
+        if (mLink.load() == Link::UsedUp && pipe != nullptr) {
             abandonHandle();
             forgetPipe();
         }
@@ -148,7 +150,7 @@ void OStreamPipe::openConnection(const std::string& fullName) {
     }
     *connectReq = {};
     connectReq->data = this;
-    mLink = Link::kConnecting;
+    mLink = Link::Connecting;
     uv_pipe_connect(connectReq.get(), pipe.get(), fullName.c_str(), connectCb);
 }
 
@@ -169,7 +171,10 @@ void OStreamPipe::connectCb(uv_connect_t* req, int status) {
         delete req;
         return;
     }
-    owner->mLink = status == 0 ? Link::kHealthy : Link::kUsedUp;
+    uv_os_fd_t end = {};
+    owner->mHasEnd = status == 0 && uv_fileno(owner->handle(), &end) == 0;
+    owner->mEnd = end;
+    owner->mLink = status == 0 ? Link::Healthy : Link::UsedUp;
     try {
         owner->finishConnection(req, status);
     } catch (const std::bad_alloc&) {
@@ -183,6 +188,18 @@ void OStreamPipe::finishConnection(uv_connect_t* req, std::int32_t status) {
     onConnect(req, status);
 }
 
+void OStreamPipe::interruptReading() {
+    mLoop->interrupt([this] {
+        if (mHasEnd.load()) {
+            platform::cancelPipe(mEnd.load());
+        }
+    });
+}
+
+std::size_t OStreamPipe::unsentBytes() const {
+    return pipe != nullptr ? uv_stream_get_write_queue_size(stream()) : 0;
+}
+
 // Asked of the system: who does not read does not hear that the peer has gone.
 bool OStreamPipe::hasPeer() const {
     uv_os_fd_t end = {};
@@ -191,8 +208,8 @@ bool OStreamPipe::hasPeer() const {
 }
 
 void OStreamPipe::noteBroken() {
-    if (mLink.load() == Link::kHealthy) {
-        mLink = Link::kUsedUp;
+    if (mLink.load() == Link::Healthy) {
+        mLink = Link::UsedUp;
     }
 }
 
@@ -209,7 +226,7 @@ bool OStreamPipe::accept(uv_stream_t* server) {
     }
     pipe->data = static_cast<OBaseHandle*>(this);
     const int result = uv_accept(server, stream());
-    mLink = result == 0 ? Link::kHealthy : Link::kNone;
+    mLink = result == 0 ? Link::Healthy : Link::None;
     mConnectedName.clear(); // never asked for: a connect would be for another peer
     onAccept(result);
     return result == 0;

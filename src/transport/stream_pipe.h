@@ -5,6 +5,7 @@
 #include <uv.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -33,6 +34,9 @@ public:
     /// which the loop must run. A healthy connection to the same name completes with 0, one to another name with
     /// UV_EISCONN; both stay as they are. Throws std::bad_alloc, and then no connect is under way.
     virtual bool connect(const std::string& name);
+    /// Ends a read that libuv waits in on the loop thread, which is to stop. Any thread.
+    void interruptReading();
+
     /// A connect has completed; 0 or a negative libuv error. Loop thread.
     virtual void onConnect(uv_connect_t* req, std::int32_t status);
     /// Takes a pending connection of a listening pipe. Loop thread.
@@ -48,6 +52,9 @@ public:
 protected:
     void noteBroken() override;
 
+    /// Bytes that libuv has been handed and the system has not taken. Where libuv may be entered.
+    std::size_t unsentBytes() const;
+
     std::unique_ptr<uv_pipe_t, void (*)(void*)> pipe; ///< null until init and after close
     std::unique_ptr<uv_connect_t> connectReq;         ///< made by the first connect, reused by later ones
     std::atomic<bool> connecting{false};
@@ -56,7 +63,7 @@ protected:
 private:
     /// What libuv knows of a connection of the current pipe. A pipe is tried once: on Windows libuv calls one that has
     /// failed busy ever after, elsewhere it connects it and then neither reads nor writes.
-    enum class Link : std::uint8_t { kNone, kConnecting, kHealthy, kUsedUp };
+    enum class Link : std::uint8_t { None, Connecting, Healthy, UsedUp };
 
     static void connectCb(uv_connect_t* req, int status);
     void openConnection(const std::string& fullName);
@@ -69,6 +76,8 @@ private:
     uv_stream_t* stream() const { return reinterpret_cast<uv_stream_t*>(pipe.get()); }
 
     /// Changed where libuv may be entered.
-    std::atomic<Link> mLink{Link::kNone};
+    std::atomic<Link> mLink{Link::None};
+    std::atomic<bool> mHasEnd{false}; ///< mEnd is this link's
+    std::atomic<uv_os_fd_t> mEnd{};
     std::string mConnectedName; ///< the full name of the current link
 };

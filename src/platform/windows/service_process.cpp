@@ -24,14 +24,17 @@ public:
         return WaitForSingleObject(mProcess, static_cast<DWORD>(limit.count())) != WAIT_TIMEOUT;
     }
 
+    void endByForce() override { TerminateProcess(mProcess, 1); }
+
 private:
     HANDLE mProcess = nullptr;
 };
 
+/// Empty when it is longer than the service's command line may be: cut, it would name a folder above the host's.
 std::wstring hostExecutablePath() {
     std::array<wchar_t, MAX_PATH> path = {};
     const DWORD length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
-    return {path.data(), length};
+    return length < path.size() ? std::wstring(path.data(), length) : std::wstring();
 }
 
 } // namespace
@@ -53,7 +56,12 @@ void ServiceProcess::killAll() noexcept {
 }
 
 std::unique_ptr<ServiceProcess> ServiceProcess::start(const char* logDir, int logLevel, int& systemError) {
-    std::wstring commandLine = serviceCommandLine(hostExecutablePath(), logDir, logLevel);
+    const std::wstring host = hostExecutablePath();
+    if (host.empty()) {
+        systemError = ERROR_FILENAME_EXCED_RANGE;
+        return nullptr;
+    }
+    std::wstring commandLine = serviceCommandLine(host, logDir, logLevel);
     auto process =
         std::make_unique<WindowsServiceProcess>(); // first: what is started then is not left to itself
     STARTUPINFOW startup = {};                     // its size field is zero as well, which the system accepts

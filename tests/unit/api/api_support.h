@@ -29,6 +29,7 @@ public:
         std::chrono::milliseconds limit{0};
         std::size_t packetsBefore = 0; ///< written before the wait
         bool released = false;
+        int forced = 0;
     };
 
     FakeProcess(bool ends, Seen& seen, const RecordingSocket* stream)
@@ -37,6 +38,11 @@ public:
     ~FakeProcess() override { mSeen.released = true; }
 
     bool waitForEnd(std::chrono::milliseconds limit) override;
+
+    void endByForce() override {
+        ++mSeen.forced;
+        mEnds = true;
+    }
 
 private:
     bool mEnds;

@@ -56,12 +56,14 @@ TEST_F(ShutDown, AServiceThatEndsInTimeIsNotKilled) {
     EXPECT_EQ(seen.waits, 1);
     EXPECT_EQ(seen.limit, std::chrono::milliseconds(1000));
     EXPECT_EQ(seen.packetsBefore, 1U); // it is told before it is waited for
+    EXPECT_EQ(seen.forced, 0);
 }
 
 TEST_F(ShutDown, AServiceThatDoesNotEndIsKilledByName) {
     giveProcess(false);
     EXPECT_EQ(uninit(), (Texts{"I uninitSonviaAudioService", "I send StopSonviaAudioService notify!",
                                "I QuPCAudio exit timeout", "I kill QuPCAudio process", "I stop loop!"}));
+    EXPECT_EQ(seen.forced, 1) << "nothing of its name runs: it is ended by its own handle";
     EXPECT_TRUE(seen.released);
 }
 
@@ -109,6 +111,8 @@ TEST_F(ShutDown, TheDisconnectionThatItCausesIsNotReported) {
             session.onError(UV_EOF);
             return true;
         }
+
+        void endByForce() override {}
 
         QuPCAudioMessage& session;
     };

@@ -74,14 +74,14 @@ TEST_F(ConnectionState, ReadingBeginsBeforeTheLineAndTheSendComesAfterItsOwn) {
 }
 
 TEST_F(ConnectionState, AConnectionThatCannotBeReadIsAFailedConnect) {
-    ASSERT_EQ(direct.session.connection(), Connection::kIdle);
+    ASSERT_EQ(direct.session.connection(), Connection::Idle);
     direct.session.connects = true;
     ASSERT_TRUE(direct.session.init(Host::record()));
     direct.session.readable = false;
     direct.session.onConnect(nullptr, 0);
     EXPECT_EQ(Host::errors(), (Calls{{-2, 0}}));
     EXPECT_TRUE(direct.stream.writes.empty());
-    EXPECT_EQ(direct.session.connection(), Connection::kFailed);
+    EXPECT_EQ(direct.session.connection(), Connection::Failed);
 }
 
 TEST_F(ConnectionState, ReadingStopsWhenMemoryRunsOut) {
@@ -106,16 +106,14 @@ TEST_F(ConnectionState, ReadingStopsWhenMemoryRunsOut) {
 TEST_F(ConnectionState, EveryStateAnswersEveryEventAsItsTableSays) {
     using enum Connection;
     using Event = ConnectionEvent;
-    const std::vector<Connection> all = {kIdle, kConnecting, kConnected, kFailed, kLost, kEnding, kGone};
+    const std::vector<Connection> all = {Idle, Connecting, Connected, Failed, Lost, Ending, Gone};
     const std::map<Event, std::vector<Connection>> table = {
-        {Event::kConnectBegun,
-         {kConnecting, kConnecting, kConnecting, kConnecting, kConnecting, kEnding, kGone}},
-        {Event::kConnectSucceeded,
-         {kConnected, kConnected, kConnected, kConnected, kConnected, kEnding, kGone}},
-        {Event::kConnectFailed, {kFailed, kFailed, kFailed, kFailed, kFailed, kEnding, kGone}},
-        {Event::kStreamEnded, {kIdle, kConnecting, kLost, kFailed, kLost, kEnding, kGone}},
-        {Event::kSessionEnds, {kEnding, kEnding, kEnding, kEnding, kEnding, kEnding, kGone}},
-        {Event::kServiceGone, {kGone, kGone, kGone, kGone, kGone, kGone, kGone}},
+        {Event::ConnectBegun, {Connecting, Connecting, Connecting, Connecting, Connecting, Ending, Gone}},
+        {Event::ConnectSucceeded, {Connected, Connected, Connected, Connected, Connected, Ending, Gone}},
+        {Event::ConnectFailed, {Failed, Failed, Failed, Failed, Failed, Ending, Gone}},
+        {Event::StreamEnded, {Idle, Connecting, Lost, Failed, Lost, Ending, Gone}},
+        {Event::SessionEnds, {Ending, Ending, Ending, Ending, Ending, Ending, Gone}},
+        {Event::ServiceGone, {Gone, Gone, Gone, Gone, Gone, Gone, Gone}},
     };
     for (const auto& [event, to] : table) {
         for (std::size_t from = 0; from < all.size(); ++from) {

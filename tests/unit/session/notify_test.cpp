@@ -285,3 +285,26 @@ TEST_F(Notify, CallbacksMayCallBackIntoTheSession) {
     EXPECT_EQ(depth, 1);
     EXPECT_EQ(direct.stream.packets().size(), 3U);
 }
+
+TEST_F(Notify, ServiceThatGoesEndsTheHandlersOfItsPayload) {
+    Host::whenEvent([this](int, int) { direct.session.noteServiceGone(); });
+    direct.receive(kAllSix); // "buffering-end" is the first in the order of the keys
+    EXPECT_EQ(Host::events(), (Calls{{200002, 0}}));
+    EXPECT_EQ(direct.session.getPlayerState(), 4U);
+}
+
+TEST_F(Notify, PayloadOfAHundredThousandKeysIsDispatchedWithoutAnIndexOfThem) {
+    Bytes payload = intEntry("change-mode", 7);
+    for (int entry = 0; entry < 100000; ++entry) {
+        const Bytes next = {4,
+                            'k',
+                            static_cast<std::uint8_t>(entry >> 16),
+                            static_cast<std::uint8_t>(entry >> 8),
+                            static_cast<std::uint8_t>(entry),
+                            3,
+                            1};
+        payload.insert(payload.end(), next.begin(), next.end());
+    }
+    direct.receive(payload);
+    EXPECT_EQ(Host::events(), (Calls{{200006, 7}}));
+}

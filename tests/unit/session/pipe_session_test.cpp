@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <memory>
 #include <string>
@@ -261,4 +262,30 @@ TEST_F(Session, ASessionThatNeverConnectedCanBeDestroyed) {
     PipeSession never;
     PipeSession begun;
     begun.session->init(Host::record());
+}
+
+TEST_F(Session, ServiceThatDoesNotReadCostsABoundedNumberOfUnsentBytes) {
+    constexpr int kMost =
+        60000; // more than the bound holds of the shortest packets that carry a text of 255 bytes
+    PipeSession stuffed;
+    stuffed.listen(support::PipePeer::Reads::kWhenTold);
+    LogCapture log;
+    ASSERT_TRUE(stuffed.session->init(Host::record()));
+    stuffed.runLoop();
+    ASSERT_TRUE(support::eventually([&] { return stuffed.session->connects.load() == 1; }));
+    const std::string text(255, 'a');
+    int sent = 0;
+    while (stuffed.session->refusedWrites.load() == 0 && sent < kMost) {
+        ASSERT_TRUE(stuffed.session->setAccountID(text.c_str()));
+        ++sent;
+    }
+    EXPECT_EQ(stuffed.session->refusedWrites.load(), 1);
+    const std::vector<LogLine> lines = log.lines(kTag);
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                            [](const LogLine& line) {
+                                return line.letter == 'E' && line.function == "QuPCAudioMessage::write";
+                            }),
+              1);
+    stuffed.peer->startReading();
+    EXPECT_FALSE(stuffed.waitForPackets(1000).empty()) << "what was accepted before arrives";
 }

@@ -159,8 +159,8 @@ PipeSession::~PipeSession() {
     peer = nullptr;
 }
 
-support::PipePeer& PipeSession::listen() {
-    peer = std::make_unique<support::PipePeer>(fullName);
+support::PipePeer& PipeSession::listen(support::PipePeer::Reads reads) {
+    peer = std::make_unique<support::PipePeer>(fullName, reads);
     return *peer;
 }
 
@@ -192,4 +192,10 @@ void PipeSession::Observed::onError(std::int32_t code) {
 void PipeSession::Observed::onConnect(uv_connect_t* req, std::int32_t status) {
     QuPCAudioMessage::onConnect(req, status);
     ++connects;
+}
+
+bool PipeSession::Observed::write(const OBufList& list) {
+    const bool accepted = QuPCAudioMessage::write(list);
+    refusedWrites += accepted ? 0 : 1;
+    return accepted;
 }

@@ -94,7 +94,7 @@ public:
     PipeSession& operator=(const PipeSession&) = delete;
 
     /// The service opens its pipe.
-    support::PipePeer& listen();
+    support::PipePeer& listen(support::PipePeer::Reads reads = support::PipePeer::Reads::kAtOnce);
     void runLoop();
     /// Waits for at least `count` packets and gives all there are; fewer when the guard ran out.
     std::vector<wire::Packet> waitForPackets(std::size_t count);
@@ -107,8 +107,10 @@ public:
         using QuPCAudioMessage::QuPCAudioMessage;
         void onError(std::int32_t code) override;
         void onConnect(uv_connect_t* req, std::int32_t status) override;
+        bool write(const OBufList& list) override;
         std::atomic<int> streamErrors{0};
         std::atomic<int> connects{0};
+        std::atomic<int> refusedWrites{0};
     };
 
     std::string fullName;

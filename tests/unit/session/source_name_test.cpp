@@ -23,6 +23,12 @@ TEST(SourceName, IsNullAgainAfterAnEmptyName) {
     EXPECT_EQ(name.lend(), nullptr);
 }
 
+TEST(SourceName, IsNullForANameThatBeginsWithAZeroByte) {
+    SourceName name;
+    name.set(std::string("\0A", 2));
+    EXPECT_EQ(name.lend(), nullptr);
+}
+
 TEST(SourceName, TheSameNameIsLentAgainAtTheSamePlace) {
     SourceName name;
     name.set("Handset A");

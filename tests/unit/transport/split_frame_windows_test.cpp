@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -105,4 +106,15 @@ TEST_F(SplitFrame, OwnerThatStopsReadingInThePauseHearsNothingMore) {
         EXPECT_TRUE(pipe->readStart());
     });
     ASSERT_TRUE(reports.waitForBytes(5));
+}
+
+// libuv waits inside a read for the rest of a header, whoever sends it.
+TEST_F(SplitFrame, HalfAHeaderIsGivenUpWhenTheLoopIsToStop) {
+    send(frameHeader(5).substr(0, 8));
+    EXPECT_EQ(loop->stop(), 0);
+    EXPECT_TRUE(support::eventually([this] {
+        pipe->interruptReading();
+        return loop->waitForStop(std::chrono::milliseconds(20));
+    }));
+    loop.join();
 }
