@@ -1,9 +1,9 @@
 @echo off
-rem verify.cmd [program...]
+rem .\verify.cmd [program...]      with its folder: verify alone is a command of cmd.exe itself
 rem
 rem Runs the test programs in bin on this Windows, each in a folder of its own below results, and prints one table to
 rem send back; it also stands in results\table.txt. All of them take many minutes, during which every
-rem QuPCAudio.exe of this machine is ended. With arguments only the programs named are run: verify.cmd unit_platform
+rem QuPCAudio.exe of this machine is ended. With arguments only the programs named are run: .\verify.cmd unit_platform
 setlocal enableextensions
 cd /d "%~dp0"
 if not exist results mkdir results
