@@ -333,6 +333,28 @@ def dll_that_is_not_what_it_says():
                 for finding in found(".pdb", lambda text: text + b"/home" + b"/somebody/canary.o")))
 
 
+def build_that_differs_in_one_byte():
+    """In each of the files that scripts/reproduce compares."""
+    script, windows = gates.ROOT / "scripts" / "reproduce", gates.BUILD / "windows"
+    files = [windows / name for name in ("bin/SonviaPCAudioDll.dll", "bin/SonviaPCAudioDll.pdb",
+                                         "lib/SonviaPCAudioDll.dll.a", "lib/SonviaPCAudioDll.lib")]
+    with scratch() as folder:
+        def same():
+            return subprocess.run([script, "--compare", windows, folder], capture_output=True).returncode == 0
+
+        for file in files:
+            (folder / file.relative_to(windows).parent).mkdir(exist_ok=True)
+            shutil.copy(file, folder / file.relative_to(windows))
+        equal = [same()]
+        for file in files:
+            copy = folder / file.relative_to(windows)
+            text = copy.read_bytes()
+            copy.write_bytes(text[:200] + bytes([text[200] ^ 1]) + text[201:])
+            equal.append(same())
+            copy.write_bytes(text)
+    return equal == [True, False, False, False, False]
+
+
 def compiled_as_the_project_is(preset, text):
     """Compiles the text with the options that the preset compiles a file of src/ with."""
     entry = next(entry for entry in gates.compile_commands(preset) if "/src/" in entry["file"])
@@ -382,6 +404,7 @@ CANARIES = {
     "imports": [import_of_a_compilers_library, import_that_older_windows_has_not],
     "abi": [change_of_what_hosts_were_compiled_against],
     "identity": [dll_that_is_not_what_it_says],
+    "reproduce": [build_that_differs_in_one_byte],
     "instrumented": [archives_without_a_sanitizer],
     "cppcheck": [buffer_that_cppcheck_sees_overrun],
     "tidy": [badly_named_function, function_of_too_many_lines, branches_that_are_the_same,
@@ -398,7 +421,7 @@ def without_canary(names):
 
 def named_checks():
     """Pairs of a name and a function that returns what is wrong."""
-    yield "every_gate_has_a_canary", lambda: [f"{gate} has none" for gate in without_canary(gates.GATES)]
+    yield "every_gate_has_a_canary", lambda: [f"{gate} has none" for gate in without_canary([*gates.GATES, *gates.SLOW_GATES])]
     for judge, its_canaries in CANARIES.items():
         for canary in its_canaries:
             yield canary.__name__, lambda canary=canary, judge=judge: [] if canary() else [f"{judge} stayed green"]
