@@ -36,7 +36,11 @@ install(DIRECTORY
 install(FILES "$<TARGET_FILE_DIR:SonviaPCAudioDll>/SonviaPCAudioDll.pdb" DESTINATION bin COMPONENT symbols)
 
 # The programs that ./test runs under Wine, to be run on a real Windows. They load the DLL next to them.
-install(FILES "$<TARGET_FILE:SonviaPCAudioDll>" DESTINATION dev/bin COMPONENT dev)
+# One of them reads in the linker's map where functions are.
+install(FILES
+    "$<TARGET_FILE:SonviaPCAudioDll>"
+    "$<TARGET_FILE_DIR:SonviaPCAudioDll>/SonviaPCAudioDll.map"
+    DESTINATION dev/bin COMPONENT dev)
 install(PROGRAMS "${PROJECT_SOURCE_DIR}/scripts/verify.cmd" DESTINATION dev COMPONENT dev)
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/examples/demo_host" DESTINATION dev/examples COMPONENT dev
     FILES_MATCHING PATTERN "*.cpp" PATTERN "*.h")

@@ -74,7 +74,8 @@ RUNTIME = """bin/SonviaPCAudioDll.dll include/SonviaPCAudioDll.h lib/SonviaPCAud
     examples/package_host/linked_host.cpp examples/package_host/loaded_host.cpp""".split()
 SYMBOLS = ["bin/SonviaPCAudioDll.pdb"]
 DEV = """dev/verify.cmd dev/bin/QuPCAudio.exe dev/bin/standin_child.exe dev/bin/SonviaPCAudioDll.dll
-    dev/bin/integration_lifecycle.exe dev/bin/unit_transport.exe dev/bin/stress_hostile_service.exe
+    dev/bin/SonviaPCAudioDll.map dev/bin/integration_lifecycle.exe dev/bin/unit_transport.exe
+    dev/bin/stress_hostile_service.exe
     dev/bin/no_service/unit_api.exe dev/bin_alone/unit_platform_alone.exe dev/bin/demo_host.exe
     dev/examples/demo_host/demo_host.cpp dev/standin_service/README.md""".split()
 
