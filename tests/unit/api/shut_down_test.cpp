@@ -171,6 +171,8 @@ TEST_F(ShutDown, TheHandlesLoopGoesThenTheSessionThenTheProcess) {
 
         bool waitForEnd(std::chrono::milliseconds) override { return true; }
 
+        void endByForce() override {}
+
         std::vector<std::string>& steps;
     };
 
