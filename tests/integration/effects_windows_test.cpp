@@ -1,4 +1,6 @@
 // Effects on the host's process that there are on Windows alone.
+#include <winsock2.h>
+
 #include <windows.h>
 
 #include "support/service_fixture.h"
@@ -41,6 +43,13 @@ TEST_F(WindowsEffects, TimersPriorityAndProcessorsAreLeftAsTheyWere) {
     EXPECT_EQ(affinityAfter, affinity);
     EXPECT_EQ(GetModuleHandleW(L"winmm.dll"), nullptr)
         << "without it nothing changes the resolution of timers";
+}
+
+TEST_F(WindowsEffects, WinsockIsStartedAndNotEndedAgain) {
+    oneSession();
+    const SOCKET made = socket(AF_INET, SOCK_DGRAM, 0); // this program has not started Winsock itself
+    EXPECT_NE(made, INVALID_SOCKET) << WSAGetLastError();
+    closesocket(made);
 }
 
 } // namespace
