@@ -16,6 +16,31 @@ protected:
     }
 };
 
+int heardByTheHost = 0;
+
+BOOL WINAPI hostsControlHandler(DWORD event) {
+    heardByTheHost += event == CTRL_BREAK_EVENT ? 1 : 0;
+    return TRUE; // it ends here, and the process goes on
+}
+
+// The first test of this program: libuv's handler comes with the first session, and the younger one is asked first. The
+// system's routine is called as the console calls it, on a thread of its own: without a display no console sends events.
+TEST_F(WindowsEffects, ConsoleEventsStillReachTheHostsOwnHandler) {
+    heardByTheHost = 0;
+    ASSERT_NE(SetConsoleCtrlHandler(hostsControlHandler, TRUE), FALSE);
+    oneSession();
+    const auto routine = reinterpret_cast<LPTHREAD_START_ROUTINE>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernelbase.dll"), "CtrlRoutine")));
+    ASSERT_NE(routine, nullptr);
+    const HANDLE thread =
+        CreateThread(nullptr, 0, routine, reinterpret_cast<void*>(DWORD_PTR{CTRL_BREAK_EVENT}), 0, nullptr);
+    ASSERT_NE(thread, nullptr);
+    EXPECT_EQ(WaitForSingleObject(thread, 20000), WAIT_OBJECT_0);
+    CloseHandle(thread);
+    SetConsoleCtrlHandler(hostsControlHandler, FALSE);
+    EXPECT_EQ(heardByTheHost, 1);
+}
+
 TEST_F(WindowsEffects, ModuleStaysMappedAfterTheLastFreeLibrary) {
     {
         support::HostLibrary library;
