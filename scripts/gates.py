@@ -357,7 +357,7 @@ def check_imports(dll=DLL):
 
 
 def check_abi(root=ROOT, dll=DLL):
-    """What hosts were compiled against is what abi.json says; scripts/abi writes a change that is meant into it."""
+    """What hosts were compiled against is what abi.json says; scripts/abi records an intended change."""
     return abi.differences(root, dll) if dll.is_file() else [f"{dll.name} is not built"]
 
 

@@ -29,7 +29,7 @@ void killExe() {
     writeLog(kLogInfo, kLogTagDll, "[%s:%d]kill QuPCAudio process", "killExe", __LINE__);
 }
 
-/// Ends the service of this handle with its children, or, where taskkill could not be had, at least the service.
+/// Ends the handle's service with its child processes; without taskkill at least the service itself.
 void endByForce(platform::ServiceProcess& process) {
     killExe();
     if (!process.waitForEnd(kForcedEndTime)) {

@@ -121,7 +121,7 @@ void LogerManager::writeBatch(std::vector<LogRecord*>& batch) {
     }
 }
 
-/// An allocation failure costs the line, which is counted, or the setting, which the console is told of.
+/// An allocation failure costs the line, which is counted, or the setting, which is reported on the console.
 void LogerManager::handle(const LogRecord& record) {
     if (record.type == kChangeNone) {
         try {

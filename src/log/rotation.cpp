@@ -61,7 +61,7 @@ const char* Rotation::prepareFolder(const LoggerSlot& slot, const std::string& f
     return ensureFolder(mFiles, folder) ? nullptr : "its folder cannot be made";
 }
 
-/// The logger writes no file until it is told to again.
+/// The logger writes no file until outfile is set again.
 void Rotation::giveUp(LoggerSlot& slot, const std::string& path, const char* obstacle) {
     static constexpr char kFrame[] = "!!!!!!!!!!!!!!!!!!!!!!!!!! \r\n";
     mConsole.report("%s", kFrame);

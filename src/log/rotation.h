@@ -23,7 +23,7 @@ public:
         : mClock(clock), mFiles(files), mConsole(console) {}
 
     /// Makes sure that the file for a line of that time is open. False when it is not; after a failed opening the
-    /// logger writes no file until it is told to again.
+    /// logger writes no file until outfile is set again.
     bool openFor(LoggerSlot& slot, std::int64_t lineTime);
 
     /// Reads a logger's history from its folder, or clears the folder when the version has changed.

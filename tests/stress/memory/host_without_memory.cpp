@@ -327,9 +327,9 @@ public:
         support::killProcess(mStandin.pid(), "QuPCAudio.exe");
         const bool told = support::eventually([&] { return mEvents.count() > before; }, kHang);
         const bool refused = refusing.end();
-        // A read that gets no memory may be what is told of it.
+        // It may be reported as a read that gets no memory.
         if (!told || (!refused && mEvents.all()[before].code != SONVIA_ERROR_CONNECTION)) {
-            failed("the loss of the connection was not told");
+            failed("the loss of the connection was not reported");
         }
         return refused;
     }
@@ -350,7 +350,7 @@ public:
                 taken = setParam("pc-6");
                 caller.end();
                 if (taken && !support::eventually([&] { return mEvents.count() > 0; }, kHang)) {
-                    failed("a connect that failed was not told");
+                    failed("a failed connect was not reported");
                     break;
                 }
                 loop.end();
