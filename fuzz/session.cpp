@@ -120,6 +120,7 @@ private:
     static Meeting* sNow; ///< the callbacks are plain functions
 
     AudioServiceHandle mHandle;
+    std::atomic<std::uint16_t> mStopSeries{0xFFFF};
     OpenSession* mSession = nullptr; ///< of mHandle
     oracle::Session mModel;
     std::vector<oracle::HostCall> mCalls;
@@ -191,7 +192,7 @@ void Meeting::hostActs(std::uint8_t choice) {
         mModel.connected(UV_ENOENT);
         break;
     case 5:
-        mSession->stopService(0);
+        mSession->stopService(mStopSeries);
         mModel.end();
         break;
     case 7:

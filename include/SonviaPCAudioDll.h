@@ -21,12 +21,12 @@
  * inside uninitSonviaAudioService. A call never waits for a callback, except uninitSonviaAudioService.
  *
  * Sending. When a function that sends returns, its packet has been handed to the system's pipe, after the packets of
- * earlier calls. If the loop thread is busy (in a callback, say), the call waits for at most 50 ms, and the packet
- * follows as soon as the thread can send it. A service that does not read cannot fill the host's memory: above a fixed
+ * earlier calls. If the loop thread is busy receiving or sending, the call waits for at most 50 ms, and the packet
+ * follows as soon as the thread can send it. A callback delays no call. A service that does not read cannot fill the host's memory: above a fixed
  * bound the library refuses to send, with a line in the log.
  *
- * Handles. NULL gives the result named with each function and a line in the log. So does a handle that has been
- * released: its use is logged at SONVIA_LOG_ERROR.
+ * Handles. NULL gives the result named with each function and a line in the log. A handle that
+ * has been released must not be used again.
  *
  * One service for each machine: initSonviaAudioService and, if need be, uninitSonviaAudioService end every process
  * named "QuPCAudio.exe", whoever started it. Use one handle at a time.
@@ -177,8 +177,8 @@ bool uninitSonviaAudioService(AudioServiceHandle* handle);
  * Thread: any; allowed inside a callback.
  * Blocks: the first call until the loop thread runs, which is a moment; later ones at most 50 ms.
  * Returns: true if the record was taken; the connection is completed later. false if onEvent, onError or context is
- *         NULL, while a connection is still being made, if the thread could not be started, or inside a callback while
- *         uninitSonviaAudioService runs.
+ *         NULL, while a connection is still being made, if the thread could not be started, if memory ran out, or inside
+ *         a callback while uninitSonviaAudioService runs.
  * On failure: without a callback or context the session keeps its last record. While a connection is being made the new
  *         record is taken all the same, and its texts are sent once the service is connected.
  * Callbacks: onEvent and onError from then on, until uninitSonviaAudioService returns.
@@ -195,8 +195,9 @@ bool setParam(AudioServiceHandle* handle, const AudioServiceParam* param);
  * @param accountID NUL-terminated, 1 to 255 bytes; not kept after the call. NULL means "".
  * Thread: any; allowed inside a callback.
  * Blocks: at most 50 ms.
- * Returns: true if the id was taken; it is sent if the service is connected. false if it is empty or too long.
- * On failure: nothing is changed or sent.
+ * Returns: true if the id was taken; it is sent if the service is connected. false if it is empty or too long,
+ *         or if memory ran out.
+ * On failure: nothing is sent. After a lack of memory the id may have been taken.
  * Callbacks: none.
  */
 bool setAccountID(AudioServiceHandle* handle, const char* accountID);
@@ -207,7 +208,8 @@ bool setAccountID(AudioServiceHandle* handle, const char* accountID);
  * @param handle from initSonviaAudioService. NULL is logged and gives false.
  * Thread: any; allowed inside a callback.
  * Blocks: at most 50 ms.
- * Returns: true if the request was accepted; it is dropped if the service is not connected.
+ * Returns: true if the request was accepted; it is dropped if the service is not connected. false if memory
+ *         ran out.
  * On failure: nothing is sent.
  * Callbacks: none.
  */

@@ -117,7 +117,7 @@ void Session::end() {
 }
 
 void Session::sendStop() {
-    append(sent, encodePacket(kStop, 0, encodeInt("StopSonviaAudioService", kStopService)));
+    append(sent, encodePacket(kStop, mStopSequence++, encodeInt("StopSonviaAudioService", kStopService)));
 }
 
 // A name is the host's as a text of C: up to its first NUL.

@@ -59,6 +59,7 @@ private:
     std::string mPhoneName;
     std::uint16_t mSequence = 0;
     std::uint16_t mExitSequence = 1; ///< the exported functions count their own packets
+    std::uint16_t mStopSequence = 0;
     Bytes mArrived;
 };
 

@@ -19,8 +19,6 @@ struct AudioServiceHandle {
     std::unique_ptr<platform::ServiceProcess> process;
     /// Of the notifications that the exported functions send themselves; the first one carries 1.
     std::atomic<std::uint16_t> sequence{0};
-    enum class Life : std::uint8_t { Live, Ending, Released };
-    std::atomic<Life> life{Life::Live};
     AudioServiceParam params = {}; ///< the host's last record
     OMutex paramsMutex;            ///< guards params; not held across a host callback
     OMutex startMutex;             ///< lets one setParam start the loop thread

@@ -1,6 +1,5 @@
 #include "api/audio_service_handle.h"
 #include "api/life_cycle.h"
-#include "api/released_handles.h"
 #include "log/init_log.h"
 #include "log/write_log.h"
 
@@ -23,21 +22,11 @@ Result guarded(const char* name, Result onException, Body body) {
     }
 }
 
-void logReleased(const char* name) {
-    writeLog(kLogError, kLogTagDll, "[%s:%d]handle has been released", name, __LINE__);
-}
-
-/// Null, or released: both give the same result.
-bool isNoHandle(const AudioServiceHandle* handle, const char* name) {
+bool isNull(const AudioServiceHandle* handle, const char* name) {
     if (handle == nullptr) {
         writeLog(kLogError, kLogTagDll, "[%s:%d]handle is NULL", name, __LINE__);
-        return true;
     }
-    if (handle->life.load() == AudioServiceHandle::Life::Released) {
-        logReleased(name);
-        return true;
-    }
-    return false;
+    return handle == nullptr;
 }
 
 /// False, and the host is told through the callback of its last record, when the handle has no session.
@@ -74,35 +63,29 @@ bool uninitSonviaAudioService(AudioServiceHandle* handle) {
         writeLog(kLogWarning, kLogTagDll, "[%s:%d]handle is NULL", __func__, __LINE__);
         return true;
     }
-    auto live = AudioServiceHandle::Life::Live;
-    if (!handle->life.compare_exchange_strong(live, AudioServiceHandle::Life::Ending)) {
-        logReleased(__func__);
-        return true;
-    }
     const bool result = guarded(__func__, true, [handle] {
-        shutDown(*handle);
+        const std::unique_ptr<AudioServiceHandle> owned(handle);
+        shutDown(*owned);
         return true;
     });
-    handle->life = AudioServiceHandle::Life::Released;
-    keepReleased(std::unique_ptr<AudioServiceHandle>(handle));
     orvel::FLUSHLOG(); // the host may end the process right after this call
     return result;
 }
 
 bool exitAudioProjection(AudioServiceHandle* handle) {
     writeLog(kLogInfo, kLogTagDll, "[%s:%d]exitAudioProjection", __func__, __LINE__);
-    if (isNoHandle(handle, __func__) || !hasSession(*handle, __func__, kLogWarning, "gQuPCAudio is NULL")) {
+    if (isNull(handle, __func__) || !hasSession(*handle, __func__, kLogWarning, "gQuPCAudio is NULL")) {
         return false;
     }
     return guarded(__func__, false, [handle] {
-        handle->session->endProjection(++handle->sequence);
+        handle->session->endProjection(handle->sequence);
         return true;
     });
 }
 
 uint32_t getState(AudioServiceHandle* handle) {
     writeLog(kLogDebug, kLogTagDll, "[%s:%d]getState!", __func__, __LINE__);
-    if (isNoHandle(handle, __func__) || !hasSession(*handle, __func__, kLogWarning, "quPCAudio is NULL")) {
+    if (isNull(handle, __func__) || !hasSession(*handle, __func__, kLogWarning, "quPCAudio is NULL")) {
         return SONVIA_STATE_UNKNOWN;
     }
     return handle->session->getPlayerState();
@@ -110,7 +93,7 @@ uint32_t getState(AudioServiceHandle* handle) {
 
 const char* getSourceName(AudioServiceHandle* handle) {
     writeLog(kLogDebug, kLogTagDll, "[%s:%d]getSourceName!", __func__, __LINE__);
-    if (isNoHandle(handle, __func__) || !hasSession(*handle, __func__, kLogWarning, "quPCAudio is NULL!")) {
+    if (isNull(handle, __func__) || !hasSession(*handle, __func__, kLogWarning, "quPCAudio is NULL!")) {
         return kDefaultSourceName;
     }
     return guarded(__func__, kDefaultSourceName, [handle] {
@@ -121,7 +104,7 @@ const char* getSourceName(AudioServiceHandle* handle) {
 
 bool setParam(AudioServiceHandle* handle, const AudioServiceParam* param) {
     writeLog(kLogDebug, kLogTagDll, "[%s:%d]koru setParam!", __func__, __LINE__);
-    if (isNoHandle(handle, __func__)) {
+    if (isNull(handle, __func__)) {
         return false;
     }
     if (param == nullptr) {
@@ -149,7 +132,7 @@ bool setParam(AudioServiceHandle* handle, const AudioServiceParam* param) {
 bool setAccountID(AudioServiceHandle* handle, const char* accountID) {
     writeLog(kLogDebug, kLogTagDll, "[%s:%d]koru setAccountID!", __func__, __LINE__);
     // The words are setParam's; whoever searches logs for them knows both functions by them.
-    if (isNoHandle(handle, __func__) || !hasSession(*handle, __func__, kLogError, "setParam failed!")) {
+    if (isNull(handle, __func__) || !hasSession(*handle, __func__, kLogError, "setParam failed!")) {
         return false;
     }
     return guarded(__func__, false, [handle, accountID] { return handle->session->setAccountID(accountID); });

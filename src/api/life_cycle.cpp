@@ -49,7 +49,7 @@ void stopService(AudioServiceHandle& handle) {
     constexpr const char* kName = "uninitSonviaAudioService";
     writeLog(kLogInfo, kLogTagDll, "[%s:%d]send StopSonviaAudioService notify!", kName, __LINE__);
     try {
-        handle.session->stopService(++handle.sequence);
+        handle.session->stopService(handle.sequence);
     } catch (const std::exception& error) { // the service is ended by force then
         writeLog(kLogError, kLogTagDll, "[%s:%d]%s", kName, __LINE__, error.what());
     }

@@ -24,7 +24,8 @@ struct CtrlPacketHeader {
 static_assert(sizeof(CtrlPacketHeader) == 9);
 
 /// Turns command payloads into packets on a stream and cuts received bytes back into packets. Takes no lock:
-/// both operations belong to the thread that runs the stream's loop.
+/// sendCommand is for whoever may enter libuv, DepackPacket for the loop thread. They share nothing but the protection
+/// context, of which each uses its own direction.
 class CtrlProtocol {
 public:
     class KeyValueBuf;

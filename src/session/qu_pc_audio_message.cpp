@@ -168,26 +168,26 @@ bool QuPCAudioMessage::setAccountID(const char* text) {
     return true;
 }
 
-void QuPCAudioMessage::endProjection(std::uint16_t seq) {
+void QuPCAudioMessage::endProjection(std::atomic<std::uint16_t>& sequence) {
     LoopEntry::CallPtr queued;
     {
         const std::lock_guard guard(mMutex);
-        queued =
-            queuePacket(kCommandNotify, seq, numberPayload("exitAudioProjection", kNotifyExitProjection));
+        queued = queueNumbered(kCommandNotify, sequence,
+                               numberPayload("exitAudioProjection", kNotifyExitProjection));
     }
     mLoop->finish(queued);
 }
 
-void QuPCAudioMessage::stopService(std::uint16_t seq) {
+void QuPCAudioMessage::stopService(std::atomic<std::uint16_t>& sequence) {
     LoopEntry::CallPtr queued;
     {
         const std::lock_guard guard(mMutex);
         const bool waitsForConnect = mConnection.load() == Connection::Connecting;
         change(ConnectionEvent::SessionEnds);
         if (waitsForConnect) {
-            mHeldStop = seq;
+            mHeldStop = &sequence;
         } else {
-            queued = queuePacket(kCommandStopPCAudioZLK, seq, stopPayload());
+            queued = queueNumbered(kCommandStopPCAudioZLK, sequence, stopPayload());
         }
     }
     mLoop->finish(queued);
@@ -281,20 +281,18 @@ void QuPCAudioMessage::connectionIsReadable() {
              __LINE__);
     try {
         OBufList payload;
-        std::uint16_t seq = 0;
-        std::optional<std::uint16_t> heldStop;
+        std::atomic<std::uint16_t>* heldStop = nullptr;
         {
             // A record that is taken after this is sent by its own call.
             const std::lock_guard guard(mMutex);
             change(ConnectionEvent::ConnectSucceeded);
-            heldStop = std::exchange(mHeldStop, std::nullopt);
+            heldStop = std::exchange(mHeldStop, nullptr);
             payload = koruInfoPayload(params);
-            seq = static_cast<std::uint16_t>(notifySequence++);
         }
         logKORUInfo();
-        sendCommand(kCommandNotify, seq, std::move(payload));
-        if (heldStop.has_value()) {
-            sendCommand(kCommandStopPCAudioZLK, *heldStop, stopPayload());
+        sendNotify(std::move(payload));
+        if (heldStop != nullptr) {
+            sendNumbered(kCommandStopPCAudioZLK, *heldStop, stopPayload());
         }
     } catch (const std::bad_alloc&) {
         onError(UV_ENOMEM); // the host hears that its record has not been sent
@@ -316,17 +314,28 @@ void QuPCAudioMessage::change(ConnectionEvent event) {
     mConnection = after(mConnection.load(), event);
 }
 
-LoopEntry::CallPtr QuPCAudioMessage::queuePacket(std::uint16_t cmdType, std::uint16_t seq, OBufList payload) {
-    return mLoop->queue([this, cmdType, seq, payload = std::move(payload)]() mutable {
-        sendCommand(cmdType, seq, std::move(payload));
+LoopEntry::CallPtr QuPCAudioMessage::queueNotify(OBufList payload) {
+    return mLoop->queue([this, payload = std::move(payload)]() mutable { sendNotify(std::move(payload)); });
+}
+
+LoopEntry::CallPtr QuPCAudioMessage::queueNumbered(std::uint16_t cmdType,
+                                                   std::atomic<std::uint16_t>& sequence, OBufList payload) {
+    return mLoop->queue([this, cmdType, &sequence, payload = std::move(payload)]() mutable {
+        sendNumbered(cmdType, sequence, std::move(payload));
     });
 }
 
-LoopEntry::CallPtr QuPCAudioMessage::queueNotify(OBufList payload) {
-    LoopEntry::CallPtr queued =
-        queuePacket(kCommandNotify, static_cast<std::uint16_t>(notifySequence), std::move(payload));
+void QuPCAudioMessage::sendNotify(OBufList payload) {
+    sendCommand(kCommandNotify, static_cast<std::uint16_t>(notifySequence), std::move(payload));
     ++notifySequence;
-    return queued;
+}
+
+// The first packet of such a series carries 1.
+void QuPCAudioMessage::sendNumbered(std::uint16_t cmdType, std::atomic<std::uint16_t>& sequence,
+                                    OBufList payload) {
+    const auto seq = static_cast<std::uint16_t>(sequence.load() + 1);
+    sendCommand(cmdType, seq, std::move(payload));
+    sequence = seq;
 }
 
 void QuPCAudioMessage::reportEvent(int event, int value) {

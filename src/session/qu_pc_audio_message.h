@@ -12,7 +12,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 
 class EntryView;
@@ -40,12 +39,13 @@ public:
     /// is empty, null, or of 256 bytes or more; nothing changes then.
     bool setAccountID(const char* text);
 
-    /// Asks the service to end the projection. `seq`: of the exported functions' own series.
-    void endProjection(std::uint16_t seq);
+    /// Asks the service to end the projection. `sequence` counts the exported functions' own packets, and is read and
+    /// raised when the packet is made; it must outlive the loop.
+    void endProjection(std::atomic<std::uint16_t>& sequence);
 
     /// Silences the errors that the coming disconnection raises, for good, and asks the service to stop. While a connect is
     /// under way the request waits for it: a service that has taken the connection would otherwise never hear it.
-    void stopService(std::uint16_t seq);
+    void stopService(std::atomic<std::uint16_t>& sequence);
 
     /// Nobody is left to talk to: notifications that have arrived and were not delivered are dropped.
     void noteServiceGone();
@@ -86,11 +86,15 @@ private:
     void connectionIsReadable();
     void connectFailed(std::int32_t status);
 
-    /// Queues one packet behind everything queued before it. Under mMutex, which decides the order; the caller finishes it
-    /// after that, without the lock.
-    LoopEntry::CallPtr queuePacket(std::uint16_t cmdType, std::uint16_t seq, OBufList payload);
-    /// The session's own next notification; takes its number only when it has been queued.
+    /// Each queues one packet behind everything queued before it. Under mMutex, which decides the order; the caller
+    /// finishes the call after that, without the lock.
     LoopEntry::CallPtr queueNotify(OBufList payload);
+    LoopEntry::CallPtr queueNumbered(std::uint16_t cmdType, std::atomic<std::uint16_t>& sequence,
+                                     OBufList payload);
+    /// Each sends one packet with the next number of its series. Where libuv may be entered, so that numbers leave in
+    /// their order; a packet that no memory is left for costs no number.
+    void sendNotify(OBufList payload);
+    void sendNumbered(std::uint16_t cmdType, std::atomic<std::uint16_t>& sequence, OBufList payload);
 
     void reportEvent(int event, int value);
     void reportError(int code, int value);
@@ -98,11 +102,11 @@ private:
 
     std::atomic<std::uint32_t> playerState{SONVIA_STATE_UNKNOWN};
     SourceName phoneName;
+    std::uint32_t notifySequence = 0; ///< used where libuv may be entered
     /// Guards all below, and decides the order of sends; never held across a host callback or a libuv call.
     OMutex mMutex;
     AudioServiceParam params = {};
-    std::uint32_t notifySequence = 0;
     std::atomic<Connection> mConnection{
-        Connection::Idle};                  ///< read without the lock where nothing else matters
-    std::optional<std::uint16_t> mHeldStop; ///< sequence number of the stop that waits for the connect
+        Connection::Idle};                           ///< read without the lock where nothing else matters
+    std::atomic<std::uint16_t>* mHeldStop = nullptr; ///< series of the stop that waits for the connect
 };

@@ -127,6 +127,7 @@ bool OUVLoop::run(const std::function<void()>& onEntered) {
     }
     threadId = platform::currentThreadId();
     runState.exchange(kRunning);
+    mEntry.runQueued(); // whoever queued before that found no loop to wake
     if (onEntered) {
         onEntered();
     }

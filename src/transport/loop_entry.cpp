@@ -13,8 +13,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// The loop thread is never far: it waits for events or handles one. A host must not be kept longer by what does not
-/// concern it.
+/// Limits how long unrelated work of the loop can delay a host's call.
 constexpr std::chrono::milliseconds kLongestWait{50};
 
 } // namespace

@@ -26,7 +26,7 @@ public:
 
     using CallPtr = std::shared_ptr<Call>;
 
-    /// `wakeLoop` has the loop thread run runQueued() soon; any thread, without a lock of this object's.
+    /// `wakeLoop` wakes the loop thread, which then calls runQueued(). Called on any thread, with no lock held.
     explicit LoopEntry(std::function<void()> wakeLoop);
 
     LoopEntry(const LoopEntry&) = delete;
@@ -56,7 +56,7 @@ public:
     /// Whether any thread is inside.
     bool isOccupied() const { return mInside.load() != 0; }
 
-    /// Waits until `condition` holds; wakeWaiters() has it looked at again.
+    /// Waits until `condition` holds; wakeWaiters() makes waiters check it again.
     void waitUntil(const std::function<bool()>& condition);
     /// As waitUntil(), for at most `limit`; whether it holds.
     bool waitFor(const std::function<bool()>& condition, std::chrono::milliseconds limit);

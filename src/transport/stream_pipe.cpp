@@ -137,6 +137,7 @@ void OStreamPipe::openConnection(const std::string& fullName) {
         }
         mConnectedName = fullName;
         if (mLink.load() == Link::UsedUp && pipe != nullptr) {
+            mHasEnd = false; // before the pipe is closed
             abandonHandle();
             forgetPipe();
         }
@@ -172,8 +173,9 @@ void OStreamPipe::connectCb(uv_connect_t* req, int status) {
         return;
     }
     uv_os_fd_t end = {};
-    owner->mHasEnd = status == 0 && uv_fileno(owner->handle(), &end) == 0;
+    const bool hasEnd = status == 0 && uv_fileno(owner->handle(), &end) == 0;
     owner->mEnd = end;
+    owner->mHasEnd = hasEnd;
     owner->mLink = status == 0 ? Link::Healthy : Link::UsedUp;
     try {
         owner->finishConnection(req, status);

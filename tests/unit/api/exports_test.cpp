@@ -37,33 +37,6 @@ std::vector<std::string> textsOf(const std::vector<LogLine>& lines) {
 
 } // namespace
 
-TEST_F(Exports, AReleasedHandleIsLoggedAndGivesTheResultsOfNone) {
-    AudioServiceHandle* const stale = direct.handle.release();
-    {
-        LogCapture quiet;
-        EXPECT_TRUE(uninitSonviaAudioService(stale));
-    }
-    DirectHandle later;
-    later.receive(intEntry("player-state", 2));
-    const AudioServiceParam param = Host::record();
-    LogCapture log;
-    EXPECT_TRUE(uninitSonviaAudioService(stale));
-    EXPECT_EQ(getState(stale), 4U);
-    EXPECT_STREQ(getSourceName(stale), "phone");
-    EXPECT_FALSE(setParam(stale, &param));
-    EXPECT_FALSE(setAccountID(stale, "someone"));
-    EXPECT_FALSE(exitAudioProjection(stale));
-    std::vector<std::string> errors = textsOf(log.lines());
-    std::erase_if(errors, [](const std::string& line) { return line[0] != 'E'; });
-    EXPECT_EQ(errors, (std::vector<std::string>{
-                          "E uninitSonviaAudioService handle has been released",
-                          "E getState handle has been released", "E getSourceName handle has been released",
-                          "E setParam handle has been released", "E setAccountID handle has been released",
-                          "E exitAudioProjection handle has been released"}));
-    EXPECT_NE(later.handle.get(), stale);
-    EXPECT_EQ(getState(later.handle.get()), 2U);
-}
-
 TEST_F(Exports, GetStateOfAFreshHandleIsFour) {
     LogCapture log;
     EXPECT_EQ(getState(handle()), 4U);

@@ -90,7 +90,8 @@ TEST(ProtocolPage, EverySentPacketHasTheBytesOfThePage) {
 
     session.sendCommand(kCommandNotify, 0, {});
     EXPECT_EQ(session.sent, page["Notify with an empty payload, sequence number 0"]);
-    session.endProjection(2);
+    std::atomic<std::uint16_t> series{1};
+    session.endProjection(series);
     EXPECT_EQ(session.sent, page["End of the projection, sequence number 2"]);
 
     ASSERT_TRUE(session.init(paramWithTexts()));
@@ -102,7 +103,8 @@ TEST(ProtocolPage, EverySentPacketHasTheBytesOfThePage) {
     EXPECT_EQ(session.sent, page[R"(Account id "abc", sequence number 1)"]);
 
     CapturedSession ending;
-    ending.stopService(1);
+    series = 0;
+    ending.stopService(series);
     EXPECT_EQ(ending.sent, page["Stop, sequence number 1"]);
 }
 

@@ -197,7 +197,9 @@ TEST(WriteLog, ALineThatTheManagerWouldNotLogCostsNoRecord) {
     class CountingClock final : public platform::Clock {
     public:
         platform::Moment now() override {
-            asked += std::this_thread::get_id() == mCaller ? 1 : 0;
+            if (std::this_thread::get_id() == mCaller) {
+                ++asked;
+            }
             return {};
         }
 

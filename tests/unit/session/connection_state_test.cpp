@@ -218,7 +218,7 @@ TEST_F(ConnectionState, WithoutACallbackAStreamErrorIsOnlyLogged) {
 
 TEST_F(ConnectionState, StreamErrorAfterTheSessionEndedIsOnlyLogged) {
     connected();
-    direct.session.stopService(1);
+    direct.session.stopService(seriesFrom(1));
     LogCapture log;
     direct.session.onError(UV_EOF);
     direct.session.onError(UV_EPIPE);
@@ -228,7 +228,7 @@ TEST_F(ConnectionState, StreamErrorAfterTheSessionEndedIsOnlyLogged) {
 
 TEST_F(ConnectionState, AConnectThatCompletesAfterTheSessionEndedDoesNotBreakTheSilence) {
     connected();
-    direct.session.stopService(1);
+    direct.session.stopService(seriesFrom(1));
     direct.session.onConnect(nullptr, 0);
     direct.session.onError(UV_EOF);
     EXPECT_TRUE(Host::errors().empty());

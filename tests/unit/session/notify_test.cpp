@@ -255,7 +255,7 @@ TEST_F(Notify, WithoutARecordEventsAreOnlyLogged) {
 }
 
 TEST_F(Notify, EventsStillArriveAfterTheSessionEnded) {
-    direct.session.stopService(1); // silences errors only
+    direct.session.stopService(seriesFrom(1)); // silences errors only
     direct.receive(intEntry("buffering-end", 0));
     EXPECT_EQ(Host::events(), (Calls{{200002, 0}}));
 }
@@ -277,7 +277,7 @@ TEST_F(Notify, CallbacksMayCallBackIntoTheSession) {
         EXPECT_EQ(value, 3);
         EXPECT_TRUE(direct.session.setAccountID("inside"));
         EXPECT_TRUE(direct.session.init(Host::record()));
-        direct.session.endProjection(9);
+        direct.session.endProjection(seriesFrom(9));
         EXPECT_EQ(direct.session.getPlayerState(), 4U);
         EXPECT_EQ(direct.session.lendPhoneName(), nullptr);
     });

@@ -62,7 +62,7 @@ TEST_F(Session, NothingOvertakesTheDeviceInformation) {
     pipe.listen();
     ASSERT_TRUE(pipe.session->init(Host::record()));
     EXPECT_TRUE(pipe.session->setAccountID("early"));
-    pipe.session->endProjection(77);
+    pipe.session->endProjection(seriesFrom(77));
     pipe.runLoop();
     const std::vector<wire::Packet> packets = pipe.waitForPackets(1);
     ASSERT_EQ(packets.size(), 1U);
@@ -151,7 +151,7 @@ TEST_F(Session, AfterALostConnectionTheNextRecordIsTakenAndNoConnectionIsMade) {
 
 TEST_F(Session, AStreamErrorAfterTheEndOfTheSessionProducesNoCallback) {
     connect();
-    pipe.session->stopService(1);
+    pipe.session->stopService(seriesFrom(1));
     pipe.peer->disconnect();
     ASSERT_TRUE(pipe.waitForStreamErrors(1));
     EXPECT_TRUE(Host::errors().empty());
@@ -239,7 +239,7 @@ TEST_F(Session, AStopThatComesBeforeTheConnectIsDoneFollowsTheDeviceInformation)
     support::PipePeer& service = hasty.listen();
     ASSERT_TRUE(hasty.session->init(Host::record()));
     ASSERT_TRUE(service.waitForConnections(1)); // the service has taken it, the session has not heard of that
-    hasty.session->stopService(1);
+    hasty.session->stopService(seriesFrom(1));
     hasty.runLoop();
     const std::vector<wire::Packet> packets = hasty.waitForPackets(2);
     ASSERT_EQ(packets.size(), 2U);

@@ -105,6 +105,12 @@ void Host::whenError(std::function<void(int, int)> hook) {
     calls().errorHook = std::move(hook);
 }
 
+std::atomic<std::uint16_t>& seriesFrom(std::uint16_t next) {
+    static std::atomic<std::uint16_t> series;
+    series = static_cast<std::uint16_t>(next - 1);
+    return series;
+}
+
 void setText(char (&field)[SONVIA_TEXT_SIZE], const std::string& text) {
     std::memset(field, 0, sizeof field);
     std::memcpy(field, text.data(), std::min(text.size(), sizeof field));

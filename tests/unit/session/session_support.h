@@ -42,6 +42,9 @@ public:
     static void whenError(std::function<void(int code, int value)> hook);
 };
 
+/// A series of the exported functions' numbers that goes on with `next`.
+std::atomic<std::uint16_t>& seriesFrom(std::uint16_t next);
+
 void setText(char (&field)[SONVIA_TEXT_SIZE], const std::string& text);
 /// The entries inside the one "KORUInfo" of a payload; empty when the payload is anything else.
 std::vector<std::pair<std::string, std::string>> koruInfoOf(const wire::Bytes& payload);

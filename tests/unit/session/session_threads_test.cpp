@@ -159,7 +159,7 @@ TEST(SessionThreads, EveryCallAtOnceFromFourThreadsWhileNotificationsArrive) {
                 pipe.session->setAccountID("someone");
                 pipe.session->getPlayerState();
                 pipe.session->lendPhoneName();
-                pipe.session->endProjection(5);
+                pipe.session->endProjection(seriesFrom(5));
             }
         });
     }
