@@ -17,11 +17,11 @@ FOLDER = gates.BUILD / "native"
 # The whole library; in the long form each of its floors as well, which asan's check for leaks sees in the short one.
 PROGRAMS = {
     "short": ["stress_repeated_lives"],
-    "long": ["stress_repeated_lives", "unit_log", "unit_log_front", "unit_platform",
-             "unit_protection", "unit_protocol", "unit_session", "unit_transport"],
+    "long": ["stress_repeated_lives", "unit_log", "unit_log_front", "unit_platform", "unit_platform_service",
+             "unit_protocol", "unit_session", "unit_transport"],
 }
 # One at a time: they start the one service beside them, and each of them ends any that it finds.
-WITH_SERVICE = {"stress_repeated_lives", "unit_platform"}
+WITH_SERVICE = {"stress_repeated_lives", "unit_platform_service"}
 _service = threading.Lock()
 EXIT_CODE = 99
 # Several times what a program takes: one that hangs is ended.

@@ -1,6 +1,7 @@
 #include "stress/packet_end.h"
 #include "support/effort.h"
-#include "unit/protection/protection_support.h"
+#include "support/log_capture.h"
+#include "support/protocol/protection_support.h"
 
 #include "protocol/command_names.h"
 #include "transport/pack_buf.h"
@@ -144,7 +145,7 @@ TEST_P(ProtectedPipeTest, TwoEndsExchangePacketsInBothDirections) {
         EXPECT_EQ(talker->mWrong, 0U);
     }
     support::tried("protected packets each way over a pipe", packets, "packets");
-    for (const std::string& line : log.lines()) {
+    for (const std::string& line : log.texts()) {
         const bool expected = isAboutTheLoop(line) || isAboutEmptyData(line);
         ASSERT_TRUE(expected) << line;
     }
@@ -302,7 +303,7 @@ TEST(HarmedPipeTest, HarmedMessagesAreDroppedAndTheStreamGoesOn) {
     std::size_t integrityLines = 0;
     std::size_t failedLines = 0;
     std::size_t packetLines = 0;
-    for (const std::string& line : log.lines()) {
+    for (const std::string& line : log.texts()) {
         integrityLines += line.ends_with(" safetyIntegrityData failed") ? 1 : 0;
         failedLines += line == "E Sonvia_Default: [SafetyDataDeal::decryptData:line]failed" ? 1 : 0;
         packetLines +=

@@ -1,9 +1,9 @@
 // The exported functions on a handle with a session.
 
 #include "SonviaPCAudioDll.h"
+#include "support/api/api_support.h"
+#include "support/log_capture.h"
 #include "support/wait.h"
-#include "unit/api/api_support.h"
-#include "unit/protocol/log_lines.h"
 
 #include <gtest/gtest.h>
 

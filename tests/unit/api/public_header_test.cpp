@@ -1,6 +1,6 @@
 #include "SonviaPCAudioDll.h"
+#include "support/log_capture.h"
 #include "unit/api/public_header.h"
-#include "unit/protocol/log_lines.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #include "log/archive.h"
 
 #include "support/log/memory_files.h"
-#include "unit/log/test_folder.h"
+#include "support/log/test_folder.h"
 
 #include <gtest/gtest.h>
 #include <miniz.h>

@@ -4,10 +4,9 @@
 #include "log/front_end.h"
 #include "log/init_log.h"
 #include "log/log_folder.h"
-#include "log/log_settings.h"
 #include "log/write_log.h"
 #include "platform/thread_id.h"
-#include "unit/log/log_fixture.h"
+#include "support/log/log_fixture.h"
 
 #include <gtest/gtest.h>
 
@@ -15,7 +14,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -67,210 +65,6 @@ std::string lastLine() {
 }
 
 } // namespace
-
-TEST(LogSettings, HaveTheirDefaults) {
-    const LogInitSettings& settings = logInitSettings();
-    EXPECT_EQ(settings.tag, "Sonvia");
-    EXPECT_EQ(settings.key, "Sonvia");
-    EXPECT_EQ(settings.reserveDelType, "size");
-    EXPECT_EQ(settings.reserveTimeSec, 172800);
-    EXPECT_EQ(settings.singleSizeMb, 2u);
-    EXPECT_EQ(settings.totalSizeMb, 5u);
-    EXPECT_FALSE(settings.isZip);
-    EXPECT_EQ(&settings, &logInitSettings());
-}
-
-TEST(LogSettings, TheNameTablesHoldFourNamesEach) {
-    const std::map<std::string, int> levels{{"debug", 0}, {"info", 1}, {"warning", 3}, {"error", 4}};
-    EXPECT_EQ(logLevelNames, levels);
-    const std::map<std::string, int> types{
-        {"size", 0}, {"time", 1}, {"size-or-Time", 2}, {"size-and-Time", 3}};
-    EXPECT_EQ(reserveDelTypeNames, types);
-}
-
-TEST(LogSettings, AreAppliedToTheLogger) {
-    FakeClock clock;
-    MemoryFiles files;
-    RecordingConsole console;
-    LogerManager manager({clock, files, console, "host"});
-    const int id = setUpLogger(manager, {}, "logs", kLogError);
-    const LoggerSlot& slot = manager.slot(id);
-    EXPECT_EQ(slot.name, "sonvia_Sonvia");
-    EXPECT_EQ(slot.reserveDelType, kReserveBySize);
-    EXPECT_EQ(slot.reserveSeconds, 172800);
-    EXPECT_EQ(slot.limitSizeMb, 2u);
-    EXPECT_EQ(slot.totalSizeMb, 5u);
-    EXPECT_FALSE(slot.isZip);
-    EXPECT_EQ(slot.level, kLogError) << "the number as it is";
-    EXPECT_EQ(slot.path, "logs/");
-    EXPECT_EQ(slot.version, "2.1.2110122");
-    EXPECT_TRUE(slot.monthdir && slot.display);
-}
-
-TEST(LogSettings, ThatDifferFromTheManagersDefaultsAreAppliedToo) {
-    FakeClock clock;
-    MemoryFiles files;
-    RecordingConsole console;
-    LogerManager manager({clock, files, console, "host"});
-    LogInitSettings settings;
-    settings.key = "Key";
-    settings.reserveDelType = "time";
-    settings.reserveTimeSec = 5;
-    settings.singleSizeMb = 7;
-    settings.totalSizeMb = 9;
-    settings.isZip = true;
-    const int before = manager.createLogger("Key");
-    manager.setLoggerDisplay(before, false);
-    manager.setLoggerLevel(before, 6);
-    const int id = setUpLogger(manager, settings, "logs", kLogDebug);
-    ASSERT_EQ(id, before);
-    const LoggerSlot& slot = manager.slot(id);
-    EXPECT_EQ(slot.name, "sonvia_Key");
-    EXPECT_EQ(slot.reserveDelType, kReserveByTime);
-    EXPECT_EQ(slot.reserveSeconds, 5);
-    EXPECT_EQ(slot.limitSizeMb, 7u);
-    EXPECT_EQ(slot.totalSizeMb, 9u);
-    EXPECT_TRUE(slot.isZip);
-    EXPECT_EQ(slot.level, kLogDebug);
-    EXPECT_TRUE(slot.display);
-    EXPECT_TRUE(slot.monthdir);
-}
-
-TEST(LogSettings, AReserveDeletionTypeInAnotherLetterCaseLeavesTheManagersDefault) {
-    FakeClock clock;
-    MemoryFiles files;
-    RecordingConsole console;
-    LogerManager manager({clock, files, console, "host"});
-    LogInitSettings settings;
-    settings.reserveDelType = "Size";
-    const int id = setUpLogger(manager, settings, nullptr, kLogDebug);
-    EXPECT_EQ(manager.slot(id).reserveDelType, kReserveBySizeOrTime);
-    EXPECT_EQ(manager.slot(id).path, "./sonvialog/") << "a null path keeps the default folder";
-}
-
-TEST(WriteLog, MemoryThatRunsOutCostsTheLineAndNothingElse) {
-    // Memory is asked for here and there; the time, in between, always. The writer thread keeps its memory.
-    class ClockOfALowMemory final : public platform::Clock {
-    public:
-        platform::Moment now() override {
-            return std::this_thread::get_id() == mCaller && isLow ? throw std::bad_alloc()
-                                                                  : platform::Moment{};
-        }
-
-        platform::CalendarTime toLocal(std::int64_t) override { return {}; }
-
-        std::int64_t fromLocal(const platform::CalendarTime&) override { return 0; }
-
-        void sleep(unsigned) override {}
-
-        bool isLow = false; ///< the caller's own
-
-    private:
-        const std::thread::id mCaller = std::this_thread::get_id();
-    } clock;
-
-    MemoryFiles files;
-    RecordingConsole console;
-    LogerManager manager({clock, files, console, "host"});
-    const int id = manager.createLogger("Test");
-    manager.setLoggerPath(id, "logs");
-    manager.setLoggerDisplay(id, false);
-    ASSERT_TRUE(manager.start());
-    logFrontEnd.manager = &manager;
-    logFrontEnd.loggerId = id;
-    logFrontEnd.initialised = true;
-    clock.isLow = true;
-    writeLog(kLogError, "tag", "lost");
-    clock.isLow = false;
-    writeLog(kLogError, "tag", "kept");
-    logFrontEnd.initialised = false;
-    logFrontEnd.loggerId = -1;
-    logFrontEnd.manager = nullptr;
-    manager.stop();
-    ASSERT_EQ(files.pathsWith(".log").size(), 1u);
-    const std::string text = files.content(files.pathsWith(".log")[0]);
-    EXPECT_EQ(text.find("lost"), std::string::npos);
-    EXPECT_NE(text.find("ERROR tag: kept"), std::string::npos);
-}
-
-TEST(WriteLog, ALineThatTheManagerWouldNotLogCostsNoRecord) {
-    class CountingClock final : public platform::Clock {
-    public:
-        platform::Moment now() override {
-            if (std::this_thread::get_id() == mCaller) {
-                ++asked;
-            }
-            return {};
-        }
-
-        platform::CalendarTime toLocal(std::int64_t) override { return {}; }
-
-        std::int64_t fromLocal(const platform::CalendarTime&) override { return 0; }
-
-        void sleep(unsigned) override {}
-
-        int asked = 0; ///< by the caller
-
-    private:
-        const std::thread::id mCaller = std::this_thread::get_id();
-    } clock;
-
-    MemoryFiles files;
-    RecordingConsole console;
-    LogerManager manager({clock, files, console, "host"});
-    const int id = manager.createLogger("Test");
-    manager.setLoggerPath(id, "logs");
-    manager.setLoggerLevel(id, kLevelError);
-    logFrontEnd.manager = &manager;
-    logFrontEnd.loggerId = id;
-    logFrontEnd.initialised = true;
-    writeLog(kLogError, "tag", "the manager does not run");
-    EXPECT_EQ(console.plain(), "") << "asked before a record is taken and refused";
-    ASSERT_TRUE(manager.start());
-    const int before = clock.asked;
-    writeLog(kLogWarning, "tag", "below the logger's level");
-    EXPECT_EQ(clock.asked, before) << "no record was made";
-    writeLog(kLogError, "tag", "at its level");
-    EXPECT_EQ(clock.asked, before + 1);
-    logFrontEnd.initialised = false;
-    logFrontEnd.loggerId = -1;
-    logFrontEnd.manager = nullptr;
-    manager.stop();
-    EXPECT_EQ(manager.totalRecordsPushed(), 1u);
-}
-
-TEST(Message, IsAppendedBehindItsTag) {
-    LogRecord record;
-    record.contentLength = 3;
-    appendMessage(record, "tag", "7-x");
-    EXPECT_EQ(std::string(record.content + 3, static_cast<std::size_t>(record.contentLength - 3)),
-              "tag: 7-x");
-    record.contentLength = 0;
-    appendMessage(record, nullptr, "x");
-    EXPECT_EQ(std::string(record.content, static_cast<std::size_t>(record.contentLength)), ": x");
-}
-
-TEST(Message, ThatOverflowsItsRecordMarksItFull) {
-    const std::string longTag(5000, 't');
-
-    struct Case {
-        std::int32_t used;
-        std::size_t tag;
-        std::size_t message;
-        std::int32_t expected;
-    };
-
-    for (const Case& c :
-         {Case{100, 5000, 3089, 8191}, Case{100, 5000, 3090, 8192}, Case{100, 5000, 4095, 8192},
-          Case{8192, 1, 1, 8192}, Case{8190, 1, 1, 8192}, Case{8188, 1, 0, 8191}}) {
-        LogRecord record;
-        std::memset(record.content, '.', sizeof record.content);
-        record.contentLength = c.used;
-        appendMessage(record, longTag.substr(0, c.tag).c_str(), std::string(c.message, 'm'));
-        EXPECT_EQ(record.contentLength, c.expected) << c.used << " " << c.tag << " " << c.message;
-        EXPECT_EQ(std::string(record.content + 8192, 3), "...") << "behind the record's text";
-    }
-}
 
 TEST(FrontEnd, BeforeInitialisationANullTagPrintsThreadLetterAndMessage) {
     EXPECT_EQ(printedBy([] { writeLog(0, nullptr, "x"); }), threadText() + " D : x\n");

@@ -1,6 +1,6 @@
-#include "unit/log/log_fixture.h"
+#include "support/log/log_fixture.h"
 
-#include "unit/log/test_folder.h"
+#include "support/log/test_folder.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // What the setters and the configuration make of a logger.
 
-#include "unit/log/log_fixture.h"
+#include "support/log/log_fixture.h"
 
 #include <limits>
 #include <string>

@@ -1,6 +1,6 @@
 // A writer thread that does not come, or comes late.
 
-#include "unit/log/log_fixture.h"
+#include "support/log/log_fixture.h"
 
 #include <atomic>
 #include <functional>

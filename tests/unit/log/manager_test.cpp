@@ -1,5 +1,5 @@
 #include "platform/thread_id.h"
-#include "unit/log/log_fixture.h"
+#include "support/log/log_fixture.h"
 
 #include <gtest/gtest.h>
 

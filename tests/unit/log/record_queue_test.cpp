@@ -1,7 +1,5 @@
 #include "log/record_queue.h"
 
-#include "log/record_pool.h"
-
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -11,7 +9,6 @@
 using orvel::log4z::backPressureDelay;
 using orvel::log4z::heldBackFor;
 using orvel::log4z::LogRecord;
-using orvel::log4z::RecordPool;
 using orvel::log4z::RecordQueue;
 
 namespace {
@@ -146,38 +143,4 @@ TEST(RecordQueue, AWriterDoesNotSleepOnWaitingRecords) {
     std::vector<LogRecord*> batch;
     queue.takeAll(batch);
     EXPECT_EQ(batch.size(), 1u);
-}
-
-TEST(RecordPool, AReturnedRecordIsTakenAgain) {
-    RecordPool pool;
-    LogRecord* first = pool.take();
-    pool.put(first);
-    EXPECT_EQ(pool.size(), 1u);
-    EXPECT_EQ(pool.take(), first);
-    EXPECT_EQ(pool.size(), 0u);
-    pool.put(first);
-}
-
-TEST(RecordPool, ANewRecordBeginsWithFortyZeros) {
-    RecordPool pool;
-    LogRecord* record = pool.take();
-    const auto* bytes = reinterpret_cast<const unsigned char*>(record);
-    for (int i = 0; i < 40; ++i) {
-        EXPECT_EQ(bytes[i], 0) << "byte " << i;
-    }
-    pool.put(record);
-}
-
-TEST(RecordPool, KeepsTwoHundredRecordsAndFreesTheRest) {
-    RecordPool pool;
-    std::vector<LogRecord*> taken;
-    for (int i = 0; i < 250; ++i) {
-        taken.push_back(pool.take());
-    }
-    pool.put(taken.data(), 150);
-    EXPECT_EQ(pool.size(), 150u);
-    pool.put(taken.data() + 150, 100);
-    EXPECT_EQ(pool.size(), RecordPool::kLimit);
-    pool.clear();
-    EXPECT_EQ(pool.size(), 0u);
 }

@@ -1,6 +1,6 @@
 // When a new file begins, and how it is named.
 
-#include "unit/log/rotation_fixture.h"
+#include "support/log/rotation_fixture.h"
 
 using namespace orvel::log4z;
 

@@ -1,7 +1,7 @@
 // Payloads as they are built.
 
 #include "protocol/key_value.h"
-#include "unit/protocol/protocol_support.h"
+#include "support/protocol/protocol_support.h"
 
 #include <gtest/gtest.h>
 

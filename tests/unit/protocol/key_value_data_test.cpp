@@ -1,8 +1,8 @@
 // Received payloads indexed and read.
 
 #include "protocol/key_value.h"
-#include "unit/protocol/log_lines.h"
-#include "unit/protocol/protocol_support.h"
+#include "support/log_capture.h"
+#include "support/protocol/protocol_support.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 
 #include "protocol/key_value.h"
 #include "support/effort.h"
-#include "unit/protocol/protocol_support.h"
+#include "support/protocol/protocol_support.h"
 
 #include <gtest/gtest.h>
 

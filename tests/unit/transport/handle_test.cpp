@@ -1,8 +1,8 @@
 #include "transport/handle.h"
 
-#include "fake_handle.h"
 #include "platform/thread_id.h"
-#include "transport_support.h"
+#include "support/transport/fake_handle.h"
+#include "support/transport/transport_support.h"
 
 #include <gtest/gtest.h>
 

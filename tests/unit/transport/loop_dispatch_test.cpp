@@ -2,10 +2,10 @@
 
 #include "transport/loop.h"
 
-#include "fake_handle.h"
 #include "platform/thread_id.h"
+#include "support/transport/fake_handle.h"
+#include "support/transport/transport_support.h"
 #include "transport/loop_log.h"
-#include "transport_support.h"
 
 #include <gtest/gtest.h>
 

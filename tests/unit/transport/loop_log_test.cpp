@@ -1,6 +1,6 @@
 #include "transport/loop_log.h"
 
-#include "transport_support.h"
+#include "support/transport/transport_support.h"
 
 #include <gtest/gtest.h>
 

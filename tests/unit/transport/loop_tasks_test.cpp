@@ -2,8 +2,8 @@
 
 #include "transport/loop.h"
 
+#include "support/transport/transport_support.h"
 #include "transport/loop_log.h"
-#include "transport_support.h"
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
 #include "transport/loop.h"
 
-#include "fake_handle.h"
 #include "platform/thread_id.h"
+#include "support/transport/fake_handle.h"
+#include "support/transport/transport_support.h"
 #include "transport/loop_log.h"
-#include "transport_support.h"
 
 #include "support/process.h"
 

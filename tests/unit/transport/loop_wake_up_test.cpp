@@ -1,6 +1,6 @@
 // The one call of libuv's that any thread makes while the loop runs, and what is held meanwhile.
 
-#include "transport_support.h"
+#include "support/transport/transport_support.h"
 
 #include <gtest/gtest.h>
 

@@ -2,8 +2,8 @@
 
 #include "transport/socket.h"
 
-#include "socket_fixture.h"
-#include "stream_pipe_fixture.h"
+#include "support/transport/socket_fixture.h"
+#include "support/transport/stream_pipe_fixture.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "transport/socket.h"
 
-#include "socket_fixture.h"
+#include "support/transport/socket_fixture.h"
 
 #include "support/pipe_peer.h"
 

@@ -1,6 +1,6 @@
 // The accepting side of a pipe.
 
-#include "stream_pipe_fixture.h"
+#include "support/transport/stream_pipe_fixture.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // What a connected pipe carries.
 
-#include "stream_pipe_fixture.h"
+#include "support/transport/stream_pipe_fixture.h"
 
 #include <string>
 #include <thread>

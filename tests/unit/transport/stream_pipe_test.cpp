@@ -1,7 +1,7 @@
 // A pipe comes, connects and goes.
 
-#include "fake_handle.h"
-#include "stream_pipe_fixture.h"
+#include "support/transport/fake_handle.h"
+#include "support/transport/stream_pipe_fixture.h"
 
 #include "platform/thread_id.h"
 

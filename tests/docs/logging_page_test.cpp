@@ -1,0 +1,45 @@
+// The configuration in docs/logging.md can be copied as it stands.
+
+#include "log/log_level.h"
+#include "support/log/log_fixture.h"
+
+#include <fstream>
+#include <gtest/gtest.h>
+#include <string>
+
+using namespace orvel::log4z;
+
+namespace {
+
+std::string configurationOfThePage() {
+    std::ifstream page(std::string(SONVIA_DOCS_DIR) + "/logging.md");
+    std::string text;
+    bool inside = false;
+    for (std::string line; std::getline(page, line);) {
+        if (line.rfind("```", 0) == 0) {
+            inside = line == "```ini";
+        } else if (inside) {
+            text += line + "\n";
+        }
+    }
+    return text;
+}
+
+using LoggingPage = LogEngine;
+
+} // namespace
+
+TEST_F(LoggingPage, TheConfigurationShownSetsWhatItSays) {
+    ASSERT_TRUE(manager.configFromText(configurationOfThePage().c_str()));
+    const int id = manager.findLogger("Main");
+    ASSERT_EQ(id, 0);
+    const LoggerSlot& slot = manager.slot(id);
+    EXPECT_EQ(slot.path, "D:\\logs/");
+    EXPECT_EQ(slot.name, "host");
+    EXPECT_EQ(slot.level, kLevelInfo);
+    EXPECT_FALSE(slot.display);
+    EXPECT_TRUE(slot.outfile && slot.monthdir && slot.enable);
+    EXPECT_EQ(slot.limitSizeMb, 2u);
+    EXPECT_FALSE(slot.fileline);
+    EXPECT_EQ(slot.reserveSeconds, 172800);
+}

@@ -1,0 +1,207 @@
+#include "support/session/session_support.h"
+
+#include "support/wait.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <future>
+#include <mutex>
+
+namespace {
+
+struct Calls {
+    std::mutex mutex;
+    std::vector<Host::Call> events;
+    std::vector<Host::Call> errors;
+    std::function<void(int, int)> eventHook;
+    std::function<void(int, int)> errorHook;
+};
+
+Calls& calls() {
+    static auto& all = *new Calls;
+    return all;
+}
+
+void note(std::vector<Host::Call>& list, const std::function<void(int, int)>& hookPlace, int first,
+          int second) {
+    std::function<void(int, int)> hook;
+    {
+        const std::lock_guard guard(calls().mutex);
+        list.emplace_back(first, second);
+        hook = hookPlace;
+    }
+    if (hook) {
+        hook(first, second);
+    }
+}
+
+std::vector<Host::Call> copyOf(const std::vector<Host::Call>& list) {
+    const std::lock_guard guard(calls().mutex);
+    return list;
+}
+
+} // namespace
+
+Host::Host() {
+    const std::lock_guard guard(calls().mutex);
+    calls().events.clear();
+    calls().errors.clear();
+    calls().eventHook = nullptr;
+    calls().errorHook = nullptr;
+}
+
+Host::~Host() {
+    const std::lock_guard guard(calls().mutex);
+    calls().eventHook = nullptr;
+    calls().errorHook = nullptr;
+}
+
+AudioServiceParam Host::record() {
+    AudioServiceParam param = {};
+    param.onEvent = onEvent;
+    param.onError = onError;
+    param.context = &calls();
+    setText(param.accountID, "the account");
+    setText(param.deviceID, "the device");
+    setText(param.sn, "the serial number");
+    setText(param.model, "the model");
+    setText(param.bluetoothMac, "the mac");
+    setText(param.pcName, "the name");
+    return param;
+}
+
+void Host::onEvent(int event, int value) {
+    note(calls().events, calls().eventHook, event, value);
+}
+
+void Host::onError(int code, int value) {
+    note(calls().errors, calls().errorHook, code, value);
+}
+
+std::vector<Host::Call> Host::events() {
+    return copyOf(calls().events);
+}
+
+std::vector<Host::Call> Host::errors() {
+    return copyOf(calls().errors);
+}
+
+bool Host::waitForEvents(std::size_t count) {
+    return support::eventually([count] { return events().size() >= count; });
+}
+
+bool Host::waitForErrors(std::size_t count) {
+    return support::eventually([count] { return errors().size() >= count; });
+}
+
+void Host::whenEvent(std::function<void(int, int)> hook) {
+    const std::lock_guard guard(calls().mutex);
+    calls().eventHook = std::move(hook);
+}
+
+void Host::whenError(std::function<void(int, int)> hook) {
+    const std::lock_guard guard(calls().mutex);
+    calls().errorHook = std::move(hook);
+}
+
+std::atomic<std::uint16_t>& seriesFrom(std::uint16_t next) {
+    static std::atomic<std::uint16_t> series;
+    series = static_cast<std::uint16_t>(next - 1);
+    return series;
+}
+
+void setText(char (&field)[SONVIA_TEXT_SIZE], const std::string& text) {
+    std::memset(field, 0, sizeof field);
+    std::memcpy(field, text.data(), std::min(text.size(), sizeof field));
+}
+
+std::vector<std::pair<std::string, std::string>> koruInfoOf(const wire::Bytes& payload) {
+    std::vector<std::pair<std::string, std::string>> texts;
+    const std::vector<wire::Entry> outer = wire::entriesOf(payload);
+    if (outer.size() != 1 || outer[0].key != "KORUInfo" || outer[0].type != wire::kTypeNested) {
+        return texts;
+    }
+    for (const wire::Entry& entry : wire::entriesOf(outer[0].value)) {
+        texts.emplace_back(entry.key,
+                           entry.type == wire::kTypeText ? wire::textOf(entry.value) : "<no text>");
+    }
+    return texts;
+}
+
+std::string accountOf(const wire::Bytes& payload) {
+    const std::vector<wire::Entry> entries = wire::entriesOf(payload);
+    if (entries.size() != 1 || entries[0].key != "accountID" || entries[0].type != wire::kTypeText) {
+        return "<none>";
+    }
+    return wire::textOf(entries[0].value);
+}
+
+wire::Bytes notify(const wire::Bytes& payload) {
+    return wire::packet(34, 0, payload);
+}
+
+void DirectSession::receive(const wire::Bytes& payload, std::uint16_t cmdType) {
+    session.onRead(chainOf(wire::packet(cmdType, 0, payload)), 0);
+}
+
+PipeSession::PipeSession() {
+#ifdef SIGPIPE
+    std::signal(SIGPIPE, SIG_IGN); // a write to a pipe whose peer has gone must fail, not end the program
+#endif
+    OStreamPipe::pipeNamePrefix = support::uniquePipePrefix();
+    fullName = OStreamPipe::pipeNamePrefix + "QuPCAudio";
+}
+
+PipeSession::~PipeSession() {
+    if (mThread.joinable()) {
+        loop->stop();
+        mThread.join();
+    } else if (session->handle() != nullptr) {
+        loop->run([this] { loop->stop(); });
+    }
+    session->close();
+    session = nullptr;
+    peer = nullptr;
+}
+
+support::PipePeer& PipeSession::listen(support::PipePeer::Reads reads) {
+    peer = std::make_unique<support::PipePeer>(fullName, reads);
+    return *peer;
+}
+
+void PipeSession::runLoop() {
+    std::promise<void> entered;
+    mThread = std::thread([this, &entered] { loop->run([&entered] { entered.set_value(); }); });
+    entered.get_future().wait();
+}
+
+std::vector<wire::Packet> PipeSession::waitForPackets(std::size_t count) {
+    std::vector<wire::Packet> packets;
+    support::eventually([&] {
+        wire::Bytes bytes = wire::bytesOf(peer->received());
+        packets = wire::takePackets(bytes);
+        return packets.size() >= count;
+    });
+    return packets;
+}
+
+bool PipeSession::waitForStreamErrors(int count) const {
+    return support::eventually([&] { return session->streamErrors.load() >= count; });
+}
+
+void PipeSession::Observed::onError(std::int32_t code) {
+    QuPCAudioMessage::onError(code);
+    ++streamErrors;
+}
+
+void PipeSession::Observed::onConnect(uv_connect_t* req, std::int32_t status) {
+    QuPCAudioMessage::onConnect(req, status);
+    ++connects;
+}
+
+bool PipeSession::Observed::write(const OBufList& list) {
+    const bool accepted = QuPCAudioMessage::write(list);
+    refusedWrites += accepted ? 0 : 1;
+    return accepted;
+}

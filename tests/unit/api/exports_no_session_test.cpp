@@ -1,0 +1,133 @@
+// A handle that has no session: every function says so, to the log and to the host.
+
+#include "api/audio_service_handle.h"
+#include "log/write_log.h"
+#include "support/log_capture.h"
+#include "support/session/session_support.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr const char* kTag = "SonviaPCAudioDll";
+
+using Calls = std::vector<Host::Call>;
+
+class NoSession : public testing::Test {
+protected:
+    NoSession() { handle.params = Host::record(); }
+
+    Host host;
+    AudioServiceHandle handle;
+};
+
+std::vector<LogLine> linesOf(const char* function, char firstLetter, const std::string& firstText,
+                             char letter, const std::string& text) {
+    return {{firstLetter, kTag, function, 0, firstText}, {letter, kTag, function, 0, text}};
+}
+
+} // namespace
+
+TEST_F(NoSession, ExitAudioProjectionIsFalseAndTellsTheHost) {
+    LogCapture log;
+    EXPECT_FALSE(exitAudioProjection(&handle));
+    EXPECT_EQ(log.lines(),
+              linesOf("exitAudioProjection", 'I', "exitAudioProjection", 'W', "gQuPCAudio is NULL"));
+    EXPECT_EQ(Host::errors(), (Calls{{-2, 0}}));
+    EXPECT_EQ(handle.sequence.load(), 0);
+}
+
+TEST_F(NoSession, GetStateIsFourAndTellsTheHost) {
+    LogCapture log;
+    EXPECT_EQ(getState(&handle), 4U);
+    EXPECT_EQ(log.lines(), linesOf("getState", 'D', "getState!", 'W', "quPCAudio is NULL"));
+    EXPECT_EQ(Host::errors(), (Calls{{-2, 0}}));
+}
+
+TEST_F(NoSession, GetSourceNameIsPhoneAndTellsTheHost) {
+    LogCapture log;
+    EXPECT_STREQ(getSourceName(&handle), "phone");
+    EXPECT_EQ(log.lines(), linesOf("getSourceName", 'D', "getSourceName!", 'W', "quPCAudio is NULL!"));
+    EXPECT_EQ(Host::errors(), (Calls{{-2, 0}}));
+}
+
+TEST_F(NoSession, SetParamIsFalseAndTellsTheHostOfTheNewRecord) {
+    static int other;
+    other = 0;
+    AudioServiceParam param = Host::record();
+    param.onError = [](int code, int value) { other += code == -2 && value == 0 ? 1 : 100; };
+    LogCapture log;
+    EXPECT_FALSE(setParam(&handle, &param));
+    EXPECT_EQ(log.lines(), linesOf("setParam", 'D', "koru setParam!", 'E', "gQuPCAudio is NULL"));
+    EXPECT_TRUE(Host::errors().empty());
+    EXPECT_EQ(other, 1);
+    EXPECT_EQ(handle.loopThread, nullptr);
+}
+
+TEST_F(NoSession, SetAccountIDIsFalseInTheWordsOfSetParam) {
+    LogCapture log;
+    EXPECT_FALSE(setAccountID(&handle, "someone"));
+    EXPECT_EQ(log.lines(), linesOf("setAccountID", 'D', "koru setAccountID!", 'E', "setParam failed!"));
+    EXPECT_EQ(Host::errors(), (Calls{{-2, 0}}));
+}
+
+TEST_F(NoSession, WithoutAnErrorCallbackTheResultsAreTheSame) {
+    LogCapture quiet;
+    handle.params = {};
+    EXPECT_FALSE(exitAudioProjection(&handle));
+    EXPECT_EQ(getState(&handle), 4U);
+    EXPECT_STREQ(getSourceName(&handle), "phone");
+    EXPECT_FALSE(setAccountID(&handle, "someone"));
+    const AudioServiceParam empty = {};
+    EXPECT_FALSE(setParam(&handle, &empty));
+}
+
+TEST_F(NoSession, EachLineComesBeforeTheCallback) {
+    Host::whenError([](int, int) { writeLog(kLogInfo, "Host", "called"); });
+    LogCapture log;
+    exitAudioProjection(&handle);
+    getState(&handle);
+    getSourceName(&handle);
+    setAccountID(&handle, "someone");
+    setParam(&handle, &handle.params);
+    std::vector<std::string> texts;
+    for (const LogLine& line : log.lines()) {
+        texts.push_back(line.text);
+    }
+    EXPECT_EQ(texts,
+              (std::vector<std::string>{"exitAudioProjection", "gQuPCAudio is NULL", "called", "getState!",
+                                        "quPCAudio is NULL", "called", "getSourceName!", "quPCAudio is NULL!",
+                                        "called", "koru setAccountID!", "setParam failed!", "called",
+                                        "koru setParam!", "gQuPCAudio is NULL", "called"}));
+}
+
+TEST_F(NoSession, TheHostMayCallBackFromItsErrorCallback) {
+    LogCapture quiet;
+    static AudioServiceHandle* place;
+    static int depth;
+    place = &handle;
+    depth = 0;
+    handle.params.onError = [](int, int) {
+        if (++depth < 3) {
+            getState(place);
+        }
+    };
+    getState(&handle);
+    EXPECT_EQ(depth, 3);
+}
+
+TEST_F(NoSession, UninitKillsTheServiceByNameAndIsTrue) {
+    auto* own = new AudioServiceHandle;
+    own->params = Host::record();
+    LogCapture log;
+    EXPECT_TRUE(uninitSonviaAudioService(own));
+    EXPECT_EQ(log.lines(),
+              (std::vector<LogLine>{
+                  {'I', kTag, "uninitSonviaAudioService", 0, "uninitSonviaAudioService"},
+                  {'I', kTag, "uninitSonviaAudioService", 0, "QuPCAudio is null, try kill QuPCAudio.exe."},
+                  {'I', kTag, "killExe", 0, "kill QuPCAudio process"}}));
+    EXPECT_TRUE(Host::errors().empty());
+}

@@ -1,0 +1,291 @@
+// The session against a real pipe whose other end is plain libuv.
+
+#include "support/log_capture.h"
+#include "support/session/session_support.h"
+#include "support/wait.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <memory>
+#include <string>
+
+using wire::Bytes;
+using wire::intEntry;
+using wire::textEntry;
+
+namespace {
+
+constexpr const char* kTag = "Sonvia_PCAudioMessage";
+
+using Calls = std::vector<Host::Call>;
+
+std::vector<std::string> textsOf(const std::vector<LogLine>& lines) {
+    std::vector<std::string> texts;
+    for (const LogLine& line : lines) {
+        texts.push_back(std::string(1, line.letter) + " " + line.text);
+    }
+    return texts;
+}
+
+class Session : public testing::Test {
+protected:
+    void connect() {
+        pipe.listen();
+        ASSERT_TRUE(pipe.session->init(Host::record()));
+        pipe.runLoop();
+        ASSERT_EQ(pipe.waitForPackets(1).size(), 1U);
+        ASSERT_TRUE(support::eventually([this] { return pipe.session->connects.load() == 1; }));
+    }
+
+    Host host;
+    PipeSession pipe;
+};
+
+} // namespace
+
+TEST_F(Session, TheServiceFirstReceivesTheDeviceInformationWithNumberZero) {
+    LogCapture log;
+    connect();
+    EXPECT_EQ(textsOf(log.lines(kTag)),
+              (std::vector<std::string>{"I Connect successed, start recv.", "I send notify koru info."}));
+    const wire::Packet first = pipe.waitForPackets(1).at(0);
+    EXPECT_EQ(first.magic, 0x24);
+    EXPECT_EQ(first.cmdType, 34);
+    EXPECT_EQ(first.seq, 0);
+    EXPECT_EQ(koruInfoOf(first.payload).size(), 6U);
+    EXPECT_TRUE(Host::errors().empty());
+}
+
+TEST_F(Session, NothingOvertakesTheDeviceInformation) {
+    pipe.listen();
+    ASSERT_TRUE(pipe.session->init(Host::record()));
+    EXPECT_TRUE(pipe.session->setAccountID("early"));
+    pipe.session->endProjection(seriesFrom(77));
+    pipe.runLoop();
+    const std::vector<wire::Packet> packets = pipe.waitForPackets(1);
+    ASSERT_EQ(packets.size(), 1U);
+    EXPECT_EQ(koruInfoOf(packets[0].payload).at(0).second, "earlyccount"); // "early" over "the account"
+    EXPECT_EQ(packets[0].seq, 1);                                          // setAccountID took 0
+}
+
+TEST_F(Session, WithNoServiceListeningInitIsTrueAndTheHostHearsLater) {
+    LogCapture log;
+    EXPECT_TRUE(pipe.session->init(Host::record()));
+    EXPECT_TRUE(Host::errors().empty());
+    pipe.runLoop();
+    ASSERT_TRUE(Host::waitForErrors(1));
+    EXPECT_EQ(Host::errors(), (Calls{{-2, 0}}));
+    EXPECT_EQ(textsOf(log.lines(kTag)),
+              std::vector<std::string>{"E connect failed " + std::to_string(int{UV_ENOENT})});
+}
+
+TEST_F(Session, ALaterRecordConnectsAgainAfterAFailure) {
+    EXPECT_TRUE(pipe.session->init(Host::record()));
+    pipe.runLoop();
+    ASSERT_TRUE(Host::waitForErrors(1));
+    pipe.listen();
+    EXPECT_TRUE(pipe.session->init(Host::record()));
+    const std::vector<wire::Packet> packets = pipe.waitForPackets(1);
+    ASSERT_EQ(packets.size(), 1U);
+    EXPECT_EQ(packets[0].seq, 0);
+    EXPECT_EQ(Host::errors().size(), 1U);
+}
+
+TEST_F(Session, EveryFailedAttemptIsReportedOnce) {
+    pipe.session->init(Host::record());
+    pipe.runLoop();
+    for (std::size_t attempt = 1; attempt <= 5; ++attempt) {
+        ASSERT_TRUE(Host::waitForErrors(attempt));
+        EXPECT_EQ(Host::errors().size(), attempt);
+        ASSERT_TRUE(pipe.session->init(Host::record()));
+    }
+    ASSERT_TRUE(Host::waitForErrors(6));
+}
+
+TEST_F(Session, TheHostMayTryAgainInsideItsErrorCallback) {
+    std::atomic<int> tries{0};
+    Host::whenError([&](int, int) {
+        if (++tries == 3) {
+            pipe.listen();
+        }
+        EXPECT_TRUE(pipe.session->init(Host::record()));
+    });
+    pipe.session->init(Host::record());
+    pipe.runLoop();
+    ASSERT_TRUE(Host::waitForErrors(3));
+    ASSERT_TRUE(support::eventually([this] { return pipe.session->connects.load() == 4; }));
+    EXPECT_EQ(pipe.waitForPackets(1).size(), 1U);
+    EXPECT_EQ(Host::errors(), Calls(3, {-2, 0}));
+}
+
+TEST_F(Session, AServiceThatClosesIsALostConnectionReportedOnce) {
+    connect();
+    pipe.peer->disconnect();
+    ASSERT_TRUE(Host::waitForErrors(1));
+    ASSERT_TRUE(pipe.waitForStreamErrors(1));
+    EXPECT_EQ(Host::errors(), (Calls{{-2, UV_EOF}}));
+}
+
+TEST_F(Session, AServiceThatClosesInTheMiddleOfAPacketIsReportedOnceToo) {
+    connect();
+    const Bytes whole = notify(intEntry("change-mode", 1));
+    pipe.sendToSession(wire::join({whole, Bytes(whole.begin(), whole.begin() + 12)}));
+    ASSERT_TRUE(Host::waitForEvents(1));
+    pipe.peer->disconnect();
+    ASSERT_TRUE(Host::waitForErrors(1));
+    EXPECT_EQ(Host::errors(), (Calls{{-2, UV_EOF}}));
+    EXPECT_EQ(Host::events(), (Calls{{200006, 1}}));
+}
+
+TEST_F(Session, AfterALostConnectionTheNextRecordIsTakenAndNoConnectionIsMade) {
+    connect();
+    pipe.peer->disconnect();
+    ASSERT_TRUE(Host::waitForErrors(1));
+    LogCapture log;
+    EXPECT_TRUE(pipe.session->init(Host::record()));
+    EXPECT_EQ(textsOf(log.lines(kTag)), std::vector<std::string>{"I send notify koru info."});
+    EXPECT_EQ(pipe.session->connects.load(), 1);
+}
+
+TEST_F(Session, AStreamErrorAfterTheEndOfTheSessionProducesNoCallback) {
+    connect();
+    pipe.session->stopService(seriesFrom(1));
+    pipe.peer->disconnect();
+    ASSERT_TRUE(pipe.waitForStreamErrors(1));
+    EXPECT_TRUE(Host::errors().empty());
+}
+
+TEST_F(Session, AnIdIsSentOverTheOpenConnection) {
+    connect();
+    EXPECT_TRUE(pipe.session->setAccountID("someone"));
+    const std::vector<wire::Packet> packets = pipe.waitForPackets(2);
+    ASSERT_EQ(packets.size(), 2U);
+    EXPECT_EQ(accountOf(packets[1].payload), "someoneount");
+    EXPECT_EQ(packets[1].seq, 1);
+}
+
+TEST_F(Session, ALaterRecordIsSentOverTheOpenConnection) {
+    connect();
+    AudioServiceParam param = Host::record();
+    setText(param.model, "another");
+    EXPECT_TRUE(pipe.session->init(param));
+    const std::vector<wire::Packet> packets = pipe.waitForPackets(2);
+    ASSERT_EQ(packets.size(), 2U);
+    EXPECT_EQ(koruInfoOf(packets[1].payload).at(3).second, "another");
+    EXPECT_EQ(pipe.session->connects.load(), 1);
+}
+
+TEST_F(Session, NotificationsReachTheHostHoweverTheServiceCutsThem) {
+    connect();
+    const Bytes stream =
+        wire::join({notify(intEntry("change-mode", 1)), notify({}), notify(intEntry("change-mode", 2))});
+    for (const std::uint8_t byte : stream) {
+        pipe.sendToSession({byte});
+    }
+    ASSERT_TRUE(Host::waitForEvents(2));
+    EXPECT_EQ(Host::events(), (Calls{{200006, 1}, {200006, 2}}));
+}
+
+TEST_F(Session, ThousandPacketsInOneWriteReachTheHostInOrder) {
+    connect();
+    Bytes stream;
+    Calls expected;
+    for (int mode = 0; mode < 1000; ++mode) {
+        const Bytes next = notify(intEntry("change-mode", mode));
+        stream.insert(stream.end(), next.begin(), next.end());
+        expected.emplace_back(200006, mode);
+    }
+    pipe.sendToSession(stream);
+    ASSERT_TRUE(Host::waitForEvents(1000));
+    EXPECT_EQ(Host::events(), expected);
+}
+
+TEST_F(Session, ANameOfSixteenMegabytesArrivesWhole) {
+    connect();
+    const std::string name(16 * 1024 * 1024, 'n');
+    pipe.sendToSession(
+        wire::join({notify(textEntry("phone-name", name)), notify(intEntry("change-mode", 1))}));
+    ASSERT_TRUE(Host::waitForEvents(1));
+    ASSERT_NE(pipe.session->lendPhoneName(), nullptr);
+    EXPECT_TRUE(pipe.session->lendPhoneName() == name);
+}
+
+TEST_F(Session, CallbacksOnTheLoopThreadMayCallBackIntoTheSession) {
+    connect();
+    std::atomic<int> done{0};
+    Host::whenEvent([&](int, int) {
+        EXPECT_TRUE(pipe.loop->onLoopThread());
+        EXPECT_TRUE(pipe.session->setAccountID("abc"));
+        EXPECT_TRUE(pipe.session->init(Host::record()));
+        EXPECT_EQ(pipe.session->getPlayerState(), 4U);
+        EXPECT_STREQ(pipe.session->lendPhoneName(), "Handset A");
+        ++done;
+    });
+    pipe.sendToSession(notify(textEntry("phone-name", "Handset A")));
+    pipe.sendToSession(notify(intEntry("change-mode", 1)));
+    ASSERT_TRUE(Host::waitForEvents(1));
+    const std::vector<wire::Packet> packets = pipe.waitForPackets(3);
+    ASSERT_EQ(packets.size(), 3U);
+    EXPECT_EQ(accountOf(packets[1].payload), "abc account");
+    EXPECT_EQ(koruInfoOf(packets[2].payload).size(), 6U);
+    EXPECT_TRUE(support::eventually([&done] { return done.load() == 1; })); // the service may be ahead of it
+}
+
+TEST_F(Session, AStopThatComesBeforeTheConnectIsDoneFollowsTheDeviceInformation) {
+    constexpr std::uint16_t kStop = 8193;
+    PipeSession hasty;
+    support::PipePeer& service = hasty.listen();
+    ASSERT_TRUE(hasty.session->init(Host::record()));
+    ASSERT_TRUE(service.waitForConnections(1)); // the service has taken it, the session has not heard of that
+    hasty.session->stopService(seriesFrom(1));
+    hasty.runLoop();
+    const std::vector<wire::Packet> packets = hasty.waitForPackets(2);
+    ASSERT_EQ(packets.size(), 2U);
+    EXPECT_EQ(koruInfoOf(packets[0].payload).size(), 6U);
+    EXPECT_EQ(packets[1].cmdType, kStop);
+}
+
+TEST_F(Session, DestroyingASessionClosesItsEndOfThePipe) {
+    auto other = std::make_unique<PipeSession>();
+    support::PipePeer& service = other->listen();
+    other->session->init(Host::record());
+    other->runLoop();
+    ASSERT_TRUE(service.waitForConnections(1));
+    std::unique_ptr<support::PipePeer> survivor = std::move(other->peer);
+    other = nullptr;
+    EXPECT_TRUE(survivor->waitForEnd());
+}
+
+TEST_F(Session, ASessionThatNeverConnectedCanBeDestroyed) {
+    PipeSession never;
+    PipeSession begun;
+    begun.session->init(Host::record());
+}
+
+TEST_F(Session, ServiceThatDoesNotReadCostsABoundedNumberOfUnsentBytes) {
+    constexpr int kMost =
+        60000; // more than the bound holds of the shortest packets that carry a text of 255 bytes
+    PipeSession stuffed;
+    stuffed.listen(support::PipePeer::Reads::kWhenTold);
+    LogCapture log;
+    ASSERT_TRUE(stuffed.session->init(Host::record()));
+    stuffed.runLoop();
+    ASSERT_TRUE(support::eventually([&] { return stuffed.session->connects.load() == 1; }));
+    const std::string text(255, 'a');
+    int sent = 0;
+    while (stuffed.session->refusedWrites.load() == 0 && sent < kMost) {
+        ASSERT_TRUE(stuffed.session->setAccountID(text.c_str()));
+        ++sent;
+    }
+    EXPECT_EQ(stuffed.session->refusedWrites.load(), 1);
+    const std::vector<LogLine> lines = log.lines(kTag);
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                            [](const LogLine& line) {
+                                return line.letter == 'E' && line.function == "QuPCAudioMessage::write";
+                            }),
+              1);
+    stuffed.peer->startReading();
+    EXPECT_FALSE(stuffed.waitForPackets(1000).empty()) << "what was accepted before arrives";
+}
