@@ -8,7 +8,12 @@
 include(CMakePackageConfigHelpers)
 
 install(FILES "$<TARGET_FILE:SonviaPCAudioDll>" DESTINATION bin COMPONENT runtime)
-install(FILES "${PROJECT_SOURCE_DIR}/include/SonviaPCAudioDll.h" DESTINATION include COMPONENT runtime)
+install(FILES
+    "${PROJECT_SOURCE_DIR}/include/SonviaPCAudioDll.h"
+    "${PROJECT_SOURCE_DIR}/include/SonviaPCAudio.hpp"
+    "${PROJECT_SOURCE_DIR}/include/SonviaPCAudioLibrary.hpp"
+    "${PROJECT_SOURCE_DIR}/include/SonviaPCAudioNames.hpp"
+    DESTINATION include COMPONENT runtime)
 install(FILES
     "${CMAKE_ARCHIVE_OUTPUT_DIRECTORY}/SonviaPCAudioDll.dll.a"
     "${CMAKE_ARCHIVE_OUTPUT_DIRECTORY}/SonviaPCAudioDll.lib"

@@ -305,6 +305,35 @@ def change_of_what_hosts_were_compiled_against():
     return not same and all(moved) and any("imports" in line or "KERNEL32" in line.upper() for line in other)
 
 
+def binding_that_is_not_of_this_header():
+    """Another code, another function and another text each turn a binding red; so does a constant without a text."""
+    manifest, texts, written = gates.abi.MANIFEST, gates.bindings.TEXTS, gates.bindings.FILES
+    with described() as root:
+        for path in (texts, *written):
+            (root / path).parent.mkdir(parents=True, exist_ok=True)
+            shutil.copy(gates.ROOT / path, root / path)
+
+        def found(path, old, new):
+            text = (root / path).read_text()
+            if text.count(old) != 1:
+                raise ValueError(f"{path}: {old} is not there once")
+            (root / path).write_text(text.replace(old, new))
+            try:
+                return gates.check_bindings(root)
+            except ValueError as error:
+                return [str(error)]
+            finally:
+                (root / path).write_text(text)
+
+        same = gates.check_bindings(root)
+        other_code = found(manifest, '"SONVIA_EVENT_FIRST_AUDIO": 200003', '"SONVIA_EVENT_FIRST_AUDIO": 200004')
+        new_code = found(manifest, '"SONVIA_ERROR_STREAM": -3,', '"SONVIA_ERROR_STREAM": -3, "SONVIA_ERROR_NEW": -4,')
+        other_text = found(texts, '"first audio"', '"the first audio"')
+        by_hand = [found(path, "bindings.py", "hand") for path in written]
+    return (not same and len(other_code) >= len(written) and len(new_code) == 1 and "SONVIA_ERROR_NEW" in new_code[0] and
+            len(other_text) >= len(written) - 1 and all(len(one) == 1 for one in by_hand))
+
+
 def dll_that_is_not_what_it_says():
     """Another version, a time, a PDB of another build, and one that tells of the build machine."""
     version = "2.1.2110122".encode("utf-16-le")
@@ -403,6 +432,7 @@ CANARIES = {
     "exports": [ninth_export],
     "imports": [import_of_a_compilers_library, import_that_older_windows_has_not],
     "abi": [change_of_what_hosts_were_compiled_against],
+    "bindings": [binding_that_is_not_of_this_header],
     "identity": [dll_that_is_not_what_it_says],
     "reproduce": [build_that_differs_in_one_byte],
     "instrumented": [archives_without_a_sanitizer],

@@ -13,13 +13,14 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 import abi
+import bindings
 import checks
 import pe
 import summary
 
 ROOT = Path(__file__).resolve().parent.parent
 BUILD = ROOT / "build"
-SOURCE_SUFFIXES = {".c", ".cpp", ".h"}
+SOURCE_SUFFIXES = {".c", ".cpp", ".h", ".hpp"}
 JOBS = int(os.environ.get("SONVIA_JOBS") or os.cpu_count() or 1)
 
 
@@ -361,6 +362,11 @@ def check_abi(root=ROOT, dll=DLL):
     return abi.differences(root, dll) if dll.is_file() else [f"{dll.name} is not built"]
 
 
+def check_bindings(root=ROOT):
+    """The names, codes, texts and layouts of every binding are those of the header; scripts/bindings.py writes them."""
+    return bindings.differences(root)
+
+
 def check_identity(dll=DLL):
     """The DLL tells its version and its PDB, which has the names that the DLL has not; no time or folder is in them."""
     pdb = dll.with_suffix(".pdb")
@@ -426,6 +432,7 @@ GATES = {
     "imports": check_imports,
     "identity": check_identity,
     "abi": check_abi,
+    "bindings": check_bindings,
     "instrumented": check_instrumented,
     "cppcheck": check_cppcheck,
     "tidy": check_tidy,

@@ -67,7 +67,8 @@ def archives():
     shutil.rmtree("packed")
 
 
-RUNTIME = """bin/SonviaPCAudioDll.dll include/SonviaPCAudioDll.h lib/SonviaPCAudioDll.dll.a lib/SonviaPCAudioDll.lib
+RUNTIME = """bin/SonviaPCAudioDll.dll include/SonviaPCAudioDll.h include/SonviaPCAudio.hpp
+    include/SonviaPCAudioLibrary.hpp include/SonviaPCAudioNames.hpp lib/SonviaPCAudioDll.dll.a lib/SonviaPCAudioDll.lib
     lib/cmake/SonviaPCAudio/SonviaPCAudioConfig.cmake lib/cmake/SonviaPCAudio/SonviaPCAudioConfigVersion.cmake
     CHANGELOG.md README.md SECURITY.md THIRD-PARTY-NOTICES.txt abi.json docs/integrating.md docs/shipping.md
     examples/minimal_host/minimal_host.c examples/package_host/CMakeLists.txt examples/package_host/linked_host.c
