@@ -7,9 +7,9 @@
 #include "protocol/ctrl_protocol.h"
 #include "support/cuts.h"
 #include "support/input.h"
-#include "support/transport/kept_stream.h"
 #include "support/protected_ends.h"
 #include "support/require.h"
+#include "support/transport/kept_stream.h"
 
 #include <optional>
 #include <utility>
