@@ -2,9 +2,17 @@
 // in the process, and this is never reached but by the end of the process.
 #include <windows.h>
 
+#include <cstdlib>
+
 // NOLINTBEGIN(clang-diagnostic-reserved-identifier,readability-identifier-naming): libstdc++'s own names
 namespace __gnu_cxx {
 void __freeres();
+
+// What std::terminate calls. Takes the place of libstdc++'s, which prints the exception's type to the host's standard error
+// first and brings 50 KB of name demangler for that; what the host's callback threw is in the log.
+[[noreturn]] void __verbose_terminate_handler() {
+    std::abort();
+}
 } // namespace __gnu_cxx
 
 // NOLINTEND(clang-diagnostic-reserved-identifier,readability-identifier-naming)
