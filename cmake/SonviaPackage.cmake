@@ -37,6 +37,9 @@ install(DIRECTORY
     "${PROJECT_SOURCE_DIR}/examples/package_host"
     DESTINATION examples COMPONENT runtime FILES_MATCHING PATTERN "*.c" PATTERN "*.cpp"
     PATTERN "package_host/CMakeLists.txt" PATTERN "package_host/scenario.txt")
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/examples/node_host" "${PROJECT_SOURCE_DIR}/examples/electron_host"
+    DESTINATION examples COMPONENT runtime)
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/bindings/node" DESTINATION bindings COMPONENT runtime)
 
 install(FILES "$<TARGET_FILE_DIR:SonviaPCAudioDll>/SonviaPCAudioDll.pdb" DESTINATION bin COMPONENT symbols)
 

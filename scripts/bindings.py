@@ -147,6 +147,10 @@ def typescript(interface):
         for name, value, text in members:
             out += [f"    /** {text} */", f"    readonly {name}: {value};"]
         out += ["};", ""]
+    out += ["export declare const texts: {"]
+    for group, members in interface.groups.items():
+        out += [f"    readonly {group}: {{", *(f"        readonly {name}: string;" for name, _, _ in members), "    };"]
+    out += ["};", ""]
     out += ["export interface Identity {", *(f"    {name}?: string;" for name in interface.texts), "}", ""]
     return out + [f"export declare const {name}: {value};" for name, value in interface.lone.items()] + [
         f"export declare const version: '{interface.version}';"]
@@ -290,6 +294,8 @@ def rust(interface):
 
 
 FILES = {
+    "bindings/node/lib/declarations.js": javascript,
+    "bindings/node/lib/declarations.d.ts": typescript,
     "include/SonviaPCAudioNames.hpp": cpp,
 }
 

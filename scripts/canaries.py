@@ -83,10 +83,10 @@ def sample_that_differs_from_its_file():
 
 
 def proof_that_does_not_exist():
-    """A test, a gate and a test of the package that nobody has."""
+    """A test, a gate, and tests of a host and of the package that nobody has."""
     with Tree() as tree:
-        tree.plant("docs/canary.md", "Shown by `Canary.Sings`, gate `canary` and test `package_canary`.\n")
-        return len(gates.check_tests_named(tree.root)) == 3
+        tree.plant("docs/canary.md", "Shown by `Canary.Sings`, gate `canary`, `hosts_canary` and test `package_canary`.\n")
+        return len(gates.check_tests_named(tree.root)) == 4
 
 
 def proof_of_another_run():
@@ -98,7 +98,7 @@ def proof_of_another_run():
 def described():
     """A copy of what gates compare with each other by name: a tree of its own would take a second each time."""
     with scratch() as root:
-        for path in ("CMakeLists.txt", "README.md", "CHANGELOG.md", "vcpkg.json", gates.HEADER, gates.abi.MANIFEST,
+        for path in ("CMakeLists.txt", "README.md", "CHANGELOG.md", "vcpkg.json", "bindings/node/package.json", gates.HEADER, gates.abi.MANIFEST,
                      "scripts/windows-functions.txt", "docs/limits.md", "docs/proof.md"):
             (root / path).parent.mkdir(parents=True, exist_ok=True)
             shutil.copy(gates.ROOT / path, root / path)
@@ -136,10 +136,11 @@ def contract_that_is_incomplete():
 
 def version_that_differs():
     return all(len(edited(gates.check_version, path, old, new)) == count for path, old, new, count in (
-        ("CMakeLists.txt", "VERSION 2.1.2110122", "VERSION 2.1.2110123", 4),
+        ("CMakeLists.txt", "VERSION 2.1.2110122", "VERSION 2.1.2110123", 5),
         (gates.HEADER, "_BUILD 2110122", "_BUILD 2110121", 1),
         (gates.HEADER, '_STRING "2.1.2110122"', '_STRING "2.1"', 1),
         ("vcpkg.json", "2.1.2110122", "2.1.2110121", 1),
+        ("bindings/node/package.json", "2.1.2110122", "2.1.2110121", 1),
         ("CHANGELOG.md", "## 2.1.2110122", "## 3.0.0\n\n## 2.1.2110122", 1)))
 
 

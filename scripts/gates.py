@@ -216,12 +216,14 @@ def check_tests_named(root=ROOT):
                       re.findall(r"\bTEST(?:_F|_P)?\(\s*(\w+),\s*(\w+)\)", (root / path).read_text())}
         if path.match("tests/package/CMakeLists.txt"):
             known |= {f"package_{name}" for name in re.findall(r"^sonvia_package_test\((\w+)", (root / path).read_text(), re.M)}
+        if path.match("tests/bindings/CMakeLists.txt"):
+            known |= {f"hosts_{name}" for name in re.findall(r"^ +sonvia_host_language_test\((\w+)", (root / path).read_text(), re.M)}
     findings = []
     for path in tracked(root):
         if path.suffix != ".md" or path.parts[0] != "docs":
             continue
         text = (root / path).read_text()
-        named = re.findall(r"`([A-Z]\w+\.[A-Z]\w+|package_\w+)`", text)
+        named = re.findall(r"`([A-Z]\w+\.[A-Z]\w+|(?:package|hosts)_\w+)`", text)
         gates = re.findall(r"\bgate `(\w+)`", text)
         findings += [f"{path}: no test {name}" for name in sorted(set(named) - known)]
         findings += [f"{path}: no gate {name}" for name in sorted(set(gates) - set(GATES) - set(SLOW_GATES))]
@@ -310,6 +312,7 @@ def check_version(root=ROOT):
         (HEADER, "macros"): r"_MAJOR (\d+)\n#define SONVIA_VERSION_MINOR (\d+)\n#define SONVIA_VERSION_BUILD (\d+)\n",
         (HEADER, "SONVIA_VERSION_STRING"): r'SONVIA_VERSION_STRING "(.*)"$',
         ("vcpkg.json", "version-string"): r'"version-string": "(.*)"',
+        ("bindings/node/package.json", "version"): r'"version": "(.*)"',
         ("CHANGELOG.md", "first entry"): r"\A(?:(?!^## ).*\n)*## (\S+)$",
     }
     return ([] if version else ["CMakeLists.txt: no version found"]) + [

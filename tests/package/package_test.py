@@ -72,7 +72,9 @@ RUNTIME = """bin/SonviaPCAudioDll.dll include/SonviaPCAudioDll.h include/SonviaP
     lib/cmake/SonviaPCAudio/SonviaPCAudioConfig.cmake lib/cmake/SonviaPCAudio/SonviaPCAudioConfigVersion.cmake
     CHANGELOG.md README.md SECURITY.md THIRD-PARTY-NOTICES.txt abi.json docs/integrating.md docs/shipping.md
     examples/minimal_host/minimal_host.c examples/package_host/CMakeLists.txt examples/package_host/linked_host.c
-    examples/package_host/linked_host.cpp examples/package_host/loaded_host.cpp""".split()
+    examples/package_host/linked_host.cpp examples/package_host/loaded_host.cpp
+    bindings/node/package.json bindings/node/index.js bindings/node/index.d.ts bindings/node/lib/declarations.js
+    examples/node_host/host.js examples/electron_host/main.js docs/hosts/node.md""".split()
 SYMBOLS = ["bin/SonviaPCAudioDll.pdb"]
 DEV = """dev/verify.cmd dev/bin/QuPCAudio.exe dev/bin/standin_child.exe dev/bin/SonviaPCAudioDll.dll
     dev/bin/SonviaPCAudioDll.map dev/bin/integration_lifecycle.exe dev/bin/unit_transport.exe

