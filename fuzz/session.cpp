@@ -5,13 +5,14 @@
 // host is told inside it), on the state, on the source's name and on all that is sent.
 
 #include "oracle/session.h"
-#include "api/audio_service_handle.h"
+#include "api/live_handles.h"
 #include "oracle/packets.h"
 #include "support/input.h"
 #include "support/require.h"
 
 #include <algorithm>
 #include <cstring>
+#include <list>
 #include <memory>
 #include <string>
 #include <utility>
@@ -99,7 +100,10 @@ class Meeting {
 public:
     Meeting();
 
-    ~Meeting() { sNow = nullptr; }
+    ~Meeting() {
+        const HandleRelease release(liveHandles(), mHandle);
+        sNow = nullptr;
+    }
 
     Meeting(const Meeting&) = delete;
     Meeting& operator=(const Meeting&) = delete;
@@ -119,7 +123,7 @@ private:
 
     static Meeting* sNow; ///< the callbacks are plain functions
 
-    AudioServiceHandle mHandle;
+    AudioServiceHandle* mHandle = nullptr;
     std::atomic<std::uint16_t> mStopSeries{0xFFFF};
     OpenSession* mSession = nullptr; ///< of mHandle
     oracle::Session mModel;
@@ -133,16 +137,19 @@ Meeting::Meeting() {
     static const auto kLoop = std::make_shared<OUVLoop>();
     auto session = std::make_unique<OpenSession>(kLoop);
     mSession = session.get();
-    mHandle.session = std::move(session);
-    mHandle.loopThread =
+    std::list<HandleEntry> one(1);
+    one.front().record = std::make_unique<AudioServiceHandle>();
+    one.front().record->session = std::move(session);
+    one.front().record->loopThread =
         std::make_unique<platform::Thread>(); // there is one already: setParam starts no other
+    mHandle = liveHandles().add(one);
     sNow = this;
 }
 
 void Meeting::onEvent(int event, int value) {
     sNow->note('E', event, value);
     if (event == SONVIA_EVENT_MODE_CHANGED) {
-        require(::setAccountID(&sNow->mHandle, oracle::Session::accountFor(value).c_str()),
+        require(::setAccountID(sNow->mHandle, oracle::Session::accountFor(value).c_str()),
                 "a callback may send");
     }
 }
@@ -152,7 +159,7 @@ void Meeting::onError(int code, int value) {
 }
 
 void Meeting::note(char callback, int code, int value) {
-    mCalls.push_back({callback, code, value, getState(&mHandle), getSourceName(&mHandle)});
+    mCalls.push_back({callback, code, value, getState(mHandle), getSourceName(mHandle)});
 }
 
 void Meeting::setParam(const std::string& texts) {
@@ -164,13 +171,13 @@ void Meeting::setParam(const std::string& texts) {
          {&param.accountID, &param.bluetoothMac, &param.deviceID, &param.model, &param.sn, &param.pcName}) {
         texts.copy(*field, sizeof *field - 1);
     }
-    require(::setParam(&mHandle, &param) == mModel.init(texts), "a record with both callbacks is taken");
+    require(::setParam(mHandle, &param) == mModel.init(texts), "a record with both callbacks is taken");
     param.onError = nullptr;
-    require(!::setParam(&mHandle, &param), "a record without a callback is refused");
+    require(!::setParam(mHandle, &param), "a record without a callback is refused");
 }
 
 void Meeting::setAccountID(const std::string& text) {
-    require(::setAccountID(&mHandle, text.c_str()) == mModel.setAccountID(text), "the same ids are refused");
+    require(::setAccountID(mHandle, text.c_str()) == mModel.setAccountID(text), "the same ids are refused");
 }
 
 void Meeting::hostActs(std::uint8_t choice) {
@@ -196,7 +203,7 @@ void Meeting::hostActs(std::uint8_t choice) {
         mModel.end();
         break;
     case 7:
-        require(exitAudioProjection(&mHandle), "the request is handed on");
+        require(exitAudioProjection(mHandle), "the request is handed on");
         mModel.exitProjection();
         break;
     default:
@@ -252,8 +259,8 @@ void Meeting::step(std::uint8_t control, Input& stream) {
 
 void Meeting::compare() {
     require(mCalls == mModel.calls, "the host is called as the model calls it");
-    require(getState(&mHandle) == mModel.state, "the same state");
-    require(getSourceName(&mHandle) == mModel.sourceName(), "the same name");
+    require(getState(mHandle) == mModel.state, "the same state");
+    require(getSourceName(mHandle) == mModel.sourceName(), "the same name");
     require(mSession->sent == mModel.sent, "the same is sent");
 }
 

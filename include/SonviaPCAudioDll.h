@@ -13,8 +13,7 @@
  * with these exceptions:
  *   - no function from DllMain or from the constructors and destructors of a DLL's static objects: a thread that the
  *     library waits for can neither start nor end there;
- *   - initSonviaAudioService and uninitSonviaAudioService not inside a callback;
- *   - uninitSonviaAudioService not while another call on the same handle runs.
+ *   - initSonviaAudioService and uninitSonviaAudioService not inside a callback.
  *
  * Callbacks must not throw, and must not leave by longjmp. The library logs an exception and ends the process, as C++
  * does. While a callback runs, no other event arrives: return soon, and never wait in it for a thread that may be
@@ -22,11 +21,12 @@
  *
  * Sending. When a function that sends returns, its packet has been handed to the system's pipe, after the packets of
  * earlier calls. If the loop thread is busy receiving or sending, the call waits for at most 50 ms, and the packet
- * follows as soon as the thread can send it. A callback delays no call. A service that does not read cannot fill the host's memory: above a fixed
- * bound the library refuses to send, with a line in the log.
+ * follows as soon as the thread can send it. A callback delays no call. A service that does not read cannot fill the
+ * host's memory: while more than 4 MB are unsent, the library drops further packets, with a line in the log.
  *
- * Handles. NULL gives the result named with each function and a line in the log. A handle that
- * has been released must not be used again.
+ * Handles. NULL, and a handle that was released, give the result named with each function and a line in the log. A
+ * handle counts as released from the beginning of uninitSonviaAudioService on; only a callback that still runs may use
+ * it until the call returns. No later handle has its value. A handle is not an address: do not read through it.
  *
  * One service for each machine: initSonviaAudioService and, if need be, uninitSonviaAudioService end every process
  * named "QuPCAudio.exe", whoever started it. Use one handle at a time.
@@ -152,12 +152,13 @@ AudioServiceHandle* initSonviaAudioService(const char* logDir, int logLevel);
  * Asks the service to stop and waits up to 1000 ms for it to end; then ends it by force, with its child processes.
  * Stops and joins the loop thread, closes the pipe, and waits until the log is written.
  *
- * @param handle from initSonviaAudioService; invalid after the call. NULL is logged.
- * Thread: any but the loop thread: inside a callback the call ends the process. No other call on this handle may run.
- * Blocks: until the service has ended: at most 1000 ms plus the time that taskkill takes. Plus the rest of a callback
- *         that is running: it must not wait for the calling thread. Plus at most 3 s for the log. If another process
- *         owns the pipe's name and never accepts the connection, Windows gives up 30 s after setParam began to connect,
- *         or when that process ends.
+ * @param handle from initSonviaAudioService; invalid after the call. NULL is logged, and so is a handle that was released
+ *               or that another thread is releasing; nothing is done then.
+ * Thread: any but the loop thread: inside a callback the call ends the process.
+ * Blocks: until the calls of other threads on this handle have returned. Then until the service has ended: at most
+ *         1000 ms plus the time that taskkill takes. Plus the rest of a callback that is running: it must not wait for
+ *         the calling thread. Plus at most 3 s for the log. If another process owns the pipe's name and never accepts
+ *         the connection, Windows gives up 30 s after setParam began to connect, or when that process ends.
  * Returns: true, always.
  * On failure: does not fail. What cannot be ended or written is logged.
  * Callbacks: onError(SONVIA_ERROR_CONNECTION, 0) while the call runs, if the connection was still being made. The loss

@@ -1,10 +1,15 @@
 #include "api/audio_service_handle.h"
 #include "api/life_cycle.h"
+#include "api/live_handles.h"
 #include "log/init_log.h"
 #include "log/write_log.h"
 
+#include <array>
+#include <cstring>
 #include <exception>
+#include <list>
 #include <mutex>
+#include <utility>
 
 namespace {
 
@@ -22,24 +27,47 @@ Result guarded(const char* name, Result onException, Body body) {
     }
 }
 
-bool isNull(const AudioServiceHandle* handle, const char* name) {
-    if (handle == nullptr) {
-        writeLog(kLogError, kLogTagDll, "[%s:%d]handle is NULL", name, __LINE__);
+using IdText = std::array<char, SONVIA_TEXT_SIZE + 1>;
+
+/// A text of the host's as far as an account id reaches: one that is too long stays too long.
+IdText idTextOf(const char* text) {
+    IdText copy = {};
+    if (text != nullptr) {
+        std::strncpy(copy.data(), text, copy.size() - 1);
     }
-    return handle == nullptr;
+    return copy;
 }
 
-/// False, and the host is told through the callback of its last record, when the handle has no session.
-bool hasSession(AudioServiceHandle& handle, const char* name, int logLevel, const char* logText) {
-    if (handle.session != nullptr) {
+void logReleased(const char* name) {
+    writeLog(kLogError, kLogTagDll, "[%s:%d]handle has been released", name, __LINE__);
+}
+
+/// The record behind a host's handle; empty, with a line in the log, when there is none.
+HandleUse useOf(const AudioServiceHandle* handle, const char* name) {
+    if (handle == nullptr) {
+        writeLog(kLogError, kLogTagDll, "[%s:%d]handle is NULL", name, __LINE__);
+        return {};
+    }
+    HandleUse use = guarded(name, HandleUse(), [handle] { return liveHandles().use(handle); });
+    if (!use) {
+        logReleased(name);
+    }
+    return use;
+}
+
+/// False, and the host is told through the callback of its last record, when the record has no session. The use ends
+/// before that, since the callback may call anything.
+bool hasSession(HandleUse& use, const char* name, int logLevel, const char* logText) {
+    if (use->session != nullptr) {
         return true;
     }
     writeLog(logLevel, kLogTagDll, "[%s:%d]%s", name, __LINE__, logText);
     void (*onError)(int, int) = nullptr;
     {
-        const std::lock_guard guard(handle.paramsMutex);
-        onError = handle.params.onError;
+        const std::lock_guard guard(use->paramsMutex);
+        onError = use->params.onError;
     }
+    { const HandleUse ended = std::move(use); }
     if (onError != nullptr) {
         onError(SONVIA_ERROR_CONNECTION, 0);
     }
@@ -53,7 +81,10 @@ AudioServiceHandle* initSonviaAudioService(const char* logDir, int logLevel) {
         // One start-up at a time: each one begins with ending the service that another has just started.
         static OMutex& startUpMutex = *new OMutex;
         const std::lock_guard guard(startUpMutex);
-        return startUp(logDir != nullptr ? logDir : "", logLevel).release();
+        LiveHandles& handles = liveHandles();
+        std::list<HandleEntry> one(1); // before the service is started: afterwards nothing may fail
+        one.front().record = startUp(logDir != nullptr ? logDir : "", logLevel);
+        return one.front().record != nullptr ? handles.add(one) : nullptr;
     });
 }
 
@@ -63,79 +94,97 @@ bool uninitSonviaAudioService(AudioServiceHandle* handle) {
         writeLog(kLogWarning, kLogTagDll, "[%s:%d]handle is NULL", __func__, __LINE__);
         return true;
     }
-    const bool result = guarded(__func__, true, [handle] {
-        const std::unique_ptr<AudioServiceHandle> owned(handle);
-        shutDown(*owned);
+    const bool isReleased = guarded(__func__, true, [handle] {
+        const HandleRelease release(liveHandles(), handle);
+        if (!release) {
+            logReleased("uninitSonviaAudioService");
+            return false;
+        }
+        shutDown(*release);
         return true;
     });
-    orvel::FLUSHLOG(); // the host may end the process right after this call
-    return result;
+    if (isReleased) {
+        orvel::FLUSHLOG(); // the host may end the process right after this call
+    }
+    return true;
 }
 
 bool exitAudioProjection(AudioServiceHandle* handle) {
     writeLog(kLogInfo, kLogTagDll, "[%s:%d]exitAudioProjection", __func__, __LINE__);
-    if (isNull(handle, __func__) || !hasSession(*handle, __func__, kLogWarning, "gQuPCAudio is NULL")) {
+    HandleUse use = useOf(handle, __func__);
+    if (!use || !hasSession(use, __func__, kLogWarning, "gQuPCAudio is NULL")) {
         return false;
     }
-    return guarded(__func__, false, [handle] {
-        handle->session->endProjection(handle->sequence);
+    return guarded(__func__, false, [&use] {
+        use->session->endProjection(use->sequence);
         return true;
     });
 }
 
 uint32_t getState(AudioServiceHandle* handle) {
     writeLog(kLogDebug, kLogTagDll, "[%s:%d]getState!", __func__, __LINE__);
-    if (isNull(handle, __func__) || !hasSession(*handle, __func__, kLogWarning, "quPCAudio is NULL")) {
+    HandleUse use = useOf(handle, __func__);
+    if (!use || !hasSession(use, __func__, kLogWarning, "quPCAudio is NULL")) {
         return SONVIA_STATE_UNKNOWN;
     }
-    return handle->session->getPlayerState();
+    return use->session->getPlayerState();
 }
 
 const char* getSourceName(AudioServiceHandle* handle) {
     writeLog(kLogDebug, kLogTagDll, "[%s:%d]getSourceName!", __func__, __LINE__);
-    if (isNull(handle, __func__) || !hasSession(*handle, __func__, kLogWarning, "quPCAudio is NULL!")) {
+    HandleUse use = useOf(handle, __func__);
+    if (!use || !hasSession(use, __func__, kLogWarning, "quPCAudio is NULL!")) {
         return kDefaultSourceName;
     }
-    return guarded(__func__, kDefaultSourceName, [handle] {
-        const char* name = handle->session->lendPhoneName();
+    return guarded(__func__, kDefaultSourceName, [&use] {
+        const char* name = use->session->lendPhoneName();
         return name != nullptr ? name : kDefaultSourceName;
     });
 }
 
 bool setParam(AudioServiceHandle* handle, const AudioServiceParam* param) {
     writeLog(kLogDebug, kLogTagDll, "[%s:%d]koru setParam!", __func__, __LINE__);
-    if (isNull(handle, __func__)) {
+    if (!useOf(handle, __func__)) {
         return false;
     }
     if (param == nullptr) {
         writeLog(kLogError, kLogTagDll, "[%s:%d]param is NULL", __func__, __LINE__);
         return false;
     }
-    // Read once and outside of every lock: a host may survive the fault of a record that cannot be read.
+    // Read once, and while the handle is not in use: a host may survive the fault of a record that cannot be read.
     const AudioServiceParam record = *param;
-    {
-        const std::lock_guard guard(handle->paramsMutex);
-        handle->params = record;
-    }
-    if (!hasSession(*handle, __func__, kLogError, "gQuPCAudio is NULL")) {
+    HandleUse use = useOf(handle, __func__);
+    if (!use) {
         return false;
     }
-    return guarded(__func__, false, [handle, &record] {
-        if (!handle->session->init(record)) {
+    {
+        const std::lock_guard guard(use->paramsMutex);
+        use->params = record;
+    }
+    if (!hasSession(use, __func__, kLogError, "gQuPCAudio is NULL")) {
+        return false;
+    }
+    return guarded(__func__, false, [&use, &record] {
+        if (!use->session->init(record)) {
             writeLog(kLogError, kLogTagDll, "[%s:%d]setParam failed!", "setParam", __LINE__);
             return false;
         }
-        return startLoopThread(*handle);
+        return startLoopThread(*use);
     });
 }
 
 bool setAccountID(AudioServiceHandle* handle, const char* accountID) {
     writeLog(kLogDebug, kLogTagDll, "[%s:%d]koru setAccountID!", __func__, __LINE__);
-    // The words are setParam's; whoever searches logs for them knows both functions by them.
-    if (isNull(handle, __func__) || !hasSession(*handle, __func__, kLogError, "setParam failed!")) {
+    if (!useOf(handle, __func__)) {
         return false;
     }
-    return guarded(__func__, false, [handle, accountID] { return handle->session->setAccountID(accountID); });
+    const IdText text = idTextOf(accountID); // as in setParam
+    HandleUse use = useOf(handle, __func__);
+    // The words are setParam's; whoever searches logs for them knows both functions by them.
+    if (!use || !hasSession(use, __func__, kLogError, "setParam failed!")) {
+        return false;
+    }
+    return guarded(__func__, false, [&use, &text] { return use->session->setAccountID(text.data()); });
 }
 
 // Hosts exist that take the result for a pointer; all of the register is 0.

@@ -1,13 +1,13 @@
 #include "support/api/api_support.h"
 
 DirectHandle::DirectHandle() {
-    handle->loop = std::make_shared<OUVLoop>();
-    handle->session = std::make_unique<DirectSession::Session>(handle->loop);
-    handle->session->setStream(&stream);
+    record->loop = std::make_shared<OUVLoop>();
+    record->session = std::make_unique<DirectSession::Session>(record->loop);
+    record->session->setStream(&stream);
 }
 
 void DirectHandle::receive(const wire::Bytes& payload) {
-    handle->session->onRead(chainOf(notify(payload)), 0);
+    record->session->onRead(chainOf(notify(payload)), 0);
 }
 
 bool FakeProcess::waitForEnd(std::chrono::milliseconds limit) {

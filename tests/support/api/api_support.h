@@ -2,23 +2,58 @@
 #pragma once
 
 #include "api/audio_service_handle.h"
+#include "api/live_handles.h"
 #include "support/session/session_support.h"
 
 #include <atomic>
 #include <chrono>
+#include <list>
 #include <memory>
+
+/// A record among the live handles, as initSonviaAudioService leaves it.
+class ListedRecord {
+public:
+    ListedRecord() : ListedRecord(oneEntry()) {}
+
+    /// Takes it away as it stands when no test has released it.
+    ~ListedRecord() { const HandleRelease release(liveHandles(), handle); }
+
+    ListedRecord(const ListedRecord&) = delete;
+    ListedRecord& operator=(const ListedRecord&) = delete;
+
+    /// Until the release.
+    AudioServiceHandle* operator->() const { return mRecord; }
+
+    AudioServiceHandle& operator*() const { return *mRecord; }
+
+private:
+    static std::list<HandleEntry> oneEntry() {
+        std::list<HandleEntry> one(1);
+        one.front().record = std::make_unique<AudioServiceHandle>();
+        return one;
+    }
+
+    explicit ListedRecord(std::list<HandleEntry> one)
+        : mRecord(one.front().record.get()), handle(liveHandles().add(one)) {}
+
+    AudioServiceHandle* mRecord;
+
+public:
+    AudioServiceHandle* const handle; ///< what the host holds
+};
 
 /// A handle whose session writes to `stream`. No thread runs its loop until setParam starts it.
 struct DirectHandle {
     DirectHandle();
 
     /// As if the service had answered.
-    void connected() { handle->session->onConnect(nullptr, 0); }
+    void connected() { record->session->onConnect(nullptr, 0); }
 
     void receive(const wire::Bytes& payload);
 
     RecordingSocket stream;
-    std::unique_ptr<AudioServiceHandle> handle = std::make_unique<AudioServiceHandle>();
+    ListedRecord record;
+    AudioServiceHandle* const handle = record.handle;
 };
 
 /// A service process that ends when the test says so.

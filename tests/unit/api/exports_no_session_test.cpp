@@ -1,9 +1,8 @@
 // A handle that has no session: every function says so, to the log and to the host.
 
-#include "api/audio_service_handle.h"
 #include "log/write_log.h"
+#include "support/api/api_support.h"
 #include "support/log_capture.h"
-#include "support/session/session_support.h"
 
 #include <gtest/gtest.h>
 
@@ -18,10 +17,11 @@ using Calls = std::vector<Host::Call>;
 
 class NoSession : public testing::Test {
 protected:
-    NoSession() { handle.params = Host::record(); }
+    NoSession() { record->params = Host::record(); }
 
     Host host;
-    AudioServiceHandle handle;
+    ListedRecord record;
+    AudioServiceHandle* const handle = record.handle;
 };
 
 std::vector<LogLine> linesOf(const char* function, char firstLetter, const std::string& firstText,
@@ -33,23 +33,23 @@ std::vector<LogLine> linesOf(const char* function, char firstLetter, const std::
 
 TEST_F(NoSession, ExitAudioProjectionIsFalseAndTellsTheHost) {
     LogCapture log;
-    EXPECT_FALSE(exitAudioProjection(&handle));
+    EXPECT_FALSE(exitAudioProjection(handle));
     EXPECT_EQ(log.lines(),
               linesOf("exitAudioProjection", 'I', "exitAudioProjection", 'W', "gQuPCAudio is NULL"));
     EXPECT_EQ(Host::errors(), (Calls{{-2, 0}}));
-    EXPECT_EQ(handle.sequence.load(), 0);
+    EXPECT_EQ(record->sequence.load(), 0);
 }
 
 TEST_F(NoSession, GetStateIsFourAndTellsTheHost) {
     LogCapture log;
-    EXPECT_EQ(getState(&handle), 4U);
+    EXPECT_EQ(getState(handle), 4U);
     EXPECT_EQ(log.lines(), linesOf("getState", 'D', "getState!", 'W', "quPCAudio is NULL"));
     EXPECT_EQ(Host::errors(), (Calls{{-2, 0}}));
 }
 
 TEST_F(NoSession, GetSourceNameIsPhoneAndTellsTheHost) {
     LogCapture log;
-    EXPECT_STREQ(getSourceName(&handle), "phone");
+    EXPECT_STREQ(getSourceName(handle), "phone");
     EXPECT_EQ(log.lines(), linesOf("getSourceName", 'D', "getSourceName!", 'W', "quPCAudio is NULL!"));
     EXPECT_EQ(Host::errors(), (Calls{{-2, 0}}));
 }
@@ -60,39 +60,39 @@ TEST_F(NoSession, SetParamIsFalseAndTellsTheHostOfTheNewRecord) {
     AudioServiceParam param = Host::record();
     param.onError = [](int code, int value) { other += code == -2 && value == 0 ? 1 : 100; };
     LogCapture log;
-    EXPECT_FALSE(setParam(&handle, &param));
+    EXPECT_FALSE(setParam(handle, &param));
     EXPECT_EQ(log.lines(), linesOf("setParam", 'D', "koru setParam!", 'E', "gQuPCAudio is NULL"));
     EXPECT_TRUE(Host::errors().empty());
     EXPECT_EQ(other, 1);
-    EXPECT_EQ(handle.loopThread, nullptr);
+    EXPECT_EQ(record->loopThread, nullptr);
 }
 
 TEST_F(NoSession, SetAccountIDIsFalseInTheWordsOfSetParam) {
     LogCapture log;
-    EXPECT_FALSE(setAccountID(&handle, "someone"));
+    EXPECT_FALSE(setAccountID(handle, "someone"));
     EXPECT_EQ(log.lines(), linesOf("setAccountID", 'D', "koru setAccountID!", 'E', "setParam failed!"));
     EXPECT_EQ(Host::errors(), (Calls{{-2, 0}}));
 }
 
 TEST_F(NoSession, WithoutAnErrorCallbackTheResultsAreTheSame) {
     LogCapture quiet;
-    handle.params = {};
-    EXPECT_FALSE(exitAudioProjection(&handle));
-    EXPECT_EQ(getState(&handle), 4U);
-    EXPECT_STREQ(getSourceName(&handle), "phone");
-    EXPECT_FALSE(setAccountID(&handle, "someone"));
+    record->params = {};
+    EXPECT_FALSE(exitAudioProjection(handle));
+    EXPECT_EQ(getState(handle), 4U);
+    EXPECT_STREQ(getSourceName(handle), "phone");
+    EXPECT_FALSE(setAccountID(handle, "someone"));
     const AudioServiceParam empty = {};
-    EXPECT_FALSE(setParam(&handle, &empty));
+    EXPECT_FALSE(setParam(handle, &empty));
 }
 
 TEST_F(NoSession, EachLineComesBeforeTheCallback) {
     Host::whenError([](int, int) { writeLog(kLogInfo, "Host", "called"); });
     LogCapture log;
-    exitAudioProjection(&handle);
-    getState(&handle);
-    getSourceName(&handle);
-    setAccountID(&handle, "someone");
-    setParam(&handle, &handle.params);
+    exitAudioProjection(handle);
+    getState(handle);
+    getSourceName(handle);
+    setAccountID(handle, "someone");
+    setParam(handle, &record->params);
     std::vector<std::string> texts;
     for (const LogLine& line : log.lines()) {
         texts.push_back(line.text);
@@ -108,22 +108,20 @@ TEST_F(NoSession, TheHostMayCallBackFromItsErrorCallback) {
     LogCapture quiet;
     static AudioServiceHandle* place;
     static int depth;
-    place = &handle;
+    place = handle;
     depth = 0;
-    handle.params.onError = [](int, int) {
+    record->params.onError = [](int, int) {
         if (++depth < 3) {
             getState(place);
         }
     };
-    getState(&handle);
+    getState(handle);
     EXPECT_EQ(depth, 3);
 }
 
 TEST_F(NoSession, UninitKillsTheServiceByNameAndIsTrue) {
-    auto* own = new AudioServiceHandle;
-    own->params = Host::record();
     LogCapture log;
-    EXPECT_TRUE(uninitSonviaAudioService(own));
+    EXPECT_TRUE(uninitSonviaAudioService(handle));
     EXPECT_EQ(log.lines(),
               (std::vector<LogLine>{
                   {'I', kTag, "uninitSonviaAudioService", 0, "uninitSonviaAudioService"},

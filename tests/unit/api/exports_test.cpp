@@ -21,7 +21,7 @@ constexpr const char* kTag = "SonviaPCAudioDll";
 
 class Exports : public testing::Test {
 protected:
-    AudioServiceHandle* handle() { return direct.handle.get(); }
+    AudioServiceHandle* handle() { return direct.handle; }
 
     Host host;
     DirectHandle direct;
@@ -95,7 +95,7 @@ TEST_F(Exports, ExitAudioProjectionCountsFromOneApartFromTheSession) {
 }
 
 TEST_F(Exports, TheSequenceOfTheExportsWrapsAfterSixteenBits) {
-    handle()->sequence = 65534;
+    direct.record->sequence = 65534;
     for (int call = 0; call < 3; ++call) {
         exitAudioProjection(handle());
     }
@@ -131,7 +131,7 @@ TEST_F(Exports, SetParamWithoutACallbackOrContextFailsAndStartsNoThread) {
                   (std::vector<std::string>{"D setParam koru setParam!",
                                             "E QuPCAudioMessage::init param error, init failed.",
                                             "E setParam setParam failed!"}));
-        EXPECT_EQ(handle()->loopThread, nullptr);
+        EXPECT_EQ(direct.record->loopThread, nullptr);
     }
     EXPECT_TRUE(Host::errors().empty());
 }
@@ -142,14 +142,14 @@ TEST_F(Exports, SetParamTakesTheWholeRecordBeforeItChecksAnything) {
     setText(param.pcName, std::string(256, 'n'));
     param.context = nullptr;
     setParam(handle(), &param);
-    EXPECT_EQ(std::string(handle()->params.pcName, 256), std::string(256, 'n'));
-    EXPECT_EQ(handle()->params.context, nullptr);
+    EXPECT_EQ(std::string(direct.record->params.pcName, 256), std::string(256, 'n'));
+    EXPECT_EQ(direct.record->params.context, nullptr);
 }
 
 TEST_F(Exports, SetParamSurvivesANullRecord) {
     LogCapture quiet;
     EXPECT_FALSE(setParam(handle(), nullptr));
-    EXPECT_EQ(handle()->loopThread, nullptr);
+    EXPECT_EQ(direct.record->loopThread, nullptr);
 }
 
 namespace {
@@ -158,21 +158,28 @@ namespace {
 class LiveHandle : public testing::Test {
 protected:
     LiveHandle() {
-        handle->loop = names.loop;
-        handle->session = std::make_unique<QuPCAudioMessage>(names.loop);
+        record->loop = names.loop;
+        record->session = std::make_unique<QuPCAudioMessage>(names.loop);
     }
 
     ~LiveHandle() override {
-        if (handle != nullptr) {
+        if (!mEnded) {
             end();
         }
     }
 
-    bool end() { return uninitSonviaAudioService(std::exchange(handle, nullptr)); }
+    bool end() {
+        mEnded = true;
+        return uninitSonviaAudioService(handle);
+    }
 
     Host host;
     PipeSession names; ///< for its pipe name, its peer and its loop
-    AudioServiceHandle* handle = new AudioServiceHandle;
+    ListedRecord record;
+    AudioServiceHandle* const handle = record.handle;
+
+private:
+    bool mEnded = false;
 };
 
 } // namespace
@@ -182,15 +189,15 @@ TEST_F(LiveHandle, SetParamConnectsAndStartsTheThreadOnce) {
     names.listen();
     AudioServiceParam param = Host::record();
     ASSERT_TRUE(setParam(handle, &param));
-    ASSERT_NE(handle->loopThread, nullptr);
-    const platform::Thread* thread = handle->loopThread.get();
+    ASSERT_NE(record->loopThread, nullptr);
+    const platform::Thread* thread = record->loopThread.get();
     ASSERT_EQ(names.waitForPackets(1).size(), 1U);
     setText(param.sn, "another");
     ASSERT_TRUE(setParam(handle, &param)); // who hears of the connection finds it made
     const std::vector<wire::Packet> packets = names.waitForPackets(2);
     ASSERT_EQ(packets.size(), 2U);
     EXPECT_EQ(koruInfoOf(packets[1].payload).at(4).second, "another");
-    EXPECT_EQ(handle->loopThread.get(), thread);
+    EXPECT_EQ(record->loopThread.get(), thread);
 }
 
 TEST_F(LiveHandle, WithoutAServiceSetParamIsTrueAndTheHostHearsLater) {
@@ -247,11 +254,11 @@ TEST_F(LiveHandle, UninitRightAfterSetParamAlwaysEnds) {
     LogCapture quiet;
     const AudioServiceParam param = Host::record();
     for (int round = 0; round < 30; ++round) {
-        auto* own = new AudioServiceHandle;
+        const ListedRecord own;
         own->loop = std::make_shared<OUVLoop>();
         own->session = std::make_unique<QuPCAudioMessage>(own->loop);
-        ASSERT_TRUE(setParam(own, &param));
-        ASSERT_TRUE(uninitSonviaAudioService(own));
+        ASSERT_TRUE(setParam(own.handle, &param));
+        ASSERT_TRUE(uninitSonviaAudioService(own.handle));
     }
 }
 

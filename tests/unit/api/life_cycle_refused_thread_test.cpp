@@ -16,11 +16,11 @@ constexpr const char* kTag = "SonviaPCAudioDll";
 class RefusedThread : public testing::Test {
 protected:
     // As a host does: libuv holds the pipe until its loop has run.
-    ~RefusedThread() override { EXPECT_TRUE(uninitSonviaAudioService(direct.handle.release())); }
+    ~RefusedThread() override { EXPECT_TRUE(uninitSonviaAudioService(direct.handle)); }
 
     bool setParamWithoutThreads() {
         const RefusingThreads refusing;
-        return setParam(direct.handle.get(), &record);
+        return setParam(direct.handle, &record);
     }
 
     Host host;
@@ -39,20 +39,20 @@ TEST_F(RefusedThread, ForTheLoopMakesSetParamFailAndTheHandleCanBeReleased) {
                         line.text.find("thread start failed: ") == 0);
     }
     EXPECT_TRUE(told);
-    EXPECT_EQ(direct.handle->loopThread, nullptr);
+    EXPECT_EQ(direct.record->loopThread, nullptr);
 }
 
 TEST_F(RefusedThread, ForTheLoopLetsALaterSetParamSucceed) {
     EXPECT_FALSE(setParamWithoutThreads());
-    EXPECT_TRUE(setParam(direct.handle.get(), &record));
-    ASSERT_NE(direct.handle->loopThread, nullptr);
+    EXPECT_TRUE(setParam(direct.handle, &record));
+    ASSERT_NE(direct.record->loopThread, nullptr);
     // Nobody serves the pipe: that is what the connect of the first call ends with.
     EXPECT_TRUE(Host::waitForErrors(1));
 }
 
 TEST_F(RefusedThread, ForTheLoopLetsTheHandleBeReleasedByAHostThatTriesAgain) {
     EXPECT_FALSE(setParamWithoutThreads());
-    AudioServiceHandle* const handle = direct.handle.release();
+    AudioServiceHandle* const handle = direct.handle;
     int tries = 0;
     Host::whenError([&](int, int) {
         ++tries;

@@ -20,7 +20,7 @@ class ShutDown : public testing::Test {
 protected:
     std::vector<std::string> uninit() {
         LogCapture log;
-        EXPECT_TRUE(uninitSonviaAudioService(direct.handle.release()));
+        EXPECT_TRUE(uninitSonviaAudioService(direct.handle));
         std::vector<std::string> texts;
         for (const LogLine& line : log.lines(kTag)) {
             texts.push_back(std::string(1, line.letter) + " " + line.text);
@@ -29,7 +29,7 @@ protected:
     }
 
     void giveProcess(bool ends) {
-        direct.handle->process = std::make_unique<FakeProcess>(ends, seen, &direct.stream);
+        direct.record->process = std::make_unique<FakeProcess>(ends, seen, &direct.stream);
     }
 
     Host host;
@@ -73,8 +73,8 @@ TEST_F(ShutDown, WithoutAProcessNothingIsWaitedFor) {
 }
 
 TEST_F(ShutDown, TheStopTakesTheNextNumberOfTheExports) {
-    exitAudioProjection(direct.handle.get());
-    exitAudioProjection(direct.handle.get());
+    exitAudioProjection(direct.handle);
+    exitAudioProjection(direct.handle);
     uninit();
     EXPECT_EQ(direct.stream.packets().back().seq, 3);
 }
@@ -82,7 +82,7 @@ TEST_F(ShutDown, TheStopTakesTheNextNumberOfTheExports) {
 TEST_F(ShutDown, TheThreadIsStoppedAndJoined) {
     {
         LogCapture begin; // the line with which the thread begins
-        ASSERT_TRUE(startLoopThread(*direct.handle));
+        ASSERT_TRUE(startLoopThread(*direct.record));
     }
     giveProcess(true);
     Texts texts = uninit();
@@ -93,15 +93,15 @@ TEST_F(ShutDown, TheThreadIsStoppedAndJoined) {
 }
 
 TEST_F(ShutDown, TheLoopIsFreed) {
-    const std::weak_ptr<OUVLoop> loop = direct.handle->loop;
-    ASSERT_TRUE(startLoopThread(*direct.handle));
+    const std::weak_ptr<OUVLoop> loop = direct.record->loop;
+    ASSERT_TRUE(startLoopThread(*direct.record));
     uninit();
     EXPECT_TRUE(loop.expired());
 }
 
 TEST_F(ShutDown, TheDisconnectionThatItCausesIsNotReported) {
     direct.connected();
-    direct.handle->session->init(Host::record());
+    direct.record->session->init(Host::record());
 
     /// Ends, and takes the connection with it, while it is waited for.
     struct Leaving : platform::ServiceProcess {
@@ -117,7 +117,7 @@ TEST_F(ShutDown, TheDisconnectionThatItCausesIsNotReported) {
         QuPCAudioMessage& session;
     };
 
-    direct.handle->process = std::make_unique<Leaving>(*direct.handle->session);
+    direct.record->process = std::make_unique<Leaving>(*direct.record->session);
     uninit();
     EXPECT_TRUE(Host::errors().empty());
 }
@@ -134,10 +134,10 @@ TEST_F(ShutDown, ADisconnectionWhileTheStopIsBeingSentIsNotReportedEither) {
     };
 
     Leaving stream;
-    stream.session = direct.handle->session.get();
+    stream.session = direct.record->session.get();
     direct.connected();
-    direct.handle->session->init(Host::record());
-    direct.handle->session->setStream(&stream);
+    direct.record->session->init(Host::record());
+    direct.record->session->setStream(&stream);
     uninit();
     EXPECT_EQ(stream.packets(),
               (std::vector<wire::Packet>{{0x24, 8193, 1, wire::intEntry("StopSonviaAudioService", 200004)}}));
@@ -176,9 +176,9 @@ TEST_F(ShutDown, TheHandlesLoopGoesThenTheSessionThenTheProcess) {
         std::vector<std::string>& steps;
     };
 
-    direct.handle->session = std::make_unique<LastSession>(direct.handle->loop, steps);
-    direct.handle->session->setStream(&direct.stream);
-    direct.handle->process = std::make_unique<LastProcess>(steps);
+    direct.record->session = std::make_unique<LastSession>(direct.record->loop, steps);
+    direct.record->session->setStream(&direct.stream);
+    direct.record->process = std::make_unique<LastProcess>(steps);
     uninit();
     EXPECT_EQ(steps, (Texts{"close", "session, with the last share of the loop", "process"}));
 }
@@ -186,20 +186,20 @@ TEST_F(ShutDown, TheHandlesLoopGoesThenTheSessionThenTheProcess) {
 TEST_F(ShutDown, AHostThatTriesAgainOnEveryErrorDoesNotKeepItFromEnding) {
     PipeSession names; // no service listens
     LogCapture quiet;
-    AudioServiceHandle* const handle = direct.handle.get();
+    AudioServiceHandle* const handle = direct.handle;
     const AudioServiceParam record = Host::record();
     bool lastTry = true;
     Host::whenError([&](int, int) { lastTry = setParam(handle, &record); });
     ASSERT_TRUE(setParam(handle, &record));
     ASSERT_TRUE(Host::waitForErrors(3));
-    EXPECT_TRUE(uninitSonviaAudioService(direct.handle.release()));
+    EXPECT_TRUE(uninitSonviaAudioService(direct.handle));
     EXPECT_FALSE(lastTry);
 }
 
 TEST_F(ShutDown, AConnectThatWasBegunWithoutAThreadIsTakenBack) {
     PipeSession names; // no service listens
     LogCapture quiet;
-    direct.handle->session->init(Host::record());
-    EXPECT_NE(direct.handle->session->handle(), nullptr);
-    EXPECT_TRUE(uninitSonviaAudioService(direct.handle.release()));
+    direct.record->session->init(Host::record());
+    EXPECT_NE(direct.record->session->handle(), nullptr);
+    EXPECT_TRUE(uninitSonviaAudioService(direct.handle));
 }
