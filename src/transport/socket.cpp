@@ -216,6 +216,9 @@ void OBaseSocket::readCb(uv_stream_t* stream, ssize_t nread, const uv_buf_t* buf
 }
 
 void OBaseSocket::handleRead(uv_stream_t* stream, ssize_t nread, const uv_buf_t& buf) {
+    if (refuseTransfers()) {
+        return;
+    }
     if (nread == 0) {
         mUnfilled = buf.base;
         pauseReading(stream);

@@ -60,6 +60,9 @@ protected:
     /// The stream has ended, failed or refused a write. Where libuv may be entered.
     virtual void noteBroken() {}
 
+    /// Refuses a stream whose peer passes more than bytes along it: stops reading, reports the error and gives true.
+    virtual bool refuseTransfers() { return false; }
+
     /// A request filled from `list`, among the active ones. Any thread.
     OWriteReq* acquireWriteReq(const OBufList& list);
     /// Puts a request behind the free ones. Any thread.

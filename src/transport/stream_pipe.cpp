@@ -26,7 +26,8 @@ std::string nameFrom(int (*getName)(const uv_pipe_t*, char*, size_t*), const uv_
 std::string OStreamPipe::pipeNamePrefix;
 
 OStreamPipe::OStreamPipe(std::shared_ptr<OUVLoop> loop)
-    : OBaseSocket(std::move(loop)), pipe(nullptr, std::free) {}
+    : OBaseSocket(std::move(loop)), pipe(nullptr, std::free),
+      mTransferCheck(mLoop, [this] { refuseTransfers(); }) {}
 
 OStreamPipe::~OStreamPipe() {
     const bool connectInFlight = mLink.load() == Link::Connecting;
@@ -65,7 +66,11 @@ void OStreamPipe::onClosed() {
 
 bool OStreamPipe::readStart() {
     mReadingPaused = false;
-    return pipe != nullptr && uv_read_start(stream(), allocCb, readCb) == 0;
+    if (pipe == nullptr || uv_read_start(stream(), allocCb, readCb) != 0) {
+        return false;
+    }
+    mTransferCheck.start();
+    return true;
 }
 
 bool OStreamPipe::readStop() {
@@ -86,7 +91,7 @@ bool OStreamPipe::write(const OBufList& list) {
 }
 
 void OStreamPipe::init() {
-    if (initialized || mLoop == nullptr) {
+    if (initialized || !mTransferCheck.init()) {
         return;
     }
     pipe.reset(static_cast<uv_pipe_t*>(std::calloc(1, sizeof(uv_pipe_t))));
@@ -213,6 +218,19 @@ void OStreamPipe::noteBroken() {
     if (mLink.load() == Link::Healthy) {
         mLink = Link::UsedUp;
     }
+}
+
+// A peer that passes sockets along would have libuv keep each of them until the pipe is closed. None of ours does: it is
+// as wrong as any other frame that libuv does not accept.
+bool OStreamPipe::refuseTransfers() {
+    if (pipe == nullptr || uv_is_closing(handle()) != 0 || uv_pipe_pending_count(pipe.get()) == 0) {
+        return false;
+    }
+    mTransferCheck.stop();
+    readStop();
+    noteBroken();
+    onError(UV_ECONNABORTED);
+    return true;
 }
 
 void OStreamPipe::onConnect(uv_connect_t* /*req*/, std::int32_t status) {

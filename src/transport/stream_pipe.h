@@ -1,5 +1,6 @@
 #pragma once
 
+#include "transport/loop_check.h"
 #include "transport/socket.h"
 
 #include <uv.h>
@@ -51,6 +52,7 @@ public:
 
 protected:
     void noteBroken() override;
+    bool refuseTransfers() override;
 
     /// Bytes that libuv has been handed and the system has not taken. Where libuv may be entered.
     std::size_t unsentBytes() const;
@@ -80,4 +82,5 @@ private:
     std::atomic<bool> mHasEnd{false}; ///< mEnd is this link's
     std::atomic<uv_os_fd_t> mEnd{};
     std::string mConnectedName; ///< the full name of the current link
+    OLoopCheck mTransferCheck;  ///< libuv keeps a transfer that comes without bytes, and calls nobody
 };

@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
-#include <windows.h>
+#include <winsock2.h>
 
 namespace {
 
@@ -36,13 +36,17 @@ protected:
         EXPECT_EQ(written, bytes.size());
     }
 
-    /// What stands before the payload of a frame: flags (1: there is a payload), 0, its length, 0.
-    static std::string frameHeader(std::uint32_t length) {
-        const std::array<std::uint32_t, 4> fields = {1, 0, length, 0};
+    /// What stands before the payload of a frame: flags (1: there is a payload, 2: a socket is passed along), 0, its
+    /// length, 0.
+    static std::string frameHeader(std::uint32_t length, std::uint32_t flags = 1) {
+        const std::array<std::uint32_t, 4> fields = {flags, 0, length, 0};
         std::string bytes(sizeof fields, '\0');
         std::memcpy(bytes.data(), fields.data(), sizeof fields);
         return bytes;
     }
+
+    /// What follows the header of a frame that passes a socket along: the socket's description, and an error.
+    static std::string socketRecord() { return std::string(sizeof(WSAPROTOCOL_INFOW) + sizeof(DWORD), '\0'); }
 
     /// The first event was the connection.
     std::size_t zeroReads() const { return reports.events().size() - 1; }
@@ -117,4 +121,32 @@ TEST_F(SplitFrame, HalfAHeaderIsGivenUpWhenTheLoopIsToStop) {
         return loop->waitForStop(std::chrono::milliseconds(20));
     }));
     loop.join();
+}
+
+// libuv keeps them until the pipe is closed, and calls nobody.
+TEST_F(SplitFrame, SocketsPassedAlongAreOneErrorAndNothingIsReadFromThenOn) {
+    constexpr std::size_t kFrames = 1000;
+    std::string frames;
+    for (std::size_t frame = 0; frame < kFrames; ++frame) {
+        frames += frameHeader(0, 2) + socketRecord();
+    }
+    send(frames);
+    ASSERT_TRUE(reports.waitForEvents(2));
+    send(frameHeader(5) + "hello");
+    for (int turn = 0; turn < 100; ++turn) {
+        loop.call([] {});
+    }
+    EXPECT_EQ(reports.events(), (std::vector<Reports::Event>{{OBaseSocket::kConnected, 0},
+                                                             {OBaseSocket::kReadError, UV_ECONNABORTED}}));
+    EXPECT_EQ(reports.bytes(), "");
+    loop.call([this] { EXPECT_LE(uv_pipe_pending_count(pipe->pipe.get()), 16); });
+}
+
+TEST_F(SplitFrame, BytesThatComeWithASocketAreDropped) {
+    send(frameHeader(5) + "hello");
+    ASSERT_TRUE(reports.waitForBytes(5));
+    send(frameHeader(5, 3) + socketRecord() + "there");
+    ASSERT_TRUE(reports.waitForEvents(2));
+    EXPECT_EQ(reports.events().back(), (Reports::Event{OBaseSocket::kReadError, UV_ECONNABORTED}));
+    EXPECT_EQ(reports.bytes(), "hello");
 }
