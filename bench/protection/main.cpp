@@ -1,26 +1,32 @@
 // Compares the protection layer with OpenSSL's AES and zlib's crc32, in one run. Every operation's result is
 // checked before anything is timed. Ends with 1 when a bound is missed and with 2 when a result is wrong.
 //
-// OpenSSL decides when it is loaded which processor features it uses, so its scalar code is measured by a
-// second process, which this one starts with those features masked.
+// OpenSSL decides when it is loaded which processor features it uses, so its scalar code is measured by a second process:
+// one that is started with OPENSSL_ia32cap=0:0.
 
-#include "comparison.h"
 #include "peers.h"
+#include "support/results.h"
 
 #include "protocol/aes128.h"
 #include "protocol/integrity_value.h"
 #include "protocol/safety_data_deal.h"
 
+#include <benchmark/benchmark.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <memory>
 #include <random>
 #include <span>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
-using Bound = Comparison::Bound;
+using Operation = std::function<void()>;
 using Key = std::span<const std::uint8_t, kAesBlockSize>;
 
 constexpr std::size_t kSmall = 64;
@@ -81,7 +87,7 @@ void checkAes(const Aes128Code& code) {
     for (const bool encrypting : {true, false}) {
         for (const std::size_t size : {kSmall, kPage, kLarge}) {
             Aes128State state = stateFor(code, encrypting);
-            Bytes ours(size);
+            Bytes ours(size + planted());
             operationOf(code, encrypting)(state, input().data(), ours.data(), size / kAesBlockSize);
             const Bytes theirs = openSslResult(encrypting, size);
             require(ours == theirs, "AES differs from OpenSSL");
@@ -94,7 +100,7 @@ void checkAes(const Aes128Code& code) {
 
 void checkIntegrity() {
     const auto* digits = reinterpret_cast<const std::uint8_t*>("123456789");
-    require(byteTableIntegrity(digits, 9) == 0xE7E67603U, "byte table");
+    require(byteTableIntegrity(digits, 9) == 0xE7E67603U + planted(), "byte table");
     require(zlibCrc32(digits, 9) == 0xCBF43926U, "zlib's crc32");
     for (const std::size_t size : {kSmall, kPage, kLarge}) {
         const std::uint32_t expected = byteTableIntegrity(input().data(), size);
@@ -121,132 +127,133 @@ Bytes checkedMessage(std::size_t size) {
     return message;
 }
 
-Comparison compareChain(const Aes128Code& code, bool encrypting, std::size_t size, const char* peer,
-                        Bound bound, double target) {
-    Aes128State state = stateFor(code, encrypting);
-    OpenSslCbc theirs(kKey, kIv, encrypting);
-    const auto run = operationOf(code, encrypting);
-    return compare(
-        std::string("AES-CBC ") + (encrypting ? "encrypt " : "decrypt ") + sizeName(size) + ", chain goes on",
-        peer, [&] { run(state, input().data(), output().data(), size / kAesBlockSize); },
-        [&] { theirs.update(input().data(), output().data(), size); }, bound, target);
+std::vector<Target>& targets() {
+    static std::vector<Target> all;
+    return all;
 }
 
-Comparison compareMessage(bool encrypting, bool keepsCipher, Bound bound) {
-    Aes128State state = stateFor(aes128(), encrypting);
-    OpenSslCbc theirs(kKey, kIv, encrypting);
+/// Our processor time by the peer's is to be at most `bound`.
+void compare(const std::string& what, const std::string& peer, Operation ours, Operation theirs,
+             double bound) {
+    const auto add = [&](const std::string& who, Operation operation) {
+        const std::string name = what + " | " + who;
+        benchmark::RegisterBenchmark(name.c_str(),
+                                     [operation = std::move(operation)](benchmark::State& state) {
+                                         for (auto _ : state) {
+                                             operation();
+                                         }
+                                     });
+        return name;
+    };
+    const std::string ourName = add("beside " + peer + " | ours", std::move(ours));
+    targets().push_back({what, ourName, add(peer, std::move(theirs)), "cpu", bound, false});
+}
+
+void compareChain(const Aes128Code& code, bool encrypting, std::size_t size, const char* peer, double bound) {
+    const auto state = std::make_shared<Aes128State>(stateFor(code, encrypting));
+    const auto theirs = std::make_shared<OpenSslCbc>(kKey, kIv, encrypting);
+    const auto run = operationOf(code, encrypting);
+    compare(
+        std::string("AES-CBC ") + (encrypting ? "encrypt " : "decrypt ") + sizeName(size) + ", chain goes on",
+        peer, [=] { run(*state, input().data(), output().data(), size / kAesBlockSize); },
+        [=] { theirs->update(input().data(), output().data(), size); }, bound);
+}
+
+void compareMessage(bool encrypting, bool keepsCipher, double bound) {
+    const auto state = std::make_shared<Aes128State>(stateFor(aes128(), encrypting));
+    const auto theirs = std::make_shared<OpenSslCbc>(kKey, kIv, encrypting);
     const auto run = operationOf(aes128(), encrypting);
-    const Operation kept = [&] { theirs.message(kIv, input().data(), output().data(), kSmall); };
-    const Operation whole = [&] {
+    const Operation kept = [=] { theirs->message(kIv, input().data(), output().data(), kSmall); };
+    const Operation whole = [=] {
         openSslWholeMessage(kKey, kIv, encrypting, input().data(), output().data(), kSmall);
     };
-    return compare(
+    compare(
         std::string("AES-CBC ") + (encrypting ? "encrypt " : "decrypt ") + "64 B, one message",
         keepsCipher ? "EVP set IV, update, final" : "EVP new, init, update, final",
-        [&] {
-            std::memcpy(state.iv, kIv, kAesBlockSize);
-            run(state, input().data(), output().data(), kSmall / kAesBlockSize);
+        [=] {
+            std::memcpy(state->iv, kIv, kAesBlockSize);
+            run(*state, input().data(), output().data(), kSmall / kAesBlockSize);
         },
-        keepsCipher ? kept : whole, bound, 4.0);
+        keepsCipher ? kept : whole, bound);
 }
 
-std::vector<Comparison> compareAes() {
-    std::vector<Comparison> rows;
-    for (const std::size_t size : {kPage, kLarge}) {
-        for (const bool encrypting : {true, false}) {
-            rows.push_back(compareChain(aes128(), encrypting, size, "EVP update", Bound::SpeedAtLeast, 0.95));
-        }
-    }
+void compareAes() {
     for (const bool encrypting : {true, false}) {
-        rows.push_back(compareMessage(encrypting, true, Bound::SpeedAtLeast));
-        rows.push_back(compareMessage(encrypting, false, Bound::None));
-        rows.push_back(compareChain(aes128(), encrypting, kSmall, "EVP update", Bound::None, 0));
+        for (const std::size_t size : {kPage, kLarge}) {
+            compareChain(aes128(), encrypting, size, "EVP update", 1.05);
+        }
+        compareMessage(encrypting, true, 0.25);
+        compareMessage(encrypting, false, kNoBound);
+        compareChain(aes128(), encrypting, kSmall, "EVP update", kNoBound);
     }
-    return rows;
 }
 
-std::vector<Comparison> compareIntegrity() {
-    std::vector<Comparison> rows;
-    const auto add = [&](const char* what, IntegrityCode ours, const char* peer, IntegrityCode theirs,
-                         std::size_t size, Bound bound, double target) {
-        rows.push_back(compare(
-            std::string(what) + " " + sizeName(size), peer, [&] { gSink = ours(input().data(), size); },
-            [&] { gSink = theirs(input().data(), size); }, bound, target));
+void compareIntegrity() {
+    const auto add = [](const char* what, IntegrityCode ours, const char* peer, IntegrityCode theirs,
+                        std::size_t size, double bound) {
+        compare(
+            std::string(what) + " " + sizeName(size), peer, [=] { gSink = ours(input().data(), size); },
+            [=] { gSink = theirs(input().data(), size); }, bound);
     };
-    add("integrity, sliced", integrityValueSliced, "byte table", byteTableIntegrity, kPage,
-        Bound::SpeedAtLeast, 4.5);
+    add("integrity, sliced", integrityValueSliced, "byte table", byteTableIntegrity, kPage, 0.22);
     if (integrityValueFolded() != nullptr) {
         for (const std::size_t size : {kPage, kLarge}) {
-            add("integrity, folded", integrityValueFolded(), "zlib crc32", zlibCrc32, size,
-                Bound::SpeedAtLeast, 1.5);
+            add("integrity, folded", integrityValueFolded(), "zlib crc32", zlibCrc32, size, 0.67);
         }
-        add("integrity, folded", integrityValueFolded(), "byte table", byteTableIntegrity, kPage, Bound::None,
-            0);
+        add("integrity, folded", integrityValueFolded(), "byte table", byteTableIntegrity, kPage, kNoBound);
     }
-    return rows;
 }
 
-std::vector<Comparison> compareMessages() {
-    const auto sender = SafetyDataDeal::create(Key(kKey), Key(kIv), Key(kIv));
-    const auto receiver = SafetyDataDeal::create(Key(kKey), Key(kIv), Key(kIv));
-    const Bytes message = checkedMessage(kPage);
-    OpenSslCbc encryption(kKey, kIv, true);
-    OpenSslCbc decryption(kKey, kIv, false);
-    std::uint8_t* buffer = nullptr;
-    std::size_t size = 0;
-    const Operation encrypt = [&] {
+void compareMessages() {
+    const std::shared_ptr sender = SafetyDataDeal::create(Key(kKey), Key(kIv), Key(kIv));
+    const std::shared_ptr receiver = SafetyDataDeal::create(Key(kKey), Key(kIv), Key(kIv));
+    const Operation encrypt = [=] {
+        std::uint8_t* buffer = nullptr;
+        std::size_t size = 0;
         sender->encryptData(input().data(), kPage, &buffer, &size);
         std::free(buffer);
     };
-    const Operation decrypt = [&] {
+    const Operation decrypt = [=, message = checkedMessage(kPage)] {
+        std::uint8_t* buffer = nullptr;
+        std::size_t size = 0;
         receiver->decryptData(message.data(), message.size(), &buffer, &size);
         std::free(buffer);
     };
-    const Operation copy = [&] {
+    const auto update = [](bool encrypting) {
+        const auto cipher = std::make_shared<OpenSslCbc>(kKey, kIv, encrypting);
+        return [cipher] { cipher->update(input().data(), output().data(), kPage); };
+    };
+    const Operation copy = [] {
         std::memcpy(output().data(), input().data(), kPage);
         gSink = output()[kPage / 2];
     };
-    return {compare(
-                "encryptData 4 KB, all three flags", "EVP update (encrypt)", encrypt,
-                [&] { encryption.update(input().data(), output().data(), kPage); }, Bound::TimeAtMost, 1.4),
-            compare(
-                "decryptData 4 KB, all three flags", "EVP update (decrypt)", decrypt,
-                [&] { decryption.update(input().data(), output().data(), kPage); }, Bound::TimeAtMost, 2.5),
-            compare("encryptData 4 KB, all three flags", "memcpy", encrypt, copy, Bound::Floor, 0),
-            compare("decryptData 4 KB, all three flags", "memcpy", decrypt, copy, Bound::Floor, 0)};
+    compare("encryptData 4 KB, all three flags", "EVP update (encrypt)", encrypt, update(true), 1.4);
+    compare("decryptData 4 KB, all three flags", "EVP update (decrypt)", decrypt, update(false), 2.5);
+    compare("encryptData 4 KB, all three flags", "memcpy", encrypt, copy, kNoBound);
+    compare("decryptData 4 KB, all three flags", "memcpy", decrypt, copy, kNoBound);
 }
 
-int runScalar() {
-    checkAes(aes128Portable());
-    std::vector<Comparison> rows;
+void compareScalar() {
     for (const std::size_t size : {kPage, kLarge}) {
         for (const bool encrypting : {true, false}) {
-            rows.push_back(compareChain(aes128Portable(), encrypting, size, "EVP update, features masked",
-                                        Bound::SpeedAtLeast, 0.75));
+            compareChain(aes128Portable(), encrypting, size, "EVP update, features masked", 1.33);
         }
     }
-    return print("Portable code (ratio: peer's time / ours)", rows) ? 0 : 1;
-}
-
-int startScalar(const char* program) {
-    setenv("OPENSSL_ia32cap", "0:0", 1);
-    return std::system((std::string("\"") + program + "\" --scalar").c_str());
-}
-
-int runAll(const char* program) {
-    checkAes(aes128());
-    checkAes(aes128Portable());
-    checkIntegrity();
-    bool allMet = print("AES (ratio: peer's time / ours)", compareAes());
-    allMet = print("Integrity value (ratio: peer's time / ours)", compareIntegrity()) && allMet;
-    allMet = print("Whole messages (ratio: our time / peer's)", compareMessages()) && allMet;
-    allMet = startScalar(program) == 0 && allMet;
-    std::printf("\n%s\n", allMet ? "all targets met" : "A TARGET WAS MISSED");
-    return allMet ? 0 : 1;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    return argc > 1 && std::strcmp(argv[1], "--scalar") == 0 ? runScalar() : runAll(argv[0]);
+    const bool isScalar = std::getenv("OPENSSL_ia32cap") != nullptr;
+    checkAes(aes128Portable());
+    if (isScalar) {
+        compareScalar();
+    } else {
+        checkAes(aes128());
+        checkIntegrity();
+        compareAes();
+        compareIntegrity();
+        compareMessages();
+    }
+    return runInTurns(argc, argv, targets());
 }
