@@ -8,6 +8,7 @@
 include(CMakePackageConfigHelpers)
 
 install(FILES "$<TARGET_FILE:SonviaPCAudioDll>" DESTINATION bin COMPONENT runtime)
+install(PROGRAMS "$<TARGET_FILE:sonvia_host>" DESTINATION bin COMPONENT runtime)
 install(FILES
     "${PROJECT_SOURCE_DIR}/include/SonviaPCAudioDll.h"
     "${PROJECT_SOURCE_DIR}/include/SonviaPCAudio.hpp"
@@ -37,7 +38,8 @@ install(DIRECTORY
     "${PROJECT_SOURCE_DIR}/examples/package_host"
     DESTINATION examples COMPONENT runtime FILES_MATCHING PATTERN "*.c" PATTERN "*.cpp"
     PATTERN "package_host/CMakeLists.txt" PATTERN "package_host/scenario.txt")
-install(DIRECTORY "${PROJECT_SOURCE_DIR}/examples/node_host" "${PROJECT_SOURCE_DIR}/examples/electron_host"
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/examples/any_host"
+    "${PROJECT_SOURCE_DIR}/examples/node_host" "${PROJECT_SOURCE_DIR}/examples/electron_host"
     DESTINATION examples COMPONENT runtime)
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/bindings/node" DESTINATION bindings COMPONENT runtime)
 
@@ -58,6 +60,7 @@ install(DIRECTORY "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/" DESTINATION dev/bin COMPO
     FILES_MATCHING PATTERN "*.exe"
     REGEX "/(replay_|canary_)[^/]*$" EXCLUDE
     PATTERN "unit_docs.exe" EXCLUDE
+    PATTERN "sonvia-host.exe" EXCLUDE
     REGEX "/(integration_)?taskkill.exe$" EXCLUDE)
 install(DIRECTORY "${PROJECT_BINARY_DIR}/bin_alone" DESTINATION dev COMPONENT dev FILES_MATCHING PATTERN "*.exe")
 

@@ -56,16 +56,6 @@ struct Error {
     bool neverConnected() const { return kind == ErrorKind::Connection && value == 0; }
 };
 
-/// All texts are UTF-8 of at most 255 bytes without a NUL.
-struct Identity {
-    std::string accountID;
-    std::string deviceID;
-    std::string sn; ///< serial number of the computer
-    std::string model;
-    std::string bluetoothMac;
-    std::string pcName;
-};
-
 /// Called on the library's thread; any of them may be empty. They must return soon, and must not wait for a thread
 /// that is inside Session::close.
 struct Handlers {
@@ -102,14 +92,11 @@ inline std::error_code put(std::string_view text, char (&field)[SONVIA_TEXT_SIZE
 }
 
 inline std::error_code putAll(const Identity& from, AudioServiceParam& to) {
-    for (const std::error_code& failed :
-         {put(from.accountID, to.accountID), put(from.deviceID, to.deviceID), put(from.sn, to.sn),
-          put(from.model, to.model), put(from.bluetoothMac, to.bluetoothMac), put(from.pcName, to.pcName)}) {
-        if (failed) {
-            return failed;
-        }
-    }
-    return {};
+    std::error_code failed;
+    forEachText(from, to, [&](const std::string& text, char(&field)[SONVIA_TEXT_SIZE]) {
+        failed = failed ? failed : put(text, field);
+    });
+    return failed;
 }
 
 inline bool& insideHandler() {

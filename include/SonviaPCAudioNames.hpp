@@ -2,6 +2,9 @@
 #ifndef SONVIA_PC_AUDIO_NAMES_HPP
 #define SONVIA_PC_AUDIO_NAMES_HPP
 
+#include "SonviaPCAudioDll.h"
+
+#include <string>
 #include <string_view>
 
 namespace sonvia {
@@ -67,6 +70,38 @@ enum class Failure {
 inline constexpr unsigned kStateUnknown = 4;
 inline constexpr unsigned kTextSize = 256;
 inline constexpr const wchar_t* kLibraryFile = L"SonviaPCAudioDll.dll";
+
+/// All texts are UTF-8 of at most 255 bytes without a NUL.
+struct Identity {
+    std::string accountID;
+    std::string deviceID;
+    std::string sn;
+    std::string model;
+    std::string bluetoothMac;
+    std::string pcName;
+};
+
+/// Calls function(name, text) for each text.
+template <typename Function>
+void forEachText(Identity& identity, Function function) {
+    function("accountID", identity.accountID);
+    function("deviceID", identity.deviceID);
+    function("sn", identity.sn);
+    function("model", identity.model);
+    function("bluetoothMac", identity.bluetoothMac);
+    function("pcName", identity.pcName);
+}
+
+/// Calls function(text, field) for each text and its field of the record.
+template <typename Function>
+void forEachText(const Identity& from, AudioServiceParam& to, Function function) {
+    function(from.accountID, to.accountID);
+    function(from.deviceID, to.deviceID);
+    function(from.sn, to.sn);
+    function(from.model, to.model);
+    function(from.bluetoothMac, to.bluetoothMac);
+    function(from.pcName, to.pcName);
+}
 
 constexpr const char* nameOf(LogLevel value) {
     switch (value) {

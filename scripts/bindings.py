@@ -73,7 +73,7 @@ def mapped(kinds, kind):
 
 def cpp(interface):
     out = [f"// {NOTICE}", "#ifndef SONVIA_PC_AUDIO_NAMES_HPP", "#define SONVIA_PC_AUDIO_NAMES_HPP", "",
-           "#include <string_view>", "", "namespace sonvia {", ""]
+           "#include \"SonviaPCAudioDll.h\"", "", "#include <string>", "#include <string_view>", "", "namespace sonvia {", ""]
     for group, members in interface.groups.items():
         out += [f"enum class {group} {{"]
         for name, value, text in members:
@@ -82,6 +82,14 @@ def cpp(interface):
     out += [f"inline constexpr unsigned kStateUnknown = {interface.lone['stateUnknown']};",
             f"inline constexpr unsigned kTextSize = {interface.lone['textSize']};",
             f"inline constexpr const wchar_t* kLibraryFile = L\"{interface.library}\";", ""]
+    out += ["/// All texts are UTF-8 of at most 255 bytes without a NUL.", "struct Identity {",
+            *(f"    std::string {name};" for name in interface.texts), "};", "",
+            "/// Calls function(name, text) for each text.", "template <typename Function>",
+            "void forEachText(Identity& identity, Function function) {",
+            *(f'    function("{name}", identity.{name});' for name in interface.texts), "}", "",
+            "/// Calls function(text, field) for each text and its field of the record.", "template <typename Function>",
+            f"void forEachText(const Identity& from, {interface.record_name}& to, Function function) {{",
+            *(f"    function(from.{name}, to.{name});" for name in interface.texts), "}", ""]
     for group, members in interface.groups.items():
         for function, part in (("nameOf", 0), ("textOf", 2)):
             out += [f"constexpr const char* {function}({group} value) {{", "    switch (value) {"]
@@ -294,6 +302,9 @@ def rust(interface):
 
 
 FILES = {
+    "bindings/csharp/Declarations.cs": csharp,
+    "bindings/python/sonvia_pc_audio/_declarations.py": python,
+    "bindings/rust/src/declarations.rs": rust,
     "bindings/node/lib/declarations.js": javascript,
     "bindings/node/lib/declarations.d.ts": typescript,
     "include/SonviaPCAudioNames.hpp": cpp,

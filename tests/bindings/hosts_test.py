@@ -2,6 +2,7 @@
 
 usage, in the folder in which the package is unpacked: python3 hosts_test.py TEST
 """
+import json
 import os
 import re
 import shutil
@@ -162,7 +163,133 @@ def node_types():
         folder / "types.ts", folder / "main.js", cwd=folder)
 
 
-TESTS = {test.__name__: test for test in (node_sample, node_order, node_calls, node_quits, node_types)}
+# --- sonvia-host.exe ---
+
+def any_host(name, scenario=FLOOD):
+    host = Host(name, scenario)
+    shutil.copy(PACKAGE / "bin" / "sonvia-host.exe", host.folder)
+    shutil.copy(PACKAGE / "examples" / "any_host" / "host.py", host.folder)
+    return host
+
+
+class Lines:
+    """sonvia-host.exe with both ends of its lines."""
+
+    def __init__(self, host, *options):
+        environment = {**os.environ, "SONVIA_STANDIN_SCENARIO": "scenario.txt", "SONVIA_STANDIN_RECORD": "record.txt"}
+        with open(host.folder / "errors.txt", "w") as errors:
+            self.process = subprocess.Popen([ROOT / "scripts" / "wine-run", "sonvia-host.exe", *options], cwd=host.folder,
+                                            stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=errors,
+                                            start_new_session=True, env=environment)
+
+    def send(self, line):
+        self.process.stdin.write((line if isinstance(line, bytes) else json.dumps(line).encode()) + b"\r\n")
+        self.process.stdin.flush()
+
+    def next(self, name=None):
+        """The next line, or the next one that has a field of that name."""
+        while True:
+            line = json.loads(self.process.stdout.readline())  # every line is JSON, or this raises
+            if name is None or name in line:
+                return line
+
+    def call(self, name, **arguments):
+        self.send({"call": name, **arguments})
+        return self.next("reply")
+
+    def end(self, read=True):
+        """Seconds until it has ended after the end of its input."""
+        start = time.monotonic()
+        self.process.stdin.close()
+        if read:
+            self.process.stdout.read()
+        expect(self.process.wait(HANG) == 0, f"sonvia-host.exe ended with {self.process.returncode}")
+        return time.monotonic() - start
+
+
+def any_sample():
+    """The sample of docs/hosts/any.md, in this system's own Python."""
+    host = any_host("any sample")
+    with open(host.folder / "errors.txt", "w") as errors:
+        done = subprocess.run([sys.executable, "host.py", ROOT / "scripts" / "wine-run", "sonvia-host.exe"],
+                              cwd=host.folder, stdout=subprocess.PIPE, stderr=errors, text=True, timeout=200,
+                              env={**os.environ, "SONVIA_STANDIN_SCENARIO": "scenario.txt",
+                                   "SONVIA_STANDIN_RECORD": "record.txt", "PYTHONIOENCODING": "utf-8"})
+    expect(done.returncode == 0, f"{done.stdout}")
+    places = [done.stdout.find(line) for line in (*EVENTS, "phone Handset A, state 2", "closed")]
+    expect(-1 not in places and places == sorted(places), f"host.py printed:\n{done.stdout}")
+    expect(host.record().count('"reason":"stop"') == 1, f"the service was not stopped:\n{host.record()}")
+
+
+def any_calls():
+    """Each call has its reply, and each bad line a line that says where and why."""
+    host = any_host("any calls")
+    lines = Lines(host, "--connect-time", "60000")
+    expect("ready" in lines.next(), "the first line is another")
+    for bad, problem, position, message in (
+            (b'{"call":"getState"', "not JSON", 19, "unexpected end of input"), (b"\xff", "not JSON", 1, "invalid"),
+            (b'{"call":}', "not JSON", 9, "unexpected '}'"), (b"[]", "not a call", 1, "object"),
+            (b'{"call":3}', "not a call", 1, "object")):
+        lines.send(bad)
+        said = lines.next()
+        expect((said["problem"], said["position"]) == (problem, position) and message in said["message"], f"{bad}: {said}")
+    for call, failure in (({"name": "fly"}, "badCall"), ({"name": "setParam"}, "notOpen"),
+                          ({"name": "initSonviaAudioService"}, "badCall"),
+                          ({"name": "initSonviaAudioService", "logDir": "logs", "logLevel": "loud"}, "badCall"),
+                          ({"name": "initSonviaAudioService", "logDir": "x\0"}, "textHoldsNul")):
+        said = lines.call(**call)
+        expect(said["failure"] == failure and said["message"], f"{call}: {said}")
+    for name, result in (("getState", 4), ("getSourceName", "phone"), ("getVersion", 0), ("uninitSonviaAudioService", True)):
+        expect(lines.call(name)["result"] == result, name)
+    opened = lines.call("initSonviaAudioService", logDir="logs für 中", logLevel="warning", id=7)
+    expect(opened == {"reply": "initSonviaAudioService", "result": True, "id": 7}, f"{opened}")
+    expect(lines.call("initSonviaAudioService", logDir="logs")["failure"] == "sessionOpen", "a second session")
+    expect(lines.call("setParam", pcName="x" * 256)["failure"] == "textTooLong", "a text of 256 bytes")
+    expect(lines.call("setParam", pcName=1)["failure"] == "badCall", "a number for a text")
+    expect(lines.call("setParam", accountID="abcdef", pcName="Büro")["result"], "setParam")
+    events = [lines.next("event") for _ in range(4)]
+    expect([f"{one['event']} {one['value']}" for one in events] == EVENTS, f"{events}")
+    expect(lines.call("setAccountID", accountID="abc")["result"] and lines.call("exitAudioProjection")["result"], "calls")
+    expect(lines.call("getSourceName")["result"] == "Handset A", "the name")
+    expect(lines.call("uninitSonviaAudioService")["result"], "the release")
+    took = lines.end()
+    record = host.record()
+    for text in ("B\\u00c3\\u00bcro", '"value":"abc"', "exitAudioProjection", '"reason":"stop"'):
+        expect(text in record, f"the service has not seen {text}:\n{record}")
+    expect("killExe" in (host.folder / "errors.txt").read_text(), "the library's lines are not on the standard error")
+    expect(took <= LONGEST_QUIT, f"it took {took} s to end")
+
+
+def any_quits():
+    """It ends soon after its input does, read or not, and ends the service; what nobody reads is dropped and counted."""
+    flood = """wait packet key KORUInfo
+repeat 6000
+    notify int change-mode $i
+end
+flush
+note flooded
+repeat forever
+    notify int change-mode $i
+    wait 5
+end
+"""
+    for read in (True, False):
+        host = any_host("any quits", flood)
+        lines = Lines(host, "--connect-time", "60000")
+        lines.call("initSonviaAudioService", logDir="logs", logLevel="warning")
+        lines.call("setParam", pcName="Büro")
+        end = time.monotonic() + 200
+        while "flooded" not in host.record() and time.monotonic() < end:
+            time.sleep(0.05)
+        if read:
+            expect(lines.next("dropped")["dropped"] > 0, "nothing was dropped")
+        took = lines.end(read)
+        print(f"{'read' if read else 'not read'}: {took * 1000:.0f} ms")
+        expect(took <= (LONGEST_QUIT if read else HANG), f"it took {took} s to end")
+        expect('"reason":"stop"' in host.record(), f"the service was not stopped:\n{host.record()}")
+
+
+TESTS = {test.__name__: test for test in (any_sample, any_calls, any_quits, node_sample, node_order, node_calls, node_quits, node_types)}
 
 if __name__ == "__main__":
     TESTS[sys.argv[1]]()

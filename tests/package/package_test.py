@@ -67,7 +67,7 @@ def archives():
     shutil.rmtree("packed")
 
 
-RUNTIME = """bin/SonviaPCAudioDll.dll include/SonviaPCAudioDll.h include/SonviaPCAudio.hpp
+RUNTIME = """bin/SonviaPCAudioDll.dll bin/sonvia-host.exe include/SonviaPCAudioDll.h include/SonviaPCAudio.hpp
     include/SonviaPCAudioLibrary.hpp include/SonviaPCAudioNames.hpp lib/SonviaPCAudioDll.dll.a lib/SonviaPCAudioDll.lib
     lib/cmake/SonviaPCAudio/SonviaPCAudioConfig.cmake lib/cmake/SonviaPCAudio/SonviaPCAudioConfigVersion.cmake
     CHANGELOG.md README.md SECURITY.md THIRD-PARTY-NOTICES.txt abi.json docs/integrating.md docs/shipping.md
@@ -105,7 +105,7 @@ def contents():
     for licence in (*(ROOT / "build/deps/src").glob("libuv-*/LICENSE*"), *(ROOT / "build/deps/src").glob("miniz-*/LICENSE")):
         if licence.name != "LICENSE-docs":
             expect(" ".join(licence.read_text().split()) in notices, f"the notices lack {licence.parent.name}'s {licence.name}")
-    for name in ("winpthreads", "libstdc++", "GCC RUNTIME LIBRARY EXCEPTION"):
+    for name in ("winpthreads", "libstdc++", "GCC RUNTIME LIBRARY EXCEPTION", "CLI11", "JSON for Modern C++"):
         expect(name in notices, f"the notices lack {name}")
 
 
