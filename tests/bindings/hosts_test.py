@@ -86,7 +86,9 @@ class Host:
         return self.output()
 
     def record(self):
-        return (self.folder / "record.txt").read_text()
+        """What the service has seen; nothing before it runs."""
+        record = self.folder / "record.txt"
+        return record.read_text() if record.is_file() else ""
 
 
 def plays(host, program, *arguments, **environment):
