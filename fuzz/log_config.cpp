@@ -20,15 +20,18 @@ namespace {
 constexpr char kFile[] = "conf/log.txt";
 
 void requireSame(const LoggerSlot& slot, const oracle::LoggerSettings& expected) {
-    require(slot.key == expected.key && slot.name == expected.name && slot.path == expected.path, "texts");
-    require(slot.level == expected.level, "level");
-    require(slot.display == expected.display && slot.outfile == expected.outfile &&
-                slot.monthdir == expected.monthdir && slot.fileline == expected.fileline &&
-                slot.enable == expected.enable,
+    const LoggerSettings& settings = slot.settings;
+    require(slot.key == expected.key && settings.name == expected.name && settings.path == expected.path,
+            "texts");
+    require(settings.level == expected.level, "level");
+    require(settings.display == expected.display && settings.outfile == expected.outfile &&
+                settings.monthdir == expected.monthdir && settings.fileline == expected.fileline &&
+                settings.enable == expected.enable,
             "flags");
-    require(slot.limitSizeMb == expected.limitMb && slot.reserveSeconds == expected.reserve, "numbers");
-    require(slot.totalSizeMb == 5 && !slot.isZip && slot.version.empty() &&
-                slot.reserveDelType == kReserveBySizeOrTime,
+    require(settings.limitSizeMb == expected.limitMb && settings.reserveSeconds == expected.reserve,
+            "numbers");
+    require(settings.totalSizeMb == 5 && !settings.isZip && settings.version.empty() &&
+                settings.reserveDelType == kReserveBySizeOrTime,
             "what no text can set");
 }
 

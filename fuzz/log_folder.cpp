@@ -4,7 +4,7 @@
 // The logger reads its history, writes a few lines, on days of their own and within one second, and reads its history
 // anew. The files and the history must be those of a plain model.
 
-#include "log/rotation.h"
+#include "log/logger_slot.h"
 #include "support/input.h"
 #include "support/log/fake_clock.h"
 #include "support/log/log_model.h"
@@ -113,16 +113,16 @@ ModelSettings settingsFrom(unsigned flags) {
 }
 
 void give(LoggerSlot& slot, const ModelSettings& set) {
-    slot.enable = true;
-    slot.name = set.name;
-    slot.path = set.path;
-    slot.isZip = set.zip;
-    slot.monthdir = set.monthdir;
-    slot.reserveDelType = static_cast<ReserveDelType>(set.type);
-    slot.reserveSeconds = set.reserve;
-    slot.limitSizeMb = set.limitMb;
-    slot.totalSizeMb = set.totalMb;
-    slot.version = set.version;
+    slot.settings.enable = true;
+    slot.settings.name = set.name;
+    slot.settings.path = set.path;
+    slot.settings.isZip = set.zip;
+    slot.settings.monthdir = set.monthdir;
+    slot.settings.reserveDelType = static_cast<ReserveDelType>(set.type);
+    slot.settings.reserveSeconds = set.reserve;
+    slot.settings.limitSizeMb = set.limitMb;
+    slot.settings.totalSizeMb = set.totalMb;
+    slot.settings.version = set.version;
 }
 
 void choose(Input& input, LoggerSlot& slot, MemoryFiles& disk, LogModel& model) {
@@ -153,13 +153,14 @@ void requireSameFiles(const MemoryFiles& disk, const LogModel& model) {
 }
 
 void requireSameHistory(const LoggerSlot& slot, const LogModel& model) {
-    require(slot.history.count() == model.history.size(), "as many in the history");
-    require(slot.history.writeLength() == model.historyBytes(), "the same total");
+    require(slot.file.history().count() == model.history.size(), "as many in the history");
+    require(slot.file.history().writeLength() == model.historyBytes(), "the same total");
     if (!model.history.empty()) {
-        require(modelPath(slot.history.oldest().path) == model.history.front().path, "the same oldest");
-        require(slot.history.oldest().time == model.history.front().time, "its time");
-        require(modelPath(slot.history.newest().path) == model.history.back().path, "the same newest");
-        require(slot.history.newest().time == model.history.back().time, "its time");
+        require(modelPath(slot.file.history().oldest().path) == model.history.front().path,
+                "the same oldest");
+        require(slot.file.history().oldest().time == model.history.front().time, "its time");
+        require(modelPath(slot.file.history().newest().path) == model.history.back().path, "the same newest");
+        require(slot.file.history().newest().time == model.history.back().time, "its time");
     }
 }
 
@@ -173,11 +174,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     PackedArchives packed(disk);
     RecordingConsole screen;
     ConsoleEcho console(screen);
-    Rotation rotation(clock, packed, console);
-    LoggerSlot slot;
+    LoggerSlot slot({clock, packed, console});
     LogModel model(packed);
     choose(input, slot, disk, model);
-    rotation.loadHistory(0, slot);
+    slot.file.loadHistory(0);
     model.load(kStart);
     requireSameFiles(disk, model);
     requireSameHistory(slot, model);
@@ -185,7 +185,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const std::int64_t step : kSteps) {
         clock.advance(step);
         const std::int64_t now = clock.now().seconds;
-        require(rotation.openFor(slot, now), "a file is open");
+        require(slot.file.openFor(now), "a file is open");
         slot.file.write("one line\r\n", 10);
         slot.file.close(); // as after a changed setting
         model.line(kLevelFatal, "one line\r\n", now, now);
@@ -193,7 +193,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         requireSameHistory(slot, model);
     }
     requireSameFiles(disk, model);
-    rotation.loadHistory(0, slot);
+    slot.file.loadHistory(0);
     model.load(clock.now().seconds);
     requireSameHistory(slot, model);
     requireSameFiles(disk, model);

@@ -2,7 +2,7 @@
 
 #include "log/archive.h"
 #include "log/log_names.h"
-#include "log/rotation.h"
+#include "log/logger_slot.h"
 #include "subjects.h"
 #include "support/results.h"
 
@@ -116,9 +116,11 @@ class DayClock final : public platform::Clock {
 public:
     explicit DayClock(std::int64_t start) : mNow(start) {}
 
-    void nextDay() { mNow += 86400; }
+    void nextDay() { mNow += platform::kSecondsPerDay; }
 
     platform::Moment now() override { return {mNow, 0}; }
+
+    std::uint64_t steadyMilliseconds() override { return platform::systemClock().steadyMilliseconds(); }
 
     platform::CalendarTime toLocal(std::int64_t seconds) override { return mSystem.toLocal(seconds); }
 
@@ -149,15 +151,14 @@ void opening(benchmark::State& state, int oldFiles) {
     DayClock clock(1'772'000'000);
     NoConsole none;
     ConsoleEcho console(none);
-    Rotation rotation(clock, platform::systemFiles(), console);
-    LoggerSlot slot;
-    slot.name = "sonvia_Sonvia";
-    slot.path = folder + "/";
-    slot.reserveDelType = kReserveBySize;
-    slot.totalSizeMb = kNoLimit;
+    LoggerSlot slot({clock, platform::systemFiles(), console});
+    slot.settings.name = "sonvia_Sonvia";
+    slot.settings.path = folder + "/";
+    slot.settings.reserveDelType = kReserveBySize;
+    slot.settings.totalSizeMb = kNoLimit;
     const auto openNext = [&] {
         clock.nextDay();
-        if (!rotation.openFor(slot, clock.now().seconds)) {
+        if (!slot.file.openFor(clock.now().seconds)) {
             state.SkipWithError("not opened");
         }
         slot.file.write("line\r\n", 6);
@@ -168,7 +169,7 @@ void opening(benchmark::State& state, int oldFiles) {
     for (auto _ : state) {
         openNext();
     }
-    if (slot.history.count() != static_cast<std::size_t>(oldFiles + kOpenings) + planted()) {
+    if (slot.file.history().count() != static_cast<std::size_t>(oldFiles + kOpenings) + planted()) {
         state.SkipWithError("a file is missing");
     }
     slot.file.close();

@@ -19,6 +19,8 @@ public:
         return {fast / 1000, static_cast<std::uint32_t>(fast % 1000)};
     }
 
+    std::uint64_t steadyMilliseconds() override { return platform::systemClock().steadyMilliseconds(); }
+
     platform::CalendarTime toLocal(std::int64_t seconds) override { return mSystem.toLocal(seconds); }
 
     std::int64_t fromLocal(const platform::CalendarTime& local) override { return mSystem.fromLocal(local); }

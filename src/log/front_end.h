@@ -26,9 +26,6 @@ int managerLevel(int level);
 /// The letter that stands for a level on the console.
 const char* consoleLetter(int level);
 
-/// Appends "tag: message" to a record's text, as much as there is room for: a record that overflows is full.
-void appendMessage(log4z::LogRecord& record, const char* tag, std::string_view message);
-
 /// Files or prints a formatted message, which ends in a zero byte. The threshold is looked at once more and the
 /// initialised flag only now, since both may have changed while the message was formatted.
 void deliverMessage(int level, const char* tag, std::string_view message);

@@ -1,7 +1,7 @@
 #include "log/init_log.h"
 
 #include "log/front_end.h"
-#include "log/log_settings.h"
+#include "log/init_settings.h"
 #include "log/write_log.h"
 
 #include <cstdio>

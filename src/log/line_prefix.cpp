@@ -26,7 +26,6 @@ struct PrefixCache {
 
 namespace {
 
-constexpr std::int64_t kSecondsOfDay = 86400;
 constexpr std::size_t kClockLength = 15;
 constexpr std::size_t kMaxProcessName = 259;
 
@@ -73,7 +72,7 @@ int LinePrefix::write(char* out, platform::Moment time, std::uint32_t threadId, 
     } else if (time.seconds != cache.second) {
         // The day is asked for by its length and not by the calendar: on the long day of the year the clock of the
         // lines runs past 24:00, on the short one it is an hour late, and the lines stay in order.
-        if (time.seconds < cache.midnight || time.seconds >= cache.midnight + kSecondsOfDay) {
+        if (time.seconds < cache.midnight || time.seconds >= cache.midnight + platform::kSecondsPerDay) {
             refreshDay(cache, time.seconds);
         }
         refreshSecond(cache, time.seconds);

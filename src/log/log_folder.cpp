@@ -24,7 +24,7 @@ bool isLogName(const std::string& name, const std::string& namePart) {
 void searchFolder(Search& search, const std::string& folder, int levelsBelow) {
     for (const platform::FolderEntry& entry : search.files.list(folder)) {
         if (entry.isLink) {
-            continue; // what it leads to is not the log's
+            continue; // its target is not the log's
         }
         const std::string path = folder + platform::kPathSeparator + entry.name;
         if (entry.isFolder) {
@@ -50,7 +50,7 @@ std::vector<FoundLog> listLogs(platform::FileSystem& files, const std::string& f
                                const std::string& namePart, platform::Clock* clock) {
     std::string base = folder;
     while (base.size() > 1 && platform::endsInSeparator(base)) {
-        base.pop_back(); // a separator follows in any case
+        base.pop_back(); // the search appends a separator of its own
     }
     Search search{files, namePart, clock, {}};
     searchFolder(search, base, 1);
@@ -84,6 +84,19 @@ std::string storedVersion(const std::string& version) {
 
 bool ensureFolder(platform::FileSystem& files, const std::string& folder) {
     return files.isFolder(folder) || files.createFolders(folder);
+}
+
+bool isFolderLink(platform::FileSystem& files, std::string folder) {
+    while (folder.size() > 1 && platform::endsInSeparator(folder)) {
+        folder.pop_back(); // with a separator at its end the system would look at the link's target
+    }
+    return files.isLink(folder);
+}
+
+bool isPathTooLong(platform::FileSystem& files, const LoggerSettings& settings) {
+    static constexpr char kRest[] = "_2026-11-21-09-59-07.log";
+    return files.isTooLong(settings.path + (settings.monthdir ? "2026_11/" : "") + settings.name + kRest +
+                           (settings.isZip ? kArchiveEnding : ""));
 }
 
 } // namespace orvel::log4z

@@ -26,24 +26,4 @@ struct LogRecord {
 
 static_assert(sizeof(LogRecord) == 8231);
 
-/// Which setting a record changes.
-enum SettingChange : std::int32_t {
-    kChangeNone = 0,
-    kChangeEnable = 1,
-    kChangeName = 2,
-    kChangePath = 3,
-    kChangeLevel = 4,
-    kChangeFileLine = 5,
-    kChangeDisplay = 6,
-    kChangeOutFile = 7,
-    kChangeLimitSize = 8,
-    kChangeTotalSize = 9,
-    kChangeMonthdir = 10,
-    kChangeReserveTime = 11,
-    kChangeZip = 12,
-    kChangeReserveDelType = 13,
-    kChangeVersion = 14,
-    kChangeHistory = 15, ///< not a setting: the writer thread reads the history anew
-};
-
 } // namespace orvel::log4z

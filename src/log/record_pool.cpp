@@ -20,11 +20,11 @@ constexpr std::size_t kAhead = 3;
 constexpr std::uint32_t kBurst = 4096;
 
 /// The part of a record that a line of common length uses.
-void fetchUsedPart(const LogRecord* record) {
+void prefetchUsedPart(const LogRecord* record) {
     constexpr std::size_t kCacheLine = 64;
     constexpr std::size_t kUsed = 256;
     for (std::size_t at = 0; at < kUsed; at += kCacheLine) {
-        platform::fetchToWrite(reinterpret_cast<const char*>(record) + at);
+        platform::prefetchForWrite(reinterpret_cast<const char*>(record) + at);
     }
 }
 
@@ -63,7 +63,7 @@ LogRecord* RecordPool::takeFree() {
         return nullptr;
     }
     if (mCount > kAhead) {
-        fetchUsedPart(mFree[mCount - 1 - kAhead]);
+        prefetchUsedPart(mFree[mCount - 1 - kAhead]);
     }
     return mFree[--mCount];
 }

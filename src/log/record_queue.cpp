@@ -7,6 +7,14 @@
 
 namespace orvel::log4z {
 
+unsigned nextRandom() {
+    static std::atomic<std::uint32_t> count{1};
+    std::uint32_t mixed = count.fetch_add(1, std::memory_order_relaxed) * 2654435761u;
+    mixed ^= mixed >> 16;
+    mixed *= 2246822519u;
+    return mixed ^ mixed >> 13;
+}
+
 unsigned backPressureDelay(std::uint64_t waiting) {
     if (waiting <= kBackPressureFrom) {
         return 0;
@@ -33,7 +41,7 @@ bool RecordQueue::push(LogRecord* record, bool isLine) {
         }
     }
     if (wakeWriter) {
-        mWake.signal();
+        mEvent->signal();
     }
     return true;
 }
@@ -68,7 +76,7 @@ void RecordQueue::waitForRecords(std::size_t enough, unsigned milliseconds) {
         }
         mWakeAt = enough;
     }
-    mWake.wait(milliseconds);
+    mEvent->wait(milliseconds);
     const std::lock_guard<LockHelper> guard(mLock);
     mWakeAt = 0;
 }

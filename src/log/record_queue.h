@@ -2,11 +2,13 @@
 
 #include "log/log_record.h"
 #include "log/sync_helpers.h"
-#include "platform/wake_up.h"
+#include "platform/auto_reset_event.h"
 
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <utility>
 #include <vector>
 
 namespace orvel::log4z {
@@ -17,6 +19,9 @@ unsigned backPressureDelay(std::uint64_t waiting);
 
 /// From this many waiting records on a caller may be held back.
 inline constexpr std::uint64_t kBackPressureFrom = 20000;
+
+/// A pseudo-random number, for `heldBackFor`. Thread: any.
+unsigned nextRandom();
 
 /// How long this caller is held back, in milliseconds. dice: any number. Before a long sleep the records are counted
 /// once more, under the lock: the writer may have caught up.
@@ -34,7 +39,9 @@ unsigned heldBackFor(std::uint64_t waiting, unsigned dice, CountAgain countAgain
 /// bound of it, and the memory of the two sides stays apart.
 class RecordQueue {
 public:
-    RecordQueue() = default;
+    /// event: what the writer sleeps on.
+    explicit RecordQueue(std::unique_ptr<platform::AutoResetEvent> event = platform::makeAutoResetEvent())
+        : mEvent(std::move(event)) {}
 
     RecordQueue(const RecordQueue&) = delete;
     RecordQueue& operator=(const RecordQueue&) = delete;
@@ -56,7 +63,7 @@ public:
     std::uint64_t pushed() const { return mPushed.load(std::memory_order_acquire); }
 
     /// Ends the writer's sleep. Thread: any.
-    void wake() { mWake.signal(); }
+    void wake() { mEvent->signal(); }
 
     /// Moves all that waits into `batch`, which must be empty. Writer thread.
     void takeAll(std::vector<LogRecord*>& batch);
@@ -67,7 +74,8 @@ public:
     /// Records the writer is done with.
     std::uint64_t taken() const { return mTaken.load(std::memory_order_relaxed); }
 
-    /// Sleeps until `enough` records wait, `wake` was called or the time is over. Writer thread.
+    /// Sleeps until `enough` records wait, `wake` is called or the time is over (platform::kNoTimeout: without limit).
+    /// May also return early. Writer thread.
     void waitForRecords(std::size_t enough, unsigned milliseconds);
 
     /// Waits for `enough` records without giving up the processor, about as long as a caller at full speed takes to
@@ -93,7 +101,7 @@ private:
     std::atomic<std::uint64_t> mTakenBound{0}; ///< what callers know of mTaken, which never falls
 
     alignas(64) std::atomic<std::uint64_t> mTaken{0};
-    platform::WakeUp mWake;
+    const std::unique_ptr<platform::AutoResetEvent> mEvent; ///< ends the writer's sleep
 };
 
 } // namespace orvel::log4z

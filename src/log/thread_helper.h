@@ -16,10 +16,6 @@ public:
     ThreadHelper(const ThreadHelper&) = delete;
     ThreadHelper& operator=(const ThreadHelper&) = delete;
 
-protected:
-    /// The thread's whole life.
-    virtual void run() = 0;
-
     /// False when the system gives no thread.
     bool startThread() { return mStarter(mThread, enter, this); }
 
@@ -28,6 +24,10 @@ protected:
 
     /// Also true when the system has ended the thread, as it does when the process exits. Blocks: never.
     bool threadHasEnded() const { return mThread.hasEnded(); }
+
+protected:
+    /// The thread's whole life.
+    virtual void run() = 0;
 
 private:
     static void enter(void* self) { static_cast<ThreadHelper*>(self)->run(); }

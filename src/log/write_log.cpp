@@ -43,21 +43,6 @@ void printLine(int level, const char* tag, const char* message) {
     std::fflush(stdout);
 }
 
-void pushLine(int level, const char* tag, std::string_view message) {
-    log4z::LogerManager& manager = *logFrontEnd.manager.load(std::memory_order_relaxed);
-    const int id = logFrontEnd.loggerId.load(std::memory_order_relaxed);
-    const int recordLevel = managerLevel(level);
-    if (!manager.wouldLog(id, recordLevel)) {
-        return;
-    }
-    log4z::LogRecord* record = manager.makeRecord(id, recordLevel);
-    if (record == nullptr) { // counted by the manager
-        return;
-    }
-    appendMessage(*record, tag, message);
-    manager.pushLog(record, nullptr, 0);
-}
-
 /// Apart from writeLog, so that a line below the threshold does not pay for the message's space on the stack.
 void writeLogArguments(int level, const char* tag, const char* format, va_list arguments) {
     char message[kMessageSize];
@@ -101,25 +86,14 @@ const char* consoleLetter(int level) {
     }
 }
 
-void appendMessage(log4z::LogRecord& record, const char* tag, std::string_view message) {
-    const std::string_view pieces[] = {textOf(tag), ": ", message};
-    std::size_t room = static_cast<std::size_t>(log4z::LogRecord::kCapacity - record.contentLength);
-    char* next = record.content + record.contentLength;
-    for (const std::string_view piece : pieces) {
-        const std::size_t count = std::min(room, piece.size());
-        std::memcpy(next, piece.data(), count);
-        next += count;
-        room -= count;
-    }
-    record.contentLength = static_cast<std::int32_t>(next - record.content);
-}
-
 void deliverMessage(int level, const char* tag, std::string_view message) {
     if (level < logFrontEnd.threshold.load(std::memory_order_relaxed)) {
         return; // raised while the message was formatted
     }
     if (logFrontEnd.initialised.load(std::memory_order_acquire)) {
-        pushLine(level, tag, message);
+        log4z::LogerManager& manager = *logFrontEnd.manager.load(std::memory_order_relaxed);
+        manager.writeLine(logFrontEnd.loggerId.load(std::memory_order_relaxed), managerLevel(level), tag,
+                          message);
     } else {
         printLine(level, tag, message.data());
     }

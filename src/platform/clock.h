@@ -10,7 +10,7 @@ struct Moment {
     std::uint32_t milliseconds = 0;
 };
 
-/// A moment as a wall clock and a calendar show it. month 1 to 12, day 1 to 31.
+/// A moment as a calendar and a wall clock show it. month 1 to 12, day 1 to 31.
 struct CalendarTime {
     int year = 1970;
     int month = 1;
@@ -20,13 +20,18 @@ struct CalendarTime {
     int second = 0;
 };
 
-/// The log's only way to the time, so that a test can drive midnights, clock steps and daylight-saving days.
+inline constexpr std::int64_t kSecondsPerDay = 86400;
+
+/// The log's only access to the time, so that a test can drive midnights, clock steps and daylight-saving days.
 /// Thread: any, for every operation.
 class Clock {
 public:
     virtual ~Clock() = default;
 
     virtual Moment now() = 0;
+
+    /// Milliseconds since some moment in the past. Unlike `now` it never steps when somebody sets the clock.
+    virtual std::uint64_t steadyMilliseconds() = 0;
 
     /// The local calendar time of a moment.
     virtual CalendarTime toLocal(std::int64_t seconds) = 0;

@@ -6,7 +6,7 @@
 
 namespace platform {
 
-/// Tells the processor that the caller waits for another one: some ten nanoseconds, without giving up the processor.
+/// Tells the processor that the caller spins: takes some ten nanoseconds, and does not yield.
 inline void spinPause() {
 #if defined(_MSC_VER)
     _mm_pause();
@@ -15,9 +15,9 @@ inline void spinPause() {
 #endif
 }
 
-/// Fetches the memory around `address` from another processor that has used it, to be read soon. Only a hint: any
-/// address is allowed.
-inline void fetchToRead(const void* address) {
+/// Prefetches the cache line at `address` for a read; another processor may have used it last. Only a hint: any address
+/// is allowed.
+inline void prefetchForRead(const void* address) {
 #if defined(_MSC_VER)
     _mm_prefetch(static_cast<const char*>(address), _MM_HINT_T0);
 #else
@@ -25,13 +25,13 @@ inline void fetchToRead(const void* address) {
 #endif
 }
 
-/// The same, to be written soon: the other processor gives it up at once.
-inline void fetchToWrite(const void* address) {
+/// Prefetches it for a write: the other processor gives it up at once.
+inline void prefetchForWrite(const void* address) {
 #if defined(_MSC_VER)
     _m_prefetchw(address);
 #elif defined(__x86_64__)
-    // The compiler's own prefetch does not take the memory away from the other processor unless it is told that every
-    // target has this instruction; where it is missing it does nothing.
+    // The compiler's own prefetch asks for a shared line unless every target is known to have this instruction; where
+    // it is missing it does nothing.
     asm volatile("prefetchw %0" : : "m"(*static_cast<const char*>(address)));
 #endif
 }

@@ -16,7 +16,7 @@ public:
     /// Adds one; false when the count stands at its maximum. Thread: any. Blocks: never.
     bool post();
 
-    /// Takes one; false when none came within that time. Thread: any.
+    /// Takes one; false when none came within that time, which has no limit with kNoTimeout. Thread: any.
     bool wait(unsigned milliseconds);
 
 private:

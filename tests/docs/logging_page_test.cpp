@@ -34,12 +34,12 @@ TEST_F(LoggingPage, TheConfigurationShownSetsWhatItSays) {
     const int id = manager.findLogger("Main");
     ASSERT_EQ(id, 0);
     const LoggerSlot& slot = manager.slot(id);
-    EXPECT_EQ(slot.path, "D:\\logs/");
-    EXPECT_EQ(slot.name, "host");
-    EXPECT_EQ(slot.level, kLevelInfo);
-    EXPECT_FALSE(slot.display);
-    EXPECT_TRUE(slot.outfile && slot.monthdir && slot.enable);
-    EXPECT_EQ(slot.limitSizeMb, 2u);
-    EXPECT_FALSE(slot.fileline);
-    EXPECT_EQ(slot.reserveSeconds, 172800);
+    EXPECT_EQ(slot.settings.path, "D:\\logs/");
+    EXPECT_EQ(slot.settings.name, "host");
+    EXPECT_EQ(slot.settings.level, kLevelInfo);
+    EXPECT_FALSE(slot.settings.display);
+    EXPECT_TRUE(slot.settings.outfile && slot.settings.monthdir && slot.settings.enable);
+    EXPECT_EQ(slot.settings.limitSizeMb, 2u);
+    EXPECT_FALSE(slot.settings.fileline);
+    EXPECT_EQ(slot.settings.reserveSeconds, 172800);
 }

@@ -22,6 +22,13 @@ public:
         return {time.tv_sec, static_cast<std::uint32_t>(time.tv_nsec / 1000000)};
     }
 
+    std::uint64_t steadyMilliseconds() override {
+        timespec time{};
+        ::clock_gettime(CLOCK_MONOTONIC, &time);
+        return static_cast<std::uint64_t>(time.tv_sec) * 1000 +
+               static_cast<std::uint64_t>(time.tv_nsec / 1000000);
+    }
+
     CalendarTime toLocal(std::int64_t seconds) override {
         const auto time = static_cast<std::time_t>(seconds);
         std::tm local{};

@@ -1,5 +1,7 @@
 #include "platform/semaphore.h"
 
+#include "platform/timeout.h"
+
 #include <pthread.h>
 
 #include <ctime>
@@ -50,7 +52,9 @@ bool Semaphore::wait(unsigned milliseconds) {
     ::pthread_mutex_lock(&mSystem->mutex);
     int result = 0;
     while (mSystem->count == 0 && result == 0) {
-        result = ::pthread_cond_timedwait(&mSystem->changed, &mSystem->mutex, &end);
+        result = milliseconds == kNoTimeout
+                     ? ::pthread_cond_wait(&mSystem->changed, &mSystem->mutex)
+                     : ::pthread_cond_timedwait(&mSystem->changed, &mSystem->mutex, &end);
     }
     const bool taken = mSystem->count > 0;
     mSystem->count -= taken ? 1 : 0;

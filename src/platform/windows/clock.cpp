@@ -22,6 +22,16 @@ public:
                 static_cast<std::uint32_t>(units % kUnitsPerSecond / 10000)};
     }
 
+    std::uint64_t steadyMilliseconds() override {
+        LARGE_INTEGER count;
+        LARGE_INTEGER perSecond;
+        QueryPerformanceCounter(&count);
+        QueryPerformanceFrequency(&perSecond);
+        const LONGLONG seconds = count.QuadPart / perSecond.QuadPart;
+        const LONGLONG rest = count.QuadPart % perSecond.QuadPart;
+        return static_cast<std::uint64_t>(seconds * 1000 + rest * 1000 / perSecond.QuadPart);
+    }
+
     CalendarTime toLocal(std::int64_t seconds) override {
         const auto time = static_cast<__time64_t>(seconds);
         std::tm local{};

@@ -1,8 +1,12 @@
 #include "platform/semaphore.h"
 
+#include "platform/timeout.h"
+
 #include <windows.h>
 
 namespace platform {
+
+static_assert(kNoTimeout == INFINITE);
 
 struct Semaphore::System {
     HANDLE handle;

@@ -38,6 +38,11 @@ public:
         return {all / 1000, static_cast<std::uint32_t>(all % 1000)};
     }
 
+    /// Stands still until a test advances it: no wait on it ends early.
+    std::uint64_t steadyMilliseconds() override { return mSteady.load(); }
+
+    void advanceSteady(std::uint64_t milliseconds) { mSteady.fetch_add(milliseconds); }
+
     platform::CalendarTime toLocal(std::int64_t seconds) override {
         using namespace std::chrono;
         const sys_seconds local{std::chrono::seconds(seconds + mZone(seconds))};
@@ -70,6 +75,7 @@ public:
 private:
     Zone mZone;
     std::atomic<std::int64_t> mMilliseconds{1'700'000'000'000};
+    std::atomic<std::uint64_t> mSteady{0};
     std::mutex mLock;
     std::vector<unsigned> mSleeps;
 };

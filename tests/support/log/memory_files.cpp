@@ -1,8 +1,7 @@
 #include "support/log/memory_files.h"
 
 #include <algorithm>
-#include <chrono>
-#include <thread>
+#include <utility>
 
 namespace {
 
@@ -130,15 +129,15 @@ int MemoryFiles::calls(Call call) const {
     return fault == mFaults.end() ? 0 : fault->second.calls;
 }
 
-void MemoryFiles::slowDown(Call call, unsigned milliseconds) {
+void MemoryFiles::onEach(Call call, std::function<void()> action) {
     const std::lock_guard<std::mutex> guard(mLock);
-    mFaults[call].delay = milliseconds;
+    mFaults[call].action = std::move(action);
 }
 
 bool MemoryFiles::fails(Call call) {
     Fault& fault = mFaults[call];
-    if (fault.delay > 0) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(fault.delay));
+    if (fault.action) {
+        fault.action();
     }
     ++fault.calls;
     return fault.at != 0 && (fault.calls == fault.at || (fault.forEver && fault.calls > fault.at));

@@ -3,6 +3,7 @@
 #include "platform/file_system.h"
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -41,8 +42,8 @@ public:
     void failNothing();
     int calls(Call call) const;
 
-    /// Calls of that kind take at least so long.
-    void slowDown(Call call, unsigned milliseconds);
+    /// Does something in every call of that kind, under the lock of these files.
+    void onEach(Call call, std::function<void()> action);
 
     /// Read failures: a file gives only so many bytes and then looks ended.
     void limitReads(std::size_t bytes) { mReadLimit = bytes; }
@@ -98,7 +99,7 @@ private:
         bool forEver = false;
         int calls = 0;
         Kind kind = Kind::Partly;
-        unsigned delay = 0; ///< ms
+        std::function<void()> action;
     };
 
     bool fails(Call call);

@@ -100,7 +100,7 @@ TEST_F(TornArchive, ATornArchiveWithoutItsLogIsAnOldFileLikeAnyOther) {
     ASSERT_TRUE(manager.start());
     EXPECT_TRUE(pushNumbered(manager, id, 1));
     manager.stop();
-    EXPECT_EQ(manager.slot(id).history.count(), 3u);
+    EXPECT_EQ(manager.slot(id).file.history().count(), 3u);
     EXPECT_EQ(files.pathsWith(".zip").size(), 2u);
 }
 
@@ -133,7 +133,7 @@ TEST_F(TornArchive, ATornArchiveThatCannotBeRemovedCountsAsAFile) {
     ASSERT_TRUE(manager.start());
     EXPECT_TRUE(pushNumbered(manager, id, 1));
     manager.stop();
-    EXPECT_EQ(manager.slot(id).history.count(), 3u);
+    EXPECT_EQ(manager.slot(id).file.history().count(), 3u);
 }
 
 TEST_F(TornArchive, AnArchiveOfAnyLengthIsFoundWhole) {

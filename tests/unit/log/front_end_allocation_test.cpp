@@ -165,8 +165,8 @@ TEST(LogWithoutMemory, AnInitialisationThatIsRefusedMemoryIsMadeGoodByTheNext) {
     }
     EXPECT_GT(failing, 5) << "so many were refused one after the other";
     ASSERT_TRUE(logFrontEnd.initialised.load());
-    EXPECT_EQ(LogerManager::instance().slot(logFrontEnd.loggerId).path, folder.path() + "/");
-    EXPECT_EQ(LogerManager::instance().slot(logFrontEnd.loggerId).version, "2.1.2110122");
+    EXPECT_EQ(LogerManager::instance().slot(logFrontEnd.loggerId).settings.path, folder.path() + "/");
+    EXPECT_EQ(LogerManager::instance().slot(logFrontEnd.loggerId).settings.version, "2.1.2110122");
     writeLog(kLogError, "tag", "the first line");
     EXPECT_TRUE(FLUSHLOG());
     LogerManager::instance().stop();

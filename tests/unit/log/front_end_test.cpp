@@ -3,6 +3,7 @@
 
 #include "log/front_end.h"
 #include "log/init_log.h"
+#include "log/init_settings.h"
 #include "log/log_folder.h"
 #include "log/write_log.h"
 #include "platform/thread_id.h"
@@ -189,6 +190,8 @@ TEST(FrontEnd, AMessageIsFormattedBeforeItsRecordIsTaken) {
             }
             return {};
         }
+
+        std::uint64_t steadyMilliseconds() override { return platform::systemClock().steadyMilliseconds(); }
 
         platform::CalendarTime toLocal(std::int64_t) override { return {}; }
 

@@ -26,6 +26,8 @@ public:
         return {fast / 1000, static_cast<std::uint32_t>(fast % 1000)};
     }
 
+    std::uint64_t steadyMilliseconds() override { return platform::systemClock().steadyMilliseconds(); }
+
     platform::CalendarTime toLocal(std::int64_t seconds) override { return mSystem.toLocal(seconds); }
 
     std::int64_t fromLocal(const platform::CalendarTime& local) override { return mSystem.fromLocal(local); }
@@ -140,7 +142,7 @@ TEST_F(ManagerFiles, EveryLoggersHistoryIsReadAtTheStartAndItsLinesAreFlushedWit
     }
     EXPECT_GT(files.totalSize("sonvia_Second_"), 3u);
     manager.stop();
-    EXPECT_EQ(manager.slot(second).history.count(), 2u);
+    EXPECT_EQ(manager.slot(second).file.history().count(), 2u);
 }
 
 TEST_F(ManagerFiles, LinesAreFlushedWithoutBeingAskedFor) {
@@ -315,8 +317,8 @@ TEST_F(ManagerFiles, LoadHistoryOnAStoppedManagerCountsAtOnce) {
     const int id = makeQuietLogger();
     files.put("logs/sonvia_Test_2020-01-01-00-00-00.log", "copied here");
     EXPECT_TRUE(manager.loadHistory());
-    EXPECT_EQ(manager.slot(id).history.count(), 1u);
-    EXPECT_EQ(manager.slot(id).history.writeLength(), 11u);
+    EXPECT_EQ(manager.slot(id).file.history().count(), 1u);
+    EXPECT_EQ(manager.slot(id).file.history().writeLength(), 11u);
 }
 
 TEST_F(ManagerFiles, LoadHistoryOnARunningManagerCountsWhatIsThere) {
@@ -327,6 +329,6 @@ TEST_F(ManagerFiles, LoadHistoryOnARunningManagerCountsWhatIsThere) {
     EXPECT_TRUE(manager.loadHistory());
     ASSERT_TRUE(manager.flush(kGuard));
     manager.stop();
-    EXPECT_EQ(manager.slot(id).history.count(), 2u);
-    EXPECT_EQ(manager.slot(id).history.writeLength(), files.totalSize("sonvia_Test_"));
+    EXPECT_EQ(manager.slot(id).file.history().count(), 2u);
+    EXPECT_EQ(manager.slot(id).file.history().writeLength(), files.totalSize("sonvia_Test_"));
 }

@@ -50,7 +50,7 @@ public:
                 << path << " has " << mDisk.content(path).size() << " bytes and not "
                 << mModel.files[path].size();
         }
-        const History& history = mManager.slot(mId).history;
+        const History& history = mManager.slot(mId).file.history();
         ASSERT_EQ(history.count(), mModel.history.size());
         ASSERT_EQ(history.writeLength(), mModel.historyBytes());
     }

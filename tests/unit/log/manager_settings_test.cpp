@@ -17,20 +17,20 @@ using ManagerConfig = LogEngine;
 
 TEST_F(ManagerSettings, AFreshLoggerHasTheDefaultSettings) {
     const LoggerSlot& slot = manager.slot(manager.createLogger("a"));
-    EXPECT_EQ(slot.path, "./sonvialog/");
-    EXPECT_EQ(slot.version, "");
-    EXPECT_EQ(slot.level, kLevelDebug);
-    EXPECT_TRUE(slot.display);
-    EXPECT_TRUE(slot.outfile);
-    EXPECT_FALSE(slot.monthdir);
-    EXPECT_EQ(slot.limitSizeMb, 2u);
-    EXPECT_EQ(slot.totalSizeMb, 5u);
-    EXPECT_TRUE(slot.enable);
-    EXPECT_TRUE(slot.fileline);
-    EXPECT_EQ(slot.reserveSeconds, 0);
-    EXPECT_FALSE(slot.isZip);
-    EXPECT_EQ(slot.reserveDelType, kReserveBySizeOrTime);
-    EXPECT_FALSE(manager.slot(1).enable) << "not made yet";
+    EXPECT_EQ(slot.settings.path, "./sonvialog/");
+    EXPECT_EQ(slot.settings.version, "");
+    EXPECT_EQ(slot.settings.level, kLevelDebug);
+    EXPECT_TRUE(slot.settings.display);
+    EXPECT_TRUE(slot.settings.outfile);
+    EXPECT_FALSE(slot.settings.monthdir);
+    EXPECT_EQ(slot.settings.limitSizeMb, 2u);
+    EXPECT_EQ(slot.settings.totalSizeMb, 5u);
+    EXPECT_TRUE(slot.settings.enable);
+    EXPECT_TRUE(slot.settings.fileline);
+    EXPECT_EQ(slot.settings.reserveSeconds, 0);
+    EXPECT_FALSE(slot.settings.isZip);
+    EXPECT_EQ(slot.settings.reserveDelType, kReserveBySizeOrTime);
+    EXPECT_FALSE(manager.isLoggerEnabled(1)) << "not made yet";
 }
 
 TEST_F(ManagerSettings, EverySetterRefusesAnInvalidId) {
@@ -68,11 +68,12 @@ TEST_F(ManagerSettings, SettersChangeAStoppedManagersLoggerAtOnce) {
     EXPECT_TRUE(manager.setLoggerMonthdir(id, true));
     EXPECT_TRUE(manager.setLoggerZip(id, true));
     EXPECT_TRUE(manager.enableLogger(id, false));
-    EXPECT_EQ(slot.name, "name");
-    EXPECT_EQ(slot.version, "1");
-    EXPECT_EQ(slot.level, kLevelAlarm);
-    EXPECT_FALSE(slot.fileline || slot.display || slot.outfile || slot.enable);
-    EXPECT_TRUE(slot.monthdir && slot.isZip);
+    EXPECT_EQ(slot.settings.name, "name");
+    EXPECT_EQ(slot.settings.version, "1");
+    EXPECT_EQ(slot.settings.level, kLevelAlarm);
+    EXPECT_FALSE(slot.settings.fileline || slot.settings.display || slot.settings.outfile ||
+                 slot.settings.enable);
+    EXPECT_TRUE(slot.settings.monthdir && slot.settings.isZip);
     EXPECT_EQ(manager.pooledRecords(), 0u) << "no record was needed";
 }
 
@@ -80,22 +81,22 @@ TEST_F(ManagerSettings, APathEndsInASeparatorAndNullKeepsIt) {
     const int id = manager.createLogger("a");
     const LoggerSlot& slot = manager.slot(id);
     EXPECT_TRUE(manager.setLoggerPath(id, nullptr));
-    EXPECT_EQ(slot.path, "./sonvialog/");
+    EXPECT_EQ(slot.settings.path, "./sonvialog/");
     manager.setLoggerPath(id, "logs");
-    EXPECT_EQ(slot.path, "logs/");
+    EXPECT_EQ(slot.settings.path, "logs/");
     manager.setLoggerPath(id, "logs/");
-    EXPECT_EQ(slot.path, "logs/");
+    EXPECT_EQ(slot.settings.path, "logs/");
     manager.setLoggerPath(id, "D:\\logs\\");
-    EXPECT_EQ(slot.path, "D:\\logs\\");
+    EXPECT_EQ(slot.settings.path, "D:\\logs\\");
     EXPECT_TRUE(manager.setLoggerName(id, nullptr));
-    EXPECT_EQ(slot.name, "");
+    EXPECT_EQ(slot.settings.name, "");
 }
 
 TEST_F(ManagerSettings, ATextOfEightThousandBytesIsTooLong) {
     const int id = manager.createLogger("a");
     EXPECT_TRUE(manager.setLoggerVersion(id, std::string(8191, 'v').c_str()));
     EXPECT_FALSE(manager.setLoggerVersion(id, std::string(8192, 'v').c_str()));
-    EXPECT_EQ(manager.slot(id).version.size(), 8191u);
+    EXPECT_EQ(manager.slot(id).settings.version.size(), 8191u);
     EXPECT_FALSE(manager.setLoggerPath(id, std::string(8191, 'p').c_str())) << "with its slash";
 }
 
@@ -103,32 +104,32 @@ TEST_F(ManagerSettings, LimitsOfZeroMeanNoLimit) {
     const int id = manager.createLogger("a");
     manager.setLoggerLimitsize(id, 0);
     manager.setLoggerTotalsize(id, 0);
-    EXPECT_EQ(manager.slot(id).limitSizeMb, 4294967295u);
-    EXPECT_EQ(manager.slot(id).totalSizeMb, 4294967295u);
+    EXPECT_EQ(manager.slot(id).settings.limitSizeMb, 4294967295u);
+    EXPECT_EQ(manager.slot(id).settings.totalSizeMb, 4294967295u);
     manager.setLoggerLimitsize(id, 3);
-    EXPECT_EQ(manager.slot(id).limitSizeMb, 3u);
+    EXPECT_EQ(manager.slot(id).settings.limitSizeMb, 3u);
 }
 
 TEST_F(ManagerSettings, ANegativeReserveTimeBecomesZeroAndAHugeOneStaysLarge) {
     const int id = manager.createLogger("a");
     manager.setLoggerReserveTime(id, -5);
-    EXPECT_EQ(manager.slot(id).reserveSeconds, 0);
+    EXPECT_EQ(manager.slot(id).settings.reserveSeconds, 0);
     manager.setLoggerReserveTime(id, 172800);
-    EXPECT_EQ(manager.slot(id).reserveSeconds, 172800);
+    EXPECT_EQ(manager.slot(id).settings.reserveSeconds, 172800);
     manager.setLoggerReserveTime(id, std::int64_t{1} << 40);
-    EXPECT_EQ(manager.slot(id).reserveSeconds, std::numeric_limits<std::int32_t>::max());
+    EXPECT_EQ(manager.slot(id).settings.reserveSeconds, std::numeric_limits<std::int32_t>::max());
 }
 
 TEST_F(ManagerSettings, AReserveDeletionTypeOfSevenStoresTwo) {
     const int id = manager.createLogger("a");
     for (int type = 0; type < 4; ++type) {
         manager.setLoggerReserveDelType(id, type);
-        EXPECT_EQ(manager.slot(id).reserveDelType, type);
+        EXPECT_EQ(manager.slot(id).settings.reserveDelType, type);
     }
     for (const int type : {4, 7, 1000000, -1}) {
         manager.setLoggerReserveDelType(id, kReserveByTime);
         manager.setLoggerReserveDelType(id, type);
-        EXPECT_EQ(manager.slot(id).reserveDelType, kReserveBySizeOrTime) << type;
+        EXPECT_EQ(manager.slot(id).settings.reserveDelType, kReserveBySizeOrTime) << type;
     }
 }
 
@@ -168,7 +169,7 @@ TEST_F(ManagerSettings, SettersAndStopFromTwoThreadsLeaveNothingBehind) {
         });
         manager.stop();
         setter.join();
-        EXPECT_EQ(manager.slot(id).name, "sonvia_odd") << "the last change is in force";
+        EXPECT_EQ(manager.slot(id).settings.name, "sonvia_odd") << "the last change is in force";
         EXPECT_EQ(manager.totalLinesWritten(), manager.totalRecordsPushed());
     }
 }
@@ -186,7 +187,7 @@ TEST_F(ManagerSettings, SettersAndStartFromTwoThreadsShareNoSetting) {
         manager.start();
         setter.join();
         manager.stop();
-        EXPECT_EQ(manager.slot(id).path, "logs/odd/") << "the last change is in force";
+        EXPECT_EQ(manager.slot(id).settings.path, "logs/odd/") << "the last change is in force";
     }
 }
 
@@ -199,27 +200,27 @@ TEST_F(ManagerConfig, TheConfigurationMakesLoggersAndAppliesTheirPairs) {
     ASSERT_EQ(main, 0);
     const LoggerSlot& slot = manager.slot(main);
     EXPECT_EQ(slot.key, "sonvia_Main");
-    EXPECT_EQ(slot.path, "D:\\logs/");
-    EXPECT_EQ(slot.name, "n");
-    EXPECT_EQ(slot.level, kLevelAlarm);
-    EXPECT_FALSE(slot.display || slot.outfile || slot.fileline);
-    EXPECT_TRUE(slot.monthdir);
-    EXPECT_EQ(slot.limitSizeMb, 7u);
-    EXPECT_EQ(slot.reserveSeconds, 0);
+    EXPECT_EQ(slot.settings.path, "D:\\logs/");
+    EXPECT_EQ(slot.settings.name, "n");
+    EXPECT_EQ(slot.settings.level, kLevelAlarm);
+    EXPECT_FALSE(slot.settings.display || slot.settings.outfile || slot.settings.fileline);
+    EXPECT_TRUE(slot.settings.monthdir);
+    EXPECT_EQ(slot.settings.limitSizeMb, 7u);
+    EXPECT_EQ(slot.settings.reserveSeconds, 0);
     const LoggerSlot& net = manager.slot(manager.findLogger("net"));
-    EXPECT_FALSE(net.enable);
-    EXPECT_EQ(net.limitSizeMb, 2u);
-    EXPECT_EQ(net.level, kLevelDebug);
-    EXPECT_EQ(net.reserveSeconds, 60);
+    EXPECT_FALSE(net.settings.enable);
+    EXPECT_EQ(net.settings.limitSizeMb, 2u);
+    EXPECT_EQ(net.settings.level, kLevelDebug);
+    EXPECT_EQ(net.settings.reserveSeconds, 60);
 }
 
 TEST_F(ManagerConfig, TheSameConfigurationIsNotAppliedTwice) {
     EXPECT_TRUE(manager.configFromText("[a]\nlevel=fatal\n"));
     manager.setLoggerLevel(0, kLevelTrace);
     EXPECT_TRUE(manager.configFromText("[a]\nlevel=fatal\n"));
-    EXPECT_EQ(manager.slot(0).level, kLevelTrace);
+    EXPECT_EQ(manager.slot(0).settings.level, kLevelTrace);
     EXPECT_TRUE(manager.configFromText("[a]\nlevel=error\n"));
-    EXPECT_EQ(manager.slot(0).level, kLevelError);
+    EXPECT_EQ(manager.slot(0).settings.level, kLevelError);
 }
 
 TEST_F(ManagerConfig, ConfigurationWarningsAreShownInTheColourOfFatal) {
@@ -241,13 +242,13 @@ TEST_F(ManagerConfig, AConfigurationThatCannotBeAppliedIsReported) {
     }
     EXPECT_FALSE(manager.configFromText(tooMany.c_str()));
     EXPECT_EQ(console.plain(), report + report);
-    EXPECT_EQ(manager.slot(19).level, kLevelFatal) << "the others are applied";
+    EXPECT_EQ(manager.slot(19).settings.level, kLevelFatal) << "the others are applied";
 }
 
 TEST_F(ManagerConfig, AConfigurationFileIsReadOnceAndThenUpdatedWhenItsContentChanges) {
     files.put("conf/log.ini", "[a]\nlevel=fatal\n");
     EXPECT_TRUE(manager.config("conf/log.ini"));
-    EXPECT_EQ(manager.slot(0).level, kLevelFatal);
+    EXPECT_EQ(manager.slot(0).settings.level, kLevelFatal);
     EXPECT_FALSE(manager.config("other.ini"));
     EXPECT_EQ(console.plain(),
               " !!! !!! !!! !!!\r\n !!! !!! log4z configure error: too many calls to Config. the old "
@@ -255,10 +256,10 @@ TEST_F(ManagerConfig, AConfigurationFileIsReadOnceAndThenUpdatedWhenItsContentCh
               " !!! !!! !!! !!!\r\n");
     manager.setLoggerLevel(0, kLevelTrace);
     EXPECT_TRUE(manager.updateConfig());
-    EXPECT_EQ(manager.slot(0).level, kLevelTrace) << "not changed, not applied";
+    EXPECT_EQ(manager.slot(0).settings.level, kLevelTrace) << "not changed, not applied";
     files.put("conf/log.ini", "[a]\nlevel=error\n");
     EXPECT_TRUE(manager.updateConfig());
-    EXPECT_EQ(manager.slot(0).level, kLevelError);
+    EXPECT_EQ(manager.slot(0).settings.level, kLevelError);
 }
 
 TEST_F(ManagerConfig, AConfigurationFileThatCannotBeOpenedIsReported) {
@@ -301,7 +302,7 @@ protected:
 
     int levelAfterRest() {
         letTheWriterRest();
-        return manager.slot(0).level;
+        return manager.slot(0).settings.level;
     }
 };
 

@@ -69,9 +69,10 @@ TEST_F(ManagerStart, AThreadThatCannotBeCreatedIsReportedAndTheSettingsQueuedMea
     };
     EXPECT_FALSE(manager.start());
     EXPECT_EQ(console.timesPlain("log: create log thread error! \r\n"), 1);
-    EXPECT_EQ(manager.slot(id).name, "sonvia_Queued");
+    EXPECT_EQ(manager.slot(id).settings.name, "sonvia_Queued");
     EXPECT_TRUE(manager.setLoggerName(id, "sonvia_AtOnce"));
-    EXPECT_EQ(manager.slot(id).name, "sonvia_AtOnce") << "nothing waits for a thread that does not come";
+    EXPECT_EQ(manager.slot(id).settings.name, "sonvia_AtOnce")
+        << "nothing waits for a thread that does not come";
     EXPECT_TRUE(manager.flush(kGuard));
     EXPECT_FALSE(manager.stop());
 }
@@ -97,7 +98,7 @@ TEST_F(ManagerStart, AThreadThatDoesNotComeInTimeIsReportedAndTakesWhatWasQueued
     EXPECT_EQ(console.timesColoured("log already start \r\n"), 1);
     late.gate.store(true);
     ASSERT_TRUE(manager.flush(kGuard));
-    EXPECT_EQ(manager.slot(id).name, "sonvia_Queued");
+    EXPECT_EQ(manager.slot(id).settings.name, "sonvia_Queued");
     EXPECT_TRUE(manager.isRunning());
     EXPECT_TRUE(manager.stop());
 }
@@ -115,6 +116,6 @@ TEST_F(ManagerStart, AThreadThatComesAfterStopEndsAtOnce) {
     EXPECT_TRUE(manager.stop()) << "waits for the thread";
     opener.join();
     EXPECT_FALSE(manager.isRunning());
-    EXPECT_EQ(manager.slot(id).name, "sonvia_Queued");
+    EXPECT_EQ(manager.slot(id).settings.name, "sonvia_Queued");
     EXPECT_FALSE(manager.stop());
 }

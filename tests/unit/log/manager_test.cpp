@@ -36,7 +36,7 @@ TEST_F(Manager, TwentyLoggersCanBeMadeAndTheTwentyFirstFails) {
 TEST_F(Manager, AKeyIsPrefixedAndTrimmed) {
     const int id = manager.createLogger("Sonvia \t\r\n");
     EXPECT_EQ(manager.slot(id).key, "sonvia_Sonvia");
-    EXPECT_EQ(manager.slot(id).name, "sonvia_Sonvia");
+    EXPECT_EQ(manager.slot(id).settings.name, "sonvia_Sonvia");
     EXPECT_EQ(manager.createLogger("Sonvia"), id);
     EXPECT_EQ(manager.findLogger("Sonvia\n"), id);
     EXPECT_EQ(manager.findLogger("sonvia"), -1);

@@ -22,6 +22,8 @@ TEST(WriteLog, MemoryThatRunsOutCostsTheLineAndNothingElse) {
                                                                   : platform::Moment{};
         }
 
+        std::uint64_t steadyMilliseconds() override { return 0; }
+
         platform::CalendarTime toLocal(std::int64_t) override { return {}; }
 
         std::int64_t fromLocal(const platform::CalendarTime&) override { return 0; }
@@ -68,6 +70,8 @@ TEST(WriteLog, ALineThatTheManagerWouldNotLogCostsNoRecord) {
             return {};
         }
 
+        std::uint64_t steadyMilliseconds() override { return 0; }
+
         platform::CalendarTime toLocal(std::int64_t) override { return {}; }
 
         std::int64_t fromLocal(const platform::CalendarTime&) override { return 0; }
@@ -102,37 +106,4 @@ TEST(WriteLog, ALineThatTheManagerWouldNotLogCostsNoRecord) {
     logFrontEnd.manager = nullptr;
     manager.stop();
     EXPECT_EQ(manager.totalRecordsPushed(), 1u);
-}
-
-TEST(Message, IsAppendedBehindItsTag) {
-    LogRecord record;
-    record.contentLength = 3;
-    appendMessage(record, "tag", "7-x");
-    EXPECT_EQ(std::string(record.content + 3, static_cast<std::size_t>(record.contentLength - 3)),
-              "tag: 7-x");
-    record.contentLength = 0;
-    appendMessage(record, nullptr, "x");
-    EXPECT_EQ(std::string(record.content, static_cast<std::size_t>(record.contentLength)), ": x");
-}
-
-TEST(Message, ThatOverflowsItsRecordMarksItFull) {
-    const std::string longTag(5000, 't');
-
-    struct Case {
-        std::int32_t used;
-        std::size_t tag;
-        std::size_t message;
-        std::int32_t expected;
-    };
-
-    for (const Case& c :
-         {Case{100, 5000, 3089, 8191}, Case{100, 5000, 3090, 8192}, Case{100, 5000, 4095, 8192},
-          Case{8192, 1, 1, 8192}, Case{8190, 1, 1, 8192}, Case{8188, 1, 0, 8191}}) {
-        LogRecord record;
-        std::memset(record.content, '.', sizeof record.content);
-        record.contentLength = c.used;
-        appendMessage(record, longTag.substr(0, c.tag).c_str(), std::string(c.message, 'm'));
-        EXPECT_EQ(record.contentLength, c.expected) << c.used << " " << c.tag << " " << c.message;
-        EXPECT_EQ(std::string(record.content + 8192, 3), "...") << "behind the record's text";
-    }
 }

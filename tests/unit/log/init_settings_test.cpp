@@ -1,4 +1,4 @@
-#include "log/log_settings.h"
+#include "log/init_settings.h"
 
 #include "log/write_log.h"
 #include "support/log/log_fixture.h"
@@ -38,16 +38,16 @@ TEST(LogSettings, AreAppliedToTheLogger) {
     LogerManager manager({clock, files, console, "host"});
     const int id = setUpLogger(manager, {}, "logs", kLogError);
     const LoggerSlot& slot = manager.slot(id);
-    EXPECT_EQ(slot.name, "sonvia_Sonvia");
-    EXPECT_EQ(slot.reserveDelType, kReserveBySize);
-    EXPECT_EQ(slot.reserveSeconds, 172800);
-    EXPECT_EQ(slot.limitSizeMb, 2u);
-    EXPECT_EQ(slot.totalSizeMb, 5u);
-    EXPECT_FALSE(slot.isZip);
-    EXPECT_EQ(slot.level, kLogError) << "the number as it is";
-    EXPECT_EQ(slot.path, "logs/");
-    EXPECT_EQ(slot.version, "2.1.2110122");
-    EXPECT_TRUE(slot.monthdir && slot.display);
+    EXPECT_EQ(slot.settings.name, "sonvia_Sonvia");
+    EXPECT_EQ(slot.settings.reserveDelType, kReserveBySize);
+    EXPECT_EQ(slot.settings.reserveSeconds, 172800);
+    EXPECT_EQ(slot.settings.limitSizeMb, 2u);
+    EXPECT_EQ(slot.settings.totalSizeMb, 5u);
+    EXPECT_FALSE(slot.settings.isZip);
+    EXPECT_EQ(slot.settings.level, kLogError) << "the number as it is";
+    EXPECT_EQ(slot.settings.path, "logs/");
+    EXPECT_EQ(slot.settings.version, "2.1.2110122");
+    EXPECT_TRUE(slot.settings.monthdir && slot.settings.display);
 }
 
 TEST(LogSettings, ThatDifferFromTheManagersDefaultsAreAppliedToo) {
@@ -68,15 +68,15 @@ TEST(LogSettings, ThatDifferFromTheManagersDefaultsAreAppliedToo) {
     const int id = setUpLogger(manager, settings, "logs", kLogDebug);
     ASSERT_EQ(id, before);
     const LoggerSlot& slot = manager.slot(id);
-    EXPECT_EQ(slot.name, "sonvia_Key");
-    EXPECT_EQ(slot.reserveDelType, kReserveByTime);
-    EXPECT_EQ(slot.reserveSeconds, 5);
-    EXPECT_EQ(slot.limitSizeMb, 7u);
-    EXPECT_EQ(slot.totalSizeMb, 9u);
-    EXPECT_TRUE(slot.isZip);
-    EXPECT_EQ(slot.level, kLogDebug);
-    EXPECT_TRUE(slot.display);
-    EXPECT_TRUE(slot.monthdir);
+    EXPECT_EQ(slot.settings.name, "sonvia_Key");
+    EXPECT_EQ(slot.settings.reserveDelType, kReserveByTime);
+    EXPECT_EQ(slot.settings.reserveSeconds, 5);
+    EXPECT_EQ(slot.settings.limitSizeMb, 7u);
+    EXPECT_EQ(slot.settings.totalSizeMb, 9u);
+    EXPECT_TRUE(slot.settings.isZip);
+    EXPECT_EQ(slot.settings.level, kLogDebug);
+    EXPECT_TRUE(slot.settings.display);
+    EXPECT_TRUE(slot.settings.monthdir);
 }
 
 TEST(LogSettings, AReserveDeletionTypeInAnotherLetterCaseLeavesTheManagersDefault) {
@@ -87,6 +87,6 @@ TEST(LogSettings, AReserveDeletionTypeInAnotherLetterCaseLeavesTheManagersDefaul
     LogInitSettings settings;
     settings.reserveDelType = "Size";
     const int id = setUpLogger(manager, settings, nullptr, kLogDebug);
-    EXPECT_EQ(manager.slot(id).reserveDelType, kReserveBySizeOrTime);
-    EXPECT_EQ(manager.slot(id).path, "./sonvialog/") << "a null path keeps the default folder";
+    EXPECT_EQ(manager.slot(id).settings.reserveDelType, kReserveBySizeOrTime);
+    EXPECT_EQ(manager.slot(id).settings.path, "./sonvialog/") << "a null path keeps the default folder";
 }

@@ -1,4 +1,4 @@
-#include "log/log_settings.h"
+#include "log/init_settings.h"
 
 #include "SonviaPCAudioDll.h"
 #include "log/history.h"

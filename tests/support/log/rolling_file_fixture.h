@@ -1,12 +1,14 @@
 #pragma once
 
-#include "log/rotation.h"
+#include "log/log_names.h"
+#include "log/logger_slot.h"
 #include "support/log/fake_clock.h"
 #include "support/log/memory_files.h"
 #include "support/log/recording_console.h"
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -18,24 +20,35 @@ inline std::int64_t newYork(std::int64_t utc) {
 }
 
 /// One logger's files on a fake system.
-class RotationTest : public ::testing::Test {
+class RollingFileTest : public ::testing::Test {
 protected:
-    RotationTest() {
-        slot.enable = true;
-        slot.name = "sonvia_Test";
-        slot.path = "logs/";
-        slot.reserveDelType = orvel::log4z::kReserveBySize;
+    RollingFileTest() {
+        slot.settings.enable = true;
+        slot.settings.name = "sonvia_Test";
+        slot.settings.path = "logs/";
+        slot.settings.reserveDelType = orvel::log4z::kReserveBySize;
         clock.setLocal({2026, 3, 9, 8, 0, 0});
     }
 
     /// Writes one line of that many bytes at the present time; false when there is no file for it.
     bool line(std::size_t bytes = 100) {
-        if (!rotation.openFor(slot, clock.now().seconds)) {
+        if (!slot.file.openFor(clock.now().seconds)) {
             return false;
         }
         slot.file.write(std::string(bytes, 'x').data(), bytes);
         slot.file.flush();
         return true;
+    }
+
+    /// Puts so many old files of that content into the folder, and the logger reads its history.
+    void loadOldFiles(int count, const std::string& content) {
+        const auto shared = std::make_shared<std::string>(content);
+        for (int i = 0; i < count; ++i) {
+            const platform::CalendarTime time = clock.toLocal(1'700'000'000 + i);
+            files.putShared("logs/" + orvel::log4z::logFileName(slot.settings.name, time), shared);
+        }
+        slot.file.loadHistory(0);
+        screen.forget();
     }
 
     std::vector<std::string> logs() const { return files.pathsWith(".log"); }
@@ -45,6 +58,5 @@ protected:
     MemoryFiles files;
     RecordingConsole screen;
     orvel::log4z::ConsoleEcho console{screen};
-    orvel::log4z::Rotation rotation{clock, files, console};
-    orvel::log4z::LoggerSlot slot;
+    orvel::log4z::LoggerSlot slot{{clock, files, console}};
 };

@@ -2,7 +2,7 @@
 
 #include "support/log/fake_clock.h"
 #include "support/log/recording_console.h"
-#include "support/log/rotation_fixture.h"
+#include "support/log/rolling_file_fixture.h"
 #include "support/log/test_folder.h"
 
 #include <gtest/gtest.h>
@@ -74,11 +74,11 @@ protected:
         clock.setLocal({2026, 3, 9, 8, 0, 0});
         std::filesystem::create_directories(folder.path("logs"));
         std::filesystem::create_directories(folder.path("outside"));
-        slot.enable = true;
-        slot.name = "sonvia_Test";
-        slot.path = folder.path("logs/");
-        slot.reserveDelType = kReserveByTime;
-        slot.reserveSeconds = 1;
+        slot.settings.enable = true;
+        slot.settings.name = "sonvia_Test";
+        slot.settings.path = folder.path("logs/");
+        slot.settings.reserveDelType = kReserveByTime;
+        slot.settings.reserveSeconds = 1;
     }
 
     /// Makes a file outside and returns its path.
@@ -93,7 +93,7 @@ protected:
     }
 
     bool line() {
-        if (!rotation.openFor(slot, clock.now().seconds)) {
+        if (!slot.file.openFor(clock.now().seconds)) {
             return false;
         }
         slot.file.write("line\r\n", 6);
@@ -106,8 +106,7 @@ protected:
     FakeClock clock;
     RecordingConsole screen;
     ConsoleEcho console{screen};
-    Rotation rotation{clock, platform::systemFiles(), console};
-    LoggerSlot slot;
+    LoggerSlot slot{{clock, platform::systemFiles(), console}};
 };
 
 constexpr char kOldName[] = "sonvia_Test_2026-02-01-00-00-00.log";
@@ -121,10 +120,10 @@ TEST_F(LogLinks, AFolderThatIsALinkIsNotSearchedForLogsToDeleteOrToPack) {
     }
     EXPECT_TRUE(platform::systemFiles().isLink(folder.path("logs/2026_02")));
     for (const char* version : {"", "2", "2"}) { // as it is, changed, and once more
-        slot.version = version;
-        slot.isZip = true;
-        rotation.loadHistory(0, slot);
-        EXPECT_TRUE(slot.history.empty());
+        slot.settings.version = version;
+        slot.settings.isZip = true;
+        slot.file.loadHistory(0);
+        EXPECT_TRUE(slot.file.history().empty());
         EXPECT_EQ(read(theirs).size(), 5000u);
     }
     EXPECT_TRUE(line());
@@ -132,7 +131,7 @@ TEST_F(LogLinks, AFolderThatIsALinkIsNotSearchedForLogsToDeleteOrToPack) {
 }
 
 TEST_F(LogLinks, AFolderThatBecomesALinkTakesNoFileAndLosesNone) {
-    slot.monthdir = true;
+    slot.settings.monthdir = true;
     clock.setLocal({2026, 2, 1, 0, 0, 0});
     ASSERT_TRUE(line());
     const std::string theirs = outside(kOldName, "not the log's");
@@ -141,10 +140,10 @@ TEST_F(LogLinks, AFolderThatBecomesALinkTakesNoFileAndLosesNone) {
         GTEST_SKIP() << "no links here";
     }
     clock.advance(86400);
-    slot.isZip = true;
+    slot.settings.isZip = true;
     EXPECT_FALSE(line()) << "it would be written through the link";
     EXPECT_NE(screen.plain().find("log: no log is written, its folder is a link: "), std::string::npos);
-    slot.outfile = true;
+    slot.settings.outfile = true;
     clock.setLocal({2026, 3, 1, 0, 0, 0});
     EXPECT_TRUE(line()) << "another month";
     EXPECT_EQ(read(theirs), "not the log's") << "the history's oldest has that path, and its time is over";
@@ -165,8 +164,8 @@ TEST_F(LogLinks, ALogThatIsALinkIsNeitherListedNorWrittenThrough) {
     if (!platform::systemFiles().isLink(folder.path("logs/sonvia_Test_2026-03-09-08-00-00.log"))) {
         GTEST_SKIP() << "Wine tells no link to a file from a file";
     }
-    rotation.loadHistory(0, slot);
-    EXPECT_TRUE(slot.history.empty());
+    slot.file.loadHistory(0);
+    EXPECT_TRUE(slot.file.history().empty());
     EXPECT_TRUE(line());
     EXPECT_EQ(read(theirs), "");
     EXPECT_EQ(read(folder.path("logs/sonvia_Test_2026-03-09-08-00-01.log")), "line\r\n") << "the next name";
@@ -184,8 +183,8 @@ TEST_F(LogLinks, AVersionFileThatIsALinkIsReplaced) {
     if (!platform::systemFiles().isLink(folder.path("logs/sonvia_version"))) {
         GTEST_SKIP() << "Wine tells no link to a file from a file";
     }
-    slot.version = "2";
-    rotation.loadHistory(0, slot);
+    slot.settings.version = "2";
+    slot.file.loadHistory(0);
     EXPECT_EQ(read(theirs), "1");
     EXPECT_EQ(read(folder.path("logs/sonvia_version")), "2");
     EXPECT_FALSE(platform::systemFiles().isLink(folder.path("logs/sonvia_version")));
@@ -193,18 +192,18 @@ TEST_F(LogLinks, AVersionFileThatIsALinkIsReplaced) {
 
 namespace {
 
-using LogObstacles = RotationTest;
+using LogObstacles = RollingFileTest;
 
 } // namespace
 
 TEST_F(LogObstacles, AVersionThatCannotBeWrittenClearsNothing) {
     files.put("logs/sonvia_version/inside", "a folder of that name");
     files.put("logs/sonvia_Test_2026-03-08-08-00-00.log", "old");
-    slot.version = "2";
+    slot.settings.version = "2";
     for (int start = 0; start < 3; ++start) {
         screen.forget();
-        rotation.loadHistory(0, slot);
-        EXPECT_EQ(slot.history.count(), static_cast<std::size_t>(1 + start));
+        slot.file.loadHistory(0);
+        EXPECT_EQ(slot.file.history().count(), static_cast<std::size_t>(1 + start));
         EXPECT_EQ(screen.plain().find("clear history"), std::string::npos);
         EXPECT_NE(screen.plain().find("curVer:[1,2] lstVer:[0,]idx:0 "), std::string::npos);
         ASSERT_TRUE(line());
@@ -215,11 +214,11 @@ TEST_F(LogObstacles, AVersionThatCannotBeWrittenClearsNothing) {
 
 TEST_F(LogObstacles, AVersionThatADiskTakesOnlyHalfClearsNothing) {
     files.put("logs/sonvia_Test_2026-03-08-08-00-00.log", "old");
-    slot.version = "2.1";
+    slot.settings.version = "2.1";
     files.failNth(MemoryFiles::Call::Write, 1);
-    rotation.loadHistory(0, slot);
+    slot.file.loadHistory(0);
     EXPECT_TRUE(files.exists("logs/sonvia_Test_2026-03-08-08-00-00.log"));
-    EXPECT_EQ(slot.history.count(), 1u);
+    EXPECT_EQ(slot.file.history().count(), 1u);
 }
 
 TEST_F(LogObstacles, NamesThatAreFoldersAreSkippedAndFiveOfThemAreReportedOnce) {
@@ -242,11 +241,11 @@ TEST_F(LogObstacles, NamesThatAreFoldersAreSkippedAndFiveOfThemAreReportedOnce) 
                                   "logs/sonvia_Test_2026-03-09-08-00-04.log \r\n"),
               std::string::npos)
         << screen.plain();
-    EXPECT_FALSE(slot.outfile);
+    EXPECT_TRUE(slot.file.hasGivenUp());
 }
 
 TEST_F(LogObstacles, AFileInThePlaceOfTheMonthsFolderIsReported) {
-    slot.monthdir = true;
+    slot.settings.monthdir = true;
     files.put("logs/2026_03", "a file");
     screen.setScreen(false);
     EXPECT_FALSE(line());
@@ -255,21 +254,21 @@ TEST_F(LogObstacles, AFileInThePlaceOfTheMonthsFolderIsReported) {
 }
 
 TEST_F(LogObstacles, AFolderWhosePathIsTooLongIsReportedAndNoPartOfItMade) {
-    slot.path = std::string(200, 'l') + "/";
-    slot.monthdir = true;
-    slot.version = "2";
+    slot.settings.path = std::string(200, 'l') + "/";
+    slot.settings.monthdir = true;
+    slot.settings.version = "2";
     files.setLongestPath(201 + std::string("2026_03/sonvia_Test_2026-03-09-08-00-00.log").size() - 1);
-    rotation.loadHistory(0, slot);
+    slot.file.loadHistory(0);
     EXPECT_FALSE(line());
     EXPECT_TRUE(files.paths().empty());
-    EXPECT_FALSE(files.isFolder(slot.path));
+    EXPECT_FALSE(files.isFolder(slot.settings.path));
     EXPECT_NE(screen.plain().find("log: no log is written, its path is too long: "), std::string::npos);
-    slot.path = std::string(199, 'l') + "/";
-    slot.outfile = true;
-    slot.isZip = true;
+    slot.settings.path = std::string(199, 'l') + "/";
+    slot.settings.outfile = true;
+    slot.settings.isZip = true;
     EXPECT_FALSE(line()) << "there would be no room for an archive";
-    slot.isZip = false;
-    slot.outfile = true;
+    slot.settings.isZip = false;
+    slot.settings.outfile = true;
     EXPECT_TRUE(line());
 }
 

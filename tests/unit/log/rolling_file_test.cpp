@@ -1,18 +1,18 @@
 // When a new file begins, and how it is named.
 
-#include "support/log/rotation_fixture.h"
+#include "support/log/rolling_file_fixture.h"
 
 using namespace orvel::log4z;
 
-TEST_F(RotationTest, TheFolderIsMadeAndTheFileNamedAfterTheFirstLine) {
+TEST_F(RollingFileTest, TheFolderIsMadeAndTheFileNamedAfterTheFirstLine) {
     EXPECT_TRUE(line());
     EXPECT_EQ(logs(), std::vector<std::string>{"logs/sonvia_Test_2026-03-09-08-00-00.log"});
-    EXPECT_EQ(slot.history.count(), 1u);
-    EXPECT_EQ(slot.history.writeLength(), 0u) << "counted when it is closed";
+    EXPECT_EQ(slot.file.history().count(), 1u);
+    EXPECT_EQ(slot.file.history().writeLength(), 0u) << "counted when it is closed";
 }
 
-TEST_F(RotationTest, AFileTakesLinesUntilItIsOverItsLimit) {
-    slot.limitSizeMb = 1;
+TEST_F(RollingFileTest, AFileTakesLinesUntilItIsOverItsLimit) {
+    slot.settings.limitSizeMb = 1;
     EXPECT_TRUE(line(kMb));
     clock.advance(1);
     EXPECT_TRUE(line(1)); // exactly at the limit is not over it
@@ -21,12 +21,12 @@ TEST_F(RotationTest, AFileTakesLinesUntilItIsOverItsLimit) {
     EXPECT_TRUE(line(1));
     ASSERT_EQ(logs().size(), 2u);
     EXPECT_EQ(files.content(logs()[0]).size(), kMb + 1);
-    EXPECT_EQ(slot.history.writeLength(), kMb + 1);
+    EXPECT_EQ(slot.file.history().writeLength(), kMb + 1);
 }
 
-TEST_F(RotationTest, WithoutALimitAFileStaysBelowFourGigabytes) {
-    slot.limitSizeMb = kNoLimit;
-    slot.totalSizeMb = kNoLimit;
+TEST_F(RollingFileTest, WithoutALimitAFileStaysBelowFourGigabytes) {
+    slot.settings.limitSizeMb = kNoLimit;
+    slot.settings.totalSizeMb = kNoLimit;
     constexpr std::uint64_t kMost = 4293918720;
     files.claimSize(kMost - 100);
     EXPECT_TRUE(line(100));
@@ -38,7 +38,7 @@ TEST_F(RotationTest, WithoutALimitAFileStaysBelowFourGigabytes) {
     EXPECT_EQ(logs().size(), 2u);
 }
 
-TEST_F(RotationTest, ALineAfterLocalMidnightStartsANewFileEvenWhenTheOldOneIsSmall) {
+TEST_F(RollingFileTest, ALineAfterLocalMidnightStartsANewFileEvenWhenTheOldOneIsSmall) {
     clock.setLocal({2026, 2, 28, 23, 59, 59}, 999);
     EXPECT_TRUE(line(1));
     clock.setLocal({2026, 3, 1, 0, 0, 0});
@@ -47,7 +47,7 @@ TEST_F(RotationTest, ALineAfterLocalMidnightStartsANewFileEvenWhenTheOldOneIsSma
                                                 "logs/sonvia_Test_2026-03-01-00-00-00.log"}));
 }
 
-TEST_F(RotationTest, ALineOfAnEarlierDayStartsANewFile) {
+TEST_F(RollingFileTest, ALineOfAnEarlierDayStartsANewFile) {
     EXPECT_TRUE(line());
     clock.advance(-86400);
     EXPECT_TRUE(line());
@@ -57,7 +57,7 @@ TEST_F(RotationTest, ALineOfAnEarlierDayStartsANewFile) {
                                                 "logs/sonvia_Test_2026-03-09-08-00-00.log"}));
 }
 
-TEST_F(RotationTest, ADayIsEightySixThousandFourHundredSecondsAlsoWhenTheClockIsPutBack) {
+TEST_F(RollingFileTest, ADayIsEightySixThousandFourHundredSecondsAlsoWhenTheClockIsPutBack) {
     // 2026-11-01 lasts 25 hours: its last hour has a file of its own, however many lines come in it.
     zone = newYork;
     clock.setLocal({2026, 11, 1, 0, 0, 0});
@@ -76,7 +76,7 @@ TEST_F(RotationTest, ADayIsEightySixThousandFourHundredSecondsAlsoWhenTheClockIs
                                                 "logs/sonvia_Test_2026-11-02-00-00-00.log"}));
 }
 
-TEST_F(RotationTest, ADayOfTwentyThreeHoursLastsUntilOneOClockOfTheNext) {
+TEST_F(RollingFileTest, ADayOfTwentyThreeHoursLastsUntilOneOClockOfTheNext) {
     zone = newYork;
     clock.setLocal({2026, 3, 8, 0, 0, 0});
     EXPECT_TRUE(line());
@@ -90,7 +90,7 @@ TEST_F(RotationTest, ADayOfTwentyThreeHoursLastsUntilOneOClockOfTheNext) {
                                                 "logs/sonvia_Test_2026-03-09-01-00-00.log"}));
 }
 
-TEST_F(RotationTest, TheFileOfALastHourTakesTheLinesOfAClockThatIsPutBackInIt) {
+TEST_F(RollingFileTest, TheFileOfALastHourTakesTheLinesOfAClockThatIsPutBackInIt) {
     zone = newYork;
     clock.setLocal({2026, 11, 1, 23, 30, 0});
     EXPECT_TRUE(line());
@@ -101,8 +101,8 @@ TEST_F(RotationTest, TheFileOfALastHourTakesTheLinesOfAClockThatIsPutBackInIt) {
     EXPECT_EQ(logs(), std::vector<std::string>{"logs/sonvia_Test_2026-11-01-23-30-00.log"});
 }
 
-TEST_F(RotationTest, MonthFoldersFollowTheLocalTimeOfTheLine) {
-    slot.monthdir = true;
+TEST_F(RollingFileTest, MonthFoldersFollowTheLocalTimeOfTheLine) {
+    slot.settings.monthdir = true;
     clock.setLocal({2026, 1, 31, 23, 59, 59});
     EXPECT_TRUE(line());
     clock.advance(1);
@@ -111,7 +111,7 @@ TEST_F(RotationTest, MonthFoldersFollowTheLocalTimeOfTheLine) {
                                                 "logs/2026_02/sonvia_Test_2026-02-01-00-00-00.log"}));
 }
 
-TEST_F(RotationTest, AUsedNameAddsASecondAndIsToldFromTheSecondTryOn) {
+TEST_F(RollingFileTest, AUsedNameAddsASecondAndIsToldFromTheSecondTryOn) {
     files.put("logs/sonvia_Test_2026-03-09-08-00-00.log", "old");
     files.put("logs/sonvia_Test_2026-03-09-08-00-01.log", ""); // an empty one is taken over
     EXPECT_TRUE(line());
@@ -119,21 +119,21 @@ TEST_F(RotationTest, AUsedNameAddsASecondAndIsToldFromTheSecondTryOn) {
     EXPECT_EQ(screen.plain(), "tryCnt:2 buf:logs/sonvia_Test_2026-03-09-08-00-01.log");
 }
 
-TEST_F(RotationTest, AddedSecondsCarryOverMinuteHourAndYear) {
+TEST_F(RollingFileTest, AddedSecondsCarryOverMinuteHourAndYear) {
     clock.setLocal({2026, 12, 31, 23, 59, 59});
     files.put("logs/sonvia_Test_2026-12-31-23-59-59.log", "old");
     EXPECT_TRUE(line());
     EXPECT_TRUE(files.exists("logs/sonvia_Test_2027-01-01-00-00-00.log"));
 }
 
-TEST_F(RotationTest, WithZipTheNameOfAnArchiveIsUsedToo) {
-    slot.isZip = true;
+TEST_F(RollingFileTest, WithZipTheNameOfAnArchiveIsUsedToo) {
+    slot.settings.isZip = true;
     files.put("logs/sonvia_Test_2026-03-09-08-00-00.log.zip", "old");
     EXPECT_TRUE(line());
     EXPECT_TRUE(files.exists("logs/sonvia_Test_2026-03-09-08-00-01.log"));
 }
 
-TEST_F(RotationTest, AfterFiveUsedNamesTheFifthIsAppendedTo) {
+TEST_F(RollingFileTest, AfterFiveUsedNamesTheFifthIsAppendedTo) {
     for (int i = 0; i < 5; ++i) {
         files.put("logs/sonvia_Test_2026-03-09-08-00-0" + std::to_string(i) + ".log", "old");
     }
@@ -143,9 +143,9 @@ TEST_F(RotationTest, AfterFiveUsedNamesTheFifthIsAppendedTo) {
     EXPECT_EQ(logs().size(), 5u);
 }
 
-TEST_F(RotationTest, AFullFileIsNotOpenedAgainForEveryLineOfASecondWhoseNamesAreUsed) {
-    slot.limitSizeMb = 1;
-    slot.totalSizeMb = kNoLimit;
+TEST_F(RollingFileTest, AFullFileIsNotOpenedAgainForEveryLineOfASecondWhoseNamesAreUsed) {
+    slot.settings.limitSizeMb = 1;
+    slot.settings.totalSizeMb = kNoLimit;
     for (int i = 0; i < 5; ++i) {
         files.put("logs/sonvia_Test_2026-03-09-08-00-0" + std::to_string(i) + ".log",
                   std::string(kMb + 1, 'o'));
@@ -160,23 +160,23 @@ TEST_F(RotationTest, AFullFileIsNotOpenedAgainForEveryLineOfASecondWhoseNamesAre
     EXPECT_TRUE(files.exists("logs/sonvia_Test_2026-03-09-08-00-05.log"));
 }
 
-TEST_F(RotationTest, AFailedOpeningIsFramedOnceAndSwitchesFileOutputOff) {
+TEST_F(RollingFileTest, AFailedOpeningIsFramedOnceAndSwitchesFileOutputOff) {
     ASSERT_TRUE(line());
     files.failNth(MemoryFiles::Call::Open, 1);
     clock.advance(86400);
     EXPECT_FALSE(line());
-    EXPECT_FALSE(slot.outfile);
+    EXPECT_TRUE(slot.file.hasGivenUp());
     ASSERT_EQ(screen.coloured().size(), 3u);
     EXPECT_EQ(screen.coloured()[0].text, "!!!!!!!!!!!!!!!!!!!!!!!!!! \r\n");
     EXPECT_EQ(screen.coloured()[1].text,
               "can not open log file logs/sonvia_Test_2026-03-10-08-00-00.log. \r\n");
     EXPECT_EQ(screen.coloured()[2].text, "!!!!!!!!!!!!!!!!!!!!!!!!!! \r\n");
     EXPECT_EQ(screen.coloured()[1].attribute, 5u);
-    slot.outfile = true;
+    slot.apply(kChangeOutFile, 1, {});
     EXPECT_TRUE(line()) << "set again, it writes again";
 }
 
-TEST_F(RotationTest, ADeletedFolderIsMadeAnewAtTheNextOpening) {
+TEST_F(RollingFileTest, ADeletedFolderIsMadeAnewAtTheNextOpening) {
     ASSERT_TRUE(line());
     files.removeFolder("logs");
     clock.advance(86400);

@@ -1,12 +1,12 @@
 // What happens to a file whose name comes up a second time: the clock stands or steps back, and all names are in use.
 
-#include "support/log/rotation_fixture.h"
+#include "support/log/rolling_file_fixture.h"
 
 using namespace orvel::log4z;
 
 namespace {
 
-using NameReuse = RotationTest;
+using NameReuse = RollingFileTest;
 
 } // namespace
 
@@ -22,18 +22,18 @@ TEST_F(NameReuse, AFileThatIsUsedAgainIsCountedOnce) {
         ASSERT_TRUE(line(10000));
     }
     EXPECT_TRUE(files.exists("logs/sonvia_Test_2026-03-09-12-00-00.log"));
-    EXPECT_EQ(slot.history.count(), files.pathsWith(".log").size());
+    EXPECT_EQ(slot.file.history().count(), files.pathsWith(".log").size());
     EXPECT_EQ(files.totalSize(".log"), kMb + 40 * 10000);
     slot.file.close();
     clock.advance(100);
     ASSERT_TRUE(line(1));
-    EXPECT_EQ(slot.history.writeLength(), kMb + 40 * 10000);
+    EXPECT_EQ(slot.file.history().writeLength(), kMb + 40 * 10000);
 }
 
 TEST_F(NameReuse, AnArchiveIsNotReplacedByALaterLogOfItsName) {
-    slot.isZip = true;
-    slot.limitSizeMb = 1;
-    slot.totalSizeMb = kNoLimit;
+    slot.settings.isZip = true;
+    slot.settings.limitSizeMb = 1;
+    slot.settings.totalSizeMb = kNoLimit;
     const std::string text = std::string(kMb + 1, 'x');
     for (int i = 0; i < 7; ++i) { // more files than names in one second
         ASSERT_TRUE(line(text.size()));
@@ -43,7 +43,7 @@ TEST_F(NameReuse, AnArchiveIsNotReplacedByALaterLogOfItsName) {
     EXPECT_EQ(files.pathsWith(".zip").size(), 5u);
     EXPECT_EQ(files.content("logs/sonvia_Test_2026-03-09-08-00-04.log"), text + text);
     slot.file.close();
-    rotation.loadHistory(0, slot);
+    slot.file.loadHistory(0);
     EXPECT_EQ(files.pathsWith(".zip").size(), 5u) << "a whole archive is not what a killed process has left";
-    EXPECT_EQ(slot.history.count(), 7u);
+    EXPECT_EQ(slot.file.history().count(), 7u);
 }

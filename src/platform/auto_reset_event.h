@@ -1,0 +1,24 @@
+#pragma once
+
+#include <memory>
+
+namespace platform {
+
+/// Wakes one sleeping thread. Within one process only, and so without the kernel while nobody sleeps: a caller that
+/// wakes the log's writer pays for it.
+class AutoResetEvent {
+public:
+    virtual ~AutoResetEvent() = default;
+
+    /// Ends the present sleep, or the next one at once. Thread: any. Blocks: never.
+    virtual void signal() = 0;
+
+    /// Sleeps until it is signalled, and takes the signal. Thread: one at a time. Blocks: up to `milliseconds`, or with
+    /// kNoTimeout until it is signalled. Returns: false when no signal came within that time.
+    virtual bool wait(unsigned milliseconds) = 0;
+};
+
+/// The system's. Throws bad_alloc.
+std::unique_ptr<AutoResetEvent> makeAutoResetEvent();
+
+} // namespace platform
