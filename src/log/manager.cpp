@@ -53,12 +53,24 @@ bool LogerManager::wouldLog(int id, int level) {
     return true;
 }
 
+bool LogerManager::setConfigCheckInterval(std::uint32_t seconds) {
+    mConfiguration.setCheckInterval(seconds);
+    mQueue.wake(); // the writer may be asleep without a time limit
+    return true;
+}
+
 LogRecord* LogerManager::makeRecord(int id, int level) {
     LogRecord* const record = newRecord(id, level);
     if (record == nullptr) {
-        mRegistry.countRefusedLine(id);
+        countRefusedLine(id);
     }
     return record;
+}
+
+/// Wakes the writer, which reports the loss: it sleeps until it is woken.
+void LogerManager::countRefusedLine(int id) {
+    mRegistry.countRefusedLine(id);
+    mQueue.wake();
 }
 
 LogRecord* LogerManager::newRecord(int id, int level) {
@@ -119,7 +131,7 @@ bool LogerManager::push(LogRecord* record) {
             return true;
         }
     } catch (const std::bad_alloc&) {
-        mRegistry.countRefusedLine(record->loggerId);
+        countRefusedLine(record->loggerId);
         mPool.put(record);
         return false;
     }

@@ -85,10 +85,7 @@ public:
         return change(id, kChangeReserveDelType, type);
     }
 
-    bool setConfigCheckInterval(std::uint32_t seconds) override {
-        mConfiguration.setCheckInterval(seconds);
-        return true;
-    }
+    bool setConfigCheckInterval(std::uint32_t seconds) override;
 
     bool updateConfig() override { return mConfiguration.update(); }
 
@@ -155,6 +152,7 @@ private:
     bool accepts(int id, int level) const;
     void holdBack();
     LogRecord* newRecord(int id, int level);
+    void countRefusedLine(int id);
     bool push(LogRecord* record);
 
     platform::Clock& mClock;

@@ -119,7 +119,8 @@ void LogWriter::run() {
     mRooms.registry.closeAll();
 }
 
-/// The queue is empty: flushes, and sleeps. False when the thread is to end.
+/// The queue is empty: flushes, and sleeps until something happens; nothing that is left to do depends on time, unless
+/// the configuration file is watched. False when the thread is to end.
 bool LogWriter::waitForWork() {
     flushFiles();
     if (mIsStopping.load(std::memory_order_acquire) && mRooms.queue.closeIfEmpty()) {
@@ -130,7 +131,8 @@ bool LogWriter::waitForWork() {
         mRooms.queue.waitForRecords(kEnoughToWake, kSleepAfterBurst);
     } else {
         mRooms.pool.endBurst();
-        mRooms.queue.waitForRecords(1, kConfigPollInterval);
+        mRooms.queue.waitForRecords(1, mRooms.configuration.isWatched() ? kConfigPollInterval
+                                                                        : platform::kNoTimeout);
     }
     mRooms.configuration.checkIfDue();
     return true;
