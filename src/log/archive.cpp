@@ -12,13 +12,13 @@ namespace orvel::log4z {
 
 namespace {
 
-/// As small as the usual 6 to within a percent for log lines, and twice as fast: the writer thread does nothing else
+/// For log lines as small as the usual 6, to within a percent, and twice as fast: the writer thread does nothing else
 /// meanwhile.
 constexpr mz_uint kCompressionLevel = 4;
 
 struct LogSource {
     platform::OpenFile& file;
-    std::uint64_t left; ///< of the length that it had when it was opened
+    std::uint64_t left; ///< bytes to read of the length that the file had when it was opened
 };
 
 std::size_t readLog(void* opaque, mz_uint64, void* bytes, std::size_t count) {
@@ -33,7 +33,7 @@ std::size_t writeZip(void* opaque, mz_uint64 offset, const void* bytes, std::siz
     return static_cast<platform::OpenFile*>(opaque)->writeAt(offset, bytes, count);
 }
 
-/// Behind its length a log has more when another program appends to it, or when the length could not be read.
+/// A log continues after its length when another program appends to it, or when the length could not be read.
 bool hasMore(platform::OpenFile& log) {
     char byte = 0;
     return log.read(&byte, 1) != 0;
@@ -75,7 +75,7 @@ bool writeArchive(platform::FileSystem& files, const std::string& logPath, const
 }
 
 bool isTornArchive(platform::FileSystem& files, const std::string& archivePath) {
-    // The last record of an archive without a comment.
+    // The end record of an archive without a comment.
     constexpr std::size_t kEndSize = 22;
     constexpr std::string_view kEndMark("PK\x05\x06", 4);
     const auto archive = files.open(archivePath, platform::OpenMode::Read);

@@ -24,7 +24,7 @@ std::string_view trimmedOf(std::string_view text, std::string_view unwanted) {
     return text.substr(first, text.find_last_not_of(unwanted) - first + 1);
 }
 
-/// Reads one text; the state between its lines.
+/// Reads one text; holds the state between its lines.
 class Parser {
 public:
     ConfigText parse(std::string_view text) {
@@ -56,6 +56,8 @@ private:
     }
 
     void openSection(std::string_view text) {
+        // Kept for compatibility: "main" in any letter case is the logger "Main". Configurations write it in lower
+        // case, and their settings would go to another logger than the one of that key.
         std::string name(lowerCase(text) == "main" ? std::string_view("Main") : text);
         const auto& known = mResult.sections;
         if (std::any_of(known.begin(), known.end(),

@@ -8,7 +8,7 @@
 
 namespace orvel::log4z {
 
-/// One "[name]" of a configuration text with the pairs below it, keys in lower case.
+/// One "[name]" of a configuration text with the pairs after it, keys in lower case.
 struct ConfigSection {
     std::string name;
     std::vector<std::pair<std::string, std::string>> pairs;
@@ -19,23 +19,23 @@ struct ConfigText {
     std::vector<std::string> warnings; ///< in the order of the lines that caused them, as they are shown
 };
 
-/// Reads a configuration text: "[name]" opens a logger's section, "key=value" sets something of it, "#" begins a
-/// comment. What cannot be read is left out and loses nothing else.
+/// Reads a configuration text: "[name]" begins a logger's section, "key=value" sets one of its settings, "#" begins a
+/// comment. What cannot be read is skipped.
 ConfigText parseConfigText(std::string_view text);
 
-/// The sum of all bytes: whether a configuration has changed since it was applied.
+/// The sum of all bytes: shows whether a configuration has changed since it was applied.
 std::uint32_t configChecksum(std::string_view text);
 
 /// "false" and "0" are false, anything else is true.
 bool configFlag(std::string_view value);
 
-/// The level of a level word; false leaves `level` as it is.
+/// Reads a level word; false leaves `level` as it is.
 bool configLevel(std::string_view value, int& level);
 
-/// A whole decimal number; false leaves `number` as it is.
+/// Reads a decimal number; false leaves `number` as it is.
 bool configNumber(std::string_view value, std::int64_t& number);
 
-/// Without the carriage returns, line feeds, tabs and blanks at both ends.
+/// Strips carriage returns, line feeds, tabs and spaces from both ends.
 std::string_view trimmed(std::string_view text);
 
 } // namespace orvel::log4z

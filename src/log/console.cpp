@@ -12,7 +12,7 @@ namespace orvel::log4z {
 
 namespace {
 
-/// 0: without colour. 1 is blue, 2 green, 4 red.
+/// A sum of 1 for blue, 2 for green and 4 for red; 0 for no colour.
 unsigned attributeOf(int level) {
     switch (level) {
     case kLevelInfo:
@@ -30,7 +30,7 @@ unsigned attributeOf(int level) {
     }
 }
 
-/// A formatted text that never throws: a long one is cut where there is no memory for it.
+/// A formatted text. Never throws: a long one is cut when memory for it cannot be allocated.
 class Formatted {
 public:
     Formatted(const char* format, va_list arguments) {
@@ -68,7 +68,7 @@ void ConsoleEcho::show(int level, const char* text) {
         mConsole.print(text);
         return;
     }
-    const std::lock_guard<LockHelper> guard(mLock);
+    const std::lock_guard<LockHelper> lock(mLock);
     mConsole.printColoured(attribute, text);
 }
 

@@ -6,16 +6,16 @@
 
 namespace orvel::log4z {
 
-/// Shows lines and the manager's own messages on the host's console. Never throws. Thread: any.
+/// Prints lines and the manager's own messages on the host's console. Never throws. Thread: any.
 class ConsoleEcho {
 public:
     explicit ConsoleEcho(platform::Console& console) : mConsole(console) {}
 
-    /// Levels from INFO up are shown in their colour, and not at all when the standard output is no screen; the others
-    /// are printed plainly wherever the standard output leads.
+    /// Prints a line. Levels from INFO up appear in their colour, and not at all when the standard output is not a
+    /// screen; the others are printed without colour, wherever the standard output leads.
     void show(int level, const char* text);
 
-    /// Prints to the standard output, wherever that leads, as printf does.
+    /// Prints to the standard output, wherever it leads, as printf does.
     void print(const char* format, ...) SONVIA_PRINTF_FORMAT(2, 3);
 
     /// A message of the manager itself, in the colour of FATAL.
@@ -23,7 +23,7 @@ public:
 
 private:
     platform::Console& mConsole;
-    LockHelper mLock; ///< a colour is set, used and put back by one thread at a time
+    LockHelper mLock; ///< one thread at a time sets a colour, prints and restores the colour
 };
 
 } // namespace orvel::log4z

@@ -36,7 +36,7 @@ void History::countNewest(std::uint64_t size) {
     entry.countedSize = size;
 }
 
-void History::forgetEarlier(const std::string& path) {
+void History::dropEarlier(const std::string& path) {
     for (auto entry = mEntries.begin(); entry != mEntries.end() && entry + 1 != mEntries.end();) {
         if (isSameFile(entry->path, path)) {
             mWriteLength -= entry->countedSize;
@@ -82,8 +82,8 @@ bool History::mustDelete(const Retention& retention, std::int64_t now, bool& too
 }
 
 bool History::isTooLarge(const Retention& retention) const {
-    // Summed in 64 bits: a single file without limit must not wrap round to a small one. Without a total limit no
-    // file is too much, whatever the single limit adds to it.
+    // Summed in 64 bits: without a limit for a single file the sum must not wrap round to a small one. Without a total
+    // limit no file is too much, whatever the single limit adds.
     return retention.totalSizeMb != kNoLimit &&
            std::uint64_t{retention.limitSizeMb} + megabytes() >= retention.totalSizeMb;
 }

@@ -8,7 +8,7 @@
 
 namespace orvel::log4z {
 
-/// When old files are deleted.
+/// Which test decides that old files are deleted.
 enum ReserveDelType : std::int32_t {
     kReserveBySize = 0,
     kReserveByTime = 1,
@@ -16,10 +16,10 @@ enum ReserveDelType : std::int32_t {
     kReserveBySizeAndTime = 3,
 };
 
-/// What stands for "no limit" where a limit in megabytes is given.
+/// As a limit in megabytes: none.
 inline constexpr std::uint32_t kNoLimit = 4294967295u;
 
-/// The settings that decide about old files.
+/// The settings that decide which old files are deleted.
 struct Retention {
     ReserveDelType type = kReserveBySizeOrTime;
     std::uint32_t limitSizeMb = 2; ///< of the file being written
@@ -30,16 +30,17 @@ struct Retention {
 struct HistoryEntry {
     std::string path;
     std::int64_t time = 0;
-    std::uint64_t countedSize = 0; ///< its part of the history's write length
+    std::uint64_t countedSize = 0; ///< its share of the history's write length
 };
 
-/// Whether two paths name one file: a listed one and one put together here may differ in their separators.
+/// Whether two paths name the same file: a listed one and one composed here may differ in their separators.
 bool isSameFile(std::string_view a, std::string_view b);
 
 /// A logger's older files, oldest first, with their total size. Writer thread only.
 ///
-/// Each entry keeps what it added to the total. A user may delete or cut old files at any time; were the size on disk
-/// taken off instead, the total would keep the difference for ever and files would be deleted too early from then on.
+/// Each entry keeps what it added to the total, and that is subtracted when it goes. A user may delete or truncate old
+/// files at any time: if their size on disk were subtracted instead, the total would stay too high for good, and files
+/// would be deleted too early from then on.
 class History {
 public:
     static constexpr std::size_t kMaxEntries = 500;
@@ -56,27 +57,27 @@ public:
 
     void clear();
 
-    /// Appends a file whose size is not counted yet.
+    /// Appends a file, with a size of 0 until `countNewest`.
     void append(std::string path, std::int64_t time);
 
-    /// The newest entry names another file from now on: its log has been packed.
+    /// Lets the newest entry name its archive.
     void renameNewest(std::string path) { mEntries.back().path = std::move(path); }
 
-    /// Forgets a file that is about to become the newest once more: a name used again is still one file. The newest
-    /// entry stays in any case.
-    void forgetEarlier(const std::string& path);
+    /// Removes earlier entries for a file that is about to become the newest again: a reused name is still one file.
+    /// Keeps the newest entry in any case.
+    void dropEarlier(const std::string& path);
 
-    /// Counts the newest entry with this size; a second time it counts with the new size only.
+    /// Sets the size that the newest entry adds to the total.
     void countNewest(std::uint64_t size);
 
-    /// Forgets the newest entry.
+    /// Removes the newest entry.
     void dropNewest();
 
-    /// Forgets the oldest entry.
+    /// Removes the oldest entry.
     void dropOldest();
 
-    /// Whether the oldest file is to be deleted. `tooLarge`: the size test was made and holds, so its numbers are to be
-    /// shown; with "size-and-Time" also when the age test keeps the file.
+    /// Whether the oldest file is to be deleted. `tooLarge` is set when the size test was made and holds, so that its
+    /// numbers are reported; with "size-and-Time" also when the age test keeps the file.
     bool mustDelete(const Retention& retention, std::int64_t now, bool& tooLarge) const;
 
     /// The total in whole megabytes.

@@ -13,7 +13,7 @@ namespace {
 
 constexpr unsigned kFlushLimit = 3000; // ms
 
-/// Lines go to the standard output until the manager takes them; where it does not, the next call tries again.
+/// Until the manager takes lines they go to the standard output; when it does not start, the next call tries again.
 void startLogging(const LogInitSettings& settings, const char* path, int level) {
     log4z::LogerManager& manager = log4z::LogerManager::instance();
     if (logFrontEnd.tag == nullptr) {
@@ -25,7 +25,7 @@ void startLogging(const LogInitSettings& settings, const char* path, int level) 
     }
     logFrontEnd.manager.store(&manager, std::memory_order_relaxed);
     logFrontEnd.loggerId.store(id, std::memory_order_relaxed);
-    if (!manager.isRunning()) { // a writer that was late last time may have come up since
+    if (!manager.isRunning()) { // a writer that was late last time may run by now
         manager.start();
     }
     logFrontEnd.threshold.store(level, std::memory_order_relaxed);
@@ -37,6 +37,7 @@ void startLogging(const LogInitSettings& settings, const char* path, int level) 
 void initialise(const char* path, int level) {
     const LogInitSettings& settings = logInitSettings();
     const bool wasInitialised = logFrontEnd.initialised.load(std::memory_order_acquire);
+    // Kept for compatibility: 395 is a fixed number, so that one search finds this line in the logs of all builds.
     writeLog(kLogWarning, kLogTagDefault,
              "[%s:%d]binit:%d path:%s tag:%s key:%s reserveDelType:%s level:%d reserveTimeSec:%d "
              "singleSizeMb:%d totalSizeMb:%d isZip:%d",

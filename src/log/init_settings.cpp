@@ -9,7 +9,7 @@ namespace orvel {
 
 namespace {
 
-/// A new version clears the folder of the old one's logs.
+/// A new version deletes the logs of the old one.
 constexpr char kVersion[] = SONVIA_VERSION_STRING;
 
 } // namespace
@@ -31,7 +31,7 @@ LogInitSettings& logInitSettings() {
 
 int setUpLogger(log4z::LogerManager& manager, const LogInitSettings& settings, const char* path, int level) {
     const int id = manager.createLogger(settings.key.c_str());
-    // An unknown name, also one in another letter case, leaves the logger's own way in force.
+    // An unknown name, also one in another letter case, leaves the logger's default.
     const auto type = reserveDelTypeNames.find(settings.reserveDelType);
     if (type != reserveDelTypeNames.end()) {
         manager.setLoggerReserveDelType(id, type->second);
@@ -40,9 +40,9 @@ int setUpLogger(log4z::LogerManager& manager, const LogInitSettings& settings, c
     manager.setLoggerLimitsize(id, settings.singleSizeMb);
     manager.setLoggerTotalsize(id, settings.totalSizeMb);
     manager.setLoggerZip(id, settings.isZip);
-    manager.setLoggerLevel(id,
-                           level); // as it is: what writeLog lets through lies above it in either numbering
-    // Logs in another folder than the host's, or of no version, would be worse than none.
+    // Unmapped: what writeLog lets through is above it in either numbering.
+    manager.setLoggerLevel(id, level);
+    // Logs in another folder than the host's, or without a version, would be worse than none.
     if (!manager.setLoggerPath(id, path) || !manager.setLoggerVersion(id, kVersion)) {
         return -1;
     }

@@ -16,7 +16,7 @@ namespace orvel::log4z {
 
 /// What a thread keeps from its last line.
 struct PrefixCache {
-    std::uint64_t serial;  ///< whose it is; 0 is nobody's
+    std::uint64_t serial;  ///< of the prefix that has filled it; 0 for none
     std::int64_t midnight; ///< the first moment of the day in `clockText`
     std::int64_t second;   ///< the second in `clockText`
     char clockText[16];    ///< "MM-DD HH:MM:SS."
@@ -70,8 +70,9 @@ int LinePrefix::write(char* out, platform::Moment time, std::uint32_t threadId, 
         refreshOwner(cache, threadId);
         refreshDay(cache, time.seconds);
     } else if (time.seconds != cache.second) {
-        // The day is asked for by its length and not by the calendar: on the long day of the year the clock of the
-        // lines runs past 24:00, on the short one it is an hour late, and the lines stay in order.
+        // Kept for compatibility: hours count from midnight, and a day has 24 of them. Where daylight saving ends,
+        // lines run past 24:00; where it begins, they are an hour late. By the wall clock, lines of one file would not
+        // be in order.
         if (time.seconds < cache.midnight || time.seconds >= cache.midnight + platform::kSecondsPerDay) {
             refreshDay(cache, time.seconds);
         }

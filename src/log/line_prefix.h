@@ -10,12 +10,11 @@ namespace orvel::log4z {
 
 struct PrefixCache;
 
-/// Writes what every line begins with: "MM-DD HH:MM:SS.mmm [process] [thread] LEVEL ". Built by hand, and what does
-/// not change between two lines of a thread is kept from the last one.
-/// Thread: any; each has its own cache, which the prefix last used on it owns.
+/// Writes the beginning of a line: "MM-DD HH:MM:SS.mmm [process] [thread] LEVEL ". Built without a formatter; each
+/// thread caches what does not change between two lines. Thread: any.
 class LinePrefix {
 public:
-    /// hostFileName: the host's executable; its name without folder and extension stands in every line.
+    /// hostFileName: the host's executable; every line has its name without folder and extension.
     LinePrefix(platform::Clock& clock, const std::string& hostFileName);
     LinePrefix(const LinePrefix&) = delete;
     LinePrefix& operator=(const LinePrefix&) = delete;
@@ -26,7 +25,7 @@ public:
     /// Never throws.
     int write(char* out, platform::Moment time, std::uint32_t threadId, int level) const;
 
-    /// The executable's name as it stands in the lines; "process" when the executable is not known.
+    /// The executable's name as lines have it; "process" when the executable is not known.
     static std::string processNameOf(const std::string& hostFileName);
 
 private:
@@ -36,7 +35,8 @@ private:
 
     platform::Clock& mClock;
     const std::string mProcessName;
-    const std::uint64_t mSerial; ///< tells the caches of this prefix from those of one that is gone
+    const std::uint64_t
+        mSerial; ///< in the caches that this prefix has filled: another one's are not valid for it
 };
 
 } // namespace orvel::log4z

@@ -11,7 +11,7 @@ namespace orvel::log4z {
 
 namespace {
 
-/// Small enough to stay in a processor's own cache beside the records.
+/// Small enough to stay in a processor's own cache next to the records.
 constexpr std::size_t kBufferSize = std::size_t{128} * 1024;
 
 std::string folderOf(const std::string& path) {
@@ -50,7 +50,7 @@ bool LogFile::write(const char* line, std::size_t count) {
         mLength += count;
         return writeOut(line, count, {count});
     }
-    mLineEnds.push_back(mUsed + count); // before anything has changed: it may throw
+    mLineEnds.push_back(mUsed + count); // first, because it may throw
     std::memcpy(mBuffer.get() + mUsed, line, count);
     mUsed += count;
     mLength += count;
@@ -67,7 +67,7 @@ void LogFile::writeNote(const char* line, std::size_t count) {
 
 bool LogFile::flush() {
     const bool whole = mUsed == 0 || writeOut(mBuffer.get(), mUsed, mLineEnds);
-    mUsed = 0; // what the file does not take is lost: trying again would write parts of it twice
+    mUsed = 0; // what the file does not take is lost: a second try would write parts of it twice
     mLineEnds.clear();
     return whole;
 }
@@ -86,7 +86,8 @@ void LogFile::closeFile() {
     }
 }
 
-void LogFile::makeAnew() {
+/// Creates the file again, with its folder.
+void LogFile::recreate() {
     try {
         ensureFolder(*mFiles, folderOf(mPath));
         openHere();
@@ -96,11 +97,11 @@ void LogFile::makeAnew() {
 }
 
 bool LogFile::writeOut(const char* lines, std::size_t count, const std::vector<std::size_t>& ends) {
-    // The system goes on taking what is written to a file that has been deleted or moved away, and nobody would find
-    // it. It is closed first: until then Windows may keep the name of a deleted file.
+    // The system still takes what is written to a file that was deleted or moved, and nobody would find it. It is
+    // closed first: Windows may keep the name of a deleted file until then.
     if (mNameWasSeen && !mFiles->size(mPath).has_value()) {
         closeFile();
-        makeAnew();
+        recreate();
     }
     const std::size_t taken = mFile == nullptr ? 0 : mFile->write(lines, count);
     if (taken == count) {

@@ -11,7 +11,7 @@
 
 namespace orvel::log4z {
 
-/// A log file that is being written, through one large buffer. Writer thread only, but for the count of lost lines.
+/// A log file being written, through one large buffer. Writer thread only, except for `linesLost`.
 class LogFile {
 public:
     /// Opens for appending; false when that fails. An open file is closed first.
@@ -19,29 +19,29 @@ public:
 
     bool isOpen() const { return mFile != nullptr; }
 
-    /// Takes a line over; false when the file did not take all that was due to be written: lines are lost then, and
-    /// the file is closed.
+    /// Buffers a line, and writes the buffer out when it is full. False when the file did not take all of it: lines are
+    /// lost, and the file is closed.
     bool write(const char* line, std::size_t count);
 
     /// As `write`, for a line of the log's own that is not counted when it is lost.
     void writeNote(const char* line, std::size_t count);
 
-    /// Whether it is open and has taken all it was given since lines were last lost.
+    /// Whether it is open and no line has been lost since it last took some.
     bool takesLines() const { return mFile != nullptr && mTakesLines; }
 
-    /// Hands what is buffered to the system; false as above.
+    /// Writes the buffer out; false as for `write`.
     bool flush();
 
     /// Flushes and closes. Without effect when nothing is open.
     void close();
 
-    /// Whether the file opened last has taken all that it was given, and its closing reported no error.
+    /// Whether the last file opened has taken every line, and closing it reported no error.
     bool isClean() const { return mIsClean; }
 
     /// The file's length, with what is still buffered.
     std::uint64_t length() const { return mLength; }
 
-    /// So many lines were to be written and there was no file for them.
+    /// Counts lines as lost.
     void loseLines(std::uint64_t count);
 
     /// Lines that are not, or not whole, in any file. Thread: any.
@@ -49,7 +49,7 @@ public:
 
 private:
     bool openHere();
-    void makeAnew();
+    void recreate();
     bool writeOut(const char* lines, std::size_t count, const std::vector<std::size_t>& ends);
     void closeFile();
 
@@ -59,10 +59,10 @@ private:
     std::unique_ptr<char[]> mBuffer; ///< made at the first opening
     std::size_t mUsed = 0;
     std::vector<std::size_t>
-        mLineEnds; ///< of the lines in the buffer: to tell which of them a full disk has taken
+        mLineEnds; ///< of the lines in the buffer: shows which of them a full disk has taken
     std::atomic<std::uint64_t> mLinesLost{0};
     std::uint64_t mLength = 0;
-    bool mNameWasSeen = false; ///< when it was opened: a folder closed to looks may take lines all the same
+    bool mNameWasSeen = false; ///< when it was opened: a folder that cannot be read may still take files
     bool mIsClean = true;
     bool mTakesLines = true; ///< false from a loss until a write succeeds
 };

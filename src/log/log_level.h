@@ -2,7 +2,7 @@
 
 namespace orvel::log4z {
 
-/// The manager's levels. They go into the lines as five-letter words and are not the numbers that writeLog takes.
+/// The manager's levels. Lines have them as five-letter words; writeLog's numbers are others.
 enum LogLevel : int {
     kLevelTrace = 0,
     kLevelDebug = 1,

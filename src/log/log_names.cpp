@@ -7,7 +7,7 @@ namespace orvel::log4z {
 
 namespace {
 
-/// Reads `text` against a pattern whose letters stand for digits and whose other characters stand for themselves.
+/// Matches `text` against a pattern: a letter matches a digit, another character itself.
 bool readTime(const char* text, const char* pattern, platform::CalendarTime& time) {
     platform::CalendarTime read{0, 0, 0, 0, 0, 0};
     for (; *pattern != '\0'; ++pattern, ++text) {

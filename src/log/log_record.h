@@ -4,8 +4,8 @@
 
 namespace orvel::log4z {
 
-/// One line, or one change of a logger's setting, on its way to the writer thread. A block is never cleared as a
-/// whole: only the bytes in use are touched, because moving them between two processors is what a line costs.
+/// One line, or one change of a logger's setting, on its way to the writer thread. Only the bytes in use are ever
+/// touched: most of a line's cost is moving them from one processor to another.
 #pragma pack(push, 1)
 
 struct LogRecord {

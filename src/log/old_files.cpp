@@ -62,7 +62,7 @@ void OldFiles::countNewest(bool isClean) {
 }
 
 void OldFiles::makeRoomFor(const std::string& path) {
-    mHistory.forgetEarlier(path);
+    mHistory.dropEarlier(path);
     deleteOldest(path);
     if (mHistory.empty() || !isSameFile(mHistory.newest().path, path)) {
         mHistory.append(path, mServices.clock.now().seconds);

@@ -12,12 +12,12 @@ namespace orvel::log4z {
 
 namespace {
 
-/// A record is asked for this many turns before it is used, so that it has come from the writer's processor by then.
-constexpr std::size_t kAhead = 3;
+/// A record is prefetched this many takes before its own, so that it has come from the writer's processor by then.
+constexpr std::size_t kTakesAhead = 3;
 
-/// So many new records a burst may have at full speed; a stream of lines that goes on after them lets the writer catch
-/// up, so that it neither uses up memory nor runs into the back-pressure.
-constexpr std::uint32_t kBurst = 4096;
+/// A burst may take so many records from the heap at full speed. After that, callers yield to the writer when the pool
+/// is empty, so that a lasting stream neither uses up memory nor meets the back-pressure.
+constexpr std::uint32_t kNewRecordsInBurst = 4096;
 
 /// The part of a record that a line of common length uses.
 void prefetchUsedPart(const LogRecord* record) {
@@ -40,9 +40,9 @@ LogRecord* newRecord() {
 
 LogRecord* RecordPool::take() {
     LogRecord* record = takeFree();
-    if (record == nullptr && mNewInBurst.load(std::memory_order_relaxed) > kBurst) {
-        // The writer has fallen behind, most likely for want of a processor. With one it gives records back sooner
-        // than the heap makes new ones, whose memory is touched for the first time.
+    if (record == nullptr && mNewInBurst.load(std::memory_order_relaxed) > kNewRecordsInBurst) {
+        // The writer has fallen behind, most likely because it has no processor. Once it runs it returns records sooner
+        // than the heap provides new ones, whose memory is touched for the first time.
         std::this_thread::yield();
         record = takeFree();
     }
@@ -58,12 +58,12 @@ LogRecord* RecordPool::take() {
 }
 
 LogRecord* RecordPool::takeFree() {
-    const std::lock_guard<LockHelper> guard(mLock);
+    const std::lock_guard<LockHelper> lock(mLock);
     if (mCount == 0) {
         return nullptr;
     }
-    if (mCount > kAhead) {
-        prefetchUsedPart(mFree[mCount - 1 - kAhead]);
+    if (mCount > kTakesAhead) {
+        prefetchUsedPart(mFree[mCount - 1 - kTakesAhead]);
     }
     return mFree[--mCount];
 }
@@ -71,7 +71,7 @@ LogRecord* RecordPool::takeFree() {
 void RecordPool::put(LogRecord* const* records, std::size_t count) {
     std::size_t kept = 0;
     {
-        const std::lock_guard<LockHelper> guard(mLock);
+        const std::lock_guard<LockHelper> lock(mLock);
         kept = std::min(count, kLimit - mCount);
         std::copy_n(records, kept, mFree + mCount);
         mCount += kept;
@@ -82,14 +82,14 @@ void RecordPool::put(LogRecord* const* records, std::size_t count) {
 }
 
 void RecordPool::clear() {
-    const std::lock_guard<LockHelper> guard(mLock);
+    const std::lock_guard<LockHelper> lock(mLock);
     while (mCount > 0) {
         ::operator delete(mFree[--mCount]);
     }
 }
 
 std::size_t RecordPool::size() {
-    const std::lock_guard<LockHelper> guard(mLock);
+    const std::lock_guard<LockHelper> lock(mLock);
     return mCount;
 }
 

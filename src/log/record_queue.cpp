@@ -26,7 +26,7 @@ unsigned backPressureDelay(std::uint64_t waiting) {
 bool RecordQueue::push(LogRecord* record, bool isLine) {
     bool wakeWriter = false;
     {
-        const std::lock_guard<LockHelper> guard(mLock);
+        const std::lock_guard<LockHelper> lock(mLock);
         if (!mOpen) {
             return false;
         }
@@ -53,37 +53,37 @@ bool RecordQueue::isLongerThan(std::uint64_t limit, std::uint64_t& waiting) {
     }
     const std::uint64_t takenNow = mTaken.load(std::memory_order_relaxed);
     mTakenBound.store(takenNow, std::memory_order_relaxed);
-    // The writer may have passed the number of pushes read before.
+    // The writer may have taken records that were pushed after pushedNow was read.
     waiting = pushedNow > takenNow ? pushedNow - takenNow : 0;
     return waiting > limit;
 }
 
 std::uint64_t RecordQueue::waitingNow() {
-    const std::lock_guard<LockHelper> guard(mLock);
+    const std::lock_guard<LockHelper> lock(mLock);
     return mPushed.load(std::memory_order_relaxed) - mTaken.load(std::memory_order_relaxed);
 }
 
 void RecordQueue::takeAll(std::vector<LogRecord*>& batch) {
-    const std::lock_guard<LockHelper> guard(mLock);
+    const std::lock_guard<LockHelper> lock(mLock);
     mRecords.swap(batch);
 }
 
 void RecordQueue::waitForRecords(std::size_t enough, unsigned milliseconds) {
     {
-        const std::lock_guard<LockHelper> guard(mLock);
+        const std::lock_guard<LockHelper> lock(mLock);
         if (mRecords.size() >= enough) {
             return;
         }
         mWakeAt = enough;
     }
     mEvent->wait(milliseconds);
-    const std::lock_guard<LockHelper> guard(mLock);
+    const std::lock_guard<LockHelper> lock(mLock);
     mWakeAt = 0;
 }
 
 void RecordQueue::spinForRecords(std::size_t enough) {
     constexpr int kLooks = 12;
-    constexpr int kPauses = 64; // between two looks: each takes the number's memory away from the callers
+    constexpr int kPauses = 64; // between two looks: each takes the counter's cache line from the callers
     const std::uint64_t wanted = mTaken.load(std::memory_order_relaxed) + enough;
     std::uint64_t seen = mPushed.load(std::memory_order_relaxed);
     for (int look = 0; look < kLooks && seen < wanted; ++look) {
@@ -93,24 +93,24 @@ void RecordQueue::spinForRecords(std::size_t enough) {
         const std::uint64_t before = seen;
         seen = mPushed.load(std::memory_order_relaxed);
         if (seen == before) {
-            return; // nobody writes now: the burst is over, or the caller waits for this very processor
+            return; // nobody pushes: the burst is over, or the caller waits for this very processor
         }
     }
 }
 
 bool RecordQueue::closeIfEmpty() {
-    const std::lock_guard<LockHelper> guard(mLock);
+    const std::lock_guard<LockHelper> lock(mLock);
     mOpen = !mRecords.empty();
     return !mOpen;
 }
 
 void RecordQueue::open() {
-    const std::lock_guard<LockHelper> guard(mLock);
+    const std::lock_guard<LockHelper> lock(mLock);
     mOpen = true;
 }
 
 bool RecordQueue::isOpen() {
-    const std::lock_guard<LockHelper> guard(mLock);
+    const std::lock_guard<LockHelper> lock(mLock);
     return mOpen;
 }
 

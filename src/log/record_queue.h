@@ -13,18 +13,18 @@
 
 namespace orvel::log4z {
 
-/// How long a caller is held back while that many records wait, in milliseconds: 0 up to 20000 records, then rising to
-/// 100 at 40000. It is also the chance, in percent, that a caller is held back at all.
+/// How long a caller is held back while that many records wait, in milliseconds: 0 up to kBackPressureFrom records,
+/// then rising to 100 at twice as many. It is also the chance, in percent, that a caller is held back at all.
 unsigned backPressureDelay(std::uint64_t waiting);
 
-/// From this many waiting records on a caller may be held back.
+/// Callers may be held back while more records than these wait.
 inline constexpr std::uint64_t kBackPressureFrom = 20000;
 
 /// A pseudo-random number, for `heldBackFor`. Thread: any.
 unsigned nextRandom();
 
-/// How long this caller is held back, in milliseconds. dice: any number. Before a long sleep the records are counted
-/// once more, under the lock: the writer may have caught up.
+/// How long this caller is held back, in milliseconds. dice: a pseudo-random number. Before a long sleep the records
+/// are counted again, under the lock: the writer may have caught up.
 template <typename CountAgain>
 unsigned heldBackFor(std::uint64_t waiting, unsigned dice, CountAgain countAgain) {
     const unsigned delay = backPressureDelay(waiting);
@@ -34,9 +34,9 @@ unsigned heldBackFor(std::uint64_t waiting, unsigned dice, CountAgain countAgain
 
 /// The records between the callers and the writer thread, in the order they were pushed.
 ///
-/// The writer takes all that wait under one lock, but reports each record as it is done with it, so that the number
-/// that waits falls one by one. Callers never read the writer's counter while few records wait: they know a lower
-/// bound of it, and the memory of the two sides stays apart.
+/// The writer takes all waiting records under one lock, but counts each one as taken when it is done with it, so that
+/// the number that waits falls one by one. While few records wait, callers compare with a lower bound of that count and
+/// do not touch the writer's cache line.
 class RecordQueue {
 public:
     /// event: what the writer sleeps on.
@@ -46,26 +46,26 @@ public:
     RecordQueue(const RecordQueue&) = delete;
     RecordQueue& operator=(const RecordQueue&) = delete;
 
-    /// Appends a record; false, with the record still the caller's, when the queue is closed. Throws bad_alloc, with the
-    /// record still the caller's, when it cannot grow. Wakes the writer only when it sleeps. Thread: any.
+    /// Appends a record. Enters the kernel only to wake a sleeping writer. Thread: any.
+    /// Returns: false when the queue is closed. On failure, also when it throws bad_alloc: the caller keeps the record.
     bool push(LogRecord* record, bool isLine);
 
-    /// Whether more than `limit` records wait; `waiting` is set to how many only then. Thread: any. Takes no lock.
+    /// Whether more than `limit` records wait; only then `waiting` is set to their number. Thread: any. Takes no lock.
     bool isLongerThan(std::uint64_t limit, std::uint64_t& waiting);
 
-    /// The records that wait now, counted under the lock. Thread: any.
+    /// The number of waiting records, read under the lock. Thread: any.
     std::uint64_t waitingNow();
 
-    /// Lines that were pushed. Thread: any.
+    /// Lines pushed so far. Thread: any.
     std::uint64_t linesPushed() const { return mLinesPushed.load(std::memory_order_relaxed); }
 
-    /// Records that were pushed, setting changes included. Thread: any.
+    /// Records pushed so far, setting changes included. Thread: any.
     std::uint64_t pushed() const { return mPushed.load(std::memory_order_acquire); }
 
     /// Ends the writer's sleep. Thread: any.
     void wake() { mEvent->signal(); }
 
-    /// Moves all that waits into `batch`, which must be empty. Writer thread.
+    /// Moves all waiting records into `batch`, which must be empty. Writer thread.
     void takeAll(std::vector<LogRecord*>& batch);
 
     /// The writer is done with one more record. Writer thread.
@@ -78,11 +78,10 @@ public:
     /// May also return early. Writer thread.
     void waitForRecords(std::size_t enough, unsigned milliseconds);
 
-    /// Waits for `enough` records without giving up the processor, about as long as a caller at full speed takes to
-    /// write them. Writer thread.
+    /// Spins for `enough` records, about as long as a caller at full speed takes to push them. Writer thread.
     void spinForRecords(std::size_t enough);
 
-    /// Closes the queue if nothing waits in it; false when something does. Writer thread.
+    /// Closes the queue if it is empty; false when it is not. Writer thread.
     bool closeIfEmpty();
 
     /// Opens the queue, as it must be before the first push.
@@ -94,11 +93,11 @@ public:
 private:
     LockHelper mLock;
     std::vector<LogRecord*> mRecords;
-    std::size_t mWakeAt = 0; ///< wake the writer when so many wait; 0 while it is awake
+    std::size_t mWakeAt = 0; ///< the push that makes it so many wakes the writer; 0 while it is awake
     bool mOpen = false;
     std::atomic<std::uint64_t> mPushed{0};
     std::atomic<std::uint64_t> mLinesPushed{0};
-    std::atomic<std::uint64_t> mTakenBound{0}; ///< what callers know of mTaken, which never falls
+    std::atomic<std::uint64_t> mTakenBound{0}; ///< a lower bound of mTaken, for callers
 
     alignas(64) std::atomic<std::uint64_t> mTaken{0};
     const std::unique_ptr<platform::AutoResetEvent> mEvent; ///< ends the writer's sleep

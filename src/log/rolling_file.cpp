@@ -12,7 +12,7 @@ namespace {
 constexpr int kNameTries = 5;
 
 /// Kept for compatibility: the shift is made in 32 bits, so that without a limit (4294967295 MB) a file is full at
-/// 4293918720 bytes. In 64 bits it would grow past 4 GB, which neither the counted length nor older file systems take.
+/// 4293918720 bytes. In 64 bits it would grow past 4 GB, which some file systems do not take.
 std::uint32_t limitInBytes(std::uint32_t megabytes) {
     return megabytes << 20;
 }

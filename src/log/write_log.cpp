@@ -21,14 +21,14 @@ const char* textOf(const char* text) {
     return text == nullptr ? "" : text;
 }
 
-/// Formats into `message`; what the text holds after an embedded zero byte does not belong to it.
+/// Formats into `message`. The text ends at the first zero byte, also an embedded one.
 std::string_view formatMessage(char (&message)[kMessageSize], const char* format, va_list arguments) {
     va_list again;
     va_copy(again, arguments);
     const int length = std::vsnprintf(message, sizeof message, format, arguments);
     if (length < 0) {
-        // Something in it cannot be converted: what comes before that stays. The space was not cleared before, which
-        // spares the usual line a few hundred bytes of zeros.
+        // Something cannot be converted: the text before it is kept. The buffer is cleared only now, which saves the
+        // usual line the cost.
         std::memset(message, 0, sizeof message);
         std::vsnprintf(message, sizeof message, format, again);
         message[sizeof message - 1] = '\0';
@@ -43,15 +43,15 @@ void printLine(int level, const char* tag, const char* message) {
     std::fflush(stdout);
 }
 
-/// Apart from writeLog, so that a line below the threshold does not pay for the message's space on the stack.
+/// Separate from writeLog, so that a line below the threshold does not pay for the buffer on the stack.
 void writeLogArguments(int level, const char* tag, const char* format, va_list arguments) {
     char message[kMessageSize];
     const std::string_view text = formatMessage(message, format, arguments);
     try {
         deliverMessage(level, tag, text);
     } catch (const std::bad_alloc&) {
-        // The line is lost. Callers log where nothing may be thrown: in a host's call, under a callback of libuv, and
-        // while they are coping with a lack of memory themselves.
+        // The line is lost. Must not throw: callers log inside calls of the host, inside callbacks of libuv, and while
+        // they handle allocation failures of their own.
     }
 }
 

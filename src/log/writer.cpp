@@ -176,7 +176,8 @@ void LogWriter::handle(const LogRecord& record) {
 void LogWriter::writeLine(const LogRecord& record) {
     add(mCounters.linesTaken, 1);
     if (!mRooms.registry.isValid(record.loggerId)) {
-        // Kept for compatibility: the misspelling is part of the message, and a search for it would miss the right word.
+        // Kept for compatibility: the misspelling is part of the message, and a search for it would miss the right
+        // word.
         mRooms.services.console.report("log openLogger can not open, invalide logger id! \r\n");
         return;
     }

@@ -4,8 +4,8 @@
 
 namespace platform {
 
-/// Wakes one sleeping thread. Within one process only, and so without the kernel while nobody sleeps: a caller that
-/// wakes the log's writer pays for it.
+/// Wakes one sleeping thread of this process. Enters the kernel only when that thread sleeps, because callers of the
+/// log pay for it.
 class AutoResetEvent {
 public:
     virtual ~AutoResetEvent() = default;

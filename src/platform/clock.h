@@ -36,10 +36,10 @@ public:
     /// The local calendar time of a moment.
     virtual CalendarTime toLocal(std::int64_t seconds) = 0;
 
-    /// The moment of a local calendar time; a time that daylight saving skips or doubles gives a moment near it.
+    /// The moment of a local calendar time; for one that daylight saving skips or repeats, a moment near it.
     virtual std::int64_t fromLocal(const CalendarTime& local) = 0;
 
-    /// Blocks the caller for that long.
+    /// Blocks the caller.
     virtual void sleep(unsigned milliseconds) = 0;
 };
 

@@ -7,11 +7,11 @@ class Console {
 public:
     virtual ~Console() = default;
 
-    /// Prints the text in a colour and puts the screen's colour back; prints nothing and returns false when the
-    /// standard output is not a screen. attribute: 1 blue, 2 green, 4 red, added up. Calls must not overlap.
+    /// Prints the text in a colour and restores the screen's own; prints nothing and returns false when the standard
+    /// output is not a screen. attribute: the sum of 1 for blue, 2 for green and 4 for red. Calls must not overlap.
     virtual bool printColoured(unsigned attribute, const char* text) = 0;
 
-    /// Prints the text to the standard output as it is, wherever that leads. Thread: any.
+    /// Prints the text to the standard output, wherever it leads. Thread: any.
     virtual void print(const char* text) = 0;
 };
 

@@ -4,8 +4,7 @@
 
 namespace platform {
 
-/// A lock between the threads of this process, not to be taken twice by one thread. Meets the standard library's
-/// requirements of a lock, so std::lock_guard takes it.
+/// A lock between the threads of this process; a thread must not take it twice. Works with std::lock_guard.
 class CriticalSection {
 public:
     CriticalSection();
@@ -17,7 +16,7 @@ public:
     void unlock();
 
 private:
-    /// The system's own lock lives here, so that no system header is needed to hold one.
+    /// Holds the system's lock, so that this header needs no system header.
     alignas(std::max_align_t) unsigned char mLock[48];
 };
 

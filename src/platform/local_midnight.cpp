@@ -8,7 +8,7 @@ std::int64_t localMidnight(Clock& clock, std::int64_t seconds) {
     if (midnight <= seconds) {
         return midnight;
     }
-    // Where daylight saving ends at midnight the day has two of them, and the later one was chosen.
+    // Where daylight saving ends at midnight, the day has two midnights, and `fromLocal` chose the later one.
     return seconds - (local.hour * 3600 + local.minute * 60 + local.second);
 }
 

@@ -4,7 +4,7 @@
 
 namespace platform {
 
-/// The file name, with its folder, of the host's executable, at most 259 bytes; empty when it cannot be had.
+/// The path of the host's executable, at most 259 bytes; empty when it is unknown.
 /// Thread: any. Blocks: never.
 std::string hostModuleFileName();
 

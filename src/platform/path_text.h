@@ -4,14 +4,14 @@
 
 namespace platform {
 
-/// What stands between folder and file when a path is put together.
+/// Separates folder and file in a path that is composed here.
 extern const char kPathSeparator;
 
-/// Whether the path ends in "/" or "\". In code pages whose second bytes may have the value of "\" only a whole
-/// character counts.
+/// Whether the path ends in "/" or "\". The second byte of a character may have the value of "\" in some code pages; it
+/// does not count.
 bool endsInSeparator(std::string_view path);
 
-/// What follows the last "/" or "\"; the whole path when it has none.
+/// The part after the last "/" or "\"; the whole path when it has none.
 std::string_view lastPathComponent(std::string_view path);
 
 } // namespace platform

@@ -7,13 +7,13 @@ namespace platform {
 /// A counting semaphore between the threads of this process.
 class Semaphore {
 public:
-    /// A semaphore that the system cannot make is not usable: `post` and `wait` return false at once.
+    /// When the system cannot create the semaphore, `post` and `wait` return false at once.
     Semaphore(int initialCount, int maximumCount);
     ~Semaphore();
     Semaphore(const Semaphore&) = delete;
     Semaphore& operator=(const Semaphore&) = delete;
 
-    /// Adds one; false when the count stands at its maximum. Thread: any. Blocks: never.
+    /// Adds one; false when the count is at its maximum. Thread: any. Blocks: never.
     bool post();
 
     /// Takes one; false when none came within that time, which has no limit with kNoTimeout. Thread: any.

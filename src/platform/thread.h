@@ -4,8 +4,8 @@
 
 namespace platform {
 
-/// One thread of the system. Unlike the standard library's it can tell that the system has ended the thread, as it
-/// does to all but one when a process exits: who asks first never waits for a thread that cannot answer.
+/// A thread. Unlike std::thread it reports when the system has ended the thread, as Windows does to all but one when a
+/// process exits: a caller that asks first never waits for a thread that is gone.
 class Thread {
 public:
     Thread();
@@ -14,7 +14,7 @@ public:
     Thread(const Thread&) = delete;
     Thread& operator=(const Thread&) = delete;
 
-    /// Runs `entry(argument)` on a new thread; false when the system gives none.
+    /// Runs `entry(argument)` on a new thread; false when the system cannot create one.
     bool start(void (*entry)(void*), void* argument);
 
     /// Whether the thread has ended, by itself or by the system; true when it was never started. Blocks: never.

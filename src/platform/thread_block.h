@@ -6,8 +6,9 @@ namespace platform {
 
 inline constexpr std::size_t kThreadBlockSize = 512;
 
-/// Memory of the calling thread's own, all zeros at first, freed when the thread ends; aligned for any type. Null when
-/// there is none: what the compiler makes of `thread_local` ends the process then on some systems. Blocks: never.
+/// Memory of the calling thread, zeroed, aligned for any type, and freed when the thread ends. Used instead of
+/// `thread_local`, which ends the process on an allocation failure on some systems. Blocks: never. Returns: null on an
+/// allocation failure.
 void* threadBlock();
 
 } // namespace platform

@@ -6,7 +6,7 @@ namespace platform {
 
 namespace {
 
-/// The semaphore here is made of a mutex and a condition, and needs the kernel only for a sleeper.
+/// The semaphore here is a mutex and a condition variable, which enter the kernel only for a sleeping thread.
 class SystemEvent final : public AutoResetEvent {
 public:
     void signal() override { mSemaphore.post(); }

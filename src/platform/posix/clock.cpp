@@ -7,10 +7,10 @@ namespace platform {
 
 namespace {
 
-// The C library reads the time zone's name anew in these calls, under a lock of its own that the thread sanitizer
-// does not see; with this one it does. Once a day for each thread that logs.
+// The C library rereads the time zone's name in these calls, under a lock that the thread sanitizer does not see; it
+// sees this one. Taken once a day by each thread that logs.
 std::mutex& timeZoneMutex() {
-    static constinit std::mutex mutex; // needs neither memory nor a destructor here
+    static constinit std::mutex mutex; // neither allocates nor has a destructor here
     return mutex;
 }
 
@@ -32,7 +32,7 @@ public:
     CalendarTime toLocal(std::int64_t seconds) override {
         const auto time = static_cast<std::time_t>(seconds);
         std::tm local{};
-        const std::lock_guard guard(timeZoneMutex());
+        const std::lock_guard lock(timeZoneMutex());
         if (::localtime_r(&time, &local) == nullptr) {
             return {};
         }
@@ -49,7 +49,7 @@ public:
         time.tm_min = local.minute;
         time.tm_sec = local.second;
         time.tm_isdst = -1;
-        const std::lock_guard guard(timeZoneMutex());
+        const std::lock_guard lock(timeZoneMutex());
         return std::mktime(&time);
     }
 

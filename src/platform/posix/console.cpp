@@ -8,7 +8,7 @@ namespace platform {
 
 namespace {
 
-// Past the C library's own stream, as on Windows and for the same reason.
+// Bypasses the C library's stream, as on Windows and for the same reason.
 void writeText(std::string_view text) {
     for (std::size_t done = 0; done < text.size();) {
         const ssize_t count = ::write(STDOUT_FILENO, text.data() + done, text.size() - done);
@@ -25,7 +25,7 @@ public:
         if (::isatty(STDOUT_FILENO) == 0) {
             return false;
         }
-        // A terminal numbers its colours from the red end.
+        // A terminal counts red as 1 and blue as 4.
         const unsigned colour = ((attribute & 1u) << 2) | (attribute & 2u) | ((attribute & 4u) >> 2);
         const char begin[] = {'\033', '[', '3', static_cast<char>('0' + colour), 'm'};
         writeText({begin, sizeof begin});
@@ -40,7 +40,8 @@ public:
 } // namespace
 
 Console& systemConsole() {
-    static Console& console = *new PosixConsole; // never destroyed: the writer thread prints until the end
+    static Console& console =
+        *new PosixConsole; // never destroyed: the writer thread prints until the process ends
     return console;
 }
 

@@ -19,7 +19,7 @@ CriticalSection::CriticalSection() {
     pthread_mutexattr_t attributes;
     ::pthread_mutexattr_init(&attributes);
 #ifdef __GLIBC__
-    // What is done under these locks takes less time than a switch to another thread.
+    // Spins first: these locks are held for less time than a switch to another thread takes.
     ::pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ADAPTIVE_NP);
 #endif
     ::pthread_mutex_init(new (mLock) pthread_mutex_t, &attributes);

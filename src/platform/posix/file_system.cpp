@@ -100,7 +100,7 @@ class PosixFiles final : public FileSystem {
 public:
     std::unique_ptr<OpenFile> open(const std::string& path, OpenMode mode) override {
         auto file =
-            std::make_unique<PosixFile>(); // before the system has given anything that could be left behind
+            std::make_unique<PosixFile>(); // allocated first: an allocation failure cannot leak a descriptor
         if (!file->open(path.c_str(), openFlags(mode) | O_CLOEXEC)) {
             return nullptr;
         }
@@ -145,7 +145,7 @@ public:
     bool createFolders(const std::string& path) override {
         for (std::size_t i = 1; i <= path.size(); ++i) {
             if (i == path.size() || path[i] == '/') {
-                ::mkdir(path.substr(0, i).c_str(), 0755); // an existing one is told apart at the end
+                ::mkdir(path.substr(0, i).c_str(), 0755); // may exist: only the last one counts
             }
         }
         return isFolder(path);

@@ -8,8 +8,8 @@
 
 namespace platform {
 
-/// A count under a mutex: the timed wait of the system's own semaphore follows the wall clock, and a user who sets
-/// the clock back would stop the log.
+/// A count under a mutex. The timed wait of the system's own semaphore follows the wall clock: setting that back would
+/// stop the log.
 struct Semaphore::System {
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
     pthread_cond_t changed;

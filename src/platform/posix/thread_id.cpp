@@ -6,7 +6,7 @@
 namespace platform {
 
 std::uint32_t currentThreadId() {
-    // The kernel is asked once per thread: the number goes into every log line.
+    // Cached, because every log line has it.
     static thread_local const auto kId = static_cast<std::uint32_t>(::syscall(SYS_gettid));
     return kId;
 }

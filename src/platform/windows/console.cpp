@@ -8,8 +8,8 @@ namespace platform {
 
 namespace {
 
-// Past the C runtime's own stream, whose lock is the host's too: exit() takes it, and would wait for a writer that
-// prints line after line on a slow screen, or for ever when nobody reads the pipe that the output leads to
+// Bypasses the C runtime's stream, whose lock the host shares: exit() takes it, and would wait for a writer that prints
+// line after line on a slow screen, or for good when nobody reads the pipe that the output leads to
 // (HostOutput.UnreadPipeDoesNotHoldTheHostsEnd).
 void writeText(HANDLE output, const char* text) {
     DWORD written = 0;
@@ -42,7 +42,8 @@ public:
 } // namespace
 
 Console& systemConsole() {
-    static Console& console = *new WindowsConsole; // never destroyed: the writer thread prints until the end
+    static Console& console =
+        *new WindowsConsole; // never destroyed: the writer thread prints until the process ends
     return console;
 }
 

@@ -12,7 +12,7 @@ CRITICAL_SECTION* section(unsigned char* storage) {
     return std::launder(reinterpret_cast<CRITICAL_SECTION*>(storage));
 }
 
-/// What is done under these locks takes less time than a switch to another thread.
+/// Spins first: these locks are held for less time than a switch to another thread takes.
 constexpr DWORD kSpins = 400;
 
 } // namespace

@@ -89,8 +89,8 @@ struct CloseSearch {
     void operator()(HANDLE search) const { FindClose(search); }
 };
 
-/// Symbolic links and junctions are reparse points, and so are the files of a cloud drive, which are no links. Wine
-/// reports no kind for the links it shows.
+/// Symbolic links and junctions are reparse points, but so are the files of a cloud drive, which are not links. Wine
+/// reports no tag for its links.
 bool isLinkData(const WIN32_FIND_DATAA& data) {
     return (data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
            (data.dwReserved0 == 0 || IsReparseTagNameSurrogate(data.dwReserved0));
@@ -99,8 +99,8 @@ bool isLinkData(const WIN32_FIND_DATAA& data) {
 class WindowsFiles final : public FileSystem {
 public:
     std::unique_ptr<OpenFile> open(const std::string& path, OpenMode mode) override {
-        // Without FILE_WRITE_DATA every write goes to the end, whatever another program appends meanwhile. Deleting
-        // is shared so that a user may clear the folder while the host runs.
+        // Without FILE_WRITE_DATA every write goes to the end, whatever another program appends meanwhile. Deleting is
+        // shared so that a user can clear the folder while the host runs.
         DWORD access = FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE;
         DWORD disposition = OPEN_ALWAYS;
         if (mode == OpenMode::Read) {
@@ -113,7 +113,7 @@ public:
         if (mode != OpenMode::Read && isLink(path)) {
             return nullptr;
         }
-        // Before the system has given anything that could be left behind.
+        // Allocated first, so that an allocation failure cannot leak a handle.
         auto file = std::make_unique<WindowsFile>();
         if (!file->open(path.c_str(), access, disposition)) {
             return nullptr;
@@ -131,7 +131,7 @@ public:
     }
 
     bool isWritten(const std::string& path) override {
-        // A handle that may write and one that does not share writing exclude each other.
+        // Opening without sharing writes fails while another handle may write.
         const HANDLE handle = CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE,
                                           nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
         if (handle == INVALID_HANDLE_VALUE) {
@@ -154,7 +154,7 @@ public:
         WIN32_FIND_DATAA data;
         const HANDLE search = FindFirstFileA(path.c_str(), &data);
         if (search == INVALID_HANDLE_VALUE) {
-            return true; // better not followed than not known
+            return true; // unknown: do not follow it
         }
         FindClose(search);
         return isLinkData(data);
@@ -169,10 +169,10 @@ public:
         for (std::size_t i = 0; i <= path.size(); ++i) {
             const bool atSeparator = i == path.size() || path[i] == '\\' || path[i] == '/';
             if (atSeparator && i > 0 && !isFolder(path.substr(0, i))) {
-                // A parent that cannot be made ("C:", the root of a share) may exist all the same; the last one tells.
+                // Creating a parent may fail although it exists ("C:", the root of a share): only the last one counts.
                 CreateDirectoryA(path.substr(0, i).c_str(), nullptr);
             }
-            // The second byte of a character may be the number of "\".
+            // The second byte of a character may be that of "\".
             if (i < path.size() && IsDBCSLeadByte(static_cast<BYTE>(path[i])) != FALSE) {
                 ++i;
             }

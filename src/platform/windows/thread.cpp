@@ -32,7 +32,7 @@ bool Thread::start(void (*entry)(void*), void* argument) {
     join();
     mSystem->entry = entry;
     mSystem->argument = argument;
-    // The C runtime's own call, which gives the handle as a number: the thread uses the runtime's per-thread data.
+    // Not CreateThread: the thread uses the C runtime's per-thread data.
     const std::uintptr_t number = _beginthreadex(nullptr, 0, System::run, mSystem.get(), 0, nullptr);
     mSystem->handle = reinterpret_cast<HANDLE>(number); // NOLINT(performance-no-int-to-ptr)
     return mSystem->handle != nullptr;

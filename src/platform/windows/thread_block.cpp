@@ -13,8 +13,8 @@ void WINAPI freeBlock(void* block) {
     std::free(block);
 }
 
-/// The system's number for the blocks, asked for with the first line and kept until the process ends. Constant-initialised: the
-/// lock that guards another static asks for memory of its own.
+/// The index of the blocks in fiber-local storage, allocated on first use and kept until the process ends. Initialised
+/// at compile time: the guard of a dynamic static may allocate.
 DWORD blockIndex() {
     static constinit std::atomic<DWORD> known{FLS_OUT_OF_INDEXES};
     DWORD index = known.load();
@@ -23,7 +23,7 @@ DWORD blockIndex() {
         if (known.compare_exchange_strong(index, made)) {
             return made;
         }
-        FlsFree(made); // another thread was quicker
+        FlsFree(made); // another thread was first
     }
     return index;
 }

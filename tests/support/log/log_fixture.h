@@ -13,7 +13,7 @@
 /// An engine of its own on a fake system.
 class LogEngine : public ::testing::Test {
 protected:
-    static constexpr unsigned kGuard = 60000; // ms; generous, no result depends on it
+    static constexpr unsigned kHangLimit = 60000; // ms; generous, no result depends on it
 
     orvel::log4z::LogSystem fakeSystem() {
         return {clock, files, console, "C:\\Program Files\\host.app.exe"};
@@ -38,7 +38,7 @@ protected:
     /// Writes a line and waits until it is in its file: the clock may move then.
     void logNow(int id, const std::string& text, int level = orvel::log4z::kLevelError) {
         log(id, level, text);
-        ASSERT_TRUE(manager.flush(kGuard));
+        ASSERT_TRUE(manager.flush(kHangLimit));
     }
 
     FakeClock clock;

@@ -17,7 +17,7 @@ TEST(ConfigText, ReadsSectionsAndPairsWithKeysInLowerCase) {
     EXPECT_TRUE(text.warnings.empty());
 }
 
-TEST(ConfigText, MainInAnyLetterCaseIsMain) {
+TEST(ConfigText, MainInAnyLetterCaseIsMainForCompatibility) {
     for (const char* name : {"[main]", "[MAIN]", "[mAiN]", "[Main]"}) {
         const ConfigText text = parseConfigText(name);
         ASSERT_EQ(text.sections.size(), 1u);

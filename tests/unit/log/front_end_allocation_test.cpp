@@ -23,7 +23,7 @@ using namespace orvel::log4z;
 
 namespace {
 
-constexpr unsigned kGuard = 60000; // ms; generous, no result depends on it
+constexpr unsigned kHangLimit = 60000; // ms; generous, no result depends on it
 
 /// Takes no memory for what it is shown.
 class SilentConsole final : public platform::Console {
@@ -85,7 +85,7 @@ public:
             manager->pushLog(record, source, 1);
         }
         ++attempts;
-        EXPECT_TRUE(!isStarted || manager->flush(kGuard));
+        EXPECT_TRUE(!isStarted || manager->flush(kHangLimit));
     }
 
     /// The numbered lines in all logs and archives.

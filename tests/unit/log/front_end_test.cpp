@@ -71,7 +71,7 @@ TEST(FrontEnd, BeforeInitialisationANullTagPrintsThreadLetterAndMessage) {
     EXPECT_EQ(printedBy([] { writeLog(0, nullptr, "x"); }), threadText() + " D : x\n");
 }
 
-TEST(FrontEnd, EveryLevelHasItsLetterAndTwoPrintsD) {
+TEST(FrontEnd, EveryLevelHasItsLetterAndTwoPrintsDForCompatibility) {
     const std::pair<int, const char*> letters[] = {{0, "D"}, {1, "I"}, {2, "D"}, {3, "W"},
                                                    {4, "E"}, {5, "D"}, {99, "D"}};
     for (const auto& [level, letter] : letters) {
@@ -104,7 +104,7 @@ TEST(FrontEnd, BeforeInitialisationThereIsNothingToFlush) {
     EXPECT_TRUE(FLUSHLOG());
 }
 
-TEST(FrontEnd, InitialisationLogsItsSettings) {
+TEST(FrontEnd, InitialisationLogsItsSettingsWithAFixedLineForCompatibility) {
     std::filesystem::remove_all(kFolder);
     const std::string printed = printedBy([] { INITLOG(kFolder.c_str(), 0); });
     EXPECT_EQ(printed.find(

@@ -94,7 +94,7 @@ TEST_F(Prefix, ANewDayAndAStepBackwardsShowTheRightDate) {
     EXPECT_EQ(write(prefix, {midnight + 40 * 86400, 5}).substr(0, 18), "04-10 00:00:00.005");
 }
 
-TEST_F(Prefix, OnTheShortDayTheClockOfTheLinesRunsAnHourLate) {
+TEST_F(Prefix, OnTheShortDayLinesAreAnHourLateForCompatibility) {
     FakeClock eastern(easternTime);
     LinePrefix prefix(eastern, "host.exe");
     const std::int64_t change = 1772953200; // the clock goes from 02:00 to 03:00
@@ -107,7 +107,7 @@ TEST_F(Prefix, OnTheShortDayTheClockOfTheLinesRunsAnHourLate) {
     EXPECT_EQ(write(prefix, {midnight + 86400, 0}).substr(0, 14), "03-09 01:00:00");
 }
 
-TEST_F(Prefix, OnTheLongDayTheClockOfTheLinesRunsPastTwentyFour) {
+TEST_F(Prefix, OnTheLongDayLinesRunPastTwentyFourForCompatibility) {
     FakeClock eastern(easternTime);
     LinePrefix prefix(eastern, "host.exe");
     const std::int64_t midnight = eastern.fromLocal({2026, 11, 1, 0, 0, 0});

@@ -27,7 +27,7 @@ protected:
 
     void write(int id, int number, int size = 1) {
         EXPECT_TRUE(pushNumbered(manager, id, number, size));
-        ASSERT_TRUE(manager.flush(kGuard));
+        ASSERT_TRUE(manager.flush(kHangLimit));
     }
 };
 
@@ -114,7 +114,7 @@ TEST_F(LogOverTime, OfSixHundredOldFilesTheOldestGoUntilFiveHundredAreLeft) {
     }
     ASSERT_TRUE(manager.start());
     manager.setLoggerDisplay(id, false); // comes after the folder has been read, as a line would
-    ASSERT_TRUE(manager.flush(kGuard));
+    ASSERT_TRUE(manager.flush(kHangLimit));
     EXPECT_EQ(files.pathsWith("sonvia_Test_").size(), 600u) << "nothing is deleted before a file is opened";
     write(id, 0);
     EXPECT_EQ(files.pathsWith("sonvia_Test_").size(), 501u);

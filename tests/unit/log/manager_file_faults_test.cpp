@@ -15,7 +15,7 @@ using Kind = MemoryFiles::Kind;
 
 namespace {
 
-constexpr unsigned kGuard = 60000; // ms; generous, no result depends on it
+constexpr unsigned kHangLimit = 60000; // ms; generous, no result depends on it
 constexpr std::size_t kMb = 1048576;
 constexpr int kLines = 14;
 constexpr int kLastLines = 4; ///< written after file output was set again
@@ -109,7 +109,7 @@ private:
         disk.putShared("logs/" + name + ".log.zip", kLarge);
     }
 
-    bool line() { return pushNumbered(mManager, mId, mNumber++, 20) && mManager.flush(kGuard); }
+    bool line() { return pushNumbered(mManager, mId, mNumber++, 20) && mManager.flush(kHangLimit); }
 
     FakeClock mClock;
     RecordingConsole mConsole;

@@ -137,7 +137,7 @@ TEST_F(ManagerFiles, EveryLoggersHistoryIsReadAtTheStartAndItsLinesAreFlushedWit
     manager.start();
     log(second, kLevelError, "alone");
     unsigned waited = 0;
-    while (files.totalSize("sonvia_Second_") == 3 && ++waited < kGuard) {
+    while (files.totalSize("sonvia_Second_") == 3 && ++waited < kHangLimit) {
         platform::systemClock().sleep(1);
     }
     EXPECT_GT(files.totalSize("sonvia_Second_"), 3u);
@@ -150,7 +150,7 @@ TEST_F(ManagerFiles, LinesAreFlushedWithoutBeingAskedFor) {
     manager.start();
     log(id, kLevelError, "alone");
     unsigned waited = 0;
-    while (files.totalSize(".log") == 0 && ++waited < kGuard) {
+    while (files.totalSize(".log") == 0 && ++waited < kHangLimit) {
         platform::systemClock().sleep(1);
     }
     EXPECT_GT(files.totalSize(".log"), 0u);
@@ -300,7 +300,7 @@ TEST_F(ManagerFiles, EveryFailingFileCallLeavesAWriterThatWrites) {
                 std::memset(record->content + record->contentLength, 'x', 2000);
                 record->contentLength += 2000;
                 EXPECT_TRUE(engine.pushLog(record, nullptr, 0));
-                ASSERT_TRUE(engine.flush(kGuard));
+                ASSERT_TRUE(engine.flush(kHangLimit));
                 clock.advance(86400);
             }
             engine.setLoggerOutFile(id, true);
@@ -327,7 +327,7 @@ TEST_F(ManagerFiles, LoadHistoryOnARunningManagerCountsWhatIsThere) {
     logNow(id, "line");
     files.put("logs/sonvia_Test_2020-01-01-00-00-00.log", "copied here");
     EXPECT_TRUE(manager.loadHistory());
-    ASSERT_TRUE(manager.flush(kGuard));
+    ASSERT_TRUE(manager.flush(kHangLimit));
     manager.stop();
     EXPECT_EQ(manager.slot(id).file.history().count(), 2u);
     EXPECT_EQ(manager.slot(id).file.history().writeLength(), files.totalSize("sonvia_Test_"));

@@ -20,7 +20,7 @@ using namespace orvel::log4z;
 
 namespace {
 
-constexpr unsigned kGuard = 60000; // ms; generous, no result depends on it
+constexpr unsigned kHangLimit = 60000; // ms; generous, no result depends on it
 
 class HeldFiles : public ::testing::Test {
 protected:
@@ -41,7 +41,7 @@ protected:
 
     void write(int number) {
         EXPECT_TRUE(pushNumbered(manager, id, number));
-        ASSERT_TRUE(manager.flush(kGuard));
+        ASSERT_TRUE(manager.flush(kHangLimit));
     }
 
     static std::vector<int> numbersOf(const std::string& path) {

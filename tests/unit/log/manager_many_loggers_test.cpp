@@ -101,11 +101,11 @@ TEST_F(ManyLoggers, AFullDiskCostsNoLineThatIsWrittenAfterwards) {
         for (auto line = random() % 40 + 1; line > 0; --line) {
             pushed += pushNumbered(manager, id, static_cast<int>(pushed), 3) ? 1 : 0;
         }
-        ASSERT_TRUE(manager.flush(kGuard));
+        ASSERT_TRUE(manager.flush(kHangLimit));
         files.failNothing();
         clock.advance(1);
         EXPECT_TRUE(pushNumbered(manager, id, static_cast<int>(pushed++), 3));
-        ASSERT_TRUE(manager.flush(kGuard));
+        ASSERT_TRUE(manager.flush(kHangLimit));
         const std::vector<int> newest = numbersIn(files.content(files.pathsWith("sonvia_Test_").back()));
         ASSERT_FALSE(newest.empty());
         ASSERT_EQ(newest.back(), static_cast<int>(pushed) - 1);

@@ -14,7 +14,7 @@ using namespace orvel::log4z;
 
 namespace {
 
-constexpr unsigned kGuard = 60000; // ms; generous, no result depends on it
+constexpr unsigned kHangLimit = 60000; // ms; generous, no result depends on it
 
 /// One sequence, done to an engine on files in memory and told to the model.
 class Sequence {
@@ -63,7 +63,7 @@ private:
     std::int64_t now() { return mClock.now().seconds; }
 
     /// The writer takes the time when it opens a file, so it must be done before the clock moves.
-    void sync() { ASSERT_TRUE(mManager.flush(kGuard)); }
+    void sync() { ASSERT_TRUE(mManager.flush(kHangLimit)); }
 
     /// The model looks into the archive that was just packed. Also, the C library's time zone, which packing and
     /// unpacking ask for, is guarded by a lock that the thread sanitizer does not see: not both at once.

@@ -293,11 +293,11 @@ protected:
         for (int i = 0; i < 2; ++i) {
             const std::uint64_t before = files.totalSize(".log");
             log(0, kLevelFatal, "written out when the queue is empty");
-            for (unsigned waited = 0; files.totalSize(".log") == before && waited < kGuard; ++waited) {
+            for (unsigned waited = 0; files.totalSize(".log") == before && waited < kHangLimit; ++waited) {
                 platform::systemClock().sleep(1);
             }
         }
-        ASSERT_TRUE(manager.flush(kGuard)); // what the look has queued is in force
+        ASSERT_TRUE(manager.flush(kHangLimit)); // what the look has queued is in force
     }
 
     int levelAfterRest() {

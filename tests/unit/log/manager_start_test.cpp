@@ -35,7 +35,7 @@ struct LateThread {
 
 class ManagerStart : public ::testing::Test {
 protected:
-    static constexpr unsigned kGuard = 60000; // ms; generous, no result depends on it
+    static constexpr unsigned kHangLimit = 60000; // ms; generous, no result depends on it
 
     ~ManagerStart() override { onStart = nullptr; }
 
@@ -73,7 +73,7 @@ TEST_F(ManagerStart, AThreadThatCannotBeCreatedIsReportedAndTheSettingsQueuedMea
     EXPECT_TRUE(manager.setLoggerName(id, "sonvia_AtOnce"));
     EXPECT_EQ(manager.slot(id).settings.name, "sonvia_AtOnce")
         << "nothing waits for a thread that does not come";
-    EXPECT_TRUE(manager.flush(kGuard));
+    EXPECT_TRUE(manager.flush(kHangLimit));
     EXPECT_FALSE(manager.stop());
 }
 
@@ -97,7 +97,7 @@ TEST_F(ManagerStart, AThreadThatDoesNotComeInTimeIsReportedAndTakesWhatWasQueued
     EXPECT_FALSE(manager.start()) << "one is enough";
     EXPECT_EQ(console.timesColoured("log already start \r\n"), 1);
     late.gate.store(true);
-    ASSERT_TRUE(manager.flush(kGuard));
+    ASSERT_TRUE(manager.flush(kHangLimit));
     EXPECT_EQ(manager.slot(id).settings.name, "sonvia_Queued");
     EXPECT_TRUE(manager.isRunning());
     EXPECT_TRUE(manager.stop());

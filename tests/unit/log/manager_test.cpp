@@ -73,7 +73,7 @@ TEST_F(Manager, AStoppedManagerPrintsItsLineAndFreesTheRecord) {
     EXPECT_FALSE(log(id + 1, kLevelError, "no such logger"));
     EXPECT_EQ(console.timesPlain("11111111111 \n"), 1);
     manager.enableLogger(id, false);
-    manager.flush(kGuard);
+    manager.flush(kHangLimit);
     EXPECT_FALSE(log(id, kLevelError, "disabled"));
     EXPECT_EQ(console.timesPlain("11111111111 \n"), 2);
     EXPECT_TRUE(manager.stop());
@@ -222,7 +222,7 @@ TEST_F(Manager, ADisabledLoggersFileIsClosedAndItsWaitingLinesAreDropped) {
     manager.start();
     logNow(id, "before");
     manager.enableLogger(id, false);
-    ASSERT_TRUE(manager.flush(kGuard));
+    ASSERT_TRUE(manager.flush(kHangLimit));
     EXPECT_FALSE(manager.wouldLog(id, kLevelFatal));
     EXPECT_FALSE(manager.isLoggerEnabled(id));
     EXPECT_FALSE(manager.slot(id).file.isOpen());
@@ -238,10 +238,10 @@ TEST_F(Manager, BelowTwentyThousandWaitingRecordsNobodyIsHeldBack) {
 }
 
 TEST_F(Manager, FlushOfAStoppedManagerReturnsAtOnce) {
-    EXPECT_TRUE(manager.flush(kGuard)) << "nothing was ever pushed";
+    EXPECT_TRUE(manager.flush(kHangLimit)) << "nothing was ever pushed";
     const int id = makeQuietLogger();
     manager.start();
     log(id, kLevelError, "line");
     manager.stop();
-    EXPECT_TRUE(manager.flush(kGuard));
+    EXPECT_TRUE(manager.flush(kHangLimit));
 }

@@ -13,7 +13,7 @@ using orvel::log4z::RecordQueue;
 
 namespace {
 
-constexpr unsigned kGuard = 60000; // ms
+constexpr unsigned kHangLimit = 60000; // ms
 
 } // namespace
 
@@ -122,7 +122,7 @@ TEST(RecordQueue, ASleepingWriterIsWokenWhenEnoughRecordsWait) {
     queue.open();
     std::atomic<bool> woken{false};
     std::thread writer([&] {
-        queue.waitForRecords(3, kGuard);
+        queue.waitForRecords(3, kHangLimit);
         woken.store(true);
     });
     LogRecord record{};
@@ -139,7 +139,7 @@ TEST(RecordQueue, AWriterDoesNotSleepOnWaitingRecords) {
     queue.open();
     LogRecord record{};
     queue.push(&record, true);
-    queue.waitForRecords(1, kGuard); // returns at once, else the test runs into its limit
+    queue.waitForRecords(1, kHangLimit); // returns at once, else the test runs into its limit
     std::vector<LogRecord*> batch;
     queue.takeAll(batch);
     EXPECT_EQ(batch.size(), 1u);

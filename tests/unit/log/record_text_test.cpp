@@ -1,7 +1,10 @@
 #include "log/record_text.h"
 
+#include "support/log/fake_clock.h"
+
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -38,4 +41,37 @@ TEST(RecordText, AMessageThatOverflowsItsRecordMarksItFull) {
         EXPECT_EQ(record.contentLength, c.expected) << c.used << " " << c.tag << " " << c.message;
         EXPECT_EQ(std::string(record.content + 8192, 3), "...") << "after the record's text";
     }
+}
+
+TEST(RecordText, ASourceIsNamedWithoutItsFolderAndCutWhereItDoesNotFit) {
+    LogRecord record;
+    record.contentLength = 0;
+    appendSource(record, "src\\api/exports.cpp", 42);
+    EXPECT_EQ(std::string(record.content, static_cast<std::size_t>(record.contentLength)), " exports.cpp:42");
+    record.contentLength = LogRecord::kCapacity - 3;
+    appendSource(record, "exports.cpp", 42);
+    EXPECT_EQ(record.contentLength, LogRecord::kCapacity);
+}
+
+TEST(RecordText, AnEndedLineHasItsLineEndAndItsTerminatorWhateverItsLength) {
+    for (const std::int32_t length : {-1, 0, 1, 8188, 8189, 8190, 8192, 9000}) {
+        LogRecord record;
+        std::memset(record.content, 'x', sizeof record.content);
+        record.contentLength = length;
+        endLine(record);
+        const std::int32_t kept = std::min(std::max(length, 0), 8189);
+        ASSERT_EQ(record.contentLength, kept + 2) << length;
+        EXPECT_STREQ(record.content + kept, "\r\n") << length;
+    }
+}
+
+TEST(RecordText, TheReportOfLostLinesKeepsItsFixedFunctionAndLineForCompatibility) {
+    FakeClock clock;
+    const LinePrefix prefix(clock, "host");
+    const LossReport report(prefix, clock.now(), 3, 5);
+    const std::string text = report.text();
+    EXPECT_EQ(text.size(), report.length());
+    EXPECT_TRUE(text.ends_with(
+        "] WARN  Sonvia_Default: [orvel::log4z::LogerManager::tellLosses:197]lines lost:3 in all:5\r\n"))
+        << text;
 }

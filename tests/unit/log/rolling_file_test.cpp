@@ -24,7 +24,7 @@ TEST_F(RollingFileTest, AFileTakesLinesUntilItIsOverItsLimit) {
     EXPECT_EQ(slot.file.history().writeLength(), kMb + 1);
 }
 
-TEST_F(RollingFileTest, WithoutALimitAFileStaysBelowFourGigabytes) {
+TEST_F(RollingFileTest, WithoutALimitAFileStaysBelowFourGigabytesForCompatibility) {
     slot.settings.limitSizeMb = kNoLimit;
     slot.settings.totalSizeMb = kNoLimit;
     constexpr std::uint64_t kMost = 4293918720;

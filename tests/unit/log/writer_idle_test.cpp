@@ -17,7 +17,7 @@ using namespace orvel::log4z;
 
 namespace {
 
-constexpr auto kHangLimit = std::chrono::seconds(60);
+constexpr auto kRestLimit = std::chrono::seconds(60);
 
 /// What the writer did on its event.
 struct Sleeps {
@@ -35,7 +35,7 @@ struct Sleeps {
         // One follows lines, so that a caller in full flow does not pay for waking the writer.
         constexpr int kMostLimited = 20;
         std::unique_lock<std::mutex> lock(mutex);
-        return changed.wait_for(lock, kHangLimit, [&] { return isAsleep || limitedInARow > kMostLimited; }) &&
+        return changed.wait_for(lock, kRestLimit, [&] { return isAsleep || limitedInARow > kMostLimited; }) &&
                isAsleep;
     }
 
@@ -140,7 +140,7 @@ TEST_F(IdleWriter, IsNotWokenByTheDaysChange) {
     EXPECT_EQ(sleeps.wakeUps(), before);
     EXPECT_EQ(files.pathsWith(".log").size(), 1u) << "the next line opens the next file, and no sooner";
     push("the first line of another day");
-    ASSERT_TRUE(engine.flush(kGuard));
+    ASSERT_TRUE(engine.flush(kHangLimit));
     EXPECT_EQ(files.pathsWith(".log").size(), 2u);
 }
 
@@ -150,7 +150,7 @@ TEST_F(IdleWriter, IsWokenForASettingAndForAFlush) {
     EXPECT_TRUE(engine.setLoggerName(id, "sonvia_Other"));
     ASSERT_TRUE(sleeps.comeToRest());
     EXPECT_EQ(engine.slot(id).settings.name, "sonvia_Other");
-    EXPECT_TRUE(engine.flush(kGuard));
+    EXPECT_TRUE(engine.flush(kHangLimit));
 }
 
 TEST_F(IdleWriter, LooksAtAWatchedConfigurationAndRestsWhenItIsWatchedNoMore) {

@@ -35,7 +35,7 @@ protected:
 
     void shut() {
         ASSERT_TRUE(engine.start());
-        ASSERT_TRUE(engine.flush(kGuard));
+        ASSERT_TRUE(engine.flush(kHangLimit));
         stuck.go.store(false);
         push(kLevelTrace, "stuck here");
     }

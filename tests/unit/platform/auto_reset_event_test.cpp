@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr unsigned kGuard = 60000; // ms
+constexpr unsigned kHangLimit = 60000; // ms
 
 } // namespace
 
@@ -16,7 +16,7 @@ TEST(AutoResetEvent, ASignalBeforeTheSleepEndsItAtOnceAndOnlyOnce) {
     const auto event = platform::makeAutoResetEvent();
     event->signal();
     event->signal();
-    EXPECT_TRUE(event->wait(kGuard));
+    EXPECT_TRUE(event->wait(kHangLimit));
     EXPECT_FALSE(event->wait(1));
     EXPECT_FALSE(event->wait(0));
 }
@@ -33,7 +33,7 @@ TEST(AutoResetEvent, ASignalEndsASleepWithoutLimit) {
 TEST(AutoResetEvent, ASignalEndsASleep) {
     const auto event = platform::makeAutoResetEvent();
     bool woken = false;
-    std::thread sleeper([&] { woken = event->wait(kGuard); });
+    std::thread sleeper([&] { woken = event->wait(kHangLimit); });
     event->signal();
     sleeper.join();
     EXPECT_TRUE(woken);

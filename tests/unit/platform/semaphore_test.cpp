@@ -6,13 +6,13 @@
 
 namespace {
 
-constexpr unsigned kGuard = 60000; // ms
+constexpr unsigned kHangLimit = 60000; // ms
 
 } // namespace
 
 TEST(Semaphore, GivesOutWhatWasPutInUpToItsMaximum) {
     platform::Semaphore semaphore(1, 2);
-    EXPECT_TRUE(semaphore.wait(kGuard));
+    EXPECT_TRUE(semaphore.wait(kHangLimit));
     EXPECT_FALSE(semaphore.wait(0));
     EXPECT_TRUE(semaphore.post());
     EXPECT_TRUE(semaphore.post());
@@ -25,7 +25,7 @@ TEST(Semaphore, GivesOutWhatWasPutInUpToItsMaximum) {
 TEST(Semaphore, WakesAWaitingThread) {
     platform::Semaphore semaphore(0, 64);
     bool woken = false;
-    std::thread waiter([&] { woken = semaphore.wait(kGuard); });
+    std::thread waiter([&] { woken = semaphore.wait(kHangLimit); });
     semaphore.post();
     waiter.join();
     EXPECT_TRUE(woken);
