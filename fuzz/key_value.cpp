@@ -8,6 +8,8 @@
 #include "support/input.h"
 #include "support/require.h"
 
+#include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -54,8 +56,9 @@ std::vector<std::string> near(const std::string& key) {
 void requireSameEntries(const Bytes& payload, std::uint8_t cuts) {
     const oracle::Entries expected = oracle::entriesOf(payload);
     const Data data(cutIntoPieces(payload, cuts));
-    require(data.entries().size() == expected.size(), "as many entries");
-    auto found = data.entries().begin();
+    const std::map<std::string, std::uint32_t> indexed = data.entries();
+    require(indexed.size() == expected.size(), "as many entries");
+    auto found = indexed.begin();
     for (const auto& [key, entry] : expected) {
         require(found->first == key, "the same keys");
         require(found->second == entry.typeOffset, "the same places");
@@ -137,9 +140,9 @@ void requireReadBack(const Bytes& payload, std::size_t before) {
     require(entries.size() == 1, "one entry was built");
     const auto& [key, entry] = *entries.begin();
     const Data data(cutIntoPieces(payload, 0));
-    const auto place = data.entries().find(key);
-    require(place != data.entries().end() && place->second == before + entry.typeOffset,
-            "the last duplicate wins");
+    const std::map<std::string, std::uint32_t> indexed = data.entries();
+    const auto place = indexed.find(key);
+    require(place != indexed.end() && place->second == before + entry.typeOffset, "the last duplicate wins");
 }
 
 void buildAndReadBack(Input& input, std::uint8_t cuts) {

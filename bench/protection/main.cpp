@@ -66,14 +66,14 @@ std::string sizeName(std::size_t size) {
     return size == kSmall ? "64 B" : size == kPage ? "4 KB" : "1 MB";
 }
 
-Aes128State stateFor(const Aes128Code& code, bool encrypting) {
+Aes128State stateFor(const Aes128Implementation& code, bool encrypting) {
     Aes128State state;
     (encrypting ? code.expandForEncryption : code.expandForDecryption)(kKey, state);
     std::memcpy(state.iv, kIv, kAesBlockSize);
     return state;
 }
 
-auto operationOf(const Aes128Code& code, bool encrypting) {
+auto operationOf(const Aes128Implementation& code, bool encrypting) {
     return encrypting ? code.cbcEncrypt : code.cbcDecrypt;
 }
 
@@ -83,7 +83,7 @@ Bytes openSslResult(bool encrypting, std::size_t size) {
     return result;
 }
 
-void checkAes(const Aes128Code& code) {
+void checkAes(const Aes128Implementation& code) {
     for (const bool encrypting : {true, false}) {
         for (const std::size_t size : {kSmall, kPage, kLarge}) {
             Aes128State state = stateFor(code, encrypting);
@@ -149,7 +149,8 @@ void compare(const std::string& what, const std::string& peer, Operation ours, O
     targets().push_back({what, ourName, add(peer, std::move(theirs)), "cpu", bound, false});
 }
 
-void compareChain(const Aes128Code& code, bool encrypting, std::size_t size, const char* peer, double bound) {
+void compareChain(const Aes128Implementation& code, bool encrypting, std::size_t size, const char* peer,
+                  double bound) {
     const auto state = std::make_shared<Aes128State>(stateFor(code, encrypting));
     const auto theirs = std::make_shared<OpenSslCbc>(kKey, kIv, encrypting);
     const auto run = operationOf(code, encrypting);

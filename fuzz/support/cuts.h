@@ -1,7 +1,7 @@
 #pragma once
 
 #include "oracle/bytes.h"
-#include "transport/buf_view.h"
+#include "transport/buf_list.h"
 
 #include <cstdint>
 #include <vector>

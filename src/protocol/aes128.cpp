@@ -2,14 +2,14 @@
 
 namespace {
 
-const Aes128Code& chooseCode() {
-    const Aes128Code* instructions = aes128Instructions();
+const Aes128Implementation& chooseImplementation() {
+    const Aes128Implementation* instructions = aes128Instructions();
     return instructions != nullptr ? *instructions : aes128Portable();
 }
 
 } // namespace
 
-const Aes128Code& aes128() {
-    static const Aes128Code& code = chooseCode();
-    return code;
+const Aes128Implementation& aes128() {
+    static const Aes128Implementation& implementation = chooseImplementation();
+    return implementation;
 }

@@ -7,7 +7,7 @@ inline constexpr std::size_t kAesBlockSize = 16;
 inline constexpr std::size_t kAes128RoundKeys = 11;
 
 /// One direction of an AES-128 CBC chain. The bytes of `roundKeys` are in FIPS-197 order; a
-/// decryption state holds the schedule of the equivalent inverse cipher, so both codes below understand every
+/// decryption state holds the schedule of the equivalent inverse cipher, so both implementations below understand every
 /// state.
 struct Aes128State {
     std::uint8_t roundKeys[kAes128RoundKeys][kAesBlockSize] = {};
@@ -16,7 +16,7 @@ struct Aes128State {
 };
 
 /// One implementation of AES-128. All operations are free of hidden state, never block and never fail.
-struct Aes128Code {
+struct Aes128Implementation {
     /// Expands the 16 bytes at `key` for encryption; the chaining block is left alone.
     void (*expandForEncryption)(const std::uint8_t* key, Aes128State& state);
     /// Expands the 16 bytes at `key` for decryption; the chaining block is left alone.
@@ -27,11 +27,11 @@ struct Aes128Code {
     void (*cbcDecrypt)(Aes128State& state, const std::uint8_t* in, std::uint8_t* out, std::size_t blocks);
 };
 
-/// The fastest code this processor can run; the processor is asked once.
-const Aes128Code& aes128();
+/// The fastest implementation for this CPU, detected on first use.
+const Aes128Implementation& aes128();
 
-/// Table code for any processor. Its look-ups depend on key and data, so its timing does too.
-const Aes128Code& aes128Portable();
+/// Tables, for any CPU. Its look-ups depend on key and data, so its timing does too.
+const Aes128Implementation& aes128Portable();
 
-/// Code on the processor's AES instructions, free of look-ups; null when the processor has none.
-const Aes128Code* aes128Instructions();
+/// The CPU's AES instructions, free of look-ups; null when the CPU has none.
+const Aes128Implementation* aes128Instructions();

@@ -136,10 +136,11 @@ void cbcDecrypt(Aes128State& state, const std::uint8_t* in, std::uint8_t* out, s
     store(state.iv, chain);
 }
 
-constexpr Aes128Code kCode = {expandForEncryption, expandForDecryption, cbcEncrypt, cbcDecrypt};
+constexpr Aes128Implementation kImplementation = {expandForEncryption, expandForDecryption, cbcEncrypt,
+                                                  cbcDecrypt};
 
 } // namespace
 
-const Aes128Code* aes128Instructions() {
-    return cpuFeatures().aes ? &kCode : nullptr;
+const Aes128Implementation* aes128Instructions() {
+    return cpuFeatures().aes ? &kImplementation : nullptr;
 }

@@ -163,10 +163,11 @@ void cbcDecrypt(Aes128State& state, const std::uint8_t* in, std::uint8_t* out, s
     store(chain, state.iv);
 }
 
-constexpr Aes128Code kCode = {expandForEncryption, expandForDecryption, cbcEncrypt, cbcDecrypt};
+constexpr Aes128Implementation kImplementation = {expandForEncryption, expandForDecryption, cbcEncrypt,
+                                                  cbcDecrypt};
 
 } // namespace
 
-const Aes128Code& aes128Portable() {
-    return kCode;
+const Aes128Implementation& aes128Portable() {
+    return kImplementation;
 }

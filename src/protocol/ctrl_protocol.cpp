@@ -1,7 +1,6 @@
 #include "protocol/ctrl_protocol.h"
 
 #include "log/write_log.h"
-#include "protocol/big_endian.h"
 #include "protocol/command_names.h"
 #include "protocol/safety_data_deal.h"
 #include "transport/buf_reader.h"
@@ -16,24 +15,10 @@
 
 namespace {
 
-constexpr std::uint8_t kMagic = 0x24; // '$'
 constexpr std::uint64_t kTailCapacity = 65536;
 constexpr std::uint64_t kShortestShared = 4096; // bytes: a copy of fewer is cheaper than a block of their own
 
-using HeaderBytes = std::array<std::uint8_t, sizeof(CtrlPacketHeader)>;
 using MallocBytes = std::unique_ptr<std::uint8_t, void (*)(void*)>;
-
-CtrlPacketHeader headerFrom(const HeaderBytes& bytes) {
-    return {bytes[0], readU16(&bytes[1]), readU16(&bytes[3]), readU32(&bytes[5])};
-}
-
-HeaderBytes bytesOf(std::uint16_t cmdType, std::uint16_t seq, std::uint32_t size) {
-    const auto byte = [](std::uint32_t value, unsigned shift) {
-        return static_cast<std::uint8_t>(value >> shift);
-    };
-    return {kMagic,         byte(cmdType, 8), byte(cmdType, 0), byte(seq, 8), byte(seq, 0),
-            byte(size, 24), byte(size, 16),   byte(size, 8),    byte(size, 0)};
-}
 
 /// The pieces as one run of `size` bytes; null when memory ran out.
 MallocBytes joined(const OBufList& pieces, std::uint64_t size) {
@@ -70,27 +55,26 @@ void CtrlProtocol::sendCommand(std::uint16_t cmdType, std::uint16_t seq, OBufLis
     if (mStream == nullptr) {
         return;
     }
-    // The header's place is taken first. Without it nothing is sent, for a packet that lacks a byte puts the peer out
+    // The header is allocated first. Without it nothing is sent, for a packet that lacks a byte puts the peer out
     // of step for good; and nothing is protected, for a chain that moved without the peer spoils the next packet.
     OBufList packet(1);
     OBufView& header = packet.front();
-    if (header.reset(sizeof(CtrlPacketHeader)) == nullptr) {
+    if (header.reset(protocol::kHeaderSize) == nullptr) {
         writeLog(kLogError, kLogTagDefault, "[%s:%d]malloc size:%d failed", "CtrlProtocol::sendCommand",
-                 __LINE__, static_cast<int>(sizeof(CtrlPacketHeader)));
+                 __LINE__, static_cast<int>(protocol::kHeaderSize));
         throw std::bad_alloc();
     }
     if (mSafetyDataDeal != nullptr) {
         protectPayload(payload);
     }
-    const HeaderBytes bytes = bytesOf(cmdType, seq, static_cast<std::uint32_t>(totalLength(payload)));
-    std::memcpy(header.data(), bytes.data(), bytes.size());
-    packet.splice(packet.end(), payload);
+    const auto size = static_cast<std::uint32_t>(totalLength(payload));
+    protocol::storeHeader(header.data(), {protocol::kMagic, cmdType, seq, size});
+    packet.append(std::move(payload));
     mStream->write(packet);
 }
 
-// A payload that cannot be protected stays plain and is sent all the same. That is meant: the peer sees from
-// its own context that the packet is not what it expects, while refusing here would lose the command without
-// a trace.
+// Kept for compatibility: a payload that cannot be protected is sent plain. The peer sees from its own context that the
+// packet is not what it expects; refused here, the command would be lost without a trace.
 void CtrlProtocol::protectPayload(OBufList& payload) const {
     const std::uint64_t size = totalLength(payload);
     MallocBytes plain(nullptr, std::free);
@@ -114,44 +98,86 @@ void CtrlProtocol::protectPayload(OBufList& payload) const {
     payload.swap(carrier);
 }
 
-// A peer decides in how many reads a packet comes. So a read that completes nothing is kept beside the earlier ones
-// without a walk over them: with one, the time for a large packet would grow with the square of its size, on the
-// thread that everything else waits for.
 void CtrlProtocol::DepackPacket(OBufList received) {
-    if (mPendingSize + totalLength(received) < awaited()) {
-        keepRest(received.begin(), received.end(), 0);
-        return;
+    for (const OBufView& view : received) {
+        depack(view);
     }
-    OBufList input;
-    input.swap(mPending);
-    mPendingSize = 0;
-    input.splice(input.end(), received);
-    OBufReader reader(std::move(input));
-    while (reader.remaining() >= awaited()) {
-        if (mDepackState == kExpectHeader) {
-            HeaderBytes bytes = {};
-            reader.readBytes(bytes.data(), bytes.size());
-            mHeader = headerFrom(bytes);
-            mDepackState = kExpectBody;
-            continue;
+}
+
+// A peer decides in how many reads a packet comes. So a read that completes nothing is kept without a walk over the earlier
+// ones: with one, the time for a large packet would grow with the square of its size, on the thread that everything else
+// waits for.
+void CtrlProtocol::depack(const OBufView& received) {
+    const std::uint8_t* const bytes = received.data();
+    const std::uint64_t size = bytes != nullptr ? received.length : 0;
+    std::uint64_t used = 0;
+    for (;;) {
+        if (mPendingSize == 0) {
+            used += deliverWhole(bytes + used, static_cast<std::size_t>(size - used));
         }
-        // The state is the next packet's before this one is handed up: a handler may feed a packet of its own.
-        mDepackState = kExpectHeader;
+        const std::uint64_t count = std::min(awaited() - mPendingSize, size - used);
+        if (OBufView part; received.slice(part, used, count)) {
+            keep(part);
+            used += count;
+        }
+        if (mPendingSize < awaited()) {
+            return;
+        }
+        takePending();
+    }
+}
+
+// The state is the next packet's before one is handed up: a handler may feed a packet of its own.
+std::size_t CtrlProtocol::deliverWhole(const std::uint8_t* bytes, std::size_t size) {
+    std::size_t used = 0;
+    if (mDepackState == kExpectBody) {
+        if (size < mHeader.size) {
+            return 0;
+        }
         const CtrlPacketHeader header = mHeader;
-        const std::uint8_t* body = nullptr;
-        if (reader.readContiguous(&body, header.size)) {
-            deliver(header, body);
-        } else { // all bytes are here, but no memory to hold them in one run: only this packet is lost
-            writeLog(kLogError, kLogTagDefault, "[%s:%d]malloc size:%d failed", "CtrlProtocol::DepackPacket",
-                     __LINE__, static_cast<int>(header.size));
-            reader.readBytes(nullptr, header.size);
-        }
+        used = header.size;
+        mDepackState = kExpectHeader;
+        deliver(header, header.size != 0 ? bytes : nullptr);
     }
-    keepRest(reader.current, reader.views.end(), reader.posInView);
+    while (size - used >= protocol::kHeaderSize) {
+        const CtrlPacketHeader header = protocol::loadHeader(bytes + used);
+        used += protocol::kHeaderSize;
+        if (size - used < header.size) {
+            mHeader = header;
+            mDepackState = kExpectBody;
+            break;
+        }
+        const std::uint8_t* const body = bytes + used;
+        used += header.size;
+        deliver(header, header.size != 0 ? body : nullptr);
+    }
+    return used;
 }
 
 std::uint64_t CtrlProtocol::awaited() const {
-    return mDepackState == kExpectHeader ? sizeof(CtrlPacketHeader) : mHeader.size;
+    return mDepackState == kExpectHeader ? protocol::kHeaderSize : mHeader.size;
+}
+
+void CtrlProtocol::takePending() {
+    // A handler may feed a packet of its own: nothing is pending then, and what it reads keeps its block.
+    OBufReader reader(std::exchange(mPending, OBufList()));
+    mPendingSize = 0;
+    if (mDepackState == kExpectHeader) {
+        std::array<std::uint8_t, protocol::kHeaderSize> bytes = {};
+        reader.readBytes(bytes.data(), bytes.size());
+        mHeader = protocol::loadHeader(bytes.data());
+        mDepackState = kExpectBody;
+        return;
+    }
+    mDepackState = kExpectHeader;
+    const CtrlPacketHeader header = mHeader;
+    const std::uint8_t* body = nullptr;
+    if (reader.readContiguous(&body, header.size)) {
+        deliver(header, body);
+    } else { // no memory to hold the bytes in one run: only this packet is lost
+        writeLog(kLogError, kLogTagDefault, "[%s:%d]malloc size:%d failed", "CtrlProtocol::DepackPacket",
+                 __LINE__, static_cast<int>(header.size));
+    }
 }
 
 void CtrlProtocol::deliver(const CtrlPacketHeader& header, const std::uint8_t* body) {
@@ -171,43 +197,38 @@ void CtrlProtocol::deliver(const CtrlPacketHeader& header, const std::uint8_t* b
     onPacket(&header, plainSize != 0 ? plain : nullptr, static_cast<std::uint32_t>(plainSize));
 }
 
-// These have just been received: what was kept before is less than the first step of a reader takes.
-void CtrlProtocol::keepRest(OBufList::const_iterator view, OBufList::const_iterator end, std::uint64_t from) {
-    for (; view != end; ++view) {
-        OBufView rest;
-        if (view->slice(rest, from, view->length - from)) {
-            keep(rest);
-            mPendingSize += rest.length;
-        }
-        from = 0;
-    }
-}
-
 // A read comes in a block of 64 KB even when it holds one byte, or, where frames are cut small, in a block of one byte. A
-// peer that drips its bytes must not make us hold a block and a node for each, so sparse and short views are copied
-// together; long and well filled ones are shared.
+// peer that drips its bytes must not make us hold a block for each, so sparse and short views are copied together; long and
+// well filled ones are shared.
 void CtrlProtocol::keep(const OBufView& rest) {
     if (rest.length >= kShortestShared && rest.length >= rest.buffer->capacity / 4) {
         mPending.push_back(rest);
+        mPendingSize += rest.length;
         return;
     }
-    const bool appends = !mPending.empty() && mPending.back().buffer == mTail;
-    if (appends) {
-        OBufView& last = mPending.back();
-        const std::uint64_t end = last.offset + last.length;
-        if (rest.length <= mTail->capacity - end) {
-            std::memcpy(mTail->data + end, rest.data(), static_cast<std::size_t>(rest.length));
-            last.length += rest.length;
+    bool appends = !mPending.empty() && mPending.back().buffer == mTail.buffer;
+    if (mTail.buffer != nullptr && mTail.buffer.use_count() == 1) {
+        mTail.length = 0; // what it held has been delivered
+    }
+    if (mTail.buffer == nullptr || rest.length > mTail.buffer->capacity - mTail.length) {
+        OBufView fresh;
+        if (fresh.reset(std::max(kTailCapacity, rest.length)) == nullptr) {
+            mPending.push_back(rest);
+            mPendingSize += rest.length;
             return;
         }
+        fresh.length = 0;
+        mTail = std::move(fresh);
+        appends = false;
     }
-    OBufView tail;
-    if (tail.reset(std::max(kTailCapacity, rest.length)) == nullptr) {
-        mPending.push_back(rest);
-        return;
+    if (!appends) {
+        OBufView collected = mTail;
+        collected.offset = mTail.length;
+        collected.length = 0;
+        mPending.push_back(std::move(collected));
     }
-    std::memcpy(tail.data(), rest.data(), static_cast<std::size_t>(rest.length));
-    tail.length = rest.length;
-    mTail = tail.buffer;
-    mPending.push_back(std::move(tail));
+    std::memcpy(mTail.buffer->data + mTail.length, rest.data(), static_cast<std::size_t>(rest.length));
+    mTail.length += rest.length;
+    mPending.back().length += rest.length;
+    mPendingSize += rest.length;
 }

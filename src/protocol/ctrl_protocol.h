@@ -1,6 +1,7 @@
 #pragma once
 
-#include "transport/buf_view.h"
+#include "protocol/wire_format.h"
+#include "transport/buf_list.h"
 
 #include <cstdint>
 #include <functional>
@@ -9,19 +10,6 @@
 
 class OBaseSocket;
 class SafetyDataDeal;
-
-#pragma pack(push, 1)
-
-/// The 9 bytes in front of every payload, here in host order.
-struct CtrlPacketHeader {
-    std::uint8_t magic;    ///< '$' in packets that are sent; not checked in received ones
-    std::uint16_t cmdType; ///< command id
-    std::uint16_t seq;     ///< chosen by the sender
-    std::uint32_t size;    ///< payload bytes that follow, as they are on the pipe
-};
-
-#pragma pack(pop)
-static_assert(sizeof(CtrlPacketHeader) == 9);
 
 /// Turns command payloads into packets on a stream and cuts received bytes back into packets. Takes no lock:
 /// sendCommand is for whoever may enter libuv, DepackPacket for the loop thread. They share nothing but the protection
@@ -66,17 +54,24 @@ private:
     enum DepackState : std::uint32_t { kExpectHeader = 0, kExpectBody = 1 };
 
     void protectPayload(OBufList& payload) const;
-    void deliver(const CtrlPacketHeader& header, const std::uint8_t* body);
-    /// What has to be there before the next step: a whole header, or the whole body of the one that was read.
+
+    /// The next received bytes.
+    void depack(const OBufView& received);
+    /// Takes all whole steps at the front of `bytes` and delivers their packets; returns how many bytes that were. While
+    /// nothing is pending.
+    std::size_t deliverWhole(const std::uint8_t* bytes, std::size_t size);
+    /// Bytes of the next step: a header, or the body of the header that was read.
     std::uint64_t awaited() const;
-    /// Keeps the views up to `end`, the first one from byte `from` on.
-    void keepRest(OBufList::const_iterator view, OBufList::const_iterator end, std::uint64_t from);
+    /// That step, when all its bytes are pending.
+    void takePending();
+    void deliver(const CtrlPacketHeader& header, const std::uint8_t* body);
+    /// Makes `rest` pending.
     void keep(const OBufView& rest);
 
     DepackState mDepackState = kExpectHeader;
-    OBufList mPending;                 ///< received and not yet consumed: less than what is awaited
-    std::uint64_t mPendingSize = 0;    ///< bytes in mPending, counted along: see DepackPacket
-    std::shared_ptr<ORefBuffer> mTail; ///< block at the end of mPending that sparse reads are collected in
+    OBufList mPending;              ///< received and not yet consumed: less than what is awaited
+    std::uint64_t mPendingSize = 0; ///< bytes in mPending
+    OBufView mTail; ///< block that short views are collected in, at the end of mPending or free
     OBaseSocket* mStream = nullptr;
     CtrlPacketHeader mHeader = {};
     Handler mHandlerFn;

@@ -9,11 +9,11 @@
 /// may be null when `size` is 0. Any thread; never blocks.
 using IntegrityCode = std::uint32_t (*)(const std::uint8_t* data, std::size_t size);
 
-/// The value, by the fastest code this processor can run; the processor is asked once.
+/// The value, by the fastest implementation for this CPU, detected on first use.
 std::uint32_t integrityValue(const std::uint8_t* data, std::size_t size);
 
 /// The value by sixteen tables, on any processor.
 std::uint32_t integrityValueSliced(const std::uint8_t* data, std::size_t size);
 
-/// The code that folds with the processor's carry-less multiplication; null when the processor has none.
+/// Folds with the CPU's carry-less multiplication; null when the CPU has none.
 IntegrityCode integrityValueFolded();

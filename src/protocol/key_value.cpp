@@ -1,24 +1,37 @@
 #include "protocol/key_value.h"
 
-#include "protocol/big_endian.h"
-#include "protocol/entry_walk.h"
 #include "transport/buf_reader.h"
 
-#include <array>
+#include <algorithm>
 #include <new>
+#include <optional>
 #include <utility>
 
 namespace {
 
 constexpr std::uint64_t kFirstCapacity = 255;
 
-/// Moves `reader` to the value of `key`; false when there is no such entry of that type.
-bool seek(OBufReader& reader, const std::map<std::string, std::uint32_t>& entries, const std::string& key,
-          std::uint8_t type) {
-    const auto entry = entries.find(key);
-    std::uint8_t found = 0;
-    return entry != entries.end() && reader.readBytes(nullptr, entry->second) &&
-           reader.readBytes(&found, 1) && found == type;
+/// The pieces in one run.
+OBufView joined(const OBufList& pieces) {
+    if (pieces.size() == 1) {
+        return pieces.front();
+    }
+    const std::uint64_t size = totalLength(pieces);
+    OBufView run;
+    if (size != 0 &&
+        (run.reset(size) == nullptr || !OBufReader(OBufList(pieces)).readBytes(run.data(), size))) {
+        throw std::bad_alloc();
+    }
+    return run;
+}
+
+/// What a getter of the entry gives, or 0 or something empty.
+template <typename Value>
+Value read(const protocol::EntryView* entry, std::optional<Value> (protocol::EntryView::*get)() const,
+           bool& ok) {
+    const std::optional<Value> value = entry != nullptr ? (entry->*get)() : std::nullopt;
+    ok = value.has_value();
+    return value.value_or(Value());
 }
 
 } // namespace
@@ -27,86 +40,109 @@ CtrlProtocol::KeyValueBuf::KeyValueBuf() {
     mBytes.view.reset(kFirstCapacity);
 }
 
-CtrlProtocol::KeyValueBuf& CtrlProtocol::KeyValueBuf::addInt(const std::string& key, std::uint32_t value) {
-    addKey(key, kTypeInt);
-    mBytes.putU32(value);
+CtrlProtocol::KeyValueBuf& CtrlProtocol::KeyValueBuf::addInt(std::string_view key, std::uint32_t value) {
+    addFront(key, protocol::kTypeInt, sizeof value, value);
     return *this;
 }
 
-CtrlProtocol::KeyValueBuf& CtrlProtocol::KeyValueBuf::addString(const std::string& key,
-                                                                const std::string& value) {
-    addKey(key, kTypeString);
-    mBytes.putU32(static_cast<std::uint32_t>(value.size()));
+CtrlProtocol::KeyValueBuf& CtrlProtocol::KeyValueBuf::addString(std::string_view key,
+                                                                std::string_view value) {
+    addFront(key, protocol::kTypeString, protocol::kTextLengthWidth,
+             static_cast<std::uint32_t>(value.size()));
     mBytes.putBytes(value.data(), value.size());
     return *this;
 }
 
-CtrlProtocol::KeyValueBuf& CtrlProtocol::KeyValueBuf::addKeyValueBuf(const std::string& key,
+CtrlProtocol::KeyValueBuf& CtrlProtocol::KeyValueBuf::addKeyValueBuf(std::string_view key,
                                                                      const KeyValueBuf& value) {
-    addKey(key, kTypeKeyValueBuf);
-    mBytes.putU16(static_cast<std::uint16_t>(value.mBytes.used));
+    addFront(key, protocol::kTypeKeyValueBuf, protocol::kNestedLengthWidth,
+             static_cast<std::uint16_t>(value.mBytes.used));
     mBytes.putBytes(value.mBytes.view.data(), value.mBytes.used);
-    mIsCut = mIsCut || value.mIsCut || value.mBytes.isCut();
+    mIsTruncated = mIsTruncated || value.mIsTruncated || value.mBytes.isTruncated();
     return *this;
 }
 
+std::uint64_t CtrlProtocol::KeyValueBuf::beginNested(std::string_view key) {
+    addFront(key, protocol::kTypeKeyValueBuf, protocol::kNestedLengthWidth, 0);
+    return mBytes.used;
+}
+
+void CtrlProtocol::KeyValueBuf::endNested(std::uint64_t begin) {
+    if (!mBytes.isTruncated()) {
+        protocol::storeU16(mBytes.view.data() + begin - protocol::kNestedLengthWidth,
+                           static_cast<std::uint16_t>(mBytes.used - begin));
+    }
+}
+
 void CtrlProtocol::KeyValueBuf::finish(OBufList& out) const {
-    if (mIsCut || mBytes.isCut()) {
+    if (mIsTruncated || mBytes.isTruncated()) {
         throw std::bad_alloc();
     }
     mBytes.shareInto(out);
 }
 
-void CtrlProtocol::KeyValueBuf::addKey(const std::string& key, std::uint8_t type) {
-    mBytes.putU8(static_cast<std::uint8_t>(key.size()));
-    mBytes.putBytes(key.data(), key.size());
-    mBytes.putU8(type);
-}
-
-CtrlProtocol::KeyValueData::KeyValueData(OBufList payload) : mPayload(std::move(payload)) {
-    index();
-}
-
-// An entry that the payload's end cuts off is not recorded, so a getter never meets one.
-void CtrlProtocol::KeyValueData::index() {
-    OBufReader reader{OBufList(mPayload)};
-    walkEntries(
-        reader,
-        [this](std::string_view key, std::uint32_t typeOffset) {
-            mEntries.insert_or_assign(std::string(key), typeOffset);
-        },
-        [] { return true; });
-}
-
-std::uint8_t CtrlProtocol::KeyValueData::getByte(const std::string& key, bool& ok) const {
-    OBufReader reader{OBufList(mPayload)};
-    std::uint8_t value = 0;
-    ok = seek(reader, mEntries, key, kTypeByte) && reader.readBytes(&value, 1);
-    return value;
-}
-
-std::int32_t CtrlProtocol::KeyValueData::getInt(const std::string& key, bool& ok) const {
-    OBufReader reader{OBufList(mPayload)};
-    std::array<std::uint8_t, 4> bytes = {};
-    ok = seek(reader, mEntries, key, kTypeInt) && reader.readBytes(bytes.data(), bytes.size());
-    return static_cast<std::int32_t>(readU32(bytes.data()));
-}
-
-OBufList CtrlProtocol::KeyValueData::getBytes(const std::string& key, bool& ok) const {
-    OBufReader reader{OBufList(mPayload)};
-    std::uint64_t length = 0;
-    OBufList bytes;
-    ok = seek(reader, mEntries, key, kTypeString) && readLength(reader, 4, length) &&
-         reader.read(length, bytes);
-    return bytes;
-}
-
-std::string CtrlProtocol::KeyValueData::getString(const std::string& key, bool& ok) const {
-    const OBufList bytes = getBytes(key, ok);
-    std::string text;
-    text.reserve(static_cast<std::size_t>(totalLength(bytes)));
-    for (const OBufView& piece : bytes) {
-        text.append(reinterpret_cast<const char*>(piece.data()), static_cast<std::size_t>(piece.length));
+// What fits is written in one go; only what does not is written field by field, since each field grows the storage by its
+// own formula.
+void CtrlProtocol::KeyValueBuf::addFront(std::string_view key, std::uint8_t type, std::size_t width,
+                                         std::uint32_t number) {
+    std::uint8_t* next = mBytes.claim(1 + key.size() + 1 + width);
+    if (next == nullptr) {
+        mBytes.putU8(static_cast<std::uint8_t>(key.size()));
+        mBytes.putBytes(key.data(), key.size());
+        mBytes.putU8(type);
+        if (width == sizeof(std::uint32_t)) {
+            mBytes.putU32(number);
+        } else {
+            mBytes.putU16(static_cast<std::uint16_t>(number));
+        }
+        return;
     }
-    return text;
+    *next++ = static_cast<std::uint8_t>(key.size());
+    next = std::copy(key.begin(), key.end(), next);
+    *next++ = type;
+    if (width == sizeof(std::uint32_t)) {
+        protocol::storeU32(next, number);
+    } else {
+        protocol::storeU16(next, static_cast<std::uint16_t>(number));
+    }
+}
+
+CtrlProtocol::KeyValueData::KeyValueData(OBufList payload)
+    : mPayload(std::move(payload)), mRun(joined(mPayload)),
+      mIndex(mRun.data(), mRun.data() != nullptr ? static_cast<std::size_t>(mRun.length) : 0) {}
+
+std::map<std::string, std::uint32_t> CtrlProtocol::KeyValueData::entries() const {
+    std::map<std::string, std::uint32_t> entries;
+    for (const protocol::EntryView& entry : mIndex) {
+        entries[std::string(entry.key())] = static_cast<std::uint32_t>(entry.typeAt() - mRun.data());
+    }
+    return entries;
+}
+
+std::uint8_t CtrlProtocol::KeyValueData::getByte(std::string_view key, bool& ok) const {
+    return read(mIndex.find(key), &protocol::EntryView::getByte, ok);
+}
+
+std::int32_t CtrlProtocol::KeyValueData::getInt(std::string_view key, bool& ok) const {
+    return read(mIndex.find(key), &protocol::EntryView::getInt, ok);
+}
+
+std::string_view CtrlProtocol::KeyValueData::getView(std::string_view key, bool& ok) const {
+    return read(mIndex.find(key), &protocol::EntryView::getText, ok);
+}
+
+std::string CtrlProtocol::KeyValueData::getString(std::string_view key, bool& ok) const {
+    return std::string(getView(key, ok));
+}
+
+OBufList CtrlProtocol::KeyValueData::getBytes(std::string_view key, bool& ok) const {
+    OBufList bytes;
+    const std::string_view text = getView(key, ok);
+    if (ok) {
+        OBufReader reader{OBufList(mPayload)};
+        const auto* const first = reinterpret_cast<const std::uint8_t*>(text.data());
+        ok = reader.readBytes(nullptr, static_cast<std::uint64_t>(first - mRun.data())) &&
+             reader.read(text.size(), bytes);
+    }
+    return bytes;
 }

@@ -2,6 +2,7 @@
 
 #include "log/write_log.h"
 #include "protocol/integrity_value.h"
+#include "protocol/wire_format.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -27,18 +28,6 @@ constexpr std::uint32_t kNoIntegrityValue = 0xFFFFFFFFU;
 
 std::uint32_t integrityOf(std::uint32_t type, const std::uint8_t* data, std::size_t size) {
     return type == kIntegrityCrc ? integrityValue(data, size) : kNoIntegrityValue;
-}
-
-void storeBigEndian(std::uint8_t* bytes, std::uint32_t value) {
-    bytes[0] = static_cast<std::uint8_t>(value >> 24);
-    bytes[1] = static_cast<std::uint8_t>(value >> 16);
-    bytes[2] = static_cast<std::uint8_t>(value >> 8);
-    bytes[3] = static_cast<std::uint8_t>(value);
-}
-
-std::uint32_t loadBigEndian(const std::uint8_t* bytes) {
-    return static_cast<std::uint32_t>(bytes[0]) << 24 | static_cast<std::uint32_t>(bytes[1]) << 16 |
-           static_cast<std::uint32_t>(bytes[2]) << 8 | static_cast<std::uint32_t>(bytes[3]);
 }
 
 /// The log shows the low half of an address.
@@ -106,7 +95,7 @@ bool readHeader(const std::uint8_t* message, std::size_t messageSize, MessageHea
         if (position + kIntegritySize > header.size) {
             return false;
         }
-        header.integrity = loadBigEndian(message + position);
+        header.integrity = protocol::loadU32(message + position);
     }
     return true;
 }
@@ -116,14 +105,14 @@ void encryptPadded(Aes128State& state, const std::uint8_t* data, std::size_t siz
                    std::uint8_t* out) {
     const std::size_t whole = size / kAesBlockSize;
     const std::size_t rest = size % kAesBlockSize;
-    const Aes128Code& code = aes128();
-    code.cbcEncrypt(state, data, out, whole);
+    const Aes128Implementation& implementation = aes128();
+    implementation.cbcEncrypt(state, data, out, whole);
     if (padCount != 0) {
         std::uint8_t last[kAesBlockSize] = {};
         if (rest != 0) {
             std::memcpy(last, data + whole * kAesBlockSize, rest);
         }
-        code.cbcEncrypt(state, last, out + whole * kAesBlockSize, 1);
+        implementation.cbcEncrypt(state, last, out + whole * kAesBlockSize, 1);
     }
 }
 
@@ -146,9 +135,9 @@ SafetyDataDeal::create(std::span<const std::uint8_t, kAesBlockSize> key,
 SafetyDataDeal::SafetyDataDeal(std::span<const std::uint8_t, kAesBlockSize> key,
                                std::span<const std::uint8_t, kAesBlockSize> encryptIv,
                                std::span<const std::uint8_t, kAesBlockSize> decryptIv) {
-    const Aes128Code& code = aes128();
-    code.expandForEncryption(key.data(), mEncryptState);
-    code.expandForDecryption(key.data(), mDecryptState);
+    const Aes128Implementation& implementation = aes128();
+    implementation.expandForEncryption(key.data(), mEncryptState);
+    implementation.expandForDecryption(key.data(), mDecryptState);
     std::memcpy(mEncryptState.iv, encryptIv.data(), kAesBlockSize);
     std::memcpy(mDecryptState.iv, decryptIv.data(), kAesBlockSize);
 }
@@ -208,7 +197,7 @@ void SafetyDataDeal::writeHeader(std::uint8_t* message, std::size_t headerSize, 
             writeLog(kLogError, kLogTagDefault, "[%s:%d]outSize:%d headerSize:%d", kEncryptName, __LINE__,
                      static_cast<int>(headerSize + dataSize), static_cast<int>(headerSize));
         }
-        storeBigEndian(message + position, integrity);
+        protocol::storeU32(message + position, integrity);
         position += kIntegritySize;
     }
     message[0] = 0;

@@ -1,6 +1,7 @@
 // What each notification of the service does. Everything here runs on the loop thread.
 
 #include "log/write_log.h"
+#include "protocol/entry_view.h"
 #include "protocol/entry_walk.h"
 #include "session/qu_pc_audio_message.h"
 
@@ -12,81 +13,77 @@
 
 struct QuPCAudioMessage::NotifyRow {
     std::string_view key;
-    void (QuPCAudioMessage::*handle)(const EntryView& entry);
+    void (QuPCAudioMessage::*handle)(const protocol::EntryView& entry);
 };
 
 // In ascending order of the keys, in which one payload's handlers run.
 const std::array<QuPCAudioMessage::NotifyRow, QuPCAudioMessage::kNotifyKeys> QuPCAudioMessage::kNotifyRows = {
     {
-        {"buffering-end", &QuPCAudioMessage::handleBufferEnd},
-        {"buffering-start", &QuPCAudioMessage::handleBufferStart},
-        {"change-mode", &QuPCAudioMessage::handleChangeMode},
-        {"first-audiopcm", &QuPCAudioMessage::handleFirstPCM},
-        {"phone-name", &QuPCAudioMessage::handlePhoneName},
-        {"player-state", &QuPCAudioMessage::handlePlayerState},
+        {protocol::kKeyBufferingEnd, &QuPCAudioMessage::handleBufferEnd},
+        {protocol::kKeyBufferingStart, &QuPCAudioMessage::handleBufferStart},
+        {protocol::kKeyChangeMode, &QuPCAudioMessage::handleChangeMode},
+        {protocol::kKeyFirstAudioPCM, &QuPCAudioMessage::handleFirstPCM},
+        {protocol::kKeyPhoneName, &QuPCAudioMessage::handlePhoneName},
+        {protocol::kKeyPlayerState, &QuPCAudioMessage::handlePlayerState},
     }};
 
-// A peer decides how many entries a payload has: only the places of the known ones are kept, the last of each key, and a
+// A peer decides how many entries a payload has: only views of the known ones are kept, the last of each key, and a
 // session whose service has gone gives up on the way.
 void QuPCAudioMessage::dispatchNotify(const std::uint8_t* payload, std::uint32_t length) {
     const auto isWanted = [this] { return connection() != Connection::Gone; };
-    std::array<std::optional<std::uint32_t>, kNotifyKeys> places;
-    SpanReader reader(payload, length);
-    walkEntries(
-        reader,
-        [&places](std::string_view key, std::uint32_t typeOffset) {
+    std::array<std::optional<protocol::EntryView>, kNotifyKeys> found;
+    protocol::walkEntries(
+        payload, length,
+        [&found](const protocol::EntryView& entry) {
+            const std::string_view key = entry.key();
             for (std::size_t row = 0; row < kNotifyKeys; ++row) {
                 if (key == kNotifyRows[row].key) {
-                    places[row] = typeOffset;
+                    found[row] = entry;
                 }
             }
         },
         isWanted);
     for (std::size_t row = 0; row < kNotifyKeys && isWanted(); ++row) {
-        if (places[row].has_value()) {
-            (this->*kNotifyRows[row].handle)(EntryView(payload, length, *places[row]));
+        if (found[row].has_value()) {
+            (this->*kNotifyRows[row].handle)(*found[row]);
         }
     }
 }
 
-// The state is stored whether or not it could be read: an entry of another type sets it to 0.
-void QuPCAudioMessage::handlePlayerState(const EntryView& entry) {
-    bool ok = false;
-    const std::int32_t state = entry.getInt(ok);
+// Kept for compatibility: an entry of another type stores 0. The hosts that poll the state see that value.
+void QuPCAudioMessage::handlePlayerState(const protocol::EntryView& entry) {
+    const std::int32_t state = entry.getInt().value_or(0);
     playerState = static_cast<std::uint32_t>(state);
     writeLog(kLogDebug, kLogTagSession, "[%s:%d]Player state is %d.", "QuPCAudioMessage::handlePlayerState",
              __LINE__, state);
 }
 
-void QuPCAudioMessage::handleFirstPCM(const EntryView& /*entry*/) {
+void QuPCAudioMessage::handleFirstPCM(const protocol::EntryView& /*entry*/) {
     writeLog(kLogDebug, kLogTagSession, "[%s:%d]kKORUSinkInfoFirstAudioPCM.",
              "QuPCAudioMessage::handleFirstPCM", __LINE__);
     reportEvent(SONVIA_EVENT_FIRST_AUDIO, 0);
 }
 
-void QuPCAudioMessage::handleBufferStart(const EntryView& /*entry*/) {
+void QuPCAudioMessage::handleBufferStart(const protocol::EntryView& /*entry*/) {
     writeLog(kLogDebug, kLogTagSession, "[%s:%d]kKORUSinkInfoBufferingStart.",
              "QuPCAudioMessage::handleBufferStart", __LINE__);
     reportEvent(SONVIA_EVENT_BUFFERING_STARTED, 0);
 }
 
-void QuPCAudioMessage::handleBufferEnd(const EntryView& /*entry*/) {
+void QuPCAudioMessage::handleBufferEnd(const protocol::EntryView& /*entry*/) {
     writeLog(kLogDebug, kLogTagSession, "[%s:%d]kKORUSinkInfoBufferingEnd.",
              "QuPCAudioMessage::handleBufferEnd", __LINE__);
     reportEvent(SONVIA_EVENT_BUFFERING_ENDED, 0);
 }
 
-void QuPCAudioMessage::handlePhoneName(const EntryView& entry) {
-    bool ok = false;
-    const std::string_view name = entry.getText(ok);
-    if (ok) {
-        phoneName.set(std::string(name));
+void QuPCAudioMessage::handlePhoneName(const protocol::EntryView& entry) {
+    if (const std::optional<std::string_view> name = entry.getText()) {
+        phoneName.set(std::string(*name));
     }
 }
 
-void QuPCAudioMessage::handleChangeMode(const EntryView& entry) {
-    bool ok = false;
-    const std::int32_t mode = entry.getInt(ok);
+void QuPCAudioMessage::handleChangeMode(const protocol::EntryView& entry) {
+    const std::int32_t mode = entry.getInt().value_or(0);
     writeLog(kLogDebug, kLogTagSession, "[%s:%d]change mode to %d.", "QuPCAudioMessage::handleChangeMode",
              __LINE__, mode);
     reportEvent(SONVIA_EVENT_MODE_CHANGED, mode);

@@ -9,6 +9,7 @@
 #include <exception>
 #include <mutex>
 #include <new>
+#include <string_view>
 #include <utility>
 
 namespace {
@@ -19,37 +20,40 @@ constexpr const char* kServicePeerName = "QuPCAudio";
 constexpr std::size_t kMostUnsent = 4UL * 1024 * 1024;
 
 /// A text of the host's record; the host need not have terminated it.
-std::string textOf(const char (&field)[SONVIA_TEXT_SIZE]) {
+std::string_view textOf(const char (&field)[SONVIA_TEXT_SIZE]) {
     return {field, strnlen(field, sizeof field)};
 }
 
 OBufList accountPayload(const AudioServiceParam& params) {
     OBufList payload;
-    CtrlProtocol::KeyValueBuf().addString("accountID", textOf(params.accountID)).finish(payload);
+    CtrlProtocol::KeyValueBuf().addString(protocol::kKeyAccountID, textOf(params.accountID)).finish(payload);
     return payload;
 }
 
 OBufList koruInfoPayload(const AudioServiceParam& params) {
-    CtrlProtocol::KeyValueBuf info;
-    info.addString("accountID", textOf(params.accountID))
-        .addString("bluetoothMac", textOf(params.bluetoothMac))
-        .addString("deviceID", textOf(params.deviceID))
-        .addString("model", textOf(params.model))
-        .addString("sn", textOf(params.sn))
-        .addString("pcName", textOf(params.pcName));
     OBufList payload;
-    CtrlProtocol::KeyValueBuf().addKeyValueBuf("KORUInfo", info).finish(payload);
+    CtrlProtocol::KeyValueBuf()
+        .addNested(protocol::kKeyKORUInfo,
+                   [&params](CtrlProtocol::KeyValueBuf& info) {
+                       info.addString(protocol::kKeyAccountID, textOf(params.accountID))
+                           .addString(protocol::kKeyBluetoothMac, textOf(params.bluetoothMac))
+                           .addString(protocol::kKeyDeviceID, textOf(params.deviceID))
+                           .addString(protocol::kKeyModel, textOf(params.model))
+                           .addString(protocol::kKeySn, textOf(params.sn))
+                           .addString(protocol::kKeyPcName, textOf(params.pcName));
+                   })
+        .finish(payload);
     return payload;
 }
 
-OBufList numberPayload(const char* key, std::uint32_t value) {
+OBufList numberPayload(std::string_view key, std::uint32_t value) {
     OBufList payload;
     CtrlProtocol::KeyValueBuf().addInt(key, value).finish(payload);
     return payload;
 }
 
 OBufList stopPayload() {
-    return numberPayload("StopSonviaAudioService", kNotifyStopService);
+    return numberPayload(protocol::kKeyStopSonviaAudioService, kNotifyStopService);
 }
 
 void logKORUInfo() {
@@ -173,7 +177,7 @@ void QuPCAudioMessage::endProjection(std::atomic<std::uint16_t>& sequence) {
     {
         const std::lock_guard guard(mMutex);
         queued = queueNumbered(kCommandNotify, sequence,
-                               numberPayload("exitAudioProjection", kNotifyExitProjection));
+                               numberPayload(protocol::kKeyExitAudioProjection, kNotifyExitProjection));
     }
     mLoop->finish(queued);
 }

@@ -14,7 +14,9 @@
 #include <memory>
 #include <string>
 
+namespace protocol {
 class EntryView;
+}
 
 /// The one connection to the audio service: the pipe and the protocol in one object. Owns the whole conversation:
 /// connects once, sends the device information, the account id and the host's requests, keeps what the service reports
@@ -73,12 +75,12 @@ private:
     static const std::array<NotifyRow, kNotifyKeys> kNotifyRows;
 
     void dispatchNotify(const std::uint8_t* payload, std::uint32_t length);
-    void handlePlayerState(const EntryView& entry);
-    void handleFirstPCM(const EntryView& entry);
-    void handleBufferStart(const EntryView& entry);
-    void handleBufferEnd(const EntryView& entry);
-    void handlePhoneName(const EntryView& entry);
-    void handleChangeMode(const EntryView& entry);
+    void handlePlayerState(const protocol::EntryView& entry);
+    void handleFirstPCM(const protocol::EntryView& entry);
+    void handleBufferStart(const protocol::EntryView& entry);
+    void handleBufferEnd(const protocol::EntryView& entry);
+    void handlePhoneName(const protocol::EntryView& entry);
+    void handleChangeMode(const protocol::EntryView& entry);
 
     /// The only place where the connection's state changes. Under mMutex.
     void change(ConnectionEvent event);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "transport/buf_view.h"
+#include "transport/buf_list.h"
 
 #include <cstdint>
 

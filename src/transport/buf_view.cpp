@@ -56,15 +56,3 @@ std::uint64_t OBufView::setLength(std::uint64_t n) {
     length = buffer->capacity;
     return previous;
 }
-
-std::uint8_t* OBufView::data() const {
-    return buffer != nullptr && buffer->data != nullptr ? buffer->data + offset : nullptr;
-}
-
-std::uint64_t totalLength(const OBufList& list) {
-    std::uint64_t sum = 0;
-    for (const OBufView& view : list) {
-        sum += view.length;
-    }
-    return sum;
-}

@@ -3,7 +3,6 @@
 #include "transport/ref_buffer.h"
 
 #include <cstdint>
-#include <list>
 #include <memory>
 
 /// A byte range inside one shared block. Copies share the block. offset + length never exceeds the block's
@@ -28,15 +27,11 @@ public:
     std::uint64_t setLength(std::uint64_t n);
 
     /// First byte of the range; null for a view without a block.
-    std::uint8_t* data() const;
+    std::uint8_t* data() const {
+        return buffer != nullptr && buffer->data != nullptr ? buffer->data + offset : nullptr;
+    }
 
     std::shared_ptr<ORefBuffer> buffer;
     std::uint64_t offset = 0;
     std::uint64_t length = 0;
 };
-
-/// Views in stream order: the form in which messages made of several pieces travel through the library.
-using OBufList = std::list<OBufView>;
-
-/// Sum of the views' lengths.
-std::uint64_t totalLength(const OBufList& list);

@@ -196,7 +196,7 @@ void OBaseSocket::allocCb(uv_handle_t* handle, std::size_t suggestedSize, uv_buf
         }
         buf->base = reinterpret_cast<char*>(view.data());
         buf->len = static_cast<decltype(buf->len)>(std::min<std::uint64_t>(view.length, size));
-        owner->pendingReads.splice(owner->pendingReads.end(), lent);
+        owner->pendingReads.append(std::move(lent));
     } catch (const std::bad_alloc&) {
         *buf = {}; // libuv reports UV_ENOBUFS
     }
@@ -263,9 +263,10 @@ OBufList OBaseSocket::takePendingRead(const char* base) {
         return reinterpret_cast<const char*>(view.data()) == base;
     });
     if (place == pendingReads.end()) {
-        taken.emplace_back();
+        taken.push_back(OBufView());
     } else {
-        taken.splice(taken.end(), pendingReads, place);
+        taken.push_back(std::move(*place));
+        pendingReads.erase(place);
     }
     return taken;
 }

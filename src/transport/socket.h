@@ -1,6 +1,6 @@
 #pragma once
 
-#include "transport/buf_view.h"
+#include "transport/buf_list.h"
 #include "transport/handle.h"
 #include "transport/mutex.h"
 

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "protocol/ctrl_protocol.h"
-#include "transport/buf_view.h"
+#include "transport/buf_list.h"
 #include "transport/socket.h"
 #include "unit/protocol/wire_bytes.h"
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "transport/buf_view.h"
+#include "transport/buf_list.h"
 #include "transport/socket.h"
 
 namespace support {

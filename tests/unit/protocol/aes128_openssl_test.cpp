@@ -50,7 +50,7 @@ protected:
         }
     }
 
-    const Aes128Code* mCode = &aes128Portable();
+    const Aes128Implementation* mCode = &aes128Portable();
 };
 
 TEST_P(Aes128PeerTest, ChainsOfRandomMessagesAreThoseOfOpenSsl) {

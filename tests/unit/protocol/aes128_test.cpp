@@ -50,7 +50,7 @@ protected:
         EXPECT_EQ(run(back, encrypted, false), plain);
     }
 
-    const Aes128Code* mCode = &aes128Portable();
+    const Aes128Implementation* mCode = &aes128Portable();
 };
 
 const Bytes kZeroBlock(kAesBlockSize);
@@ -153,11 +153,11 @@ TEST(Aes128ChoiceTest, TheProcessorDecidesWhichCodeRuns) {
 }
 
 TEST(Aes128ChoiceTest, BothCodesAgreeOnSchedulesAndChains) {
-    const Aes128Code* instructions = aes128Instructions();
+    const Aes128Implementation* instructions = aes128Instructions();
     if (instructions == nullptr) {
         GTEST_SKIP() << "this processor has no AES instructions";
     }
-    const Aes128Code& portable = aes128Portable();
+    const Aes128Implementation& portable = aes128Portable();
     std::mt19937 random(3);
     for (std::size_t round = 0; round < 2000; ++round) {
         const Bytes key = randomBytes(random, kAesBlockSize);

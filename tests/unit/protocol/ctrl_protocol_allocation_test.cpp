@@ -1,6 +1,7 @@
 // A packet of many pieces needs one run of memory. When there is none, that packet is lost and nothing else. And what
 // keeping the pieces takes: each one's own share, however many wait before it.
 
+#include "protocol/payload_index.h"
 #include "support/counted_malloc.h"
 #include "support/log_capture.h"
 #include "support/protocol/protocol_support.h"
@@ -15,9 +16,9 @@ using wire::Packet;
 
 namespace {
 
-constexpr std::size_t kPieceSize = 100;
+constexpr std::size_t kPieceSize = 5000; // long enough to be kept as they are
 
-const Packet kLost{0x24, 34, 1, Bytes(1000, 7)};
+const Packet kLost{0x24, 34, 1, Bytes(50000, 7)};
 const Packet kNext{0x24, 34, 2, Bytes(50, 8)};
 
 struct Outcome {
@@ -39,7 +40,7 @@ Outcome feedWithFailure(int failing) {
         outcome.outOfObjects = true;
     }
     for (const LogLine& line : log.lines("Sonvia_Default")) {
-        outcome.told = outcome.told || line.text == "malloc size:1000 failed";
+        outcome.told = outcome.told || line.text == "malloc size:50000 failed";
     }
     protocol.feed(wire::packet(kNext.cmdType, kNext.seq, kNext.payload));
     outcome.packets = protocol.packets();
@@ -81,6 +82,26 @@ int allocationsOfReads(CtrlProtocol& protocol) {
 }
 
 } // namespace
+
+TEST(DepackAllocation, WholePacketsInOneReadAndTheirIndexAllocateNothing) {
+    class Indexing final : public CtrlProtocol {
+    public:
+        void onPacket(const CtrlPacketHeader*, const std::uint8_t* payload, std::uint32_t length) override {
+            const protocol::PayloadIndex index(payload, length);
+            found += index.find("change-mode") != nullptr ? 1 : 0;
+        }
+
+        int found = 0;
+    };
+
+    const Bytes packet = wire::packet(34, 1, wire::intEntry("change-mode", 3));
+    const OBufView read = OBufView::make(wire::join({packet, packet}).data(), packet.size() * 2);
+    Indexing protocol;
+    CountedMalloc counted;
+    protocol.DepackPacket(OBufList(1, read));
+    EXPECT_EQ(counted.stop(), 0);
+    EXPECT_EQ(protocol.found, 2);
+}
 
 TEST(DepackAllocation, AReadOfAnIncompletePacketIsKeptWithoutKeepingTheEarlierOnesAnew) {
     RecordingProtocol protocol;

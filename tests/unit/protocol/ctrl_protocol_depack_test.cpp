@@ -125,8 +125,8 @@ TEST(Depack, EmptyChunksAndEmptyPiecesChangeNothing) {
     protocol.DepackPacket({});
     protocol.feed({whole.begin(), whole.begin() + 4});
     protocol.DepackPacket({});
-    OBufList chunk = chainOf({whole.begin() + 4, whole.end()});
-    chunk.push_front({});
+    OBufList chunk(1);
+    chunk.append(chainOf({whole.begin() + 4, whole.end()}));
     chunk.push_back({});
     protocol.DepackPacket(std::move(chunk));
     EXPECT_EQ(protocol.packets(), (std::vector<wire::Packet>{{0x24, 34, 7, {1, 2}}}));
@@ -195,10 +195,10 @@ TEST(Depack, BodyInsideOnePieceIsHandedUpInPlace) {
 
 TEST(Depack, BodyInsideALaterPieceIsHandedUpInPlaceToo) {
     OBufList chunk = chainOf(packet(34, 1, {1, 2, 3}));
-    chunk.splice(chunk.end(), chainOf(packet(34, 2, {4, 5})));
+    chunk.append(chainOf(packet(34, 2, {4, 5})));
     const Bytes third = packet(34, 3, {6, 7, 8}); // the header ends one piece, the body is another one
-    chunk.splice(chunk.end(), chainOf({third.begin(), third.begin() + 9}));
-    chunk.splice(chunk.end(), chainOf({third.begin() + 9, third.end()}));
+    chunk.append(chainOf({third.begin(), third.begin() + 9}));
+    chunk.append(chainOf({third.begin() + 9, third.end()}));
     const std::uint8_t* second = std::next(chunk.begin())->data();
     const std::uint8_t* last = chunk.back().data();
     RecordingProtocol protocol;

@@ -201,3 +201,31 @@ TEST(KeyValueBuf, GrowingKeepsWhatWasWritten) {
     }
     EXPECT_EQ(bytesFrom(builder), expected);
 }
+
+TEST(KeyValueBuf, AddNestedWritesWhatAddKeyValueBufWrites) {
+    for (std::size_t size :
+         {std::size_t{0}, std::size_t{1}, std::size_t{200}, std::size_t{300}, std::size_t{70000}}) {
+        const std::string text(size, 'x');
+        Builder inner;
+        inner.addInt("n", 7).addString("text", text);
+        Builder copied;
+        copied.addInt("first", 1).addKeyValueBuf("KORUInfo", inner).addInt("last", 2);
+        Builder inPlace;
+        inPlace.addInt("first", 1)
+            .addNested("KORUInfo", [&text](Builder& info) { info.addInt("n", 7).addString("text", text); })
+            .addInt("last", 2);
+        EXPECT_TRUE(bytesFrom(inPlace) == bytesFrom(copied)) << size;
+    }
+}
+
+TEST(KeyValueBuf, EntriesAreTheSameWhetherTheyFitOrGrowTheStorage) {
+    for (std::size_t filled = 230; filled < 270; ++filled) {
+        Builder builder;
+        addEntryOfSize(builder, filled);
+        builder.addInt("number", 0x01020304).addString("text", "value").addKeyValueBuf("nested", Builder());
+        const Bytes expected = wire::join(
+            {wire::textEntry("", std::string(filled - 6, 'x')), wire::intEntry("number", 0x01020304),
+             wire::textEntry("text", "value"), wire::entry({"nested", wire::kTypeNested, {}})});
+        EXPECT_EQ(bytesFrom(builder), expected) << filled;
+    }
+}

@@ -258,6 +258,28 @@ TEST(KeyValueData, ThePayloadIsSharedAndNotCopied) {
     EXPECT_EQ(value.front().data(), payload.front().data() + 7);
 }
 
+TEST(KeyValueData, AViewIsTheTextWhereItLies) {
+    const OBufList payload = chainOf(wire::join({textEntry("k", "value"), intEntry("n", 1)}));
+    const Data data{OBufList(payload)};
+    bool ok = false;
+    const std::string_view text = data.getView("k", ok);
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(text, "value");
+    EXPECT_EQ(static_cast<const void*>(text.data()), payload.front().data() + 7);
+    EXPECT_EQ(data.getView("n", ok), "");
+    EXPECT_FALSE(ok);
+}
+
+TEST(KeyValueData, AViewIsWholeWhereverThePayloadIsSplit) {
+    const Bytes payload = textEntry("key", "value");
+    for (std::size_t size = 1; size <= payload.size(); ++size) {
+        const Data data(chainOfPieces(payload, size));
+        bool ok = false;
+        EXPECT_EQ(data.getView("key", ok), "value") << size;
+        EXPECT_TRUE(ok);
+    }
+}
+
 TEST(KeyValueData, ValuesGivenOutOutliveTheIndex) {
     OBufList value;
     bool ok = false;

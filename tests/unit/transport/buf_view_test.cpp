@@ -199,9 +199,4 @@ TEST(BufView, GrowingBeyondMemoryLeavesAnEmptyView) {
     EXPECT_EQ(view.data(), nullptr);
 }
 
-TEST(BufList, TotalLengthIsTheSumOfTheViews) {
-    EXPECT_EQ(totalLength({}), 0U);
-    EXPECT_EQ(totalLength({viewOf("abc"), OBufView(), viewOf("defgh")}), 8U);
-}
-
 } // namespace

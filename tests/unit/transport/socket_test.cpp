@@ -260,7 +260,7 @@ TEST_F(ConnectedSocket, ViewsOfOneListLeaveInOrder) {
     for (int i = 0; i < 300; ++i) {
         const std::string piece = std::to_string(i) + ",";
         expected += piece;
-        list.splice(list.end(), listOf(piece));
+        list.append(listOf(piece));
     }
     ASSERT_TRUE(write(list));
     ASSERT_TRUE(peer->waitForBytes(expected.size()));

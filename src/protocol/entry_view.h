@@ -1,0 +1,50 @@
+#pragma once
+
+#include "protocol/wire_format.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace protocol {
+
+/// One whole entry of a known type, where it lies: valid as long as the payload. Each getter gives nothing when the entry
+/// has another type than the getter's.
+class EntryView {
+public:
+    EntryView() = default;
+
+    /// `typeAt`: the type byte, which the key stands in front of. `length`: bytes of the value without its length field.
+    EntryView(const std::uint8_t* typeAt, std::uint8_t keyLength, std::uint32_t length)
+        : mTypeAt(typeAt), mLength(length), mKeyLength(keyLength) {}
+
+    std::string_view key() const { return {reinterpret_cast<const char*>(mTypeAt - mKeyLength), mKeyLength}; }
+
+    const std::uint8_t* typeAt() const { return mTypeAt; }
+
+    std::optional<std::uint8_t> getByte() const {
+        return has(kTypeByte) ? std::optional<std::uint8_t>(mTypeAt[1]) : std::nullopt;
+    }
+
+    std::optional<std::int32_t> getInt() const {
+        return has(kTypeInt) ? std::optional<std::int32_t>(static_cast<std::int32_t>(loadU32(mTypeAt + 1)))
+                             : std::nullopt;
+    }
+
+    std::optional<std::string_view> getText() const {
+        if (!has(kTypeString)) {
+            return std::nullopt;
+        }
+        return std::string_view(reinterpret_cast<const char*>(mTypeAt + 1 + kTextLengthWidth), mLength);
+    }
+
+private:
+    bool has(ValueType type) const { return *mTypeAt == type; }
+
+    const std::uint8_t* mTypeAt = nullptr;
+    std::uint32_t mLength = 0;
+    std::uint8_t mKeyLength = 0;
+};
+
+} // namespace protocol

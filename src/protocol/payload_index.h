@@ -1,0 +1,60 @@
+#pragma once
+
+#include "protocol/entry_view.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+namespace protocol {
+
+/// Finds the entries of a payload in one run by their keys. Borrows the payload. Of entries with the same key, the last one
+/// counts.
+class PayloadIndex {
+public:
+    PayloadIndex(const std::uint8_t* payload, std::size_t size);
+
+    /// Null when there is no such key.
+    const EntryView* find(std::string_view key) const {
+        if (!mMany.empty()) {
+            return findInMany(key);
+        }
+        for (std::size_t place = mCount; place != 0; --place) { // from the last: it counts
+            if (mFew[place - 1].key() == key) {
+                return &mFew[place - 1];
+            }
+        }
+        return nullptr;
+    }
+
+    /// All entries in no particular order; of those with the same key, the last one comes last.
+    const EntryView* begin() const { return mMany.empty() ? mFew.data() : mMany.data(); }
+
+    const EntryView* end() const {
+        return mMany.empty() ? mFew.data() + mCount : mMany.data() + mMany.size();
+    }
+
+private:
+    /// A notification has fewer. Up to so many entries are searched one by one, as they came, without memory of their own.
+    static constexpr std::size_t kFew = 8;
+
+    void add(const EntryView& entry) {
+        if (mMany.empty() && mCount < kFew) {
+            mFew[mCount] = entry;
+            ++mCount;
+        } else {
+            addToMany(entry);
+        }
+    }
+
+    void addToMany(const EntryView& entry);
+    const EntryView* findInMany(std::string_view key) const;
+
+    std::array<EntryView, kFew> mFew;
+    std::size_t mCount = 0;       ///< entries in mFew
+    std::vector<EntryView> mMany; ///< all entries, ordered by key, once there are more than kFew
+};
+
+} // namespace protocol
