@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <string>
 
+using namespace support;
 using namespace orvel::log4z;
 
 namespace {

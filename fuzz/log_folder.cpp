@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+using namespace support;
 using namespace orvel::log4z;
 
 namespace {

@@ -1,10 +1,8 @@
 // A host in C++ with a session of its own: what its handlers saw, and a stand-in service beside it.
 #pragma once
 
-#include <condition_variable>
 #include <exception>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -20,24 +18,19 @@ namespace support {
 class Seen {
 public:
     void add(const std::string& line) {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        mLines.push_back(line);
-        mChanged.notify_all();
+        mMonitor.change([&] { mLines.push_back(line); });
     }
 
     std::vector<std::string> lines() const {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        return mLines;
+        return mMonitor.read([this] { return mLines; });
     }
 
-    bool waitFor(std::size_t count) const {
-        std::unique_lock<std::mutex> lock(mMutex);
-        return mChanged.wait_for(lock, kGuard, [&] { return mLines.size() >= count; });
+    testing::AssertionResult waitFor(std::size_t count) const {
+        return mMonitor.reaches(count, "calls", [this] { return mLines.size(); });
     }
 
 private:
-    mutable std::mutex mMutex;
-    mutable std::condition_variable mChanged;
+    Monitor mMonitor; // of what follows
     std::vector<std::string> mLines;
 };
 

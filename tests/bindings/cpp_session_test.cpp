@@ -8,6 +8,8 @@
 
 #include "bindings/cpp_host.h"
 
+#include "support/wait.h"
+
 namespace {
 
 using sonvia::Failure;
@@ -69,7 +71,7 @@ TEST_F(CppSession, ConnectionThatIsNeverMadeIsReportedOnceTheTimeIsUp) {
 }
 
 TEST_F(CppSession, CloseDoesNotWaitForTheConnectTime) {
-    options.connectTime = support::kGuard * 10;
+    options.connectTime = support::kTimeout * 10;
     start("no-pipe\n");
     EXPECT_EQ(session.close(), std::error_code());
     EXPECT_EQ(seen.lines(), Lines{});
@@ -116,7 +118,8 @@ TEST_F(CppSession, SessionThatIsDestroyedInsideAHandlerIsClosedOnAThreadOfItsOwn
     destroyed.get_future().get();
     EXPECT_TRUE(standin.waitForEvent("exit"));
     // The place of the one session is free again once the last one is gone.
-    EXPECT_TRUE(support::eventually([&] { return !session.open(library(), options, {}); }));
+    EXPECT_TRUE(
+        support::eventually("the place is free", [&] { return !session.open(library(), options, {}); }));
 }
 
 TEST_F(CppSession, ExceptionOfAHandlerIsHandedOverAndTheSessionGoesOn) {
@@ -138,7 +141,7 @@ TEST_F(CppSession, ExceptionOfAHandlerIsHandedOverAndTheSessionGoesOn) {
 
 TEST_F(CppSession, WithoutHandlersEventsAndErrorsAreDropped) {
     start(kConnected + "notify int first-audiopcm 1\nnotify int player-state 9\nexit\n", {});
-    EXPECT_TRUE(support::eventually([&] { return session.state() == 9; }));
+    EXPECT_TRUE(support::eventually("the state is stored", [&] { return session.state() == 9; }));
     EXPECT_TRUE(standin.waitForEvent("exit"));
 }
 
@@ -198,7 +201,7 @@ TEST_F(CppSession, CallsOfOtherThreadsEndWhenItIsClosed) {
             ++refused;
         });
     }
-    EXPECT_TRUE(support::eventually([&] { return rounds >= 20; }));
+    EXPECT_TRUE(support::reaches(20, "rounds", [&] { return rounds.load(); }));
     std::thread closer([&] { session.close(); });
     session.close();
     closer.join();

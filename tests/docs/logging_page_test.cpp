@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <string>
 
+using namespace support;
 using namespace orvel::log4z;
 
 namespace {

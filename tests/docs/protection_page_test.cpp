@@ -9,6 +9,8 @@
 
 #include <fstream>
 
+using namespace support;
+
 void protectConnection(CtrlProtocol& protocol, const AesBlock& key, const AesBlock& toPeer,
                        const AesBlock& fromPeer);
 
@@ -32,7 +34,7 @@ Bytes workedPacket() {
 constexpr AesBlock kCountingUp = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
 
 TEST(ProtectionPageTest, WorkedPacketIsWhatTheSampleSends) {
-    support::KeptStream stream;
+    KeptStream stream;
     CtrlProtocol protocol;
     protocol.setStream(&stream);
     protectConnection(protocol, kTestKey, kCountingUp, kFarIv);

@@ -125,8 +125,7 @@ TEST_F(Connection, ServiceThatIgnoresTheStopIsEndedWithItsChildren) {
     stop();
     EXPECT_FALSE(standin.running());
     for (const support::Json& child : children) {
-        EXPECT_TRUE(support::eventually(
-            [&] { return !support::processRuns(child.at("pid").number(), "standin_child.exe"); }));
+        EXPECT_TRUE(support::processEnds(child.at("pid").number(), "standin_child.exe"));
     }
     EXPECT_EQ(standin.packets(support::kStop).size(), 1U);
     EXPECT_TRUE(standin.recorded("exit").empty());
@@ -172,7 +171,7 @@ TEST_F(Connection, NothingIsReportedOnceUninitHasReturned) {
         const std::size_t count = events.count();
         const std::vector<HostEvent> all = events.all();
         EXPECT_TRUE(std::none_of(all.begin(), all.end(), [](const HostEvent& each) { return each.isError; }));
-        support::eventually([&] { return !standin.running(); });
+        EXPECT_TRUE(support::processEnds(standin.pid(), "QuPCAudio.exe"));
         EXPECT_EQ(events.count(), count);
         events.reset();
     }

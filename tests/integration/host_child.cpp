@@ -181,7 +181,7 @@ Result runCallInCallbacks() {
         result = support::kNoEvent;
     }
     std::ofstream("open").close();
-    if (!support::eventually([] { return support::countInRecord("listen") == 1; })) {
+    if (!support::poll([] { return support::countInRecord("listen") == 1; }, support::kProcessTimeout)) {
         result = support::kNoPipe;
     }
     if (result == support::kGood) {
@@ -192,8 +192,6 @@ Result runCallInCallbacks() {
     }
     return library.api().uninit(handle) ? result : support::kUninitFailed;
 }
-
-constexpr std::chrono::seconds kLimit{20};
 
 std::size_t handlesInLog() {
     const std::vector<support::LoggedLine> lines = support::loggedLines();
@@ -209,7 +207,7 @@ Result runFirstConnect(const support::HostApi& api, bool& connected) {
     const std::size_t before = handlesInLog();
     std::unique_ptr<support::PipePeer> pipe;
     std::thread opener([&pipe, before] {
-        if (support::eventually([before] { return handlesInLog() > before; }, kLimit)) {
+        if (support::poll([before] { return handlesInLog() > before; }, support::kTimeout)) {
             pipe = std::make_unique<support::PipePeer>(R"(\\.\pipe\uv_pipe.QuPCAudio)");
         }
     });
@@ -217,7 +215,8 @@ Result runFirstConnect(const support::HostApi& api, bool& connected) {
     Result result = handle != nullptr ? support::configure(api, handle) : support::kNoHandle;
     opener.join();
     const auto heard = [&pipe] { return pipe != nullptr && !pipe->received().empty(); };
-    if (result == support::kGood && !support::eventually([&] { return heard() || events.count() != 0; })) {
+    if (result == support::kGood &&
+        !support::poll([&] { return heard() || events.count() != 0; }, support::kTimeout)) {
         result = support::kNoEvent;
     }
     connected = heard();
@@ -230,7 +229,7 @@ Result runFirstConnect(const support::HostApi& api, bool& connected) {
 // Good as soon as the very first connect of a handle has succeeded.
 Result runConnectAtOnce() {
     const HostLibrary library;
-    const auto end = std::chrono::steady_clock::now() + kLimit;
+    const auto end = std::chrono::steady_clock::now() + support::kTimeout;
     do {
         bool connected = false;
         const Result result = runFirstConnect(library.api(), connected);

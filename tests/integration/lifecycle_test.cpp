@@ -207,7 +207,8 @@ TEST_F(Lifecycle, OfStartsMadeAtOnceOneServiceIsLeft) {
         handles.push_back(each.get());
         EXPECT_NE(handles.back(), nullptr);
     }
-    EXPECT_TRUE(support::eventually([this] { return runningServices() != 0; }));
+    EXPECT_TRUE(support::reaches(
+        1, "services", [this] { return runningServices(); }, support::kProcessTimeout));
     EXPECT_EQ(runningServices(), 1U);
     for (const Json& start : standin.recorded("start")) { // none of them was ever told of a connection
         support::killProcess(start.at("pid").number(), "QuPCAudio.exe");

@@ -2,6 +2,7 @@
 #include "support/pipe_peer.h"
 #include "support/process.h"
 #include "support/service_fixture.h"
+#include "support/wait.h"
 
 #include <future>
 #include <memory>
@@ -35,11 +36,12 @@ TEST_F(Sends, StopAndWhatWasSentBeforeItReachAReaderThatOutlivesTheStartedProces
         support::PipePeer reader(kPipeName);
         start("no-pipe\nexit\n");
         ASSERT_TRUE(standin.waitForEvent("exit"));
-        ASSERT_TRUE(support::eventually([this] { return !standin.running(); }));
+        ASSERT_TRUE(support::processEnds(standin.pid(), "QuPCAudio.exe"));
         const AudioServiceParam param = support::completeParam();
         ASSERT_TRUE(api.setParam(handle, &param));
-        ASSERT_TRUE(
-            support::eventually([&] { return reader.received().find("KORUInfo") != std::string::npos; }));
+        ASSERT_TRUE(support::eventually("the device information arrives", [&] {
+            return reader.received().find("KORUInfo") != std::string::npos;
+        }));
         EXPECT_TRUE(api.exitProjection(handle));
         stop();
         ASSERT_TRUE(reader.waitForEnd());

@@ -9,6 +9,7 @@
 
 #include "support/process.h"
 #include "support/service_fixture.h"
+#include "support/wait.h"
 
 namespace {
 
@@ -44,8 +45,8 @@ TEST_F(WindowsHost, ServiceOfAConsoleProgramHasAConsoleOfItsOwn) {
     PROCESS_INFORMATION host = {};
     ASSERT_TRUE(CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr,
                                nullptr, &startup, &host));
-    const auto guard = static_cast<DWORD>(std::chrono::milliseconds(support::kGuard).count());
-    EXPECT_EQ(WaitForSingleObject(host.hProcess, guard), WAIT_OBJECT_0);
+    const auto timeout = static_cast<DWORD>(std::chrono::milliseconds(support::kProcessTimeout).count());
+    EXPECT_EQ(WaitForSingleObject(host.hProcess, timeout), WAIT_OBJECT_0);
     CloseHandle(host.hThread);
     CloseHandle(host.hProcess);
     std::ifstream file("QuPCAudio.exe.txt");

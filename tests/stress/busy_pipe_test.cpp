@@ -5,6 +5,7 @@
 
 #include "stress/hostile_rounds.h"
 #include "support/effort.h"
+#include "support/wait.h"
 
 namespace {
 
@@ -36,7 +37,8 @@ protected:
         start("no-pipe\n");
         ASSERT_TRUE(standin.waitForEvent("start"));
         mOwner = support::startProgram(fs::current_path() / ownerName);
-        ASSERT_TRUE(support::eventually([] { return fs::exists("owned"); }));
+        ASSERT_TRUE(support::eventually(
+            "the pipe has its owner", [] { return fs::exists("owned"); }, support::kProcessTimeout));
         ASSERT_NO_FATAL_FAILURE(configure());
         const AudioServiceParam param = support::completeParam();
         EXPECT_FALSE(api.setParam(handle, &param)) << "the connect is still waiting";
@@ -45,7 +47,7 @@ protected:
 
     void endOwner() {
         standin.signal("let-go");
-        ASSERT_TRUE(support::eventually([this] { return !ownerRuns(); }));
+        ASSERT_TRUE(support::processEnds(mOwner, mOwnerName));
     }
 
     bool ownerRuns() const { return support::processRuns(mOwner, mOwnerName); }
@@ -69,7 +71,7 @@ TEST_F(BusyPipe, OwnerThatLetsGoMeanwhileLetsUninitGoAtOnce) {
         // Once the service has ended uninit waits for nothing but the pipe.
         const std::int64_t service = standin.pid();
         std::future<void> freed = std::async(std::launch::async, [this, service] {
-            support::eventually([service] { return !support::processRuns(service, "QuPCAudio.exe"); });
+            support::processEnds(service, "QuPCAudio.exe");
             endOwner();
         });
         release(Told::kNeverConnected, End::kLibrary, kWithoutThatWait);

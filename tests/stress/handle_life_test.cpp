@@ -89,7 +89,7 @@ protected:
     }
 
     void callUntilEnough(int thread, const Kind& kind) {
-        const auto end = std::chrono::steady_clock::now() + support::kGuard;
+        const auto end = std::chrono::steady_clock::now() + support::kTimeout;
         bool replaces = kind.isReplaced && thread == 0;
         for (int round = 0; round < kRoundsOfEachThread || !enough(kind); ++round) {
             callEverything(thread);

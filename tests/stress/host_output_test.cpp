@@ -6,6 +6,7 @@
 #include "support/effort.h"
 #include "support/process.h"
 #include "support/service_fixture.h"
+#include "support/wait.h"
 
 namespace {
 
@@ -30,9 +31,9 @@ protected:
                            &process) == FALSE) {
             throw std::runtime_error("cannot start the host: " + std::to_string(GetLastError()));
         }
-        const auto guard = static_cast<DWORD>(std::chrono::milliseconds(support::kGuard).count());
+        const auto timeout = static_cast<DWORD>(std::chrono::milliseconds(support::kProcessTimeout).count());
         DWORD code = kDidNotEnd;
-        if (WaitForSingleObject(process.hProcess, guard) == WAIT_OBJECT_0) {
+        if (WaitForSingleObject(process.hProcess, timeout) == WAIT_OBJECT_0) {
             GetExitCodeProcess(process.hProcess, &code);
         } else {
             TerminateProcess(process.hProcess, 1);

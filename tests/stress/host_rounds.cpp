@@ -31,11 +31,13 @@ Result loadAndLive() {
 }
 
 bool moveFile(const fs::path& from, const fs::path& to) {
-    return support::eventually([&] {
-        std::error_code busy; // an ended program's file may be held a moment longer
-        fs::rename(from, to, busy);
-        return !busy;
-    });
+    return support::poll(
+        [&] {
+            std::error_code busy; // an ended program's file may be held a moment longer
+            fs::rename(from, to, busy);
+            return !busy;
+        },
+        support::kTimeout);
 }
 
 // The service dies of the host's request; while its file is away no other one can be started.

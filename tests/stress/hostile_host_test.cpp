@@ -8,6 +8,7 @@
 #include "support/effort.h"
 #include "support/process.h"
 #include "support/service_fixture.h"
+#include "support/wait.h"
 
 namespace {
 
@@ -102,8 +103,8 @@ protected:
 
     // Returns how many rounds the host has done.
     static int repeat(const fs::path& host, const std::string& what, int times) {
-        const int code =
-            support::runProgram(host, {what, std::to_string(times)}, support::kGuard * (1 + times / 10));
+        const int code = support::runProgram(host, {what, std::to_string(times)},
+                                             support::kProcessTimeout * (1 + times / 10));
         EXPECT_EQ(code, 0);
         int done = 0;
         std::string sizes;

@@ -8,6 +8,7 @@
 #include <uv.h>
 
 #include "support/effort.h"
+#include "support/wait.h"
 
 namespace stress {
 
@@ -54,7 +55,7 @@ void HostileRounds::configure() {
 void HostileRounds::release(Told told, End end, std::chrono::seconds bound) {
     const Clock::time_point begun = Clock::now();
     std::future<bool> returned = std::async(std::launch::async, [this] { return api.uninit(handle); });
-    if (returned.wait_for(bound + support::kGuard) != std::future_status::ready) {
+    if (returned.wait_for(bound + support::kTimeout) != std::future_status::ready) {
         std::fputs("uninitSonviaAudioService hangs\n", stderr);
         std::_Exit(1); // its thread cannot be ended, and the test cannot go on beside it
     }
@@ -88,7 +89,7 @@ void HostileRounds::expectServiceGone(End end) {
     EXPECT_FALSE(standin.running());
     for (const support::Json& child : standin.recorded("child")) {
         const std::int64_t pid = child.at("pid").number();
-        EXPECT_TRUE(support::eventually([pid] { return !support::processRuns(pid, "standin_child.exe"); }));
+        EXPECT_TRUE(support::processEnds(pid, "standin_child.exe"));
     }
     const std::size_t orderly = standin.recorded("exit").size() + standin.recorded("crash").size();
     EXPECT_EQ(orderly, end == End::kItself ? 1U : 0U);

@@ -13,6 +13,8 @@
 #include <cstring>
 #include <future>
 
+using namespace support;
+
 namespace {
 
 /// 100,000 each way over the eight combinations. Under Wine a packet takes a tenth of a millisecond and more, elsewhere
@@ -20,7 +22,7 @@ namespace {
 std::uint32_t packetsEachWay() {
     constexpr std::uint32_t kAll = 12'500;
 #ifdef _WIN32
-    return support::longForm() ? kAll : kAll / 5;
+    return longForm() ? kAll : kAll / 5;
 #else
     return kAll;
 #endif
@@ -28,7 +30,8 @@ std::uint32_t packetsEachWay() {
 
 constexpr std::uint32_t kTamperedPackets = 6'000;
 constexpr std::uint32_t kWindow = 64;
-constexpr std::chrono::minutes kHangGuard{4};
+// Under the sanitizers, on a machine that builds meanwhile, the packets take a minute.
+constexpr std::chrono::minutes kTransferTimeout{4};
 
 /// Bytes that every payload is cut out of, so that both ends know what the packet with a number must hold.
 const Bytes& material() {
@@ -71,7 +74,7 @@ public:
     }
 
     bool waitUntilFinished() {
-        return mFinished.get_future().wait_for(kHangGuard) == std::future_status::ready;
+        return mFinished.get_future().wait_for(kTransferTimeout) == std::future_status::ready;
     }
 
     std::uint32_t mSent = 0;
@@ -144,7 +147,7 @@ TEST_P(ProtectedPipeTest, TwoEndsExchangePacketsInBothDirections) {
         EXPECT_EQ(talker->mReceived, packets);
         EXPECT_EQ(talker->mWrong, 0U);
     }
-    support::tried("protected packets each way over a pipe", packets, "packets");
+    tried("protected packets each way over a pipe", packets, "packets");
     for (const std::string& line : log.texts()) {
         const bool expected = isAboutTheLoop(line) || isAboutEmptyData(line);
         ASSERT_TRUE(expected) << line;
@@ -245,7 +248,7 @@ std::vector<Arrival> sendHarmed(std::uint32_t packets) {
     EXPECT_TRUE(server.listen(name));
     server.start(name);
     client.start(name);
-    EXPECT_EQ(finished.get_future().wait_for(kHangGuard), std::future_status::ready);
+    EXPECT_EQ(finished.get_future().wait_for(kTransferTimeout), std::future_status::ready);
     client.stop();
     server.stop();
     return arrivals;

@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <new>
 
+namespace support {
+
 namespace {
 
 // Constant-initialised: requests come before the first constructor.
@@ -35,6 +37,10 @@ int CountedMalloc::stop() {
     gCounting = false;
     return gRequests;
 }
+
+} // namespace support
+
+using support::mayHaveMemory;
 
 // The linker makes these names out of the option --wrap.
 extern "C" {

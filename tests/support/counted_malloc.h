@@ -1,5 +1,7 @@
 #pragma once
 
+namespace support {
+
 /// Counts what one block of test code takes from the C allocator and from operator new, and can let one request
 /// fail, whichever thread it comes from. Test programs that use it are linked with --wrap=malloc, --wrap=calloc and --wrap=realloc. One at a time.
 class CountedMalloc {
@@ -13,3 +15,5 @@ public:
     /// Ends the counting.
     int stop();
 };
+
+} // namespace support

@@ -1,9 +1,10 @@
 #include "support/host_events.h"
+#include "support/wait.h"
 
 #include <algorithm>
 #include <cstring>
-
-#include "support/wait.h"
+#include <ostream>
+#include <sstream>
 
 namespace support {
 
@@ -13,36 +14,34 @@ HostEvents& HostEvents::instance() {
 }
 
 void HostEvents::reset() {
-    const std::lock_guard<std::mutex> lock(mMutex);
-    // With the room for them, which would else count as memory that the library has left behind.
-    mEvents = std::vector<HostEvent>();
-    mReaction = nullptr;
+    mMonitor.change([this] {
+        // With the room for them, which would else count as memory that the library has left behind.
+        mEvents = std::vector<HostEvent>();
+        mReaction = nullptr;
+    });
 }
 
 std::vector<HostEvent> HostEvents::all() const {
-    const std::lock_guard<std::mutex> lock(mMutex);
-    return mEvents;
+    return mMonitor.read([this] { return mEvents; });
 }
 
 std::size_t HostEvents::count() const {
-    const std::lock_guard<std::mutex> lock(mMutex);
-    return mEvents.size();
+    return mMonitor.read([this] { return mEvents.size(); });
 }
 
-bool HostEvents::waitForCount(std::size_t count) const {
-    std::unique_lock<std::mutex> lock(mMutex);
-    return mChanged.wait_for(lock, kGuard, [&] { return mEvents.size() >= count; });
+testing::AssertionResult HostEvents::waitForCount(std::size_t count) const {
+    return withEvents(mMonitor.reaches(count, "events", [this] { return mEvents.size(); }));
 }
 
-bool HostEvents::waitFor(const HostEvent& wanted) const {
-    std::unique_lock<std::mutex> lock(mMutex);
-    return mChanged.wait_for(
-        lock, kGuard, [&] { return std::find(mEvents.begin(), mEvents.end(), wanted) != mEvents.end(); });
+testing::AssertionResult HostEvents::waitFor(const HostEvent& wanted) const {
+    std::ostringstream what;
+    what << wanted;
+    return withEvents(mMonitor.eventually(
+        what.str(), [&] { return std::find(mEvents.begin(), mEvents.end(), wanted) != mEvents.end(); }));
 }
 
 void HostEvents::setReaction(std::function<void(const HostEvent&)> reaction) {
-    const std::lock_guard<std::mutex> lock(mMutex);
-    mReaction = std::move(reaction);
+    mMonitor.change([&] { mReaction = std::move(reaction); });
 }
 
 void HostEvents::onEvent(int event, int value) {
@@ -55,15 +54,30 @@ void HostEvents::onError(int code, int value) {
 
 void HostEvents::add(const HostEvent& event) {
     std::function<void(const HostEvent&)> reaction;
-    {
-        const std::lock_guard<std::mutex> lock(mMutex);
+    mMonitor.change([&] {
         mEvents.push_back(event);
         reaction = mReaction;
-    }
-    mChanged.notify_all();
+    });
     if (reaction) {
         reaction(event);
     }
+}
+
+std::ostream& operator<<(std::ostream& out, const HostEvent& event) {
+    return out << (event.isError ? "error " : "event ") << event.code << " with " << event.value;
+}
+
+// Adds the last events to what a wait that timed out says.
+testing::AssertionResult HostEvents::withEvents(testing::AssertionResult result) const {
+    constexpr std::size_t kShown = 10;
+    if (!result) {
+        const std::vector<HostEvent> events = all();
+        result << "; there came " << events.size();
+        for (std::size_t i = events.size() - std::min(events.size(), kShown); i < events.size(); ++i) {
+            result << ", " << events[i];
+        }
+    }
+    return result;
 }
 
 AudioServiceParam completeParam() {

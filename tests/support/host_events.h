@@ -1,14 +1,14 @@
 // What the library reported through its two callbacks, in order.
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <functional>
-#include <mutex>
+#include <iosfwd>
 #include <thread>
 #include <vector>
 
 #include "SonviaPCAudioDll.h"
+#include "support/wait.h"
 
 namespace support {
 
@@ -22,6 +22,8 @@ struct HostEvent {
         return isError == other.isError && code == other.code && value == other.value;
     }
 };
+
+std::ostream& operator<<(std::ostream& out, const HostEvent& event);
 
 inline HostEvent event(int code, int value) {
     return {false, code, value, {}};
@@ -40,9 +42,9 @@ public:
     void reset();
     std::vector<HostEvent> all() const;
     std::size_t count() const;
-    // True once at least `count` events have come; false when the guard ran out.
-    bool waitForCount(std::size_t count) const;
-    bool waitFor(const HostEvent& wanted) const;
+    // Each waits, at most for the timeout.
+    testing::AssertionResult waitForCount(std::size_t count) const;
+    testing::AssertionResult waitFor(const HostEvent& wanted) const;
 
     // Called inside each callback, on the library's thread, after the event was noted.
     void setReaction(std::function<void(const HostEvent&)> reaction);
@@ -53,9 +55,9 @@ public:
 
 private:
     void add(const HostEvent& event);
+    testing::AssertionResult withEvents(testing::AssertionResult result) const;
 
-    mutable std::mutex mMutex;
-    mutable std::condition_variable mChanged;
+    Monitor mMonitor; // of what follows
     std::vector<HostEvent> mEvents;
     std::function<void(const HostEvent&)> mReaction;
 };

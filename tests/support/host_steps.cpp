@@ -23,7 +23,7 @@ Result startAndWaitForPipe(const HostApi& api, AudioServiceHandle*& handle, cons
     if (handle == nullptr) {
         return kNoHandle;
     }
-    return eventually([before] { return countInRecord("listen") > before; }) ? kGood : kNoPipe;
+    return poll([before] { return countInRecord("listen") > before; }, kProcessTimeout) ? kGood : kNoPipe;
 }
 
 Result begin(const HostApi& api, AudioServiceHandle*& handle, const std::string& folder, int level) {

@@ -1,33 +1,18 @@
 #include "support/log_capture.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
-#include <iostream>
+#include <ostream>
 #include <sstream>
+
+namespace support {
 
 std::ostream& operator<<(std::ostream& out, const LogLine& line) {
     return out << line.letter << ' ' << line.tag << ": [" << line.function << ":" << line.line << "]"
                << line.text;
 }
 
-LogCapture::LogCapture() {
-    std::cout.flush();
-    testing::internal::CaptureStdout();
-}
-
-LogCapture::~LogCapture() {
-    if (mCapturing) {
-        testing::internal::GetCapturedStdout();
-    }
-}
-
 std::vector<LogLine> LogCapture::lines() {
-    if (!mCapturing) {
-        return {};
-    }
-    mCapturing = false;
-    return parseLogLines(testing::internal::GetCapturedStdout());
+    return parseLogLines(mOutput.end());
 }
 
 std::vector<LogLine> LogCapture::lines(const std::string& tag) {
@@ -89,9 +74,6 @@ std::vector<LogLine> parseLogLines(const std::string& output) {
     std::istringstream stream(output);
     std::string text;
     while (std::getline(stream, text)) {
-        if (!text.empty() && text.back() == '\r') {
-            text.pop_back();
-        }
         LogLine line;
         if (splitPrefix(text, line)) {
             splitBracket(line);
@@ -100,3 +82,5 @@ std::vector<LogLine> parseLogLines(const std::string& output) {
     }
     return lines;
 }
+
+} // namespace support

@@ -5,6 +5,10 @@
 #include <string>
 #include <vector>
 
+#include "support/output_capture.h"
+
+namespace support {
+
 struct LogLine {
     char letter = ' '; ///< D, I, W or E
     std::string tag;
@@ -23,11 +27,6 @@ std::ostream& operator<<(std::ostream& out, const LogLine& line);
 /// Captures from its construction until lines() is called. One at a time.
 class LogCapture {
 public:
-    LogCapture();
-    ~LogCapture();
-    LogCapture(const LogCapture&) = delete;
-    LogCapture& operator=(const LogCapture&) = delete;
-
     /// Ends the capture.
     std::vector<LogLine> lines();
     /// The same, of one tag.
@@ -36,8 +35,10 @@ public:
     std::vector<std::string> texts();
 
 private:
-    bool mCapturing = true;
+    OutputCapture mOutput;
 };
 
 /// A line whose message does not have the bracket gets an empty function and the whole message as its text.
 std::vector<LogLine> parseLogLines(const std::string& output);
+
+} // namespace support

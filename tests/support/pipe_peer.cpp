@@ -1,9 +1,7 @@
 #include "support/pipe_peer.h"
 
 #include <atomic>
-#include <condition_variable>
 #include <deque>
-#include <mutex>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -22,27 +20,11 @@ struct PipePeer::State {
     bool reads = true;
     std::thread thread;
 
-    mutable std::mutex mutex; // guards what follows
-    mutable std::condition_variable changed;
+    Monitor monitor; // of what follows
     std::deque<std::function<void(State&)>> tasks;
     std::size_t connections = 0;
     bool ended = false;
     std::string received;
-
-    template <typename Condition>
-    bool waitFor(Condition condition) const {
-        std::unique_lock lock(mutex);
-        return changed.wait_for(lock, kGuard, condition);
-    }
-
-    template <typename Change>
-    void change(Change change) {
-        {
-            const std::lock_guard guard(mutex);
-            change();
-        }
-        changed.notify_all();
-    }
 
     void runTasks();
     void acceptClient();
@@ -77,10 +59,7 @@ void allocate(uv_handle_t*, std::size_t size, uv_buf_t* buf) {
 
 void PipePeer::State::runTasks() {
     std::deque<std::function<void(State&)>> batch;
-    {
-        const std::lock_guard guard(mutex);
-        batch.swap(tasks);
-    }
+    monitor.change([&] { batch.swap(tasks); });
     for (const std::function<void(State&)>& task : batch) {
         task(*this);
     }
@@ -98,7 +77,7 @@ void PipePeer::State::acceptClient() {
     if (reads) {
         startReading();
     }
-    change([this] { ++connections; });
+    monitor.change([this] { ++connections; });
 }
 
 void PipePeer::State::closeConnection() {
@@ -123,10 +102,10 @@ void PipePeer::State::startReading() {
 
 void PipePeer::State::onRead(ssize_t count, const char* bytes) {
     if (count > 0) {
-        change([&] { received.append(bytes, static_cast<std::size_t>(count)); });
+        monitor.change([&] { received.append(bytes, static_cast<std::size_t>(count)); });
     } else if (count < 0) {
         closeConnection();
-        change([this] { ended = true; });
+        monitor.change([this] { ended = true; });
     }
 }
 
@@ -170,10 +149,7 @@ void PipePeer::end() {
 }
 
 void PipePeer::post(std::function<void(State&)> task) {
-    {
-        const std::lock_guard guard(mState->mutex);
-        mState->tasks.push_back(std::move(task));
-    }
+    mState->monitor.change([&] { mState->tasks.push_back(std::move(task)); });
     uv_async_send(&mState->wake);
 }
 
@@ -202,20 +178,19 @@ void PipePeer::disconnect() {
 }
 
 std::string PipePeer::received() const {
-    const std::lock_guard guard(mState->mutex);
-    return mState->received;
+    return mState->monitor.read([this] { return mState->received; });
 }
 
-bool PipePeer::waitForConnections(std::size_t count) const {
-    return mState->waitFor([this, count] { return mState->connections >= count; });
+testing::AssertionResult PipePeer::waitForConnections(std::size_t count) const {
+    return mState->monitor.reaches(count, "connections", [this] { return mState->connections; });
 }
 
-bool PipePeer::waitForBytes(std::size_t count) const {
-    return mState->waitFor([this, count] { return mState->received.size() >= count; });
+testing::AssertionResult PipePeer::waitForBytes(std::size_t count) const {
+    return mState->monitor.reaches(count, "bytes", [this] { return mState->received.size(); });
 }
 
-bool PipePeer::waitForEnd() const {
-    return mState->waitFor([this] { return mState->ended; });
+testing::AssertionResult PipePeer::waitForEnd() const {
+    return mState->monitor.eventually("the client has closed its end", [this] { return mState->ended; });
 }
 
 std::string uniquePipePrefix() {

@@ -7,6 +7,8 @@
 #include <memory>
 #include <string>
 
+#include <gtest/gtest.h>
+
 namespace support {
 
 // A prefix for pipe names that no other test and no other run uses. Natively a file name in the current folder.
@@ -33,11 +35,11 @@ public:
     // Everything that clients have sent so far.
     std::string received() const;
 
-    // Each waits, and returns false when its guard ran out.
-    bool waitForConnections(std::size_t count) const;
-    bool waitForBytes(std::size_t count) const;
+    // Each waits, at most for the timeout.
+    testing::AssertionResult waitForConnections(std::size_t count) const;
+    testing::AssertionResult waitForBytes(std::size_t count) const;
     // Until the client has closed its end (only noticed while reading).
-    bool waitForEnd() const;
+    testing::AssertionResult waitForEnd() const;
 
 private:
     struct State;

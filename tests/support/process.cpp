@@ -26,7 +26,7 @@ std::string change(const char* what, std::size_t before, std::size_t after) {
 
 struct Run {
     uv_process_t process{};
-    uv_timer_t guard{};
+    uv_timer_t timeout{};
     int exitCode = kDidNotEnd;
 };
 
@@ -49,30 +49,30 @@ void closeOutput(int file) {
 
 void onExit(uv_process_t* process, std::int64_t status, int signal) {
     auto* run = static_cast<Run*>(process->data);
-    if (uv_is_active(reinterpret_cast<uv_handle_t*>(&run->guard)) != 0) {
+    if (uv_is_active(reinterpret_cast<uv_handle_t*>(&run->timeout)) != 0) {
         run->exitCode = signal != 0 ? -signal : static_cast<int>(status);
     }
-    uv_close(reinterpret_cast<uv_handle_t*>(&run->guard), nullptr);
+    uv_close(reinterpret_cast<uv_handle_t*>(&run->timeout), nullptr);
     uv_close(reinterpret_cast<uv_handle_t*>(process), nullptr);
 }
 
-void onGuard(uv_timer_t* guard) {
-    uv_process_kill(&static_cast<Run*>(guard->data)->process, SIGKILL);
+void onTimeout(uv_timer_t* timer) {
+    uv_process_kill(&static_cast<Run*>(timer->data)->process, SIGKILL);
 }
 
-int spawnAndWait(uv_process_options_t& options, std::chrono::milliseconds guard) {
+int spawnAndWait(uv_process_options_t& options, std::chrono::milliseconds timeout) {
     uv_loop_t loop;
     uv_loop_init(&loop);
     Run run;
     run.process.data = &run;
-    run.guard.data = &run;
+    run.timeout.data = &run;
     options.exit_cb = onExit;
-    uv_timer_init(&loop, &run.guard);
+    uv_timer_init(&loop, &run.timeout);
     const int result = uv_spawn(&loop, &run.process, &options);
     if (result == 0) {
-        uv_timer_start(&run.guard, onGuard, static_cast<std::uint64_t>(guard.count()), 0);
+        uv_timer_start(&run.timeout, onTimeout, static_cast<std::uint64_t>(timeout.count()), 0);
     } else {
-        uv_close(reinterpret_cast<uv_handle_t*>(&run.guard), nullptr);
+        uv_close(reinterpret_cast<uv_handle_t*>(&run.timeout), nullptr);
         uv_close(reinterpret_cast<uv_handle_t*>(&run.process), nullptr);
     }
     uv_run(&loop, UV_RUN_DEFAULT);
@@ -86,7 +86,7 @@ int spawnAndWait(uv_process_options_t& options, std::chrono::milliseconds guard)
 } // namespace
 
 int runProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments,
-               std::chrono::seconds guard) {
+               std::chrono::seconds timeout) {
     std::string file = program.string();
     std::vector<std::string> words = arguments;
     std::vector<char*> argv = {file.data()};
@@ -110,7 +110,7 @@ int runProgram(const std::filesystem::path& program, const std::vector<std::stri
     // Detached: without it libuv would put the program into a job of its own on Windows, and a host is in
     // none.
     options.flags = UV_PROCESS_DETACHED | UV_PROCESS_WINDOWS_HIDE;
-    const int code = spawnAndWait(options, guard);
+    const int code = spawnAndWait(options, timeout);
     closeOutput(streams[1].data.fd);
     closeOutput(streams[2].data.fd);
     return code;
@@ -157,10 +157,16 @@ std::string sizes(const ProcessSize& before, const ProcessSize& after) {
            change("bytes", before.memoryBytes, after.memoryBytes);
 }
 
+testing::AssertionResult processEnds(std::int64_t pid, const std::string& program) {
+    return eventually(
+        program + " with the number " + std::to_string(pid) + " has ended",
+        [&] { return !processRuns(pid, program); }, kProcessTimeout);
+}
+
 void killProcess(std::int64_t pid, const std::string& program) {
     if (processRuns(pid, program)) {
         uv_kill(static_cast<int>(pid), SIGKILL);
-        eventually([&] { return !processRuns(pid, program); });
+        processEnds(pid, program);
     }
 }
 

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "support/wait.h"
 
 namespace support {
@@ -15,6 +17,8 @@ namespace support {
 // True while a process of that number runs the program file of that name. The name guards against a number
 // that the system has given to another process since.
 bool processRuns(std::int64_t pid, const std::string& program);
+// Until no process of that number runs the program.
+testing::AssertionResult processEnds(std::int64_t pid, const std::string& program);
 void killProcess(std::int64_t pid, const std::string& program);
 // Running processes of the program that stands beside this one.
 std::size_t running(const std::string& program);
@@ -36,9 +40,9 @@ std::string growth(const ProcessSize& before, const ProcessSize& after);
 std::string sizes(const ProcessSize& before, const ProcessSize& after);
 
 // Runs `program` in the current folder until it ends; its output goes to the files `stdout.txt` and
-// `stderr.txt` there. Kills it and returns -1000 when it has not ended within the guard.
+// `stderr.txt` there. Kills it and returns -1000 when it has not ended within the timeout.
 int runProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments,
-               std::chrono::seconds guard = kGuard);
+               std::chrono::seconds timeout = kProcessTimeout);
 
 // Starts `program` and leaves it to itself. Returns its process number.
 std::int64_t startProgram(const std::filesystem::path& program);

@@ -2,11 +2,14 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <iterator>
 #include <ostream>
 #include <regex>
 #include <sstream>
 #include <stdexcept>
+
+#include "support/last_lines.h"
 
 namespace support {
 
@@ -21,6 +24,9 @@ void ServiceTest::SetUp() {
 void ServiceTest::TearDown() {
     stop();
     events.reset();
+    if (HasFailure()) {
+        std::cout << "The library's log:\n" << lastLines(logText()) << std::flush;
+    }
 }
 
 void ServiceTest::start(const std::string& scenario) {
@@ -31,8 +37,10 @@ void ServiceTest::start(const std::string& scenario) {
     }
     const bool opensItsPipeAtOnce =
         scenario.find("no-pipe") == std::string::npos && scenario.find("listen") == std::string::npos;
-    if (opensItsPipeAtOnce && !standin.waitForEvent("listen")) {
-        throw std::runtime_error("the service did not open its pipe");
+    if (opensItsPipeAtOnce) {
+        if (const testing::AssertionResult listens = standin.waitForEvent("listen"); !listens) {
+            throw std::runtime_error(listens.message());
+        }
     }
 }
 

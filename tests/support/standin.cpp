@@ -130,20 +130,25 @@ std::vector<Json> Standin::packets(std::int64_t command, const std::string& key)
     return found;
 }
 
-bool Standin::waitForEvent(const std::string& event, std::size_t count) {
-    return eventually([&] { return recorded(event).size() >= count; });
+testing::AssertionResult Standin::waitForEvent(const std::string& event, std::size_t count) {
+    // The service's process may have to start first.
+    return reaches(
+        count, "lines \"" + event + "\" of the service", [&] { return recorded(event).size(); },
+        kProcessTimeout);
 }
 
-bool Standin::waitForNote(const std::string& text) {
-    return eventually([&] {
+testing::AssertionResult Standin::waitForNote(const std::string& text) {
+    return eventually("the service notes \"" + text + "\"", [&] {
         const std::vector<Json> notes = recorded("note");
         return std::any_of(notes.begin(), notes.end(),
                            [&](const Json& note) { return note.textOf("text") == text; });
     });
 }
 
-bool Standin::waitForPackets(std::size_t count, std::int64_t command, const std::string& key) {
-    return eventually([&] { return packets(command, key).size() >= count; });
+testing::AssertionResult Standin::waitForPackets(std::size_t count, std::int64_t command,
+                                                 const std::string& key) {
+    return reaches(count, "packets " + std::to_string(command) + " " + key,
+                   [&] { return packets(command, key).size(); });
 }
 
 std::int64_t Standin::pid() {

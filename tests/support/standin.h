@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "support/json.h"
 
 namespace support {
@@ -41,10 +43,11 @@ public:
     // Packets of one command; of one key too when it is given.
     std::vector<Json> packets(std::int64_t command, const std::string& key = {});
 
-    // Each waits, and returns false when its guard ran out.
-    bool waitForEvent(const std::string& event, std::size_t count = 1);
-    bool waitForNote(const std::string& text);
-    bool waitForPackets(std::size_t count, std::int64_t command, const std::string& key = {});
+    // Each waits, at most for the timeout.
+    testing::AssertionResult waitForEvent(const std::string& event, std::size_t count = 1);
+    testing::AssertionResult waitForNote(const std::string& text);
+    testing::AssertionResult waitForPackets(std::size_t count, std::int64_t command,
+                                            const std::string& key = {});
 
     // Process number of the service started last; 0 when none was.
     std::int64_t pid();

@@ -29,7 +29,6 @@ namespace fs = std::filesystem;
 using refused_memory::Refusing;
 using support::HostEvent;
 
-constexpr std::chrono::seconds kHang{20};
 constexpr int kMostRounds = 400;
 constexpr int kRoundsOfOneLife = 60;
 
@@ -325,7 +324,7 @@ public:
         const std::size_t before = mEvents.count();
         Refusing refusing(refused_memory::kLoop, phase);
         support::killProcess(mStandin.pid(), "QuPCAudio.exe");
-        const bool told = support::eventually([&] { return mEvents.count() > before; }, kHang);
+        const bool told = support::poll([&] { return mEvents.count() > before; }, support::kTimeout);
         const bool refused = refusing.end();
         // It may be reported as a read that gets no memory.
         if (!told || (!refused && mEvents.all()[before].code != SONVIA_ERROR_CONNECTION)) {
@@ -349,7 +348,7 @@ public:
                 Refusing loop(refused_memory::kLoop, "connect.vain");
                 taken = setParam("pc-6");
                 caller.end();
-                if (taken && !support::eventually([&] { return mEvents.count() > 0; }, kHang)) {
+                if (taken && !support::poll([&] { return mEvents.count() > 0; }, support::kTimeout)) {
                     failed("a failed connect was not reported");
                     break;
                 }
@@ -404,7 +403,7 @@ public:
             const refused_memory::LibraryCall call;
             mApi.uninit(nullptr);
         }
-        if (!support::eventually([&] { return support::logText().size() > before.size(); }, kHang)) {
+        if (!support::poll([&] { return support::logText().size() > before.size(); }, support::kTimeout)) {
             failed("no line gets into the log any more");
         }
     }
@@ -451,7 +450,7 @@ private:
     bool marked(const std::string& text, std::size_t logged = std::string::npos) {
         callOne("setAccountID", text);
         bool arrived = false;
-        support::eventually(
+        support::poll(
             [&] {
                 arrived = sent("accountID", text);
                 return arrived || (logged != std::string::npos && hasLackOfMemory(logged));
@@ -477,7 +476,7 @@ private:
     // Until the event has come, or an error, or, from that place of the log on, a line that memory has run out.
     void waitForOutcome(const HostEvent& wanted, const char* what, std::size_t before = 0,
                         std::size_t logged = std::string::npos) {
-        const bool came = support::eventually(
+        const bool came = support::poll(
             [&] {
                 const std::vector<HostEvent> events = mEvents.all();
                 return has(events, wanted) ||
@@ -485,7 +484,7 @@ private:
                                    [](const HostEvent& e) { return e.isError; }) ||
                        (logged != std::string::npos && hasLackOfMemory(logged));
             },
-            kHang);
+            support::kTimeout);
         if (!came) {
             failed(std::string(what) + ": nothing came");
         }
@@ -498,7 +497,7 @@ private:
     }
 
     static bool saysLackOfMemory(std::size_t logged) {
-        return support::eventually([logged] { return hasLackOfMemory(logged); }, std::chrono::seconds(3));
+        return support::poll([logged] { return hasLackOfMemory(logged); }, std::chrono::seconds(3));
     }
 
     bool sent(const std::string& key, const std::string& text) {
@@ -535,8 +534,7 @@ private:
 
     void expectNoService(const std::string& after) {
         // What was ended may need a moment to be gone.
-        if (!support::eventually([] { return support::running("QuPCAudio.exe") == 0; },
-                                 std::chrono::seconds(3))) {
+        if (!support::poll([] { return support::running("QuPCAudio.exe") == 0; }, std::chrono::seconds(3))) {
             failed("a service is left behind after " + after);
             for (const support::Json& started : mStandin.recorded("start")) {
                 support::killProcess(started.numberOf("pid"), "QuPCAudio.exe");
@@ -547,7 +545,7 @@ private:
     void expectNoBlocks() {
         std::vector<std::string> left;
         // The log's thread holds some while it writes.
-        support::eventually(
+        support::poll(
             [&] {
                 left = refused_memory::blocksLeft(sizeof(orvel::log4z::LogRecord));
                 return left.empty();
@@ -575,7 +573,7 @@ private:
 void warmUp(Host& host) {
     refused_memory::newThreadsAre(refused_memory::kWriter);
     host.startLife();
-    support::eventually([] { return !support::logText().empty(); });
+    support::poll([] { return !support::logText().empty(); }, support::kTimeout);
     refused_memory::newThreadsAre(refused_memory::kLoop);
     host.connect(false);
     host.notifications(refused_memory::kLoop, nullptr);

@@ -21,7 +21,8 @@ namespace {
 constexpr int kMostProcesses = 400;
 constexpr std::size_t kMostFramesShown = 12;
 constexpr int kMostShown = 20; // to find the names takes a while
-constexpr std::chrono::seconds kHang{600};
+// Thousands of allocations fail in one run of the host, one at a time.
+constexpr std::chrono::seconds kSweepTimeout{600};
 
 std::vector<std::string> wordsOf(const std::string& line) {
     std::istringstream words(line);
@@ -41,7 +42,7 @@ protected:
         bool goesOn = true;
         while (goesOn && processes < kMostProcesses) {
             ++processes;
-            const int code = support::runProgram(mHost, {what}, kHang);
+            const int code = support::runProgram(mHost, {what}, kSweepTimeout);
             goesOn = read(code);
         }
         for (const auto& [place, wrong] : mWrong) {

@@ -1,5 +1,7 @@
 #include "support/api/api_support.h"
 
+namespace support {
+
 DirectHandle::DirectHandle() {
     record->loop = std::make_shared<OUVLoop>();
     record->session = std::make_unique<DirectSession::Session>(record->loop);
@@ -16,3 +18,5 @@ bool FakeProcess::waitForEnd(std::chrono::milliseconds limit) {
     mSeen.packetsBefore = mStream != nullptr ? mStream->packets().size() : 0;
     return mEnds;
 }
+
+} // namespace support

@@ -10,6 +10,8 @@
 #include <list>
 #include <memory>
 
+namespace support {
+
 /// A record among the live handles, as initSonviaAudioService leaves it.
 class ListedRecord {
 public:
@@ -84,3 +86,5 @@ private:
     Seen& mSeen;
     const RecordingSocket* mStream;
 };
+
+} // namespace support

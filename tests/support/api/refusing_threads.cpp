@@ -6,6 +6,8 @@
 #include <atomic>
 #include <cerrno>
 
+namespace support {
+
 namespace {
 
 std::atomic<bool> refusing{false};
@@ -34,3 +36,5 @@ RefusingThreads::RefusingThreads() {
 RefusingThreads::~RefusingThreads() {
     refusing = false;
 }
+
+} // namespace support

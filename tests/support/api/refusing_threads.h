@@ -1,6 +1,8 @@
 // A system that has no thread to give. The test program's own pthread_create stands before the C library's.
 #pragma once
 
+namespace support {
+
 /// While it lives, no thread can be started. One at a time, on one thread.
 class RefusingThreads {
 public:
@@ -9,3 +11,5 @@ public:
     RefusingThreads(const RefusingThreads&) = delete;
     RefusingThreads& operator=(const RefusingThreads&) = delete;
 };
+
+} // namespace support

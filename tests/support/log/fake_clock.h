@@ -9,6 +9,8 @@
 #include <mutex>
 #include <vector>
 
+namespace support {
+
 /// A clock that stands where a test has put it, in a time zone the test chooses. Any thread.
 class FakeClock final : public platform::Clock {
 public:
@@ -79,3 +81,5 @@ private:
     std::mutex mLock;
     std::vector<unsigned> mSleeps;
 };
+
+} // namespace support

@@ -2,6 +2,8 @@
 
 #include <string>
 
+namespace support {
+
 /// Another program that keeps a file to itself: while this lives, nobody else opens or removes it. On Windows the file
 /// is open without sharing. Elsewhere nothing keeps a file so; a folder that is not empty stands in its place instead.
 class HeldFile {
@@ -17,3 +19,5 @@ private:
     void* mHandle = nullptr;
 #endif
 };
+
+} // namespace support

@@ -2,6 +2,8 @@
 
 #include <filesystem>
 
+namespace support {
+
 HeldFile::HeldFile(std::string path) : mPath(std::move(path)) {
     std::filesystem::remove(mPath);
     std::filesystem::create_directories(mPath + "/inside");
@@ -11,3 +13,5 @@ HeldFile::~HeldFile() {
     std::error_code ignored;
     std::filesystem::remove_all(mPath, ignored);
 }
+
+} // namespace support

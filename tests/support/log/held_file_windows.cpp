@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+namespace support {
+
 HeldFile::HeldFile(std::string path) : mPath(std::move(path)) {
     mHandle = CreateFileA(mPath.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS,
                           FILE_ATTRIBUTE_NORMAL, nullptr);
@@ -14,3 +16,5 @@ HeldFile::~HeldFile() {
     CloseHandle(mHandle);
     DeleteFileA(mPath.c_str());
 }
+
+} // namespace support

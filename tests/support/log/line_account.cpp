@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <cstring>
 
+namespace support {
+
 namespace {
 
 constexpr char kMark[] = "#number ";
@@ -95,3 +97,5 @@ LineAccount accountFor(const MemoryFiles& disk, const std::string& namePart) {
     }
     return account;
 }
+
+} // namespace support

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+namespace support {
+
 /// Pushes a line with that number and, in hundreds of bytes, about that size; false when it was refused.
 bool pushNumbered(orvel::log4z::LogerManager& manager, int id, int number, int size = 1);
 
@@ -31,3 +33,5 @@ struct LineAccount {
 
 /// Looks through the logs of the loggers whose files' names hold `namePart`. The disk must keep what is removed.
 LineAccount accountFor(const MemoryFiles& disk, const std::string& namePart);
+
+} // namespace support

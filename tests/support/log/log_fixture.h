@@ -4,17 +4,18 @@
 #include "support/log/fake_clock.h"
 #include "support/log/memory_files.h"
 #include "support/log/recording_console.h"
+#include "support/wait.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>
 
+namespace support {
+
 /// An engine of its own on a fake system.
 class LogEngine : public ::testing::Test {
 protected:
-    static constexpr unsigned kHangLimit = 60000; // ms; generous, no result depends on it
-
     orvel::log4z::LogSystem fakeSystem() {
         return {clock, files, console, "C:\\Program Files\\host.app.exe"};
     }
@@ -38,7 +39,7 @@ protected:
     /// Writes a line and waits until it is in its file: the clock may move then.
     void logNow(int id, const std::string& text, int level = orvel::log4z::kLevelError) {
         log(id, level, text);
-        ASSERT_TRUE(manager.flush(kHangLimit));
+        ASSERT_TRUE(manager.flush(kTimeoutMs));
     }
 
     FakeClock clock;
@@ -46,3 +47,5 @@ protected:
     RecordingConsole console;
     orvel::log4z::LogerManager manager{fakeSystem()};
 };
+
+} // namespace support

@@ -11,6 +11,8 @@
 #include <cstdlib>
 #include <utility>
 
+namespace support {
+
 namespace {
 
 constexpr std::int64_t kDay = 86400;
@@ -357,3 +359,5 @@ bool LogModel::mustDelete(std::int64_t now) const {
     const bool byRule[] = {isTooLarge, isTooOld, isTooLarge || isTooOld, isTooLarge && isTooOld};
     return history.size() > 500 || byRule[settings.type];
 }
+
+} // namespace support

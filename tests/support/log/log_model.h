@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+namespace support {
+
 struct ModelSettings {
     std::string name = "sonvia_Test";
     std::string path = "logs/";
@@ -118,3 +120,5 @@ std::string modelPath(const std::string& text);
 
 /// The time that a file's name tells, by a reading of its own.
 std::optional<std::int64_t> modelTimeInName(const std::string& name);
+
+} // namespace support

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+namespace support {
+
 namespace {
 
 /// One spelling for each path: single forward slashes, none at the end.
@@ -301,3 +303,5 @@ std::vector<platform::FolderEntry> MemoryFiles::list(const std::string& folder) 
     entries.resize(allowed(Call::List, entries.size()));
     return entries;
 }
+
+} // namespace support

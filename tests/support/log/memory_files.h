@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+namespace support {
+
 /// Files in memory, any of whose calls a test can make fail. Both separators are understood. Any thread.
 class MemoryFiles final : public platform::FileSystem {
 public:
@@ -119,3 +121,5 @@ private:
     bool mKeepsRemoved = false;
     std::vector<Removed> mRemoved;
 };
+
+} // namespace support

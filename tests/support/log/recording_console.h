@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+namespace support {
+
 /// Keeps what is printed. Any thread.
 class RecordingConsole final : public platform::Console {
 public:
@@ -78,3 +80,5 @@ private:
     std::vector<Coloured> mColoured;
     std::vector<std::string> mPlain;
 };
+
+} // namespace support

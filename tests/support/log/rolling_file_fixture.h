@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+namespace support {
+
 constexpr std::size_t kMb = 1048576;
 
 /// The zone of New York in 2026: clocks are put on at 2026-03-08 02:00 and back at 2026-11-01 02:00.
@@ -60,3 +62,5 @@ protected:
     orvel::log4z::ConsoleEcho console{screen};
     orvel::log4z::LoggerSlot slot{{clock, files, console}};
 };
+
+} // namespace support

@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <string>
 
+namespace support {
+
 /// A fresh folder of the running test's own under the working folder, removed with all in it at the end.
 class TestFolder {
 public:
@@ -30,3 +32,5 @@ public:
 private:
     std::string mPath;
 };
+
+} // namespace support

@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <sstream>
 
+namespace support {
+
 namespace {
 
 std::shared_ptr<SafetyDataDeal> makeContext(ProtectionFlags flags, const AesBlock& encryptIv,
@@ -100,3 +102,5 @@ std::string shownAddress(const void* address) {
     text << "0x" << std::hex << static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(address));
     return text.str();
 }
+
+} // namespace support

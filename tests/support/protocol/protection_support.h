@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+namespace support {
+
 using Bytes = std::vector<std::uint8_t>;
 using AesBlock = std::array<std::uint8_t, kAesBlockSize>;
 
@@ -53,3 +55,5 @@ Outcome decrypt(SafetyDataDeal& context, const Bytes& message);
 
 /// An address as the log shows it: its low half.
 std::string shownAddress(const void* address);
+
+} // namespace support

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+namespace support {
+
 OBufList chainOf(const wire::Bytes& bytes) {
     return chainOfPieces(bytes, bytes.size());
 }
@@ -60,3 +62,5 @@ std::vector<wire::Packet> RecordingProtocol::packets() const {
     }
     return packets;
 }
+
+} // namespace support

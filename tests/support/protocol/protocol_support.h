@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+namespace support {
+
 /// A chain of one piece.
 OBufList chainOf(const wire::Bytes& bytes);
 /// A chain of pieces of at most `pieceSize` bytes, each in a block of its own.
@@ -67,3 +69,5 @@ public:
     std::vector<Received> received;
     std::vector<const std::uint8_t*> payloadPlaces;
 };
+
+} // namespace support

@@ -8,6 +8,8 @@
 #include <future>
 #include <mutex>
 
+namespace support {
+
 namespace {
 
 struct Calls {
@@ -87,12 +89,12 @@ std::vector<Host::Call> Host::errors() {
     return copyOf(calls().errors);
 }
 
-bool Host::waitForEvents(std::size_t count) {
-    return support::eventually([count] { return events().size() >= count; });
+testing::AssertionResult Host::waitForEvents(std::size_t count) {
+    return reaches(count, "events", [] { return events().size(); });
 }
 
-bool Host::waitForErrors(std::size_t count) {
-    return support::eventually([count] { return errors().size() >= count; });
+testing::AssertionResult Host::waitForErrors(std::size_t count) {
+    return reaches(count, "errors", [] { return errors().size(); });
 }
 
 void Host::whenEvent(std::function<void(int, int)> hook) {
@@ -149,7 +151,7 @@ PipeSession::PipeSession() {
 #ifdef SIGPIPE
     std::signal(SIGPIPE, SIG_IGN); // a write to a pipe whose peer has gone must fail, not end the program
 #endif
-    OStreamPipe::pipeNamePrefix = support::uniquePipePrefix();
+    OStreamPipe::pipeNamePrefix = uniquePipePrefix();
     fullName = OStreamPipe::pipeNamePrefix + "QuPCAudio";
 }
 
@@ -165,8 +167,8 @@ PipeSession::~PipeSession() {
     peer = nullptr;
 }
 
-support::PipePeer& PipeSession::listen(support::PipePeer::Reads reads) {
-    peer = std::make_unique<support::PipePeer>(fullName, reads);
+PipePeer& PipeSession::listen(PipePeer::Reads reads) {
+    peer = std::make_unique<PipePeer>(fullName, reads);
     return *peer;
 }
 
@@ -178,16 +180,20 @@ void PipeSession::runLoop() {
 
 std::vector<wire::Packet> PipeSession::waitForPackets(std::size_t count) {
     std::vector<wire::Packet> packets;
-    support::eventually([&] {
+    EXPECT_TRUE(reaches(count, "packets", [&] {
         wire::Bytes bytes = wire::bytesOf(peer->received());
         packets = wire::takePackets(bytes);
-        return packets.size() >= count;
-    });
+        return packets.size();
+    }));
     return packets;
 }
 
-bool PipeSession::waitForStreamErrors(int count) const {
-    return support::eventually([&] { return session->streamErrors.load() >= count; });
+testing::AssertionResult PipeSession::waitForStreamErrors(std::size_t count) const {
+    return reaches(count, "stream errors", [this] { return session->streamErrors.load(); });
+}
+
+testing::AssertionResult PipeSession::waitForConnects(std::size_t count) const {
+    return reaches(count, "completed connects", [this] { return session->connects.load(); });
 }
 
 void PipeSession::Observed::onError(std::int32_t code) {
@@ -205,3 +211,5 @@ bool PipeSession::Observed::write(const OBufList& list) {
     refusedWrites += accepted ? 0 : 1;
     return accepted;
 }
+
+} // namespace support

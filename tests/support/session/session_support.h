@@ -17,6 +17,10 @@
 #include <utility>
 #include <vector>
 
+#include <gtest/gtest.h>
+
+namespace support {
+
 /// What the host's callbacks were called with. The callbacks are plain functions, so there is one host at a time:
 /// make one in each test.
 class Host {
@@ -35,8 +39,8 @@ public:
 
     static std::vector<Call> events();
     static std::vector<Call> errors();
-    static bool waitForEvents(std::size_t count);
-    static bool waitForErrors(std::size_t count);
+    static testing::AssertionResult waitForEvents(std::size_t count);
+    static testing::AssertionResult waitForErrors(std::size_t count);
     /// Are run inside the callbacks, after the call has been noted.
     static void whenEvent(std::function<void(int event, int value)> hook);
     static void whenError(std::function<void(int code, int value)> hook);
@@ -97,14 +101,16 @@ public:
     PipeSession& operator=(const PipeSession&) = delete;
 
     /// The service opens its pipe.
-    support::PipePeer& listen(support::PipePeer::Reads reads = support::PipePeer::Reads::kAtOnce);
+    PipePeer& listen(PipePeer::Reads reads = PipePeer::Reads::kAtOnce);
     void runLoop();
-    /// Waits for at least `count` packets and gives all there are; fewer when the guard ran out.
+    /// Waits for at least `count` packets and gives all there are. Fewer fail the test.
     std::vector<wire::Packet> waitForPackets(std::size_t count);
 
     void sendToSession(const wire::Bytes& bytes) { peer->send(wire::textOf(bytes)); }
 
-    bool waitForStreamErrors(int count) const;
+    testing::AssertionResult waitForStreamErrors(std::size_t count) const;
+    /// Until so many connects have completed.
+    testing::AssertionResult waitForConnects(std::size_t count) const;
 
     struct Observed : QuPCAudioMessage {
         using QuPCAudioMessage::QuPCAudioMessage;
@@ -117,10 +123,12 @@ public:
     };
 
     std::string fullName;
-    std::unique_ptr<support::PipePeer> peer;
+    std::unique_ptr<PipePeer> peer;
     std::shared_ptr<OUVLoop> loop = std::make_shared<OUVLoop>();
     std::unique_ptr<Observed> session = std::make_unique<Observed>(loop);
 
 private:
     std::thread mThread;
 };
+
+} // namespace support

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+namespace support {
+
 /// What a FakeHandle was asked to do, in order. Outlives it.
 struct FakeHandleRecord {
     std::vector<std::string> steps;
@@ -78,3 +80,5 @@ inline void discardTimer(const OUVLoop& loop, uv_timer_t* timer) {
     }
     std::free(timer);
 }
+
+} // namespace support

@@ -8,6 +8,8 @@
 #include <memory>
 #include <utility>
 
+namespace support {
+
 /// A pipe whose libuv handle is never registered: what libuv would call is called by the test.
 class SocketOperations : public testing::Test {
 protected:
@@ -29,3 +31,5 @@ protected:
     Reports reports;
     uv_pipe_t mStream = {};
 };
+
+} // namespace support

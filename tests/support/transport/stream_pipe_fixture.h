@@ -8,6 +8,8 @@
 
 #include <memory>
 
+namespace support {
+
 /// A pipe, its loop, and the peer that it connects to.
 class StreamPipe : public PipeTest {
 protected:
@@ -25,8 +27,8 @@ protected:
     }
 
     /// A loop that runs, a peer, and a pipe connected to it that reads.
-    void connectToPeer(support::PipePeer::Reads reads = support::PipePeer::Reads::kAtOnce) {
-        peer = std::make_unique<support::PipePeer>(prefix + "p", reads);
+    void connectToPeer(PipePeer::Reads reads = PipePeer::Reads::kAtOnce) {
+        peer = std::make_unique<PipePeer>(prefix + "p", reads);
         makePipe();
         loop.run();
         connect();
@@ -37,5 +39,7 @@ protected:
     LoopThread loop;
     Reports reports;
     std::unique_ptr<TestPipe> pipe;
-    std::unique_ptr<support::PipePeer> peer;
+    std::unique_ptr<PipePeer> peer;
 };
+
+} // namespace support

@@ -1,10 +1,13 @@
 #include "support/transport/transport_support.h"
 
 #include "support/pipe_peer.h"
+#include "support/wait.h"
 #include "transport/loop_log.h"
 
 #include <algorithm>
 #include <csignal>
+
+namespace support {
 
 namespace {
 
@@ -62,24 +65,9 @@ std::shared_ptr<Signal> LoopThread::hold() {
     return released;
 }
 
-template <typename Change>
-void Reports::change(Change change) {
-    {
-        const std::lock_guard guard(mMutex);
-        change();
-    }
-    mChanged.notify_all();
-}
-
-template <typename Condition>
-bool Reports::waitFor(Condition condition) const {
-    std::unique_lock lock(mMutex);
-    return mChanged.wait_for(lock, support::kGuard, condition);
-}
-
 void Reports::attachTo(OBaseSocket& socket) {
     socket.setReadCallback([this](OBaseSocket*, const OBufList& list, std::int32_t) {
-        change([&] {
+        mMonitor.change([&] {
             for (const OBufView& view : list) {
                 mBytes.append(reinterpret_cast<const char*>(view.data()),
                               static_cast<std::size_t>(view.length));
@@ -87,45 +75,42 @@ void Reports::attachTo(OBaseSocket& socket) {
         });
     });
     socket.setWriteCallback([this](OBaseSocket*, const OBufList&, std::int32_t status) {
-        change([&] { mWrites.push_back(status); });
+        mMonitor.change([&] { mWrites.push_back(status); });
     });
     socket.setEventCallback([this](OBaseSocket*, std::int32_t code, std::int32_t status) {
-        change([&] { mEvents.emplace_back(code, status); });
+        mMonitor.change([&] { mEvents.emplace_back(code, status); });
     });
 }
 
 std::vector<Reports::Event> Reports::events() const {
-    const std::lock_guard guard(mMutex);
-    return mEvents;
+    return mMonitor.read([this] { return mEvents; });
 }
 
 std::string Reports::bytes() const {
-    const std::lock_guard guard(mMutex);
-    return mBytes;
+    return mMonitor.read([this] { return mBytes; });
 }
 
 std::vector<std::int32_t> Reports::writes() const {
-    const std::lock_guard guard(mMutex);
-    return mWrites;
+    return mMonitor.read([this] { return mWrites; });
 }
 
-bool Reports::waitForEvent(std::int32_t code) const {
-    return waitFor([this, code] {
+testing::AssertionResult Reports::waitForEvent(std::int32_t code) const {
+    return mMonitor.eventually("event " + std::to_string(code), [this, code] {
         return std::any_of(mEvents.begin(), mEvents.end(),
                            [code](const Event& e) { return e.first == code; });
     });
 }
 
-bool Reports::waitForEvents(std::size_t count) const {
-    return waitFor([this, count] { return mEvents.size() >= count; });
+testing::AssertionResult Reports::waitForEvents(std::size_t count) const {
+    return mMonitor.reaches(count, "events", [this] { return mEvents.size(); });
 }
 
-bool Reports::waitForBytes(std::size_t count) const {
-    return waitFor([this, count] { return mBytes.size() >= count; });
+testing::AssertionResult Reports::waitForBytes(std::size_t count) const {
+    return mMonitor.reaches(count, "bytes", [this] { return mBytes.size(); });
 }
 
-bool Reports::waitForWrites(std::size_t count) const {
-    return waitFor([this, count] { return mWrites.size() >= count; });
+testing::AssertionResult Reports::waitForWrites(std::size_t count) const {
+    return mMonitor.reaches(count, "completed writes", [this] { return mWrites.size(); });
 }
 
 std::int32_t Reports::statusOf(std::int32_t code) const {
@@ -141,10 +126,12 @@ OBufList listOf(const std::string& text) {
     return OBufList(1, OBufView::make(text.data(), text.size()));
 }
 
-PipeTest::PipeTest() : prefix(support::uniquePipePrefix()) {
+PipeTest::PipeTest() : prefix(uniquePipePrefix()) {
     OStreamPipe::pipeNamePrefix = prefix;
 }
 
 PipeTest::~PipeTest() {
     OStreamPipe::pipeNamePrefix.clear();
 }
+
+} // namespace support

@@ -9,22 +9,26 @@
 
 #include <gtest/gtest.h>
 
-#include <condition_variable>
 #include <functional>
 #include <future>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
-/// Waits for a one-time event, with a guard.
+namespace support {
+
+/// A one-time event.
 class Signal {
 public:
     void set() { mPromise.set_value(); }
 
-    bool wait() { return mPromise.get_future().wait_for(support::kGuard) == std::future_status::ready; }
+    testing::AssertionResult wait() {
+        return mPromise.get_future().wait_for(kTimeout) == std::future_status::ready
+                   ? testing::AssertionSuccess()
+                   : timedOut("no signal", kTimeout);
+    }
 
 private:
     std::promise<void> mPromise;
@@ -95,21 +99,15 @@ public:
     std::string bytes() const;
     std::vector<std::int32_t> writes() const;
 
-    bool waitForEvent(std::int32_t code) const;
-    bool waitForEvents(std::size_t count) const;
-    bool waitForBytes(std::size_t count) const;
-    bool waitForWrites(std::size_t count) const;
+    testing::AssertionResult waitForEvent(std::int32_t code) const;
+    testing::AssertionResult waitForEvents(std::size_t count) const;
+    testing::AssertionResult waitForBytes(std::size_t count) const;
+    testing::AssertionResult waitForWrites(std::size_t count) const;
     /// Status of the first event of that code; 1 when there is none.
     std::int32_t statusOf(std::int32_t code) const;
 
 private:
-    template <typename Change>
-    void change(Change change);
-    template <typename Condition>
-    bool waitFor(Condition condition) const;
-
-    mutable std::mutex mMutex;
-    mutable std::condition_variable mChanged;
+    Monitor mMonitor; // of what follows
     std::vector<Event> mEvents;
     std::string mBytes;
     std::vector<std::int32_t> mWrites;
@@ -128,3 +126,5 @@ protected:
 
     std::string prefix;
 };
+
+} // namespace support

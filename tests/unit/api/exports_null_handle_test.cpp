@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+using namespace support;
+
 namespace {
 
 constexpr const char* kTag = "SonviaPCAudioDll";

@@ -12,6 +12,7 @@
 #include <thread>
 #include <utility>
 
+using namespace support;
 using wire::intEntry;
 using wire::textEntry;
 
@@ -242,7 +243,7 @@ TEST_F(LiveHandle, EveryOtherFunctionMayBeCalledInsideACallback) {
         done = true;
     });
     names.sendToSession(notify(intEntry("change-mode", 1)));
-    EXPECT_TRUE(support::eventually([&done] { return done.load(); }));
+    EXPECT_TRUE(eventually("the callback has returned", [&done] { return done.load(); }));
     const std::vector<wire::Packet> packets = names.waitForPackets(4);
     ASSERT_EQ(packets.size(), 4U);
     EXPECT_EQ(accountOf(packets[1].payload), "someoneount");

@@ -4,10 +4,13 @@
 #include "support/api/api_support.h"
 #include "support/api/refusing_threads.h"
 #include "support/log_capture.h"
+#include "support/output_capture.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
+
+using namespace support;
 
 namespace {
 
@@ -65,12 +68,12 @@ TEST_F(RefusedThread, ForTheLoopLetsTheHandleBeReleasedByAHostThatTriesAgain) {
 
 TEST(RefusedWriterThread, LeavesTheManagerNotRunningUntilItIsStartedAgain) {
     orvel::log4z::LogerManager manager(orvel::log4z::LogSystem::real());
-    testing::internal::CaptureStdout();
+    OutputCapture output;
     {
         const RefusingThreads refusing;
         EXPECT_FALSE(manager.start());
     }
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "log: create log thread error! \r\n");
+    EXPECT_EQ(output.end(), "log: create log thread error! \n");
     EXPECT_FALSE(manager.stop());
     EXPECT_TRUE(manager.start());
     EXPECT_TRUE(manager.stop());

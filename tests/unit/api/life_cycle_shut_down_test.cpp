@@ -12,6 +12,8 @@
 #include <utility>
 #include <vector>
 
+using namespace support;
+
 namespace {
 
 constexpr const char* kTag = "SonviaPCAudioDll";

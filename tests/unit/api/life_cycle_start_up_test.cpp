@@ -4,6 +4,7 @@
 #include "SonviaPCAudioDll.h"
 #include "log/init_log.h"
 #include "log/write_log.h"
+#include "support/output_capture.h"
 #include "transport/loop_log.h"
 
 #include <gtest/gtest.h>
@@ -46,10 +47,10 @@ std::string logOf(Body body) {
         return text;
     };
     const std::size_t before = filed().size();
-    testing::internal::CaptureStdout();
+    support::OutputCapture output;
     body();
     orvel::FLUSHLOG();
-    const std::string shown = testing::internal::GetCapturedStdout();
+    const std::string shown = output.end();
     const std::string all = filed();
     return all.empty() ? shown : all.substr(before);
 }

@@ -6,6 +6,8 @@
 #include <memory>
 #include <thread>
 
+using namespace support;
+
 namespace {
 
 constexpr const char* kTag = "SonviaPCAudioDll";

@@ -19,6 +19,8 @@
 #include <utility>
 #include <vector>
 
+using namespace support;
+
 namespace {
 
 constexpr const char* kTag = "SonviaPCAudioDll";
@@ -215,11 +217,10 @@ TEST(LiveHandles, AReleaseWaitsForTheCallsUnderWay) {
     direct.record->process = std::make_unique<BusyProcess>([&releases] { releases = true; });
     std::future<bool> call =
         std::async(std::launch::async, [&direct] { return setAccountID(direct.handle, "someone"); });
-    ASSERT_TRUE(support::eventually([&slow] { return slow.begun.load(); }));
+    ASSERT_TRUE(eventually("the write has begun", [&slow] { return slow.begun.load(); }));
     std::future<bool> release =
         std::async(std::launch::async, [&direct] { return uninitSonviaAudioService(direct.handle); });
-    EXPECT_FALSE(
-        support::eventually([&releases] { return releases.load(); }, std::chrono::milliseconds(300)));
+    EXPECT_FALSE(poll([&releases] { return releases.load(); }, std::chrono::milliseconds(300)));
     slow.goOn.set_value();
     EXPECT_TRUE(call.get());
     EXPECT_TRUE(release.get());

@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstring>
 
+using namespace support;
+
 namespace {
 
 // The type is not the function's, which is what the sanitizer would tell and the test is about.

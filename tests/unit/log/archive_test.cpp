@@ -11,6 +11,7 @@
 #include <random>
 #include <string>
 
+using namespace support;
 using orvel::log4z::writeArchive;
 
 namespace {

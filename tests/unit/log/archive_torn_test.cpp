@@ -11,6 +11,7 @@
 #include <random>
 #include <string>
 
+using namespace support;
 using namespace orvel::log4z;
 
 namespace {
@@ -42,7 +43,7 @@ std::string archiveOf(const std::string& text) {
 
 /// The first lengths of an archive, then those in steps, then the last.
 bool isTried(std::size_t length, std::size_t whole) {
-    return support::longForm() || length < 30 || length + 30 > whole || length % 7 == 0;
+    return longForm() || length < 30 || length + 30 > whole || length % 7 == 0;
 }
 
 } // namespace

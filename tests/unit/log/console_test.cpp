@@ -14,6 +14,7 @@
 #include <windows.h>
 #endif
 
+using namespace support;
 using namespace orvel::log4z;
 
 TEST(ConsoleEcho, LevelsFromInfoUpHaveTheirColour) {

@@ -8,6 +8,7 @@
 #include "support/log/fake_clock.h"
 #include "support/log/line_account.h"
 #include "support/log/test_folder.h"
+#include "support/wait.h"
 
 #include <gtest/gtest.h>
 
@@ -18,12 +19,11 @@
 #include <new>
 #include <string>
 
+using namespace support;
 using namespace orvel;
 using namespace orvel::log4z;
 
 namespace {
-
-constexpr unsigned kHangLimit = 60000; // ms; generous, no result depends on it
 
 /// Takes no memory for what it is shown.
 class SilentConsole final : public platform::Console {
@@ -85,7 +85,7 @@ public:
             manager->pushLog(record, source, 1);
         }
         ++attempts;
-        EXPECT_TRUE(!isStarted || manager->flush(kHangLimit));
+        EXPECT_TRUE(!isStarted || manager->flush(kTimeoutMs));
     }
 
     /// The numbered lines in all logs and archives.
@@ -118,7 +118,7 @@ private:
 
 TEST(LogWithoutMemory, WhicheverRequestIsRefusedTheLifeGoesOnAndEveryLineIsFiledOrCounted) {
 #ifdef _WIN32
-    const int step = support::longForm() ? 1 : 6; // a life takes many times as long under Wine
+    const int step = longForm() ? 1 : 6; // a life takes many times as long under Wine
 #else
     const int step = 1;
 #endif

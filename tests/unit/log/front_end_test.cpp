@@ -8,6 +8,8 @@
 #include "log/write_log.h"
 #include "platform/thread_id.h"
 #include "support/log/log_fixture.h"
+#include "support/output_capture.h"
+#include "support/wait.h"
 
 #include <gtest/gtest.h>
 
@@ -19,6 +21,7 @@
 #include <thread>
 #include <vector>
 
+using namespace support;
 using namespace orvel;
 using namespace orvel::log4z;
 
@@ -33,11 +36,9 @@ std::string threadText() {
 /// What is printed while `body` runs, with line ends as on POSIX.
 template <typename Body>
 std::string printedBy(Body body) {
-    ::testing::internal::CaptureStdout();
+    OutputCapture output;
     body();
-    std::string text = ::testing::internal::GetCapturedStdout();
-    text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
-    return text;
+    return output.end();
 }
 
 /// The lines of all log files, without their ends.
@@ -211,7 +212,7 @@ TEST(FrontEnd, AMessageIsFormattedBeforeItsRecordIsTaken) {
     manager.setLoggerDisplay(id, false);
     ASSERT_TRUE(manager.start());
     ASSERT_TRUE(manager.loadHistory());
-    ASSERT_TRUE(manager.flush(60000));
+    ASSERT_TRUE(manager.flush(kTimeoutMs));
     clock.text[0] = 'A';
     LogerManager* const real = logFrontEnd.manager.exchange(&manager);
     const int realId = logFrontEnd.loggerId.exchange(id);

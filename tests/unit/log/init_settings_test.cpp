@@ -8,6 +8,7 @@
 #include <map>
 #include <string>
 
+using namespace support;
 using namespace orvel;
 using namespace orvel::log4z;
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <thread>
 
+using namespace support;
 using namespace orvel::log4z;
 
 namespace {

@@ -6,6 +6,7 @@
 
 #include <string>
 
+using namespace support;
 using namespace orvel::log4z;
 
 TEST(LogFile, LinesThatAFullBufferCannotHandOnAreCounted) {

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 
+using namespace support;
 using namespace orvel::log4z;
 
 namespace {

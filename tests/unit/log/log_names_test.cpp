@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+using namespace support;
 using namespace orvel::log4z;
 
 TEST(LogNames, AFileIsNamedAfterItsLoggerAndTheTimeOfItsFirstLine) {

@@ -3,6 +3,7 @@
 #include "support/effort.h"
 #include "support/log/line_account.h"
 #include "support/log/log_fixture.h"
+#include "support/wait.h"
 
 #include <gtest/gtest.h>
 
@@ -11,6 +12,7 @@
 #include <random>
 #include <string>
 
+using namespace support;
 using namespace orvel::log4z;
 
 namespace {
@@ -27,7 +29,7 @@ protected:
 
     void write(int id, int number, int size = 1) {
         EXPECT_TRUE(pushNumbered(manager, id, number, size));
-        ASSERT_TRUE(manager.flush(kHangLimit));
+        ASSERT_TRUE(manager.flush(kTimeoutMs));
     }
 };
 
@@ -51,7 +53,7 @@ TEST_F(LogOverTime, AClockThatStepsBothWaysLosesNoLineAndNoLimit) {
     constexpr std::int64_t kSteps[] = {1,     -1,    3,      -3,      59,       3600,
                                        -3600, 86400, -86400, 2678400, -2678400, 31622400};
     std::mt19937 random(20260309);
-    const int lines = support::rounds(1500, 30000);
+    const int lines = rounds(1500, 30000);
     std::int64_t years = 0;
     std::uint64_t largest = 0;
     for (int number = 0; number < lines; ++number) {
@@ -85,7 +87,7 @@ TEST_F(LogOverTime, AYearOfDaysWithARestartEachWeekKeepsWhatTheReserveTimeAllows
     manager.setLoggerMonthdir(id, true);
     manager.setLoggerVersion(id, "1");
     clock.setLocal({2026, 1, 1, 12, 0, 0});
-    const int days = support::rounds(365, 10 * 365);
+    const int days = rounds(365, 10 * 365);
     for (int day = 0; day < days; ++day) {
         if (day % 7 == 0) {
             manager.stop();
@@ -114,7 +116,7 @@ TEST_F(LogOverTime, OfSixHundredOldFilesTheOldestGoUntilFiveHundredAreLeft) {
     }
     ASSERT_TRUE(manager.start());
     manager.setLoggerDisplay(id, false); // comes after the folder has been read, as a line would
-    ASSERT_TRUE(manager.flush(kHangLimit));
+    ASSERT_TRUE(manager.flush(kTimeoutMs));
     EXPECT_EQ(files.pathsWith("sonvia_Test_").size(), 600u) << "nothing is deleted before a file is opened";
     write(id, 0);
     EXPECT_EQ(files.pathsWith("sonvia_Test_").size(), 501u);

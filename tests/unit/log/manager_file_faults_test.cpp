@@ -4,18 +4,19 @@
 #include "support/log/fake_clock.h"
 #include "support/log/line_account.h"
 #include "support/log/recording_console.h"
+#include "support/wait.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
+using namespace support;
 using namespace orvel::log4z;
 using Call = MemoryFiles::Call;
 using Kind = MemoryFiles::Kind;
 
 namespace {
 
-constexpr unsigned kHangLimit = 60000; // ms; generous, no result depends on it
 constexpr std::size_t kMb = 1048576;
 constexpr int kLines = 14;
 constexpr int kLastLines = 4; ///< written after file output was set again
@@ -109,7 +110,7 @@ private:
         disk.putShared("logs/" + name + ".log.zip", kLarge);
     }
 
-    bool line() { return pushNumbered(mManager, mId, mNumber++, 20) && mManager.flush(kHangLimit); }
+    bool line() { return pushNumbered(mManager, mId, mNumber++, 20) && mManager.flush(kTimeoutMs); }
 
     FakeClock mClock;
     RecordingConsole mConsole;
@@ -185,17 +186,17 @@ TEST(LogFaultsOfEachCall, EveryCallThatFailsOnceCostsAtMostItsOwnLinesAndAllAreA
             }
             ASSERT_FALSE(HasFailure());
         }
-        if (!support::longForm()) {
+        if (!longForm()) {
             break;
         }
     }
-    support::tried("log: one file call failing", lives, "lives of a logger");
+    tried("log: one file call failing", lives, "lives of a logger");
 }
 
 TEST(LogFaultsOfEachCall, EveryCallThatFailsFromSomeTimeOnLeavesAWriterThatAccountsForItsLines) {
     long long lives = 0;
     for (const CallName& entry : kCalls) {
-        if (!support::longForm() && entry.call != Call::Open && entry.call != Call::Write) {
+        if (!longForm() && entry.call != Call::Open && entry.call != Call::Write) {
             continue;
         }
         lives += failEach(entry, Kind::Refused, false, true);
@@ -204,5 +205,5 @@ TEST(LogFaultsOfEachCall, EveryCallThatFailsFromSomeTimeOnLeavesAWriterThatAccou
         }
         ASSERT_FALSE(HasFailure());
     }
-    support::tried("log: file calls failing from one on", lives, "lives of a logger");
+    tried("log: file calls failing from one on", lives, "lives of a logger");
 }

@@ -1,6 +1,7 @@
 #include "support/log/log_fixture.h"
 
 #include "support/log/test_folder.h"
+#include "support/wait.h"
 
 #include <gtest/gtest.h>
 
@@ -11,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+using namespace support;
 using namespace orvel::log4z;
 
 namespace {
@@ -136,11 +138,7 @@ TEST_F(ManagerFiles, EveryLoggersHistoryIsReadAtTheStartAndItsLinesAreFlushedWit
     files.put("logs/sonvia_Second_2020-01-01-00-00-00.log", "old");
     manager.start();
     log(second, kLevelError, "alone");
-    unsigned waited = 0;
-    while (files.totalSize("sonvia_Second_") == 3 && ++waited < kHangLimit) {
-        platform::systemClock().sleep(1);
-    }
-    EXPECT_GT(files.totalSize("sonvia_Second_"), 3u);
+    EXPECT_TRUE(eventually("the line is in its file", [&] { return files.totalSize("sonvia_Second_") > 3; }));
     manager.stop();
     EXPECT_EQ(manager.slot(second).file.history().count(), 2u);
 }
@@ -149,11 +147,7 @@ TEST_F(ManagerFiles, LinesAreFlushedWithoutBeingAskedFor) {
     const int id = makeQuietLogger();
     manager.start();
     log(id, kLevelError, "alone");
-    unsigned waited = 0;
-    while (files.totalSize(".log") == 0 && ++waited < kHangLimit) {
-        platform::systemClock().sleep(1);
-    }
-    EXPECT_GT(files.totalSize(".log"), 0u);
+    EXPECT_TRUE(eventually("the line is in its file", [&] { return files.totalSize(".log") > 0; }));
 }
 
 TEST_F(ManagerFiles, AtMidnightTheNextLineGoesToANewFile) {
@@ -300,7 +294,7 @@ TEST_F(ManagerFiles, EveryFailingFileCallLeavesAWriterThatWrites) {
                 std::memset(record->content + record->contentLength, 'x', 2000);
                 record->contentLength += 2000;
                 EXPECT_TRUE(engine.pushLog(record, nullptr, 0));
-                ASSERT_TRUE(engine.flush(kHangLimit));
+                ASSERT_TRUE(engine.flush(kTimeoutMs));
                 clock.advance(86400);
             }
             engine.setLoggerOutFile(id, true);
@@ -327,7 +321,7 @@ TEST_F(ManagerFiles, LoadHistoryOnARunningManagerCountsWhatIsThere) {
     logNow(id, "line");
     files.put("logs/sonvia_Test_2020-01-01-00-00-00.log", "copied here");
     EXPECT_TRUE(manager.loadHistory());
-    ASSERT_TRUE(manager.flush(kHangLimit));
+    ASSERT_TRUE(manager.flush(kTimeoutMs));
     manager.stop();
     EXPECT_EQ(manager.slot(id).file.history().count(), 2u);
     EXPECT_EQ(manager.slot(id).file.history().writeLength(), files.totalSize("sonvia_Test_"));

@@ -6,6 +6,7 @@
 #include "support/log/line_account.h"
 #include "support/log/recording_console.h"
 #include "support/log/test_folder.h"
+#include "support/wait.h"
 
 #include <gtest/gtest.h>
 
@@ -16,11 +17,10 @@
 #include <string>
 #include <vector>
 
+using namespace support;
 using namespace orvel::log4z;
 
 namespace {
-
-constexpr unsigned kHangLimit = 60000; // ms; generous, no result depends on it
 
 class HeldFiles : public ::testing::Test {
 protected:
@@ -41,7 +41,7 @@ protected:
 
     void write(int number) {
         EXPECT_TRUE(pushNumbered(manager, id, number));
-        ASSERT_TRUE(manager.flush(kHangLimit));
+        ASSERT_TRUE(manager.flush(kTimeoutMs));
     }
 
     static std::vector<int> numbersOf(const std::string& path) {

@@ -4,6 +4,7 @@
 #include "support/effort.h"
 #include "support/log/line_account.h"
 #include "support/log/log_fixture.h"
+#include "support/wait.h"
 
 #include <gtest/gtest.h>
 
@@ -14,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+using namespace support;
 using namespace orvel::log4z;
 
 namespace {
@@ -52,7 +54,7 @@ std::size_t linesIn(const MemoryFiles& disk) {
 } // namespace
 
 TEST_F(ManyLoggers, TwentyLoggersAndEightProducersOnAFailingDiskAccountForEveryLine) {
-    const int lines = support::rounds(2000, 40000); // of each producer
+    const int lines = rounds(2000, 40000); // of each producer
     files.keepRemoved();
     for (int logger = 0; logger < LOGGER_MAX; ++logger) {
         const int id = makeQuietLogger(keyOf(logger).c_str());
@@ -101,11 +103,11 @@ TEST_F(ManyLoggers, AFullDiskCostsNoLineThatIsWrittenAfterwards) {
         for (auto line = random() % 40 + 1; line > 0; --line) {
             pushed += pushNumbered(manager, id, static_cast<int>(pushed), 3) ? 1 : 0;
         }
-        ASSERT_TRUE(manager.flush(kHangLimit));
+        ASSERT_TRUE(manager.flush(kTimeoutMs));
         files.failNothing();
         clock.advance(1);
         EXPECT_TRUE(pushNumbered(manager, id, static_cast<int>(pushed++), 3));
-        ASSERT_TRUE(manager.flush(kHangLimit));
+        ASSERT_TRUE(manager.flush(kTimeoutMs));
         const std::vector<int> newest = numbersIn(files.content(files.pathsWith("sonvia_Test_").back()));
         ASSERT_FALSE(newest.empty());
         ASSERT_EQ(newest.back(), static_cast<int>(pushed) - 1);

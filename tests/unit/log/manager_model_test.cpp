@@ -3,6 +3,7 @@
 #include "support/effort.h"
 #include "support/log/log_fixture.h"
 #include "support/log/log_model.h"
+#include "support/wait.h"
 
 #include <gtest/gtest.h>
 
@@ -10,11 +11,10 @@
 #include <random>
 #include <string>
 
+using namespace support;
 using namespace orvel::log4z;
 
 namespace {
-
-constexpr unsigned kHangLimit = 60000; // ms; generous, no result depends on it
 
 /// One sequence, done to an engine on files in memory and told to the model.
 class Sequence {
@@ -63,7 +63,7 @@ private:
     std::int64_t now() { return mClock.now().seconds; }
 
     /// The writer takes the time when it opens a file, so it must be done before the clock moves.
-    void sync() { ASSERT_TRUE(mManager.flush(kHangLimit)); }
+    void sync() { ASSERT_TRUE(mManager.flush(kTimeoutMs)); }
 
     /// The model looks into the archive that was just packed. Also, the C library's time zone, which packing and
     /// unpacking ask for, is guarded by a lock that the thread sanitizer does not see: not both at once.
@@ -232,7 +232,7 @@ private:
 } // namespace
 
 TEST(LogModelTest, AnyOrderOfSettingChangesLinesClockStepsAndRestartsGivesTheModelsFiles) {
-    const int sequences = support::rounds(200, 2000);
+    const int sequences = rounds(200, 2000);
     long long lines = 0;
     for (int seed = 1; seed <= sequences; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
@@ -242,6 +242,6 @@ TEST(LogModelTest, AnyOrderOfSettingChangesLinesClockStepsAndRestartsGivesTheMod
         lines += sequence.lines();
         ASSERT_FALSE(HasFailure());
     }
-    support::tried("log: sequences of settings and lines against the model", sequences, "sequences");
-    support::tried("log: lines in those sequences", lines, "lines");
+    tried("log: sequences of settings and lines against the model", sequences, "sequences");
+    tried("log: lines in those sequences", lines, "lines");
 }

@@ -2,6 +2,7 @@
 #include "platform/file_system.h"
 #include "support/log/log_fixture.h"
 #include "support/log/test_folder.h"
+#include "support/wait.h"
 
 #include <gtest/gtest.h>
 
@@ -9,6 +10,8 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+
+using namespace support;
 
 namespace {
 
@@ -30,7 +33,7 @@ void logsInto(const std::string& folder) {
     ASSERT_TRUE(manager.start());
     LogRecord* record = manager.makeRecord(id, kLevelError);
     ASSERT_TRUE(manager.pushLog(record, nullptr, 0));
-    ASSERT_TRUE(manager.flush(60000));
+    ASSERT_TRUE(manager.flush(kTimeoutMs));
     const auto found = listLogs(platform::systemFiles(), folder, "sonvia_Real", nullptr);
     ASSERT_EQ(found.size(), 1u) << folder;
     const std::string text = readAll(found[0].path); // while the engine has it open
@@ -58,7 +61,7 @@ TEST(RealFolder, ALogThatIsMovedAwayIsFollowedByAnother) {
     ASSERT_TRUE(manager.start());
     const auto write = [&] {
         ASSERT_TRUE(manager.pushLog(manager.makeRecord(id, kLevelError), nullptr, 0));
-        ASSERT_TRUE(manager.flush(60000));
+        ASSERT_TRUE(manager.flush(kTimeoutMs));
     };
     write();
     const auto found = listLogs(platform::systemFiles(), folder.path("logs"), "sonvia_Real", nullptr);

@@ -1,12 +1,14 @@
 // A writer thread that does not come, or comes late.
 
 #include "support/log/log_fixture.h"
+#include "support/wait.h"
 
 #include <atomic>
 #include <functional>
 #include <string>
 #include <thread>
 
+using namespace support;
 using namespace orvel::log4z;
 
 namespace {
@@ -35,8 +37,6 @@ struct LateThread {
 
 class ManagerStart : public ::testing::Test {
 protected:
-    static constexpr unsigned kHangLimit = 60000; // ms; generous, no result depends on it
-
     ~ManagerStart() override { onStart = nullptr; }
 
     void startLate() {
@@ -71,9 +71,8 @@ TEST_F(ManagerStart, AThreadThatCannotBeCreatedIsReportedAndTheSettingsQueuedMea
     EXPECT_EQ(console.timesPlain("log: create log thread error! \r\n"), 1);
     EXPECT_EQ(manager.slot(id).settings.name, "sonvia_Queued");
     EXPECT_TRUE(manager.setLoggerName(id, "sonvia_AtOnce"));
-    EXPECT_EQ(manager.slot(id).settings.name, "sonvia_AtOnce")
-        << "nothing waits for a thread that does not come";
-    EXPECT_TRUE(manager.flush(kHangLimit));
+    EXPECT_EQ(manager.slot(id).settings.name, "sonvia_AtOnce") << "nothing waits for a thread that does not come";
+    EXPECT_TRUE(manager.flush(kTimeoutMs));
     EXPECT_FALSE(manager.stop());
 }
 
@@ -97,7 +96,7 @@ TEST_F(ManagerStart, AThreadThatDoesNotComeInTimeIsReportedAndTakesWhatWasQueued
     EXPECT_FALSE(manager.start()) << "one is enough";
     EXPECT_EQ(console.timesColoured("log already start \r\n"), 1);
     late.gate.store(true);
-    ASSERT_TRUE(manager.flush(kHangLimit));
+    ASSERT_TRUE(manager.flush(kTimeoutMs));
     EXPECT_EQ(manager.slot(id).settings.name, "sonvia_Queued");
     EXPECT_TRUE(manager.isRunning());
     EXPECT_TRUE(manager.stop());

@@ -1,11 +1,13 @@
 #include "platform/thread_id.h"
 #include "support/log/log_fixture.h"
+#include "support/wait.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <string>
 
+using namespace support;
 using namespace orvel::log4z;
 
 namespace {
@@ -73,7 +75,7 @@ TEST_F(Manager, AStoppedManagerPrintsItsLineAndFreesTheRecord) {
     EXPECT_FALSE(log(id + 1, kLevelError, "no such logger"));
     EXPECT_EQ(console.timesPlain("11111111111 \n"), 1);
     manager.enableLogger(id, false);
-    manager.flush(kHangLimit);
+    manager.flush(kTimeoutMs);
     EXPECT_FALSE(log(id, kLevelError, "disabled"));
     EXPECT_EQ(console.timesPlain("11111111111 \n"), 2);
     EXPECT_TRUE(manager.stop());
@@ -222,7 +224,7 @@ TEST_F(Manager, ADisabledLoggersFileIsClosedAndItsWaitingLinesAreDropped) {
     manager.start();
     logNow(id, "before");
     manager.enableLogger(id, false);
-    ASSERT_TRUE(manager.flush(kHangLimit));
+    ASSERT_TRUE(manager.flush(kTimeoutMs));
     EXPECT_FALSE(manager.wouldLog(id, kLevelFatal));
     EXPECT_FALSE(manager.isLoggerEnabled(id));
     EXPECT_FALSE(manager.slot(id).file.isOpen());
@@ -238,10 +240,10 @@ TEST_F(Manager, BelowTwentyThousandWaitingRecordsNobodyIsHeldBack) {
 }
 
 TEST_F(Manager, FlushOfAStoppedManagerReturnsAtOnce) {
-    EXPECT_TRUE(manager.flush(kHangLimit)) << "nothing was ever pushed";
+    EXPECT_TRUE(manager.flush(kTimeoutMs)) << "nothing was ever pushed";
     const int id = makeQuietLogger();
     manager.start();
     log(id, kLevelError, "line");
     manager.stop();
-    EXPECT_TRUE(manager.flush(kHangLimit));
+    EXPECT_TRUE(manager.flush(kTimeoutMs));
 }

@@ -2,6 +2,7 @@
 
 #include "support/log/rolling_file_fixture.h"
 
+using namespace support;
 using namespace orvel::log4z;
 
 namespace {

@@ -6,6 +6,7 @@
 
 #include <set>
 
+using namespace support;
 using namespace orvel::log4z;
 
 namespace {

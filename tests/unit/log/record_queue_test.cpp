@@ -1,5 +1,7 @@
 #include "log/record_queue.h"
 
+#include "support/wait.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -10,12 +12,6 @@ using orvel::log4z::backPressureDelay;
 using orvel::log4z::heldBackFor;
 using orvel::log4z::LogRecord;
 using orvel::log4z::RecordQueue;
-
-namespace {
-
-constexpr unsigned kHangLimit = 60000; // ms
-
-} // namespace
 
 TEST(BackPressure, FortyThousandWaitingRecordsGiveADelayOfAHundredMilliseconds) {
     EXPECT_EQ(backPressureDelay(40000), 100u);
@@ -122,7 +118,7 @@ TEST(RecordQueue, ASleepingWriterIsWokenWhenEnoughRecordsWait) {
     queue.open();
     std::atomic<bool> woken{false};
     std::thread writer([&] {
-        queue.waitForRecords(3, kHangLimit);
+        queue.waitForRecords(3, support::kTimeoutMs);
         woken.store(true);
     });
     LogRecord record{};
@@ -139,7 +135,7 @@ TEST(RecordQueue, AWriterDoesNotSleepOnWaitingRecords) {
     queue.open();
     LogRecord record{};
     queue.push(&record, true);
-    queue.waitForRecords(1, kHangLimit); // returns at once, else the test runs into its limit
+    queue.waitForRecords(1, support::kTimeoutMs); // returns at once, else the test runs into its limit
     std::vector<LogRecord*> batch;
     queue.takeAll(batch);
     EXPECT_EQ(batch.size(), 1u);

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+using namespace support;
 using namespace orvel::log4z;
 
 namespace {

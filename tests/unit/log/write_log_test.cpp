@@ -10,6 +10,7 @@
 #include <string>
 #include <thread>
 
+using namespace support;
 using namespace orvel;
 using namespace orvel::log4z;
 

@@ -140,7 +140,7 @@ TEST_F(IdleWriter, IsNotWokenByTheDaysChange) {
     EXPECT_EQ(sleeps.wakeUps(), before);
     EXPECT_EQ(files.pathsWith(".log").size(), 1u) << "the next line opens the next file, and no sooner";
     push("the first line of another day");
-    ASSERT_TRUE(engine.flush(kHangLimit));
+    ASSERT_TRUE(engine.flush(support::kTimeoutMs));
     EXPECT_EQ(files.pathsWith(".log").size(), 2u);
 }
 
@@ -150,7 +150,7 @@ TEST_F(IdleWriter, IsWokenForASettingAndForAFlush) {
     EXPECT_TRUE(engine.setLoggerName(id, "sonvia_Other"));
     ASSERT_TRUE(sleeps.comeToRest());
     EXPECT_EQ(engine.slot(id).settings.name, "sonvia_Other");
-    EXPECT_TRUE(engine.flush(kHangLimit));
+    EXPECT_TRUE(engine.flush(support::kTimeoutMs));
 }
 
 TEST_F(IdleWriter, LooksAtAWatchedConfigurationAndRestsWhenItIsWatchedNoMore) {

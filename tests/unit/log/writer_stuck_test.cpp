@@ -1,11 +1,13 @@
 // What callers and the writer do while the writer stands still.
 
 #include "support/log/log_fixture.h"
+#include "support/wait.h"
 
 #include <atomic>
 #include <string>
 #include <vector>
 
+using namespace support;
 using namespace orvel::log4z;
 
 namespace {
@@ -35,7 +37,7 @@ protected:
 
     void shut() {
         ASSERT_TRUE(engine.start());
-        ASSERT_TRUE(engine.flush(kHangLimit));
+        ASSERT_TRUE(engine.flush(kTimeoutMs));
         stuck.go.store(false);
         push(kLevelTrace, "stuck here");
     }

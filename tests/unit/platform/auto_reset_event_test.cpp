@@ -1,22 +1,17 @@
 #include "platform/auto_reset_event.h"
 
 #include "platform/timeout.h"
+#include "support/wait.h"
 
 #include <gtest/gtest.h>
 
 #include <thread>
 
-namespace {
-
-constexpr unsigned kHangLimit = 60000; // ms
-
-} // namespace
-
 TEST(AutoResetEvent, ASignalBeforeTheSleepEndsItAtOnceAndOnlyOnce) {
     const auto event = platform::makeAutoResetEvent();
     event->signal();
     event->signal();
-    EXPECT_TRUE(event->wait(kHangLimit));
+    EXPECT_TRUE(event->wait(support::kTimeoutMs));
     EXPECT_FALSE(event->wait(1));
     EXPECT_FALSE(event->wait(0));
 }
@@ -33,7 +28,7 @@ TEST(AutoResetEvent, ASignalEndsASleepWithoutLimit) {
 TEST(AutoResetEvent, ASignalEndsASleep) {
     const auto event = platform::makeAutoResetEvent();
     bool woken = false;
-    std::thread sleeper([&] { woken = event->wait(kHangLimit); });
+    std::thread sleeper([&] { woken = event->wait(support::kTimeoutMs); });
     event->signal();
     sleeper.join();
     EXPECT_TRUE(woken);

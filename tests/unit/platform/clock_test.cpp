@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+using namespace support;
+
 TEST(LocalMidnight, IsNeverLaterThanTheMomentWhereMidnightHappensTwice) {
     // The clock goes back from 24:00 to 23:00 and midnight comes again an hour later.
     FakeClock clock([](std::int64_t utc) { return utc < 86400 ? std::int64_t{3600} : std::int64_t{0}; });

@@ -14,6 +14,7 @@
 #include <unistd.h>
 #endif
 
+using namespace support;
 using platform::OpenMode;
 
 namespace {

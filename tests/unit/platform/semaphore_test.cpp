@@ -1,18 +1,14 @@
 #include "platform/semaphore.h"
 
+#include "support/wait.h"
+
 #include <gtest/gtest.h>
 
 #include <thread>
 
-namespace {
-
-constexpr unsigned kHangLimit = 60000; // ms
-
-} // namespace
-
 TEST(Semaphore, GivesOutWhatWasPutInUpToItsMaximum) {
     platform::Semaphore semaphore(1, 2);
-    EXPECT_TRUE(semaphore.wait(kHangLimit));
+    EXPECT_TRUE(semaphore.wait(support::kTimeoutMs));
     EXPECT_FALSE(semaphore.wait(0));
     EXPECT_TRUE(semaphore.post());
     EXPECT_TRUE(semaphore.post());
@@ -25,7 +21,7 @@ TEST(Semaphore, GivesOutWhatWasPutInUpToItsMaximum) {
 TEST(Semaphore, WakesAWaitingThread) {
     platform::Semaphore semaphore(0, 64);
     bool woken = false;
-    std::thread waiter([&] { woken = semaphore.wait(kHangLimit); });
+    std::thread waiter([&] { woken = semaphore.wait(support::kTimeoutMs); });
     semaphore.post();
     waiter.join();
     EXPECT_TRUE(woken);

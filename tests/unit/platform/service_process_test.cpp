@@ -57,7 +57,7 @@ TEST_F(ServiceProcessTest, WaitForAServiceThatRunsEndsWithItsLimit) {
 TEST_F(ServiceProcessTest, WaitForAServiceThatEndsIsMet) {
     const auto process = start("no-pipe\nexit 3\n");
     ASSERT_NE(process, nullptr);
-    EXPECT_TRUE(process->waitForEnd(support::kGuard));
+    EXPECT_TRUE(process->waitForEnd(support::kProcessTimeout));
     EXPECT_TRUE(process->waitForEnd(0ms)) << "and stays met";
     EXPECT_FALSE(standin.running());
 }
@@ -71,10 +71,10 @@ TEST_F(ServiceProcessTest, KillAllEndsTheServiceAndItsChildren) {
         ASSERT_TRUE(support::processRuns(child.numberOf("pid"), "standin_child.exe"));
     }
     ServiceProcess::killAll();
-    EXPECT_TRUE(process->waitForEnd(support::kGuard));
+    EXPECT_TRUE(process->waitForEnd(support::kProcessTimeout));
     for (const support::Json& child : children) {
         const auto pid = child.numberOf("pid");
-        EXPECT_TRUE(support::eventually([pid] { return !support::processRuns(pid, "standin_child.exe"); }));
+        EXPECT_TRUE(support::processEnds(pid, "standin_child.exe"));
     }
 }
 
@@ -86,8 +86,8 @@ TEST_F(ServiceProcessTest, KillAllEndsEveryServiceEvenOneThatNobodyHolds) {
     ASSERT_NE(second, nullptr) << systemError;
     ASSERT_TRUE(standin.waitForEvent("start", 2));
     ServiceProcess::killAll();
-    EXPECT_TRUE(second->waitForEnd(support::kGuard));
-    EXPECT_TRUE(support::eventually([&] { return !support::processRuns(forgotten, "QuPCAudio.exe"); }));
+    EXPECT_TRUE(second->waitForEnd(support::kProcessTimeout));
+    EXPECT_TRUE(support::processEnds(forgotten, "QuPCAudio.exe"));
 }
 
 TEST_F(ServiceProcessTest, KillAllWithNothingToEndReturns) {
@@ -99,7 +99,7 @@ TEST_F(ServiceProcessTest, LivesOfServicesLeaveNoHandleOpen) {
     const auto live = [this] {
         const auto process = start("no-pipe\nexit 0\n");
         ASSERT_NE(process, nullptr);
-        EXPECT_TRUE(process->waitForEnd(support::kGuard));
+        EXPECT_TRUE(process->waitForEnd(support::kProcessTimeout));
     };
     live();
     live();
@@ -107,7 +107,8 @@ TEST_F(ServiceProcessTest, LivesOfServicesLeaveNoHandleOpen) {
     for (int i = 0; i < 4; ++i) {
         live();
     }
-    EXPECT_TRUE(support::eventually([&] { return support::ownSize().handles <= before; }));
+    EXPECT_TRUE(
+        support::eventually("no handle is left", [&] { return support::ownSize().handles <= before; }));
 }
 
 } // namespace

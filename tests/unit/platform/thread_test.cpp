@@ -2,13 +2,9 @@
 
 #include "platform/semaphore.h"
 
+#include "support/wait.h"
+
 #include <gtest/gtest.h>
-
-namespace {
-
-constexpr unsigned kGuard = 60000; // ms
-
-} // namespace
 
 TEST(Thread, RunsItsEntryAndTellsWhenItHasEnded) {
     platform::Thread thread;
@@ -17,7 +13,8 @@ TEST(Thread, RunsItsEntryAndTellsWhenItHasEnded) {
     for (int round = 0; round < 2; ++round) {
         platform::Semaphore go(0, 1);
         ASSERT_TRUE(thread.start(
-            [](void* semaphore) { static_cast<platform::Semaphore*>(semaphore)->wait(kGuard); }, &go));
+            [](void* semaphore) { static_cast<platform::Semaphore*>(semaphore)->wait(support::kTimeoutMs); },
+            &go));
         EXPECT_FALSE(thread.hasEnded());
         go.post();
         thread.join();

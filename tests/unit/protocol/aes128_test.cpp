@@ -8,6 +8,8 @@
 
 #include <cstring>
 
+using namespace support;
+
 namespace {
 
 /// Every test runs on each code that this processor has.

@@ -11,6 +11,7 @@
 #include <new>
 #include <vector>
 
+using namespace support;
 using wire::Bytes;
 using wire::Packet;
 

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <string>
 
+using namespace support;
 using wire::Bytes;
 using wire::packet;
 

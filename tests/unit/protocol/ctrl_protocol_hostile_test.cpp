@@ -11,7 +11,7 @@
 #include <random>
 #include <vector>
 
-using support::heapInUse;
+using namespace support;
 using wire::Bytes;
 
 namespace {

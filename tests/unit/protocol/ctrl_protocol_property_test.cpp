@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+using namespace support;
 using wire::Bytes;
 
 namespace {
@@ -100,7 +101,7 @@ Bytes protectedStream(const std::vector<wire::Packet>& packets, std::mt19937& ra
 } // namespace
 
 TEST(DepackProperty, AnyCutOfAnyStreamGivesTheSamePackets) {
-    const int streams = support::rounds(60, 1000);
+    const int streams = rounds(60, 1000);
     for (int seed = 0; seed < streams; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         std::mt19937 random(static_cast<unsigned>(seed));
@@ -118,11 +119,11 @@ TEST(DepackProperty, AnyCutOfAnyStreamGivesTheSamePackets) {
             ASSERT_TRUE(protocol.packets() == packets) << "cut " << cut;
         }
     }
-    support::tried("random cuts of random packet streams", 1LL * streams * kCutsOfEachStream, "cuts");
+    tried("random cuts of random packet streams", 1LL * streams * kCutsOfEachStream, "cuts");
 }
 
 TEST(DepackProperty, AnyCutOfAnyProtectedStreamGivesThePacketsThatWereSent) {
-    const int streams = support::rounds(40, 750);
+    const int streams = rounds(40, 750);
     LogCapture log; // a line for every message that is refused
     for (int seed = 0; seed < streams; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
@@ -139,5 +140,5 @@ TEST(DepackProperty, AnyCutOfAnyProtectedStreamGivesThePacketsThatWereSent) {
             ASSERT_TRUE(protocol.packets() == packets) << "cut " << cut;
         }
     }
-    support::tried("random cuts of random protected streams", 1LL * streams * kCutsOfEachStream, "cuts");
+    tried("random cuts of random protected streams", 1LL * streams * kCutsOfEachStream, "cuts");
 }

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+using namespace support;
 using wire::Bytes;
 using wire::packet;
 

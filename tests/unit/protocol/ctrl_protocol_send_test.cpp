@@ -8,6 +8,7 @@
 
 #include <memory>
 
+using namespace support;
 using wire::Bytes;
 
 TEST(SendCommand, EmptyPayloadWritesExactlyNineBytes) {

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+using namespace support;
 using wire::Bytes;
 
 namespace {

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+using namespace support;
+
 namespace {
 
 std::uint32_t reverseBytes(std::uint32_t value) {

@@ -9,6 +9,7 @@
 #include <map>
 #include <string>
 
+using namespace support;
 using wire::Bytes;
 using wire::intEntry;
 using wire::textEntry;

@@ -12,6 +12,7 @@
 #include <random>
 #include <string>
 
+using namespace support;
 using wire::Bytes;
 using Data = CtrlProtocol::KeyValueData;
 
@@ -90,7 +91,7 @@ TEST(KeyValueProperty, WhatIsBuiltIsReadBackHoweverItIsCut) {
             ASSERT_TRUE(ok);
         }
     }
-    support::tried("random payloads built and read back", rounds, "payloads");
+    tried("random payloads built and read back", rounds, "payloads");
 }
 
 TEST(KeyValueProperty, OfEntriesWithTheSameKeyTheLastOneWinsWhateverItsType) {
@@ -118,7 +119,7 @@ TEST(KeyValueProperty, OfEntriesWithTheSameKeyTheLastOneWinsWhateverItsType) {
             ASSERT_NO_FATAL_FAILURE(requireValue(data, entry)) << "key " << key;
         }
     }
-    support::tried("random payloads of duplicate keys", rounds, "payloads");
+    tried("random payloads of duplicate keys", rounds, "payloads");
 }
 
 TEST(KeyValueProperty, ThePlainDecoderOfTheTestsReadsWhatIsBuilt) {
@@ -176,5 +177,5 @@ TEST(KeyValueProperty, AnyBytesAreSurvived) {
                         wire::layoutOf(bytes[offset]).fixedWidth != 0);
         }
     }
-    support::tried("random bytes as a payload", rounds, "payloads");
+    tried("random bytes as a payload", rounds, "payloads");
 }

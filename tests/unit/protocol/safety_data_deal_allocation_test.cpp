@@ -14,6 +14,8 @@
 #include <utility>
 #include <vector>
 
+using namespace support;
+
 namespace {
 
 using Lines = std::vector<std::string>;
@@ -106,7 +108,7 @@ const std::string kJoinLine = "E Sonvia_Default: [CtrlProtocol::sendCommand:line
 const std::string kProtectLine = "E Sonvia_Default: [SafetyDataDeal::encryptData:line]malloc size:25 failed";
 
 /// A stream that takes no memory for a small packet and says in how many pieces the last one came.
-class RoomyStream : public support::KeptStream {
+class RoomyStream : public KeptStream {
 public:
     RoomyStream() { bytes.reserve(1000); }
 

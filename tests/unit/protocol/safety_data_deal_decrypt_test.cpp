@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <limits>
 
+using namespace support;
+
 namespace {
 
 using Lines = std::vector<std::string>;

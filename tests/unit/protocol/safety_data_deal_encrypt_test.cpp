@@ -10,6 +10,8 @@
 #include <cstring>
 #include <limits>
 
+using namespace support;
+
 namespace {
 
 using Lines = std::vector<std::string>;

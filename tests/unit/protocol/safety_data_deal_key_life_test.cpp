@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <new>
 
+using namespace support;
+
 namespace {
 
 using RoundKey = AesBlock;

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+using namespace support;
+
 namespace {
 
 /// Small payloads often, all remainders of the block size, now and then a large one.
@@ -14,7 +16,7 @@ Bytes randomPayload(std::mt19937& random) {
 
 TEST(ProtectionPropertyTest, EveryPayloadComesBackThroughAChainOfChangingFlags) {
     constexpr int kMessages = 1000;
-    const int chains = support::rounds(9, 300);
+    const int chains = rounds(9, 300);
     for (int seed = 11; seed < 11 + chains; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         std::mt19937 random(static_cast<unsigned>(seed));
@@ -35,12 +37,12 @@ TEST(ProtectionPropertyTest, EveryPayloadComesBackThroughAChainOfChangingFlags) 
             ASSERT_EQ(taken.data, payload) << "message " << message;
         }
     }
-    support::tried("payloads through chains of changing flags", 1LL * chains * kMessages, "payloads");
+    tried("payloads through chains of changing flags", 1LL * chains * kMessages, "payloads");
 }
 
 TEST(ProtectionPropertyTest, BothDirectionsOfAConnectionAreChainsOfTheirOwn) {
     std::mt19937 random(14);
-    const int messages = support::rounds(2000, 100000);
+    const int messages = rounds(2000, 100000);
     const auto left = nearContext({true, true, true});
     const auto right = farContext({true, true, true});
     for (int message = 0; message < messages; ++message) {
@@ -50,12 +52,12 @@ TEST(ProtectionPropertyTest, BothDirectionsOfAConnectionAreChainsOfTheirOwn) {
         const Bytes payload = randomPayload(random);
         ASSERT_EQ(decrypt(receiver, encrypt(sender, payload).data).data, payload) << message;
     }
-    support::tried("payloads through both directions of a connection", messages, "payloads");
+    tried("payloads through both directions of a connection", messages, "payloads");
 }
 
 TEST(ProtectionPropertyTest, RandomMessagesAreTakenWithinTheirSizeOrRefused) {
     std::mt19937 random(15);
-    const int messages = support::rounds(20000, 2000000);
+    const int messages = rounds(20000, 2000000);
     const auto receiver = farContext({});
     LogCapture log;
     for (int message = 0; message < messages; ++message) {
@@ -67,7 +69,7 @@ TEST(ProtectionPropertyTest, RandomMessagesAreTakenWithinTheirSizeOrRefused) {
         ASSERT_TRUE(taken.ok || !taken.hasBuffer);
         ASSERT_LE(taken.data.size(), bytes.size() - 3);
     }
-    support::tried("random protected messages", messages, "messages");
+    tried("random protected messages", messages, "messages");
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 
 #include <string>
 
+using namespace support;
 using wire::Bytes;
 using wire::intEntry;
 using wire::join;

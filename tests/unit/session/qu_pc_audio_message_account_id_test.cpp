@@ -6,6 +6,8 @@
 
 #include <string>
 
+using namespace support;
+
 namespace {
 
 class AccountId : public testing::Test {

@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+using namespace support;
+
 namespace {
 
 constexpr const char* kTag = "Sonvia_PCAudioMessage";

@@ -8,6 +8,8 @@
 #include <future>
 #include <string>
 
+using namespace support;
+
 namespace {
 
 constexpr const char* kTag = "Sonvia_PCAudioMessage";

@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 
+using namespace support;
 using wire::Bytes;
 using wire::intEntry;
 using wire::textEntry;
@@ -36,7 +37,7 @@ protected:
         ASSERT_TRUE(pipe.session->init(Host::record()));
         pipe.runLoop();
         ASSERT_EQ(pipe.waitForPackets(1).size(), 1U);
-        ASSERT_TRUE(support::eventually([this] { return pipe.session->connects.load() == 1; }));
+        ASSERT_TRUE(pipe.waitForConnects(1));
     }
 
     Host host;
@@ -115,7 +116,7 @@ TEST_F(Session, TheHostMayTryAgainInsideItsErrorCallback) {
     pipe.session->init(Host::record());
     pipe.runLoop();
     ASSERT_TRUE(Host::waitForErrors(3));
-    ASSERT_TRUE(support::eventually([this] { return pipe.session->connects.load() == 4; }));
+    ASSERT_TRUE(pipe.waitForConnects(4));
     EXPECT_EQ(pipe.waitForPackets(1).size(), 1U);
     EXPECT_EQ(Host::errors(), Calls(3, {-2, 0}));
 }
@@ -230,13 +231,14 @@ TEST_F(Session, CallbacksOnTheLoopThreadMayCallBackIntoTheSession) {
     ASSERT_EQ(packets.size(), 3U);
     EXPECT_EQ(accountOf(packets[1].payload), "abc account");
     EXPECT_EQ(koruInfoOf(packets[2].payload).size(), 6U);
-    EXPECT_TRUE(support::eventually([&done] { return done.load() == 1; })); // the service may be ahead of it
+    EXPECT_TRUE(eventually("the callback has returned",
+                           [&done] { return done.load() == 1; })); // the service may be ahead of it
 }
 
 TEST_F(Session, AStopThatComesBeforeTheConnectIsDoneFollowsTheDeviceInformation) {
     constexpr std::uint16_t kStop = 8193;
     PipeSession hasty;
-    support::PipePeer& service = hasty.listen();
+    PipePeer& service = hasty.listen();
     ASSERT_TRUE(hasty.session->init(Host::record()));
     ASSERT_TRUE(service.waitForConnections(1)); // the service has taken it, the session has not heard of that
     hasty.session->stopService(seriesFrom(1));
@@ -249,11 +251,11 @@ TEST_F(Session, AStopThatComesBeforeTheConnectIsDoneFollowsTheDeviceInformation)
 
 TEST_F(Session, DestroyingASessionClosesItsEndOfThePipe) {
     auto other = std::make_unique<PipeSession>();
-    support::PipePeer& service = other->listen();
+    PipePeer& service = other->listen();
     other->session->init(Host::record());
     other->runLoop();
     ASSERT_TRUE(service.waitForConnections(1));
-    std::unique_ptr<support::PipePeer> survivor = std::move(other->peer);
+    std::unique_ptr<PipePeer> survivor = std::move(other->peer);
     other = nullptr;
     EXPECT_TRUE(survivor->waitForEnd());
 }
@@ -268,11 +270,11 @@ TEST_F(Session, ServiceThatDoesNotReadCostsABoundedNumberOfUnsentBytes) {
     constexpr int kMost =
         60000; // more than the bound holds of the shortest packets that carry a text of 255 bytes
     PipeSession stuffed;
-    stuffed.listen(support::PipePeer::Reads::kWhenTold);
+    stuffed.listen(PipePeer::Reads::kWhenTold);
     LogCapture log;
     ASSERT_TRUE(stuffed.session->init(Host::record()));
     stuffed.runLoop();
-    ASSERT_TRUE(support::eventually([&] { return stuffed.session->connects.load() == 1; }));
+    ASSERT_TRUE(stuffed.waitForConnects(1));
     const std::string text(255, 'a');
     int sent = 0;
     while (stuffed.session->refusedWrites.load() == 0 && sent < kMost) {

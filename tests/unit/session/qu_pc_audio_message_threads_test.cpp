@@ -14,6 +14,7 @@
 #include <string>
 #include <thread>
 
+using namespace support;
 using wire::Bytes;
 
 namespace {
@@ -79,10 +80,10 @@ TEST(SessionThreads, ARecordThatRacesWithACompletingConnectNeverBreaksTheConnect
         });
         pipe.runLoop();
         racer.join();
-        ASSERT_TRUE(support::eventually([&pipe] { return pipe.session->connects.load() >= 1; }));
+        ASSERT_TRUE(pipe.waitForConnects(1));
         ASSERT_TRUE(pipe.session->setAccountID("last"));
         std::vector<wire::Packet> packets;
-        ASSERT_TRUE(support::eventually([&] {
+        ASSERT_TRUE(eventually("the account arrives last", [&] {
             packets = pipe.waitForPackets(1);
             return !packets.empty() && accountOf(packets.back().payload) != "<none>";
         }));
@@ -149,7 +150,7 @@ TEST(SessionThreads, EveryCallAtOnceFromFourThreadsWhileNotificationsArrive) {
     ASSERT_TRUE(pipe.session->init(Host::record()));
     pipe.runLoop();
     // The device information arrives before the connection is complete; until then a record is refused.
-    ASSERT_TRUE(support::eventually([&pipe] { return pipe.session->connects.load() >= 1; }));
+    ASSERT_TRUE(pipe.waitForConnects(1));
     ASSERT_EQ(pipe.waitForPackets(1).size(), 1U);
     std::vector<std::thread> threads;
     for (int thread = 0; thread < 4; ++thread) {

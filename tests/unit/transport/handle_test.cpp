@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+using namespace support;
+
 namespace {
 
 using Steps = std::vector<std::string>;

@@ -5,6 +5,7 @@
 #include "platform/thread_id.h"
 #include "support/transport/fake_handle.h"
 #include "support/transport/transport_support.h"
+#include "support/wait.h"
 #include "transport/loop_log.h"
 
 #include <gtest/gtest.h>
@@ -15,6 +16,8 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+using namespace support;
 
 namespace {
 
@@ -218,7 +221,7 @@ TEST(LoopDispatch, CallsOfManyThreadsNeverOverlapWhateverTheLoopDoes) {
                 }
             });
         }
-        EXPECT_TRUE(support::eventually([&] { return ready.load() == 4; }));
+        EXPECT_TRUE(reaches(4, "threads ready", [&] { return ready.load(); }));
         loop.run();
         std::this_thread::yield();
         loop.stop();

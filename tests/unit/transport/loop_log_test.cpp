@@ -1,11 +1,14 @@
 #include "transport/loop_log.h"
 
+#include "support/output_capture.h"
 #include "support/transport/transport_support.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
+
+using namespace support;
 
 namespace {
 
@@ -29,9 +32,9 @@ TEST(LoopLog, LongLineIsCut) {
 
 TEST(LoopLog, WithoutASinkTheLineGoesToTheLog) {
     setLoopLogSink({});
-    testing::internal::CaptureStdout();
+    OutputCapture output;
     logLoopLine(kLogError, "Tag", "%s", "a 100% line");
-    const std::string printed = testing::internal::GetCapturedStdout();
+    const std::string printed = output.end();
     quietLoopLog();
     EXPECT_NE(printed.find("a 100% line"), std::string::npos) << printed;
 }

@@ -3,6 +3,7 @@
 #include "transport/loop.h"
 
 #include "support/transport/transport_support.h"
+#include "support/wait.h"
 #include "transport/loop_log.h"
 
 #include <gtest/gtest.h>
@@ -16,6 +17,8 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+using namespace support;
 
 namespace {
 
@@ -190,7 +193,7 @@ TEST(LoopTasks, PostsThatRaceWithTheShutdownEitherRunOrAreDestroyed) {
                 }
             });
         }
-        EXPECT_TRUE(support::eventually([&] { return ran.load() > 0; }));
+        EXPECT_TRUE(reaches(1, "tasks", [&] { return ran.load(); }));
         loop.stop();
         for (std::thread& thread : threads) {
             thread.join();

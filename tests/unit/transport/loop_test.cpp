@@ -6,12 +6,15 @@
 #include "transport/loop_log.h"
 
 #include "support/process.h"
+#include "support/wait.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <thread>
 #include <vector>
+
+using namespace support;
 
 namespace {
 
@@ -196,7 +199,7 @@ TEST(Loop, IsDestroyedWithItsLastShare) {
     auto loop = newLoop();
     const std::weak_ptr<OUVLoop> watch = loop;
     std::thread thread([share = loop] { share->run(); });
-    EXPECT_TRUE(support::eventually([&] { return loop->stop() == 0; }));
+    EXPECT_TRUE(eventually("the loop accepts its stop", [&] { return loop->stop() == 0; }));
     thread.join();
     loop.reset();
     EXPECT_TRUE(watch.expired()) << "the shutdown task keeps no share";
@@ -204,11 +207,11 @@ TEST(Loop, IsDestroyedWithItsLastShare) {
 
 TEST(Loop, LoopsThatNeverRanLeaveNoHandleOpen) {
     newLoop().reset(); // what libuv opens once for the process
-    const std::size_t before = support::ownSize().handles;
+    const std::size_t before = ownSize().handles;
     for (int i = 0; i < 20; ++i) {
         newLoop().reset();
     }
-    EXPECT_EQ(support::ownSize().handles, before);
+    EXPECT_EQ(ownSize().handles, before);
 }
 
 TEST(Loop, LoopsThatRanLeaveNoHandleOpen) {
@@ -219,12 +222,12 @@ TEST(Loop, LoopsThatRanLeaveNoHandleOpen) {
     };
     live();
     live();
-    const std::size_t before = support::ownSize().handles;
+    const std::size_t before = ownSize().handles;
     for (int i = 0; i < 20; ++i) {
         live();
     }
     // A thread that has ended may keep its handle for a moment under Windows.
-    EXPECT_TRUE(support::eventually([&] { return support::ownSize().handles <= before; }));
+    EXPECT_TRUE(eventually("no handle is left", [&] { return ownSize().handles <= before; }));
 }
 
 TEST(Loop, LoopsOfSeveralThreadsMayComeAndGoAtOnce) {

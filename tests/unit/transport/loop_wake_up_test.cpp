@@ -8,6 +8,8 @@
 #include <future>
 #include <mutex>
 
+using namespace support;
+
 namespace {
 
 std::function<void()> beforeWakeUp;

@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <memory>
 
+using namespace support;
+
 namespace {
 
 class ReadWithoutMemory : public SocketOperations {

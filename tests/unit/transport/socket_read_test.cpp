@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+using namespace support;
+
 namespace {
 
 TEST_F(SocketOperations, ReadBufferIsAFreshBlockOfTheSuggestedSize) {

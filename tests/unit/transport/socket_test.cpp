@@ -12,9 +12,10 @@
 #include <thread>
 #include <vector>
 
+using namespace support;
+
 namespace {
 
-using support::PipePeer;
 using Steps = std::vector<std::string>;
 
 std::shared_ptr<OUVLoop> newLoop() {

@@ -1,6 +1,9 @@
 // The accepting side of a pipe.
 
 #include "support/transport/stream_pipe_fixture.h"
+#include "support/wait.h"
+
+using namespace support;
 
 namespace {
 
@@ -34,7 +37,7 @@ TEST_F(AcceptingPipe, AcceptedConnectionIsReportedAndCarriesBytes) {
     Reports acceptedReports;
     acceptedReports.attachTo(accepted);
     // The listener learns of the client in a turn of the loop of its own.
-    ASSERT_TRUE(support::eventually([&] {
+    ASSERT_TRUE(eventually("the listener accepts the client", [&] {
         bool done = false;
         loop.call([&] { done = accepted.accept(server()); });
         return done;

@@ -6,9 +6,9 @@
 #include <thread>
 #include <vector>
 
-namespace {
+using namespace support;
 
-using support::PipePeer;
+namespace {
 
 constexpr std::size_t kSixteenMegabytes = 16U << 20U;
 

@@ -2,6 +2,7 @@
 // once, and no service has to.
 
 #include "support/transport/stream_pipe_fixture.h"
+#include "support/wait.h"
 
 #include <gtest/gtest.h>
 
@@ -11,6 +12,8 @@
 #include <cstring>
 #include <string>
 #include <winsock2.h>
+
+using namespace support;
 
 namespace {
 
@@ -116,7 +119,7 @@ TEST_F(SplitFrame, OwnerThatStopsReadingInThePauseHearsNothingMore) {
 TEST_F(SplitFrame, HalfAHeaderIsGivenUpWhenTheLoopIsToStop) {
     send(frameHeader(5).substr(0, 8));
     EXPECT_EQ(loop->stop(), 0);
-    EXPECT_TRUE(support::eventually([this] {
+    EXPECT_TRUE(eventually("the loop stops", [this] {
         pipe->interruptReading();
         return loop->waitForStop(std::chrono::milliseconds(20));
     }));

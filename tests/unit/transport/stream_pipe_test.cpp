@@ -10,9 +10,10 @@
 #include <thread>
 #include <vector>
 
+using namespace support;
+
 namespace {
 
-using support::PipePeer;
 using Events = std::vector<Reports::Event>;
 
 TEST_F(StreamPipe, FreshPipeHasNothing) {

@@ -14,6 +14,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+using namespace support;
+
 namespace {
 
 std::size_t openDescriptors() {
