@@ -1,11 +1,11 @@
 #include "support/session/session_support.h"
 
+#include "log/write_log.h"
 #include "support/wait.h"
 
 #include <algorithm>
 #include <csignal>
 #include <cstring>
-#include <future>
 #include <mutex>
 
 namespace support {
@@ -147,6 +147,11 @@ void DirectSession::receive(const wire::Bytes& payload, std::uint16_t cmdType) {
     session.onRead(chainOf(wire::packet(cmdType, 0, payload)), 0);
 }
 
+bool LoggingSocket::write(const OBufList& list) {
+    writeLog(kLogInfo, kLogTagSession, "[%s:%d]written", "LoggingSocket::write", __LINE__);
+    return RecordingSocket::write(list);
+}
+
 PipeSession::PipeSession() {
 #ifdef SIGPIPE
     std::signal(SIGPIPE, SIG_IGN); // a write to a pipe whose peer has gone must fail, not end the program
@@ -176,6 +181,12 @@ void PipeSession::runLoop() {
     std::promise<void> entered;
     mThread = std::thread([this, &entered] { loop->run([&entered] { entered.set_value(); }); });
     entered.get_future().wait();
+}
+
+std::shared_ptr<std::promise<void>> PipeSession::holdLoop() {
+    auto released = std::make_shared<std::promise<void>>();
+    loop->post([held = released->get_future().share()] { held.wait(); });
+    return released;
 }
 
 std::vector<wire::Packet> PipeSession::waitForPackets(std::size_t count) {

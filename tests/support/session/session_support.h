@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <future>
 #include <memory>
 #include <string>
 #include <thread>
@@ -55,6 +56,11 @@ std::vector<std::pair<std::string, std::string>> koruInfoOf(const wire::Bytes& p
 /// The account id of a payload with that one entry; "<none>" for any other.
 std::string accountOf(const wire::Bytes& payload);
 wire::Bytes notify(const wire::Bytes& payload);
+
+/// A stream that says "written" in the log at each write: for the order of lines and writes.
+struct LoggingSocket : RecordingSocket {
+    bool write(const OBufList& list) override;
+};
 
 /// A session without a pipe: what it sends is kept, what it receives the test hands over. No loop runs, so all
 /// happens on the test's thread, inside its calls.
@@ -103,6 +109,8 @@ public:
     /// The service opens its pipe.
     PipePeer& listen(PipePeer::Reads reads = PipePeer::Reads::kAtOnce);
     void runLoop();
+    /// Keeps the loop thread inside a task until the promise is set: no connect completes meanwhile.
+    std::shared_ptr<std::promise<void>> holdLoop();
     /// Waits for at least `count` packets and gives all there are. Fewer fail the test.
     std::vector<wire::Packet> waitForPackets(std::size_t count);
 

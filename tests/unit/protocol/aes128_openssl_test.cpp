@@ -1,5 +1,6 @@
 #include "protocol/aes128.h"
 
+#include "support/protocol/aes128_fixture.h"
 #include "support/protocol/protection_support.h"
 
 #include <gtest/gtest.h>
@@ -41,19 +42,7 @@ private:
     std::unique_ptr<EVP_CIPHER_CTX, FreeCipher> mCipher{EVP_CIPHER_CTX_new()};
 };
 
-class Aes128PeerTest : public testing::TestWithParam<bool> {
-protected:
-    void SetUp() override {
-        if (GetParam()) {
-            mCode = aes128Instructions();
-            if (mCode == nullptr) {
-                GTEST_SKIP() << "this processor has no AES instructions";
-            }
-        }
-    }
-
-    const Aes128Implementation* mCode = &aes128Portable();
-};
+using Aes128PeerTest = EachAes128;
 
 TEST_P(Aes128PeerTest, ChainsOfRandomMessagesAreThoseOfOpenSsl) {
     std::mt19937 random(7);

@@ -1,5 +1,6 @@
 #include "protocol/aes128.h"
 
+#include "support/protocol/aes128_fixture.h"
 #include "support/protocol/protection_support.h"
 
 #include "protocol/cpu_features.h"
@@ -12,18 +13,8 @@ using namespace support;
 
 namespace {
 
-/// Every test runs on each code that this processor has.
-class Aes128Test : public testing::TestWithParam<bool> {
+class Aes128Test : public EachAes128 {
 protected:
-    void SetUp() override {
-        if (GetParam()) {
-            mCode = aes128Instructions();
-            if (mCode == nullptr) {
-                GTEST_SKIP() << "this processor has no AES instructions";
-            }
-        }
-    }
-
     Aes128State encryption(const Bytes& key, const Bytes& iv) const {
         Aes128State state;
         mCode->expandForEncryption(key.data(), state);
@@ -51,8 +42,6 @@ protected:
         Aes128State back = decryption(key, iv);
         EXPECT_EQ(run(back, encrypted, false), plain);
     }
-
-    const Aes128Implementation* mCode = &aes128Portable();
 };
 
 const Bytes kZeroBlock(kAesBlockSize);

@@ -1,4 +1,3 @@
-#include "log/write_log.h"
 #include "support/log_capture.h"
 #include "support/session/session_support.h"
 
@@ -37,14 +36,7 @@ TEST_F(AccountId, IsSentAsANotifyAndLogged) {
 }
 
 TEST_F(AccountId, IsLoggedWhenItHasBeenSent) {
-    struct Telling : RecordingSocket {
-        bool write(const OBufList& list) override {
-            writeLog(kLogInfo, kLogTagSession, "[%s:%d]written", "Telling::write", __LINE__);
-            return RecordingSocket::write(list);
-        }
-    };
-
-    Telling stream;
+    LoggingSocket stream;
     direct.session.setStream(&stream);
     LogCapture log;
     EXPECT_TRUE(direct.session.setAccountID("someone"));

@@ -55,14 +55,7 @@ TEST_F(ConnectionState, SuccessIsLoggedAndThenSendsTheDeviceInformation) {
 }
 
 TEST_F(ConnectionState, ReadingBeginsBeforeTheLineAndTheSendComesAfterItsOwn) {
-    struct Telling : RecordingSocket {
-        bool write(const OBufList& list) override {
-            writeLog(kLogInfo, kTag, "[%s:%d]written", "Telling::write", __LINE__);
-            return RecordingSocket::write(list);
-        }
-    };
-
-    Telling stream;
+    LoggingSocket stream;
     direct.session.setStream(&stream);
     direct.session.whenReadStart = [] { writeLog(kLogInfo, kTag, "[%s:%d]reading", "test", __LINE__); };
     LogCapture log;

@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <future>
 #include <string>
 
 using namespace support;
@@ -150,28 +149,26 @@ TEST_F(DeviceInfo, TheRecordIsCopiedAndMayBeReused) {
 TEST_F(DeviceInfo, AConnectUnderWayRefusesAnotherOneAndSaysSo) {
     PipeSession pipe;
     pipe.runLoop();
-    std::promise<void> release;
-    pipe.loop->post([held = release.get_future().share()] { held.wait(); }); // so the connect cannot complete
+    const auto release = pipe.holdLoop();
     ASSERT_TRUE(pipe.session->init(Host::record()));
     LogCapture log;
     EXPECT_FALSE(pipe.session->init(Host::record()));
     EXPECT_EQ(log.lines(kTag),
               (std::vector<LogLine>{{'E', kTag, "QuPCAudioMessage::init", 0, "connect failed 0."}}));
-    release.set_value();
+    release->set_value();
 }
 
 TEST_F(DeviceInfo, ARecordThatIsRefusedDuringAConnectIsTheOneThatIsSent) {
     PipeSession pipe;
     pipe.listen();
     pipe.runLoop();
-    std::promise<void> release;
-    pipe.loop->post([held = release.get_future().share()] { held.wait(); });
+    const auto release = pipe.holdLoop();
     LogCapture quiet;
     ASSERT_TRUE(pipe.session->init(Host::record()));
     AudioServiceParam later = Host::record();
     setText(later.model, "later");
     EXPECT_FALSE(pipe.session->init(later));
-    release.set_value();
+    release->set_value();
     const std::vector<wire::Packet> packets = pipe.waitForPackets(1);
     ASSERT_EQ(packets.size(), 1U);
     EXPECT_EQ(koruInfoOf(packets[0].payload).at(3).second, "later");
