@@ -1,7 +1,8 @@
+#!/usr/bin/python3
 """What hosts were compiled against: the manifest src/api/abi.json, made from the built DLL and the public header.
 
-usage: scripts/abi            writes the manifest
-       scripts/abi --check    names what differs from it, and exits with 1 when something does
+usage: scripts/abi.py            writes the manifest
+       scripts/abi.py --check    names what differs from it, and exits with 1 when something does
 """
 import difflib
 import json
@@ -10,7 +11,7 @@ import subprocess
 import sys
 from pathlib import Path
 
-import pe
+import pefile
 
 ROOT = Path(__file__).resolve().parent.parent
 DLL = ROOT / "build" / "windows" / "bin" / "SonviaPCAudioDll.dll"
@@ -19,15 +20,24 @@ MANIFEST = "src/api/abi.json"
 CLANG = ["clang-14", "--target=x86_64-w64-mingw32", "-x", "c", "-std=c11", "-fsyntax-only"]
 
 
+def exports(dll):
+    return {symbol.name.decode() for symbol in dll.DIRECTORY_ENTRY_EXPORT.symbols}
+
+
+def imports(dll):
+    """The imported functions by the name of their DLL, in small letters; one without a name is "#" and its number."""
+    return {module.dll.decode().lower(): {one.name.decode() if one.name else f"#{one.ordinal}" for one in module.imports}
+            for module in getattr(dll, "DIRECTORY_ENTRY_IMPORT", [])}
+
+
 def clang(header, *options):
     return subprocess.run([*CLANG, *options, header], check=True, capture_output=True, text=True).stdout
 
 
 def declarations(header):
     """clang's tree of the header alone, without what that includes."""
-    tree = json.loads(clang(header, "-Xclang", "-ast-dump=json"))
     own = False
-    for node in tree["inner"]:
+    for node in json.loads(clang(header, "-Xclang", "-ast-dump=json"))["inner"]:
         place = node.get("loc", {})
         if "file" in place:  # left out where it is that of the node before
             own = Path(place["file"]) == Path(header)
@@ -56,10 +66,8 @@ def constants(nodes):
 
 def records(header, nodes):
     """The layout that the compiler gives each record: offsets and sizes in bytes."""
-    names = [node["name"] for node in nodes if node["kind"] == "RecordDecl" and node.get("completeDefinition")]
-    shown = clang(header, "-Xclang", "-fdump-record-layouts-complete")
-    found = {}
-    for name in names:
+    shown, found = clang(header, "-Xclang", "-fdump-record-layouts-complete"), {}
+    for name in (one["name"] for one in nodes if one["kind"] == "RecordDecl" and one.get("completeDefinition")):
         block = re.search(rf"^ +0 \| struct {name}\n((?: +\d+ \|   .*\n)+) +\| \[sizeof=(\d+), align=(\d+)\]", shown,
                           re.M)
         fields = [(int(offset), kind, field)
@@ -71,22 +79,24 @@ def records(header, nodes):
     return found
 
 
-def manifest(root=ROOT, dll=DLL):
-    header = root / HEADER
-    nodes, module = list(declarations(header)), pe.Module(dll)
+def manifest(root=ROOT, path=DLL):
+    header, dll = root / HEADER, pefile.PE(path)
+    nodes = list(declarations(header))
     declared = functions(nodes)
-    if set(declared) != module.exports():
-        raise ValueError(f"declared and exported differ: {sorted(set(declared) ^ module.exports())}")
+    if set(declared) != exports(dll):
+        raise ValueError(f"declared and exported differ: {sorted(set(declared) ^ exports(dll))}")
     macros = subprocess.run([*CLANG, "-dM", "-E", header], check=True, capture_output=True, text=True).stdout
+    flags = pefile.retrieve_flags(pefile.DLL_CHARACTERISTICS, "IMAGE_DLLCHARACTERISTICS_")
     return {
-        "library": dll.name,
+        "library": path.name,
         "version": re.search(r'^#define SONVIA_VERSION_STRING "(.*)"$', macros, re.M)[1],
         "machine": "x64",
-        "flags": module.flags(),
+        "flags": sorted(name.removeprefix("IMAGE_DLLCHARACTERISTICS_") for name, bit in flags
+                        if dll.OPTIONAL_HEADER.DllCharacteristics & bit),
         "exports": {name: declared[name] for name in sorted(declared)},
         "records": records(header, nodes),
         "constants": constants(nodes),
-        "imports": {name: sorted(names) for name, names in sorted(module.imports().items())},
+        "imports": {name: sorted(names) for name, names in sorted(imports(dll).items())},
     }
 
 
@@ -100,16 +110,8 @@ def differences(root=ROOT, dll=DLL):
                                                   "the DLL and the header", lineterm="", n=1)]
 
 
-def main(options):
-    if options == ["--check"]:
-        found = differences()
-        print("\n".join(found), end="\n" if found else "")
-        return 1 if found else 0
-    if options:
-        sys.exit(__doc__)
-    (ROOT / MANIFEST).write_text(text_of(manifest()))
-    return 0
-
-
 if __name__ == "__main__":
-    sys.exit(main(sys.argv[1:]))
+    if sys.argv[1:] == ["--check"]:
+        print(*(found := differences()), sep="\n", end="\n" if found else "")
+        sys.exit(1 if found else 0)
+    (ROOT / MANIFEST).write_text(text_of(manifest()))

@@ -1,8 +1,10 @@
-"""Proof that the gates can turn red, and what else ./test judges by: each canary plants one fault where no one else
-sees it (a copy of the tree, a small program or result of its own) and fails when nothing is found. A gate without a
-canary fails too. What the sanitizers and the test runner find is proved by the programs in tests/canary.
+#!/usr/bin/python3
+"""Proof that the gates, and what else ./test judges by, can turn red: each canary plants a fault where no one else sees
+it and fails when nothing is found. Faults that take no more than a file stand in tests/canary/faults.toml, programs with
+a fault beside it. Each is a ctest entry of the build that its judge belongs to.
 
-usage: python3 scripts/canaries.py [canary...]
+usage: scripts/canaries.py CANARY...
+       scripts/canaries.py --list BUILD     names the canaries of a build
 """
 import contextlib
 import functools
@@ -10,138 +12,63 @@ import re
 import shutil
 import subprocess
 import sys
-import threading
+import tempfile
+import tomllib
 from pathlib import Path
 
-import checks
 import gates
-import run_canaries
-from scratch import Tree, scratch
 
-
-def planted(gate, path, text):
-    """Whether the gate, run on a copy of the tree that holds one more file, has a finding about that file."""
-    with Tree() as tree:
-        tree.plant(path, text)
-        return any(Path(path).name in finding for finding in gate(tree.root))
-
-
-def badly_formatted_file():
-    """Planted files are new to version control: such ones are judged too."""
-    return planted(gates.check_format, "src/log/canary.cpp", "int  canary( ){return 1 ;}\n")
-
-
-def badly_formatted_file_in_an_ignored_folder():
-    """What git ignores is nobody's fault."""
-    return not planted(gates.check_format, "build/canary.cpp", "int  canary( ){return 1 ;}\n")
-
-
-def include_from_a_higher_floor():
-    return planted(gates.check_floors, "src/protocol/canary.cpp", '#include "session/canary.h"\n')
-
-
-def include_by_way_of_the_folder_above():
-    return all(planted(gates.check_floors, "src/protocol/canary.cpp", f'#include "{name}"\n')
-               for name in ("../session/canary.h", "./../session/canary.h", "platform/../session/canary.h"))
-
-
-def windows_header_outside_its_folder():
-    return planted(gates.check_floors, "src/log/canary.cpp", "#include <windows.h>\n")
-
-
-def windows_runtime_header_outside_its_folder():
-    return planted(gates.check_floors, "src/log/canary.cpp", "#include <process.h>\n")
-
-
-def posix_header_outside_its_folder():
-    return all(planted(gates.check_floors, "src/log/canary.cpp", f"#include <{name}>\n")
-               for name in ("unistd.h", "fcntl.h", "sys/stat.h"))
-
-
-def miniz_header_outside_log():
-    return planted(gates.check_floors, "src/session/canary.cpp", "#include <miniz.h>\n")
-
-
-def libuv_header_outside_transport():
-    return planted(gates.check_floors, "src/session/canary.cpp", "  #  include <uv.h>\n")
-
-
-def program_that_uses_more_than_the_public_header():
-    return planted(gates.check_floors, "examples/canary.cpp", '#include "transport/canary.h"\n')
-
-
-def unlisted_test_file():
-    return planted(gates.check_lists, "tests/unit/log/canary_test.cpp", "int canary;\n")
-
-
-def path_of_somebodys_machine():
-    return planted(gates.check_paths, "docs/canary.md", "See " + "/home" + "/somebody/canary.\n")
-
-
-def sample_that_differs_from_its_file():
-    return planted(gates.check_samples, "docs/canary.md", "<!-- file: test -->\n```sh\nrm -r build\n```\n")
-
-
-def proof_that_does_not_exist():
-    """A test, a gate, and tests of a host and of the package that nobody has."""
-    with Tree() as tree:
-        tree.plant("docs/canary.md", "Shown by `Canary.Sings`, gate `canary`, `hosts_canary` and test `package_canary`.\n")
-        return len(gates.check_tests_named(tree.root)) == 4
-
-
-def proof_of_another_run():
-    return all(edited(gates.check_proof, "docs/proof.md", old, new) for old, new in (
-        ("./test --long: ", "./test: "), ("== summary", "== results"), ("writes this page", "makes this page")))
+FAULTS = tomllib.loads((gates.ROOT / "tests" / "canary" / "faults.toml").read_text())
 
 
 @contextlib.contextmanager
-def described():
-    """A copy of what gates compare with each other by name: a tree of its own would take a second each time."""
+def scratch():
+    (gates.BUILD / "canaries").mkdir(parents=True, exist_ok=True)
+    with tempfile.TemporaryDirectory(dir=gates.BUILD / "canaries") as folder:
+        yield Path(folder)
+
+
+def put(root, path, text=None):
+    """A file in a tree: the text, or that of the tree's own."""
+    file = root / path
+    file.parent.mkdir(parents=True, exist_ok=True)
+    file.write_text((gates.ROOT / path).read_text() if text is None else text)
+
+
+def changed(root, path, old, new):
+    text = (root / path).read_text()
+    if text.count(old) != 1:
+        raise ValueError(f"{path}: {old} is not there once")
+    (root / path).write_text(text.replace(old, new))
+
+
+def fault_is_found(gate, fault):
+    """Plants one fault of the list; the gate must be green before, and then find what the list says."""
     with scratch() as root:
-        for path in ("CMakeLists.txt", "README.md", "CHANGELOG.md", "vcpkg.json", "bindings/node/package.json", gates.HEADER, gates.abi.MANIFEST,
-                     "scripts/windows-functions.txt", "docs/limits.md", "docs/proof.md"):
-            (root / path).parent.mkdir(parents=True, exist_ok=True)
-            shutil.copy(gates.ROOT / path, root / path)
-        yield root
+        subprocess.run(["git", "init", "-q", root], check=True)
+        wanted = (".clang-format", ".gitignore", *fault.get("beside", []), *([fault["path"]] if "old" in fault else []))
+        for path in gates.tracked():
+            if str(path).startswith(wanted):
+                put(root, path)
+        check = gates.every_gate()[gate]
+        before = check(root)
+        if "old" in fault:
+            changed(root, fault["path"], fault["old"], fault["new"])
+        else:
+            put(root, fault["path"], fault["text"])
+        try:
+            found = [] if before else check(root)
+        except ValueError as error:  # a gate may break off at what it finds
+            found = [str(error)]
+    names_it = any(Path(fault["path"]).name in finding or "old" in fault for finding in found)
+    right = not found if fault.get("green") else len(found) == fault["findings"] if "findings" in fault else names_it
+    if before or not right:
+        print(f"{fault}\nbefore: {before}\nafter: {found}")
+    return right and not before
 
 
-def edited(gate, path, old, new):
-    """What the gate finds when one file says something else."""
-    with described() as root:
-        text = (root / path).read_text()
-        if text.count(old) != 1:
-            raise ValueError(f"{path}: {old} is not there once")
-        (root / path).write_text(text.replace(old, new))
-        return gate(root)
-
-
-def header_that_not_every_language_takes():
-    """A comment that C89 has not, and a field of the record that has moved."""
-    comment = edited(gates.check_header, gates.HEADER, "#ifndef __cplusplus\n", "// canary\n#ifndef __cplusplus\n")
-    moved = edited(gates.check_header, gates.HEADER, "    char deviceID[SONVIA_TEXT_SIZE];\n    char sn[",
-                   "    char deviceID[SONVIA_TEXT_SIZE + 8];\n    char sn[")
-    return len(comment) == 3 and len(moved) == 33
-
-
-def page_that_promises_another_windows():
-    return all(edited(gates.check_lowest_windows, path, old, old.replace("1507", "1909")) for path, old in (
-        ("README.md", "Windows 10 version 1507"), ("docs/limits.md", "supported versions are Windows 10 version 1507")))
-
-
-def contract_that_is_incomplete():
-    return all(len(edited(gates.check_contracts, gates.HEADER, old, "")) == 1 for old in (
-        " * On failure: gives \"phone\".\n",
-        "int getVersion(void);\n"))
-
-
-def version_that_differs():
-    return all(len(edited(gates.check_version, path, old, new)) == count for path, old, new, count in (
-        ("CMakeLists.txt", "VERSION 2.1.2110122", "VERSION 2.1.2110123", 5),
-        (gates.HEADER, "_BUILD 2110122", "_BUILD 2110121", 1),
-        (gates.HEADER, '_STRING "2.1.2110122"', '_STRING "2.1"', 1),
-        ("vcpkg.json", "2.1.2110122", "2.1.2110121", 1),
-        ("bindings/node/package.json", "2.1.2110122", "2.1.2110121", 1),
-        ("CHANGELOG.md", "## 2.1.2110122", "## 3.0.0\n\n## 2.1.2110122", 1)))
+def planted(gate):
+    return all([fault_is_found(gate, fault) for fault in FAULTS[gate]])
 
 
 # One fault for each family of checks in .clang-tidy.
@@ -150,23 +77,15 @@ TIDY_FAULTS = """
 #include <string>
 int Canary_Function(int value);
 int Canary_Function(int value) {
-    return value;
-}
-int canaryBranches(int value);
-int canaryBranches(int value) {
     if (value == 1) {
         return 2;
     } else {
         return 2;
     }
 }
-int canaryThreads();
-int canaryThreads() {
+int canary__Reserved();
+int canary__Reserved() {
     return std::rand();
-}
-int canary__Reserved(int value);
-int canary__Reserved(int value) {
-    return value;
 }
 bool canaryCopies(const std::string text);
 bool canaryCopies(const std::string text) {
@@ -177,62 +96,29 @@ int canaryLines(int value) {
 """ + "    value += value;\n" * 61 + """    return value;
 }
 """
+TIDY_CHECKS = ["readability-identifier-naming", "readability-function-size", "bugprone-branch-clone",
+               "concurrency-mt-unsafe", "clang-diagnostic-reserved-identifier", "performance-unnecessary-value-param"]
 
 
-@functools.cache  # a run for each family would take a minute
-def findings_of_tidy(source):
-    with Tree() as tree:
-        if gates.check_tidy(tree.root, [Path(source)]):
-            return []  # it is red without them, so that it were red with them would prove nothing
-        tree.plant(source, (tree.root / source).read_text() + TIDY_FAULTS)
-        return gates.check_tidy(tree.root, [Path(source)])
-
-
-ONE_TIDY = threading.Lock()
-
-
-def tidy_findings(source):
-    """What the gate finds in a source of the tree once the faults stand at its end."""
-    with ONE_TIDY:  # or canaries that run at once would each fill the cache
-        return findings_of_tidy(source)
-
-
-def found_by_clang_tidy(check):
+def tidy():
     """Natively, and in a source that the cross build alone compiles."""
-    return all(any(check in finding and source in finding for finding in tidy_findings(source))
-               for source in ("src/log/history.cpp", "src/platform/windows/thread_id.cpp"))
+    with scratch() as root:
+        for path in gates.tracked():
+            if path.parts[0] in ("src", "include") or path.name == ".clang-tidy":
+                put(root, path)
+        sources = [Path("src/log/history.cpp"), Path("src/platform/windows/thread_id.cpp")]
+        before = gates.check_tidy(root, sources)
+        for source in sources:
+            put(root, source, (root / source).read_text() + TIDY_FAULTS)
+        found = gates.check_tidy(root, sources)
+    missed = [f"{source}: no {check}" for source in sources for check in TIDY_CHECKS
+              if not any(check in finding and str(source) in finding for finding in found)]
+    print(*before, *missed, sep="\n")
+    return not before and not missed
 
 
-def badly_named_function():
-    return found_by_clang_tidy("readability-identifier-naming")
-
-
-def function_of_too_many_lines():
-    return found_by_clang_tidy("readability-function-size")
-
-
-def branches_that_are_the_same():
-    return found_by_clang_tidy("bugprone-branch-clone")
-
-
-def call_that_threads_cannot_share():
-    return found_by_clang_tidy("concurrency-mt-unsafe")
-
-
-def name_that_is_reserved():
-    return found_by_clang_tidy("clang-diagnostic-reserved-identifier")
-
-
-def parameter_that_is_copied_for_nothing():
-    return found_by_clang_tidy("performance-unnecessary-value-param")
-
-
-def buffer_that_cppcheck_sees_overrun():
-    return planted(gates.check_cppcheck, "src/log/canary.cpp",
-                   "int canary() {\n    int bytes[4] = {0, 1, 2, 3};\n    return bytes[4];\n}\n")
-
-
-def archives_without_a_sanitizer():
+def instrumented():
+    """Archives that are missing, and such as were built without a sanitizer."""
     with scratch() as deps:
         (deps / "canary.c").write_text("int canary(void) { return 0; }\n")
         subprocess.run(["gcc", "-c", "canary.c", "-o", "canary.o"], cwd=deps, check=True)
@@ -245,231 +131,217 @@ def archives_without_a_sanitizer():
         return len(missing) == 6 and len(plain) == 9 and all("does not call" in finding for finding in plain)
 
 
-def small_dll(folder, names, source="", options=()):
+def small_dll(folder, names, source="", options=("-static",)):
     (folder / "canary.def").write_text("LIBRARY canary\nEXPORTS\n" + "".join(f"    {name}\n" for name in names))
     functions = "".join(f'extern "C" int {name}() {{ return 0; }}\n' for name in names)
     (folder / "canary.cpp").write_text(source + functions)
-    dll = folder / "canary.dll"
-    subprocess.run(["x86_64-w64-mingw32-g++-posix", "-shared", "-o", dll, folder / "canary.cpp",
+    subprocess.run(["x86_64-w64-mingw32-g++-posix", "-shared", "-o", folder / "canary.dll", folder / "canary.cpp",
                     folder / "canary.def", *options], check=True)
-    return dll
+    return folder / "canary.dll"
 
 
-def ninth_export():
+def exports():
+    """A ninth one, and one that is missing."""
     with scratch() as folder:
         eight = sorted(gates.EXPORTS)
-        if gates.check_exports(small_dll(folder, eight, options=["-static"])):
-            return False
-        return (gates.check_exports(small_dll(folder, eight + ["canary"], options=["-static"])) != [] and
-                gates.check_exports(small_dll(folder, eight[1:], options=["-static"])) != [])
+        return [bool(gates.check_exports(small_dll(folder, names)))
+                for names in (eight, [*eight, "canary"], eight[1:])] == [False, True, True]
 
 
-def import_of_a_compilers_library():
+def imports():
+    """A compiler's library, a function that came after the lowest Windows, and a DLL that a host need not load."""
+    throws = "#include <stdexcept>\nvoid raise() { throw std::runtime_error(\"canary\"); }\n"
+    dumps = "#include <windows.h>\n#include <dbghelp.h>\nvoid* canaryUses = (void*)&MiniDumpWriteDump;\n"
+    names = "#include <windows.h>\nextern \"C\" HRESULT WINAPI SetThreadDescription(HANDLE, PCWSTR);\n" \
+            "void* canaryNames = (void*)&SetThreadDescription;\n"
     with scratch() as folder:
-        throws = "#include <stdexcept>\nvoid raise() { throw std::runtime_error(\"canary\"); }\n"
-        linked_in = small_dll(folder, ["canary"], throws, ["-static"])
-        if gates.check_imports(linked_in):
-            return False
-        return gates.check_imports(small_dll(folder, ["canary"], throws)) != []
+        found = [gates.check_imports(small_dll(folder, ["canary"], source, options)) for source, options in (
+            (throws, ["-static"]), (throws, []), (names, ["-static"]), (dumps, ["-static", "-ldbghelp"]))]
+    return (not found[0] and any("libstdc++" in one for one in found[1]) and
+            any("SetThreadDescription" in one for one in found[2]) and found[3] == ["imports dbghelp.dll"])
 
 
-def import_that_older_windows_has_not():
-    """Of a function that kernel32.dll got after the lowest supported version, and of a DLL that a host need not load."""
+def abi():
+    """Other declarations, and a DLL that imports something else."""
     with scratch() as folder:
-        uses = "#include <windows.h>\n#include <{header}>\nvoid* canaryUses = (void*)&{name};\n"
-        dumps = uses.format(header="dbghelp.h", name="MiniDumpWriteDump")
-        names = "#include <windows.h>\nextern \"C\" HRESULT WINAPI SetThreadDescription(HANDLE, PCWSTR);\n" \
-                "void* canaryNames = (void*)&SetThreadDescription;\n"
-        found = [gates.check_imports(small_dll(folder, ["canary"], source, ["-static", "-ldbghelp"]))
-                 for source in ("", names, dumps)]
-        return (not found[0] and any("SetThreadDescription" in finding for finding in found[1]) and
-                found[2] == ["imports dbghelp.dll"])
+        other = gates.check_abi(dll=small_dll(folder, sorted(gates.EXPORTS)))
+    return planted("abi") and any("KERNEL32" in line.upper() for line in other)
 
 
-def change_of_what_hosts_were_compiled_against():
-    """A field that has moved, a constant, an argument's type; and a DLL that imports something else."""
-    fields = "    char deviceID[SONVIA_TEXT_SIZE];\n    char sn[SONVIA_TEXT_SIZE];"
-    with described() as root:
-        text = (root / gates.HEADER).read_text().replace("#if defined(_WIN64) ||", "#if 0 &&")
-        same = gates.check_abi(root)
-        moved = []
-        for old, new in ((fields, "    char sn[SONVIA_TEXT_SIZE];\n    char deviceID[SONVIA_TEXT_SIZE];"),
-                         ("FIRST_AUDIO = 200003", "FIRST_AUDIO = 200004"),
-                         ("setAccountID(AudioServiceHandle* handle, const char*",
-                          "setAccountID(AudioServiceHandle* handle, char*")):
-            if text.count(old) != 1:
-                raise ValueError(f"{old} is not there once")
-            (root / gates.HEADER).write_text(text.replace(old, new))
-            moved.append(gates.check_abi(root))
-    with scratch() as folder:
-        other = gates.check_abi(dll=small_dll(folder, sorted(gates.EXPORTS), options=["-static"]))
-    return not same and all(moved) and any("imports" in line or "KERNEL32" in line.upper() for line in other)
-
-
-def binding_that_is_not_of_this_header():
-    """Another code, another function and another text each turn a binding red; so does a constant without a text."""
-    manifest, texts, written = gates.abi.MANIFEST, gates.bindings.TEXTS, gates.bindings.FILES
-    with described() as root:
-        for path in (texts, *written):
-            (root / path).parent.mkdir(parents=True, exist_ok=True)
-            shutil.copy(gates.ROOT / path, root / path)
-
-        def found(path, old, new):
-            text = (root / path).read_text()
-            if text.count(old) != 1:
-                raise ValueError(f"{path}: {old} is not there once")
-            (root / path).write_text(text.replace(old, new))
-            try:
-                return gates.check_bindings(root)
-            except ValueError as error:
-                return [str(error)]
-            finally:
-                (root / path).write_text(text)
-
-        same = gates.check_bindings(root)
-        other_code = found(manifest, '"SONVIA_EVENT_FIRST_AUDIO": 200003', '"SONVIA_EVENT_FIRST_AUDIO": 200004')
-        new_code = found(manifest, '"SONVIA_ERROR_STREAM": -3,', '"SONVIA_ERROR_STREAM": -3, "SONVIA_ERROR_NEW": -4,')
-        other_text = found(texts, '"first audio"', '"the first audio"')
-        by_hand = [found(path, "bindings.py", "hand") for path in written]
-    return (not same and len(other_code) >= len(written) and len(new_code) == 1 and "SONVIA_ERROR_NEW" in new_code[0] and
-            len(other_text) >= len(written) - 1 and all(len(one) == 1 for one in by_hand))
-
-
-def dll_that_is_not_what_it_says():
-    """Another version, a time, a PDB of another build, and one that tells of the build machine."""
+def identity():
+    """Another version, a time, a PDB of another build, a PDB without a name, and one that tells of the build machine."""
     version = "2.1.2110122".encode("utf-16-le")
 
-    def found(suffix, change):
+    def with_bytes(text, at, new):
+        return text[:at] + new + text[at + len(new):]
+
+    changes = [
+        ("", "", lambda text: text),
+        (".dll", "ProductVersion is 3", lambda text: text.replace(version, version.replace(b"2", b"3"))),
+        (".dll", "linked at a time", lambda text: with_bytes(text, text.index(b"PE\0\0") + 8, b"\1\0\0\x60")),
+        (".dll", "and the PDB says", lambda text: with_bytes(text, text.index(b"RSDS") + 4, b"\0\1\2\3")),
+        (".pdb", "does not name setAccountID", lambda text: text.replace(b"setAccountID", b"setAccountIT")),
+        (".pdb", "names a folder", lambda text: text + b"/home" + b"/somebody/canary.o"),
+    ]
+    right = []
+    for suffix, expected, change in changes:
         with scratch() as folder:
             for file in (gates.DLL, gates.DLL.with_suffix(".pdb")):
                 text = file.read_bytes()
                 (folder / file.name).write_bytes(change(text) if file.suffix == suffix else text)
-            return gates.check_identity(folder / gates.DLL.name)
-
-    def with_a_time(text):
-        at = text.index(b"PE\0\0") + 8
-        return text[:at] + b"\1\0\0\x60" + text[at + 4:]
-
-    def of_another_build(text):
-        at = text.index(b"RSDS") + 4
-        return text[:at] + bytes([text[at] ^ 1]) + text[at + 1:]
-
-    return (found("", None) == [] and
-            len(found(".dll", lambda text: text.replace(version, version.replace(b"2", b"3")))) == 2 and
-            len(found(".dll", with_a_time)) == 1 and
-            len(found(".dll", of_another_build)) == 1 and
-            len(found(".pdb", lambda text: text.replace(b"setAccountID", b"setAccountIT"))) == 1 and
-            any("names a folder" in finding
-                for finding in found(".pdb", lambda text: text + b"/home" + b"/somebody/canary.o")))
+            found = gates.check_identity(folder / gates.DLL.name)
+        right.append(any(expected in finding for finding in found) if expected else not found)
+        print(found)
+    return all(right)
 
 
-def build_that_differs_in_one_byte():
-    """In each of the files that scripts/reproduce compares."""
-    script, windows = gates.ROOT / "scripts" / "reproduce", gates.BUILD / "windows"
-    files = [windows / name for name in ("bin/SonviaPCAudioDll.dll", "bin/SonviaPCAudioDll.pdb",
-                                         "lib/SonviaPCAudioDll.dll.a", "lib/SonviaPCAudioDll.lib")]
+def reproduce():
+    """A byte that differs in each of the files that scripts/reproduce compares."""
+    windows = gates.BUILD / "windows"
+    files = ["bin/SonviaPCAudioDll.dll", "bin/SonviaPCAudioDll.pdb", "lib/SonviaPCAudioDll.dll.a",
+             "lib/SonviaPCAudioDll.lib"]
     with scratch() as folder:
         def same():
-            return subprocess.run([script, "--compare", windows, folder], capture_output=True).returncode == 0
+            return subprocess.run([gates.ROOT / "scripts" / "reproduce", "--compare", windows, folder]).returncode == 0
 
         for file in files:
-            (folder / file.relative_to(windows).parent).mkdir(exist_ok=True)
-            shutil.copy(file, folder / file.relative_to(windows))
+            (folder / file).parent.mkdir(exist_ok=True)
+            shutil.copy(windows / file, folder / file)
         equal = [same()]
         for file in files:
-            copy = folder / file.relative_to(windows)
-            text = copy.read_bytes()
-            copy.write_bytes(text[:200] + bytes([text[200] ^ 1]) + text[201:])
+            text = (folder / file).read_bytes()
+            (folder / file).write_bytes(text[:200] + bytes([text[200] ^ 1]) + text[201:])
             equal.append(same())
-            copy.write_bytes(text)
+            (folder / file).write_bytes(text)
     return equal == [True, False, False, False, False]
 
 
-def compiled_as_the_project_is(preset, text):
-    """Compiles the text with the options that the preset compiles a file of src/ with."""
+def warnings(preset):
+    """The project's own code is compiled with warnings, and a warning fails the build."""
     entry = next(entry for entry in gates.compile_commands(preset) if "/src/" in entry["file"])
-    with scratch() as folder:
-        source = folder / "canary.cpp"
-        source.write_text(text)
-        command = re.sub(r" -o \S+ -c \S+$", f" -o {folder}/canary.o -c {source}", entry["command"])
-        return subprocess.run(command, shell=True, cwd=entry["directory"], capture_output=True, text=True)
-
-
-def warning_in_the_projects_code():
-    clean = "int canary(int length);\nint canary(int length) {\n    return length;\n}\n"
-    shadow = "int canary(int length);\nint canary(int length) {\n    { long length = 1; (void)length; }\n" \
-             "    return length;\n}\n"
-    narrowing = "char canary(int length);\nchar canary(int length) {\n    return length;\n}\n"
-    for preset in ("windows", "asan"):  # GCC and clang
-        if compiled_as_the_project_is(preset, clean).returncode != 0:
+    faults = {"": "int canary(int length) {\n    return length;\n}\n",
+              "shadow": "int canary(int length) {\n    { long length = 1; (void)length; }\n    return length;\n}\n",
+              "conversion": "char canary(int length) {\n    return length;\n}\n"}
+    for warning, text in faults.items():
+        with scratch() as folder:
+            put(folder, "canary.cpp", text.split(" {")[0] + ";\n" + text)
+            command = re.sub(r" -o \S+ -c \S+$", f" -o {folder}/canary.o -c {folder}/canary.cpp", entry["command"])
+            run = subprocess.run(command, shell=True, cwd=entry["directory"], capture_output=True, text=True)
+        # GCC says -Werror=shadow, clang -Werror,-Wshadow.
+        if run.returncode == 0 if warning else run.returncode != 0:
             return False
-        for text, warning in ((shadow, "shadow"), (narrowing, "conversion")):
-            # GCC says -Werror=shadow, clang -Werror,-Wshadow.
-            if not re.search(rf"-Werror(=|,-W)[a-z-]*{warning}", compiled_as_the_project_is(preset, text).stderr):
-                return False
+        if warning and not re.search(rf"-Werror(=|,-W)[a-z-]*{warning}", run.stderr):
+            return False
     return True
 
 
+# --- the runner ---
+
+PASSED = '<testcase classname="Some" name="Passes" status="run" result="completed"/>'
+SKIPPED = '<testcase classname="Some" name="Skips" status="run" result="skipped"><skipped message=""/></testcase>'
+FAILED = '<testcase classname="Some" name="Fails" status="run" result="completed"><failure message="is 3"/></testcase>'
+LONGEST = '<testcase classname="Some" name="Notes" status="run"><properties>' \
+          '<property name="longest: wait (ms)" value="{}"/></properties></testcase>'
+RUNNING = "program 2\nstart Some.Passes\npassed Some.Passes\nstart Some.Hangs\nfailure a.cpp:1: is 2\n"
+
+
+def counted(cases, status="", labels=(), output="", written="", name="unit_canary.Some"):
+    """What ./test makes of an entry that leaves these cases (None: no file). Returns the row, and what is reported."""
+    import summary
+
+    row, tried = summary.Row("canary"), []
+    with scratch() as folder:
+        if cases is not None:
+            put(folder, "result.xml", f"<testsuites><testsuite>{cases}</testsuite></testsuites>" if cases != "torn" else "<a")
+        put(folder, "cases.txt", written)
+        summary.count_entry(row, tried, summary.Entry(name, list(labels), status, 1, output, folder))
+    return (row.passed, row.failed), summary.report([row], tried, "", 0)
+
+
+def summary_of_a_run():
+    """What proves nothing fails, what did not run is named, and a failure comes with its message and its case."""
+    def shows(result, numbers, *texts):
+        right = result[0] == numbers and all(text in result[1] for text in texts)
+        print("" if right else f"{result} instead of {numbers} with {texts}", end="")
+        return right
+
+    import summary
+    rows = [summary.Row("some", passed=1), summary.Row("canary")]
+    summary.fail_empty(rows)
+    return all([
+        *(shows(counted(cases), (0, 1), "left no result") for cases in (None, "torn", "")),
+        shows(counted(PASSED + SKIPPED), (1, 0), "SKIPPED canary: Some.Skips"),
+        shows(counted(PASSED + FAILED, "failed"), (1, 1), "Some.Fails\n    is 3", "Some.Fails (ended early)"),
+        shows(counted(None, "failed", output="last words"), (0, 1), "last words", "unit_canary.Some (did not finish)"),
+        shows(counted(PASSED, "failed"), (1, 1)),
+        shows(counted(None, "did not run"), (0, 1)),
+        shows(counted(None, "timeout", written=RUNNING), (1, 1), "timeout, in Some.Hangs"),
+        shows(counted(LONGEST.format(7) + LONGEST.format(5)), (2, 0), "longest wait (ms)"),
+        shows(counted(None, "", ["fuzz"], "stat::number_of_executed_units: 9", name="fuzz_canary"), (1, 0), "9"),
+        shows(counted(None, "", ["fuzz"], "", name="fuzz_canary"), (0, 1), "ran no input"),
+        shows(counted(None, "failed", ["gate"], "a finding", name="gate_canary"), (0, 1), "a finding"),
+        summary.report(rows, [], "", 0).endswith("1 passed, 1 failed"),
+    ])
+
+
+def memcheck():
+    """A leak is found by ctest's memory check as `native` is set up for it, and fails."""
+    import summary
+
+    native = gates.BUILD / "native"
+    with scratch() as folder:
+        shutil.copy(native / "DartConfiguration.tcl", folder)
+        text = (folder / "DartConfiguration.tcl").read_text().replace(str(native), str(folder))
+        put(folder, "DartConfiguration.tcl", text)
+        put(folder, "CTestTestfile.cmake", f'add_test(leak "{native}/bin/canary_leak")\nadd_test(none "true")\n')
+        status = subprocess.run(["ctest", "-T", "memcheck"], cwd=folder, stdout=subprocess.DEVNULL).returncode
+        entries = list(summary.checked_entries(next(folder.glob("Testing/*/DynamicAnalysis.xml")), {}, folder))
+    return status != 0 and [(one.name, bool(one.status)) for one in entries] == [("leak", True), ("none", False)]
+
+
+def coverage():
+    """A line that no test reaches, a marked one that is reached, and a source that no test links."""
+    import coverage as judge
+
+    source = "int main(int count, char**) {\n    if (count > 1) {\n        return 1;%s\n    }\n    return 0;%s\n}\n"
+    mark = " // GCOVR_EXCL_LINE why"
+    found = []
+    for marks in (("", ""), (mark, ""), (mark, mark)):
+        with scratch() as folder:
+            put(folder, "src/canary.cpp", source % marks)
+            subprocess.run(["g++", "--coverage", "-O0", "src/canary.cpp", "-o", "canary"], cwd=folder, check=True)
+            subprocess.run([folder / "canary"], check=True)
+            found.append(judge.findings(folder, folder, ["src/canary.cpp", "src/other.cpp"]))
+    other = ["src/other.cpp: no line of it was counted"]
+    return found == [["src/canary.cpp:3: not reached: return 1;", *other], other,
+                     [f"src/canary.cpp:5: marked, but reached: return 0;{mark}", *other]]
+
+
 def gate_without_a_canary():
-    return without_canary({"canary": None}) == ["canary"]
+    return [gate for gate in [*gates.every_gate(), "canary"] if gate not in every_canary()] == ["canary"]
 
 
-# For each gate, and for each other thing that ./test judges by.
 CANARIES = {
-    "format": [badly_formatted_file, badly_formatted_file_in_an_ignored_folder],
-    "floors": [include_from_a_higher_floor, include_by_way_of_the_folder_above, windows_header_outside_its_folder,
-               windows_runtime_header_outside_its_folder, posix_header_outside_its_folder,
-               libuv_header_outside_transport, miniz_header_outside_log,
-               program_that_uses_more_than_the_public_header],
-    "lists": [unlisted_test_file],
-    "paths": [path_of_somebodys_machine],
-    "samples": [sample_that_differs_from_its_file],
-    "proof": [proof_of_another_run],
-    "tests_named": [proof_that_does_not_exist],
-    "header": [header_that_not_every_language_takes],
-    "contracts": [contract_that_is_incomplete],
-    "lowest_windows": [page_that_promises_another_windows],
-    "version": [version_that_differs],
-    "exports": [ninth_export],
-    "imports": [import_of_a_compilers_library, import_that_older_windows_has_not],
-    "abi": [change_of_what_hosts_were_compiled_against],
-    "bindings": [binding_that_is_not_of_this_header],
-    "identity": [dll_that_is_not_what_it_says],
-    "reproduce": [build_that_differs_in_one_byte],
-    "instrumented": [archives_without_a_sanitizer],
-    "cppcheck": [buffer_that_cppcheck_sees_overrun],
-    "tidy": [badly_named_function, function_of_too_many_lines, branches_that_are_the_same,
-             call_that_threads_cannot_share, name_that_is_reserved, parameter_that_is_copied_for_nothing],
-    "the compilers": [warning_in_the_projects_code],
-    "the canaries": [gate_without_a_canary],
-    **run_canaries.CANARIES,
+    "windows": {**{gate: functools.partial(planted, gate) for gate in FAULTS}, "exports": exports, "imports": imports,
+                "abi": abi, "identity": identity, "reproduce": reproduce, "summary": summary_of_a_run,
+                "warnings": functools.partial(warnings, "windows"), "gate_without_a_canary": gate_without_a_canary},
+    "asan": {"tidy": tidy, "instrumented": instrumented, "clang_warnings": functools.partial(warnings, "asan")},
+    "native": {"memcheck": memcheck},
+    "coverage": {"coverage": coverage},
 }
 
 
-def without_canary(names):
-    return [name for name in names if not CANARIES.get(name)]
-
-
-def named_checks():
-    """Pairs of a name and a function that returns what is wrong."""
-    yield "every_gate_has_a_canary", lambda: [f"{gate} has none" for gate in without_canary([*gates.GATES, *gates.SLOW_GATES])]
-    for judge, its_canaries in CANARIES.items():
-        for canary in its_canaries:
-            yield canary.__name__, lambda canary=canary, judge=judge: [] if canary() else [f"{judge} stayed green"]
+def every_canary():
+    return {name: canary for canaries in CANARIES.values() for name, canary in canaries.items()}
 
 
 def main(names):
-    unknown = set(names) - {name for name, _ in named_checks()}
-    if unknown:
-        sys.exit(f"no canary {', '.join(sorted(unknown))}")
-    failed = False
-    for name, check in named_checks():
-        if names and name not in names:
-            continue
-        found = checks.findings(check)
-        print(f"{'FAIL' if found else 'ok':5}{name}{''.join(f': {finding}' for finding in found)}", flush=True)
-        failed = failed or bool(found)
-    return 1 if failed else 0
+    if names[:1] == ["--list"]:
+        print(*(f"{name} canary" for name in CANARIES.get(names[1], {})), sep="\n")
+        return 0
+    red = [name for name in names if every_canary()[name]()]
+    print(*(f"{'ok' if name in red else 'FAIL: stayed green':5}{name}" for name in names), sep="\n")
+    return 0 if red == names else 1
 
 
 if __name__ == "__main__":

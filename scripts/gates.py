@@ -1,7 +1,10 @@
-"""The checks of the tree that no compiler makes. Each is a function that returns a list of findings, empty when the
-gate is green; scripts/canaries.py plants faults for each and expects findings. A gate without a canary fails there.
+#!/usr/bin/python3
+"""The checks of the tree and the product that no compiler makes: functions that return a list of findings, empty when
+the gate is green. Each is a ctest entry of the build that it judges, and so is its canary (scripts/canaries.py).
 
-usage: python3 scripts/gates.py [gate...]        (all of them when none is named)
+usage: scripts/gates.py GATE...
+       scripts/gates.py --list BUILD     names the gates of a build, and the label of each
+       scripts/gates.py --write-samples  puts the files' text into the pages that show them
 """
 import json
 import os
@@ -11,12 +14,6 @@ import sys
 import tempfile
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
-
-import abi
-import bindings
-import checks
-import pe
-import summary
 
 ROOT = Path(__file__).resolve().parent.parent
 BUILD = ROOT / "build"
@@ -44,11 +41,13 @@ def in_parallel(work, items):
 
 def check_format(root=ROOT):
     """clang-format would leave every source as it is."""
-    def one(path):
-        run = subprocess.run(["clang-format-14", "--dry-run", "--Werror", "--ferror-limit=1", path],
+    def some(paths):
+        run = subprocess.run(["clang-format-14", "--dry-run", "--Werror", "--ferror-limit=1", *paths],
                              cwd=root, capture_output=True, text=True)
-        return [] if run.returncode == 0 else [run.stderr.strip().splitlines()[0]]
-    return in_parallel(one, sources(root))
+        return [line for line in run.stderr.splitlines() if ": error: " in line] or (
+            [] if run.returncode == 0 else run.stderr.splitlines())
+    paths = sources(root)
+    return in_parallel(some, [part for number in range(JOBS) if (part := paths[number::JOBS])])
 
 
 def compile_commands(preset):
@@ -201,10 +200,21 @@ def check_paths(root=ROOT):
     return findings
 
 
+SAMPLE = re.compile(r"(<!-- file: (\S+) -->\n```\w*\n)(.*?)(```)", re.S)
+
+
+def fresh_pages(root):
+    """The pages, each with its text and with what it would be with the samples' files in it."""
+    for path in tracked(root):
+        if path == Path("README.md") or (path.parts[0] == "docs" and path.suffix == ".md"):
+            text = (root / path).read_text()
+            yield path, text, SAMPLE.sub(lambda match: match[1] + (root / match[2]).read_text() + match[4], text)
+
+
 def check_samples(root=ROOT):
     """A sample in a page is the file that it is taken from, letter for letter."""
-    result = subprocess.run([root / "scripts" / "doc-samples"], capture_output=True, text=True)
-    return (result.stdout + result.stderr).splitlines() if result.returncode else []
+    return [f"{path}: a sample differs from its file (scripts/gates.py --write-samples)"
+            for path, text, fresh in fresh_pages(root) if text != fresh]
 
 
 def check_tests_named(root=ROOT):
@@ -226,12 +236,14 @@ def check_tests_named(root=ROOT):
         named = re.findall(r"`([A-Z]\w+\.[A-Z]\w+|(?:package|hosts)_\w+)`", text)
         gates = re.findall(r"\bgate `(\w+)`", text)
         findings += [f"{path}: no test {name}" for name in sorted(set(named) - known)]
-        findings += [f"{path}: no gate {name}" for name in sorted(set(gates) - set(GATES) - set(SLOW_GATES))]
+        findings += [f"{path}: no gate {name}" for name in sorted(set(gates) - set(every_gate()))]
     return findings
 
 
 def check_proof(root=ROOT):
     """docs/proof.md is as a whole long run wrote it."""
+    import summary  # with a module that a machine without ./test need not have
+
     page = (root / "docs" / "proof.md").read_text()
     match = re.search(r"^Commit (\S+), (\d+) cores:\n\n```text\n(== summary\n.*?\n\d+ passed, \d+ failed)\n```\n$", page,
                       re.M | re.S)
@@ -343,7 +355,10 @@ def check_exports(dll=DLL):
     """The DLL exports the eight functions under their plain names and nothing else."""
     if not dll.is_file():
         return [f"{dll.name} is not built"]
-    exported = pe.Module(dll).exports()
+    import abi
+    import pefile
+
+    exported = abi.exports(pefile.PE(dll))
     return ([f"exports {name}, which is not for hosts" for name in sorted(exported - EXPORTS)] +
             [f"does not export {name}" for name in sorted(EXPORTS - exported)])
 
@@ -352,21 +367,28 @@ def check_imports(dll=DLL):
     """The DLL needs no DLL and no function that the lowest supported Windows does not have."""
     if not dll.is_file():
         return [f"{dll.name} is not built"]
-    imported, known = pe.Module(dll).imports(), system_functions()
+    import abi
+    import pefile
+
+    imported, known = abi.imports(pefile.PE(dll)), system_functions()
     if not any(imported.values()):
-        return ["imports nothing: objdump's output was not understood"]
+        return ["imports nothing: the DLL was not understood"]
     return [f"imports {module}" for module in imported if module not in known] + [
         f"imports {name} from {module}, which is not in {SYSTEM_FUNCTIONS.name}"
         for module, names in imported.items() for name in sorted(names - known.get(module, names))]
 
 
 def check_abi(root=ROOT, dll=DLL):
-    """What hosts were compiled against is what abi.json says; scripts/abi records an intended change."""
+    """What hosts were compiled against is what abi.json says; scripts/abi.py records an intended change."""
+    import abi
+
     return abi.differences(root, dll) if dll.is_file() else [f"{dll.name} is not built"]
 
 
 def check_bindings(root=ROOT):
     """The names, codes, texts and layouts of every binding are those of the header; scripts/bindings.py writes them."""
+    import bindings
+
     return bindings.differences(root)
 
 
@@ -375,22 +397,29 @@ def check_identity(dll=DLL):
     pdb = dll.with_suffix(".pdb")
     if not dll.is_file() or not pdb.is_file():
         return [f"{dll.name} or its PDB is not built"]
-    module, version, findings = pe.Module(dll), version_of(), []
-    texts, numbers = module.version_texts(), [int(number) for number in version.split(".")]
-    findings += [f"{name} is {texts.get(name)}, not {version}" for name in ("FileVersion", "ProductVersion")
-                 if texts.get(name) != version]
+    import pefile
+
+    module, version = pefile.PE(dll), version_of()
+    texts = {name.decode(): text.decode() for one in module.FileInfo[0] if one.Key == b"StringFileInfo"
+             for table in one.StringTable for name, text in table.entries.items()}
+    numbers = [int(number) for number in version.split(".")]
+    findings = [f"{name} is {texts.get(name)}, not {version}" for name in ("FileVersion", "ProductVersion")
+                if texts.get(name) != version]
     findings += [f"{name} is missing" for name in ("CompanyName", "LegalCopyright") if not texts.get(name)]
-    if module.version_number() != (*numbers[:2], *divmod(numbers[2], 1000)):
-        findings.append(f"the version number is {module.version_number()}")
-    if "1970" not in module.timestamp():
-        findings.append(f"it was linked at a time: {module.timestamp()}")
-    if "symbols stripped" not in module.text:
+    fixed = module.VS_FIXEDFILEINFO[0]
+    number = (*divmod(fixed.FileVersionMS, 1 << 16), *divmod(fixed.FileVersionLS, 1 << 16))
+    if number != (*numbers[:2], *divmod(numbers[2], 1000)):
+        findings.append(f"the version number is {number}")
+    if module.FILE_HEADER.TimeDateStamp != 0:
+        findings.append(f"it was linked at a time: {module.FILE_HEADER.TimeDateStamp}")
+    if module.FILE_HEADER.PointerToSymbolTable != 0:
         findings.append("it has symbols of its own")
     shown = subprocess.run(["llvm-pdbutil-14", "dump", "--summary", "--publics", pdb],
                            capture_output=True, text=True).stdout
-    guid = re.search(r"GUID: \{(.*)\}", shown)
-    if not module.pdb() or not guid or module.pdb() != (guid[1].replace("-", "").lower(), dll.with_suffix(".pdb").name):
-        findings.append(f"its PDB is {module.pdb()}, and the PDB says {guid and guid[1]}")
+    guid, debug = re.search(r"GUID: \{(.*)\}", shown), getattr(module, "DIRECTORY_ENTRY_DEBUG", [None])[0]
+    own = debug and debug.entry and (debug.entry.PdbFileName.rstrip(b"\0").decode(), debug.entry.Signature_String[:32])
+    if not guid or own != (pdb.name, guid[1].replace("-", "")):
+        findings.append(f"its PDB is {own}, and the PDB says {guid and guid[1]}")
     findings += [f"{pdb.name} does not name {name}" for name in sorted(EXPORTS) + ["_Z9ThreadFun"]
                  if not re.search(rf"S_PUB32 .*`{name}", shown)]
     home = re.compile(rb"/(?:home|root|Users|work|tmp)/[\w./-]+|" + re.escape(str(ROOT).encode()))
@@ -419,41 +448,65 @@ def check_reproduce():
     return [] if run.returncode == 0 else (run.stdout + run.stderr).splitlines()[-20:] or ["scripts/reproduce failed"]
 
 
+EXCLUDED = re.compile(r"GCOVR_EXCL_(LINE|START)\b(.*)")
+
+
+def check_excluded_lines(root=ROOT):
+    """A line that no test reaches says why: GCOVR_EXCL_LINE, or GCOVR_EXCL_START of several, and then the reason."""
+    return [f"{path}:{number}: no reason" for path in sources(root) if path.parts[0] == "src"
+            for number, line in enumerate((root / path).read_text().splitlines(), 1)
+            if (match := EXCLUDED.search(line)) and len(match[2].split()) < 3]
+
+
+# By the build that they judge, which is made before; those of "asan" look at the commands of every build.
 GATES = {
-    "format": check_format,
-    "floors": check_floors,
-    "lists": check_lists,
-    "paths": check_paths,
-    "samples": check_samples,
-    "tests_named": check_tests_named,
-    "proof": check_proof,
-    "header": check_header,
-    "contracts": check_contracts,
-    "version": check_version,
-    "lowest_windows": check_lowest_windows,
-    "exports": check_exports,
-    "imports": check_imports,
-    "identity": check_identity,
-    "abi": check_abi,
-    "bindings": check_bindings,
-    "instrumented": check_instrumented,
-    "cppcheck": check_cppcheck,
-    "tidy": check_tidy,
+    "windows": {
+        "format": check_format,
+        "floors": check_floors,
+        "paths": check_paths,
+        "samples": check_samples,
+        "tests_named": check_tests_named,
+        "proof": check_proof,
+        "header": check_header,
+        "contracts": check_contracts,
+        "version": check_version,
+        "lowest_windows": check_lowest_windows,
+        "excluded_lines": check_excluded_lines,
+        "exports": check_exports,
+        "imports": check_imports,
+        "identity": check_identity,
+        "abi": check_abi,
+        "bindings": check_bindings,
+        "cppcheck": check_cppcheck,
+        "reproduce": check_reproduce,
+    },
+    "asan": {
+        "lists": check_lists,
+        "instrumented": check_instrumented,
+        "tidy": check_tidy,
+    },
 }
+LONG = {"reproduce"}  # what takes minutes: ./test --long runs these too
 
 
-# What takes minutes: ./test --long runs these too. Their scripts compare what cmp compares.
-SLOW_GATES = {
-    "reproduce": check_reproduce,
-}
+def every_gate():
+    return {name: check for gates in GATES.values() for name, check in gates.items()}
 
 
 def main(names):
+    if names[:1] == ["--list"]:
+        print(*(f"{name} gate{' long' * (name in LONG)}" for name in GATES.get(names[1], {})), sep="\n")
+        return 0
+    if names == ["--write-samples"]:
+        for path, text, fresh in fresh_pages(ROOT):
+            if text != fresh:
+                (ROOT / path).write_text(fresh)
+        return 0
     failed = False
-    every = {**GATES, **SLOW_GATES}
-    for name in names or GATES:
-        findings = checks.findings(every[name])
-        print(f"{'FAIL' if findings else 'ok':5}{name}: {every[name].__doc__}")
+    for name in names or set(every_gate()) - LONG:
+        check = every_gate()[name]
+        findings = check()
+        print(f"{'FAIL' if findings else 'ok':5}{name}: {check.__doc__}")
         for finding in findings:
             print(f"       {finding}")
         failed = failed or bool(findings)

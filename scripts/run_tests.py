@@ -1,336 +1,259 @@
-"""Builds and tests everything and sums it up; ./test starts it once the machine has the packages it needs.
+"""Builds and runs what was chosen and sums it up; ./test starts it once the machine has the packages it needs.
 
-The count at the end is that of the single GoogleTest cases (from the result.xml that each test program leaves), of
-the ctest entries that are no GoogleTest programs, of the fuzz targets, of the gates and of their canaries. A test
-program that fails without a failed case (it crashed, a sanitizer stopped it, its time ran out) counts as one failure,
-and so does one that leaves no result of a case, and a part in which nothing passes.
-
-One build after another is made, with all processors. Beside that, workers take what is built already, one run after
-another: the tests under Wine in two lanes, the native tests of a preset, a fuzz target, a program under valgrind. Tests
-wait more than they work, so the builds are the ones that give way.
+One build after another is made, with all processors; the tests of what is built run beside that (ctest, one run for each
+build), and the builds are the ones that give way: tests wait more than they work.
 """
 import argparse
 import fcntl
 import json
 import os
+import re
 import shlex
-import signal
+import shutil
 import subprocess
 import sys
 import threading
 import time
-import xml.etree.ElementTree as ElementTree
 from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
 
-import canaries
-import checks
 import coverage
-import fuzzing
 import gates
-import limited
-import memcheck
-from summary import Row, count_entry, fail_empty, proof, report
+import summary
+from gates import BUILD, JOBS, ROOT
 
-# In the order in which they are built, and their tests start: the longest first.
-PRESETS = ["windows", "tsan", "asan"]
-# What else ./test does when nothing is chosen.
-OTHERS = ["fuzz", "memcheck", "gates", "canaries"]
-# Tests in one Wine prefix must not run beside each other: they end each other's service. So there are two prefixes; what
-# takes longest has the first one to itself.
-FIRST_WINE_LANE = "^(stress_hostile_service|stress_busy_pipe)$"
-WINE_PREFIX = os.environ.get("SONVIA_WINEPREFIX") or str(gates.BUILD / "windows" / "wineprefix")
-WINE_PREFIXES = [WINE_PREFIX, f"{WINE_PREFIX}2"]
-SUMMARY = gates.BUILD / "summary.txt"
-PROOF = gates.ROOT / "docs" / "proof.md"
-# How much longer than in the short form a test program may take.
-LONG_TIMEOUT_FACTOR = 30
-
-
-def say(text):
-    print(f"\n== {text}", flush=True)
-
-
-def run_logged(command, log):
-    """Runs a command with its output in a file, which is shown when it fails."""
-    log.parent.mkdir(parents=True, exist_ok=True)
-    with open(log, "w") as out:
-        status = subprocess.run(command, cwd=gates.ROOT, stdout=out, stderr=subprocess.STDOUT).returncode
-    if status != 0:
-        print(log.read_text(errors="replace")[-20000:], flush=True)
-    return status == 0
+SUMMARY = BUILD / "summary.txt"
+SMALL = ["windows", "gates", "canaries"]
+ALL = ["windows", "tsan", "asan", "fuzz", "memcheck", "gates", "canaries"]
+# In the order in which they are built, and their tests start: the longest first. What of a build's tests belongs to a
+# part of its own, by label, and what to build for that part alone.
+PRESETS = {
+    "windows": {"gates": ("gate", ["SonviaPCAudioDll"]), "canaries": ("canary", ["SonviaPCAudioDll", "canaries"])},
+    "tsan": {"canaries": ("canary", ["canaries"])},
+    "asan": {"fuzz": ("fuzz", ["fuzzers"]), "gates": ("gate", []), "canaries": ("canary", ["canaries"])},
+    "native": {"memcheck": ("memcheck", ["memcheck"]), "canaries": ("canary", ["canaries"])},
+    "coverage": {},
+}
+SAYS = {
+    "small": "the Windows product under Wine and what can be judged without another build. About 3 minutes on two "
+             "cores, 7 with everything to install and to build",
+    "all": "every build, under Wine, sanitizers and valgrind, and fuzzing. About 12 minutes on two cores, 17 with "
+           "everything to install and to build",
+    "long": "every test that repeats something and every fuzz target for longer. About an hour",
+    "coverage": "which lines of src/ the native tests reach. About 5 minutes on two cores",
+    "part": "a part of the tests",
+}
+PROGRESS = re.compile(r"\s*(\d+)/(\d+) (?:Test|MemCheck)\s+#\d+: (\S+) \.*\s*(\**.*?)\s+[\d.]+ sec")
 
 
-def commit_of_the_tree():
-    described = subprocess.run(["git", "-c", f"safe.directory={gates.ROOT}", "-C", gates.ROOT, "describe", "--always",
-                                "--dirty", "--exclude", "*"], capture_output=True, text=True)
-    return described.stdout.strip() or "unknown"
+class Screen:
+    """What a run shows while it lasts: on a terminal one line that changes, elsewhere a line now and then."""
 
+    def __init__(self):
+        self.start, self.shown, self.parts, self.lock = time.monotonic(), 0.0, {}, threading.Lock()
 
-def step(name, command, preset, row):
-    """Whether one step of a build went well; the row gets the failure and the time."""
-    start = time.monotonic()
-    good = run_logged(command, gates.BUILD / preset / f"{name}.log")
-    if not good:
-        row.fail(f"{name} {preset} failed, see build/{preset}/{name}.log")
-    row.seconds += time.monotonic() - start
-    return good
+    def seconds(self):
+        return time.monotonic() - self.start
 
+    def say(self, text):
+        with self.lock:
+            print(("\r\033[K" if sys.stdout.isatty() else "") + text, flush=True)
 
-def configure(preset, row, options=()):
-    return step("configuring", ["cmake", "--preset", preset, *options], preset, row)
-
-
-def build(preset, row, options=(), targets=()):
-    say(f"{preset}: building")
-    chosen = ["--target", *targets] if targets else []
-    command = ["nice", "cmake", "--build", "--preset", preset, "--parallel", str(gates.JOBS), *chosen]
-    return configure(preset, row, options) and step("building", command, preset, row)
-
-
-def googletest_programs(preset):
-    """The ctest entries that leave result.xml in the folder that they run in."""
-    listed = subprocess.run(["ctest", "--preset", preset, "--show-only=json-v1"], cwd=gates.ROOT,
-                            capture_output=True, text=True)
-    tests = json.loads(listed.stdout)["tests"] if listed.returncode == 0 else []
-    return {test["name"] for test in tests
-            if any(argument.startswith("--gtest_output") for argument in test.get("command", []))}
-
-
-def show_from(part):
-    """Several parts talk at once, so each line says whose it is."""
-    return lambda line: print(f"{part:9}{line.rstrip()}", flush=True)
-
-
-def forget_results(preset):
-    for old in (gates.BUILD / preset / "testrun").glob("*/result.xml"):
-        old.unlink()
-    if preset == "coverage":
-        coverage.forget_counts()
-
-
-def lanes(preset, pattern):
-    """How the tests of a preset are shared out: pairs of the options that choose them and their environment."""
-    if preset != "windows" or pattern:
-        return [(["-R", pattern] if pattern else [], {})]
-    return [(["-R", FIRST_WINE_LANE], {"SONVIA_WINEPREFIX": WINE_PREFIXES[0]}),
-            (["-E", FIRST_WINE_LANE], {"SONVIA_WINEPREFIX": WINE_PREFIXES[1]})]
-
-
-def run_ctest(preset, number, lane, effort):
-    """Runs a lane of the tests of a built preset. Returns its row and what was tried."""
-    row = Row(preset)
-    show = show_from(preset)
-    folder = gates.BUILD / preset / "testrun"
-    programs = googletest_programs(preset)
-    if not programs:
-        row.fail("ctest lists no GoogleTest program")
-    junit = gates.BUILD / preset / f"ctest{number}.xml"
-    junit.unlink(missing_ok=True)
-    chosen, environment = lane
-    # In the long form there is always another part to run beside this one.
-    parallel = gates.JOBS if effort == "short" else max(1, gates.JOBS // 2)
-    ctest = subprocess.Popen(["ctest", "--preset", preset, "--parallel", str(parallel),
-                              "--no-tests=error", "--output-junit", junit, *chosen],
-                             cwd=gates.ROOT, env={**os.environ, **environment, "SONVIA_EFFORT": effort}, text=True,
-                             errors="replace", stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
-    for line in ctest.stdout:
-        if line.strip() and not line.lstrip().startswith("Start "):
-            show(line)
-    tried = []
-    if junit.is_file():
-        for entry in ElementTree.parse(junit).getroot().iter("testcase"):
-            count_entry(row, tried, folder, entry, programs)
-    else:
-        row.fail("ctest left no result")
-    if ctest.wait() != 0 and not row.failures:
-        row.fail("ctest failed")
-    return row, tried
-
-
-def run_checks(row, named_checks):
-    say(row.name)
-    start = time.monotonic()
-    for name, found in checks.run(named_checks, gates.JOBS):
-        print(f"{'FAIL' if found else 'ok':5}{name}", flush=True)
-        for line in found:
-            print(f"       {line}", flush=True)
-        if found:
-            row.fail(name)
-        else:
-            row.passed += 1
-    row.seconds += time.monotonic() - start
+    def at(self, part, state):
+        """The part has come so far; None: to its end."""
+        with self.lock:
+            self.parts[part] = state
+            now = self.seconds()
+            line = ", ".join(f"{name} {state}" for name, state in self.parts.items() if state) + f", {now:.0f} s"
+            if sys.stdout.isatty():
+                print(f"\r\033[K{line[:shutil.get_terminal_size().columns - 1]}", end="", flush=True)
+            elif now - self.shown >= 15:
+                self.shown = now
+                print(line, flush=True)
 
 
 class Run:
-    """Everything that was chosen: built, and run side by side as soon as it is."""
-
-    def __init__(self, chosen, parts):
-        self.pattern = chosen.filter
-        self.effort = "long" if chosen.long else "short"
-        self.whole = not chosen.only and not chosen.filter
-        self.presets = [part for part in (*PRESETS, "native", "coverage") if part in parts]
-        self.parts = parts
-        self.built = []
-        self.rows = {}
-        self.tried = []
-        self.prepared = set()  # presets of which the gates and canaries alone need something
-        self.lock = threading.Lock()
+    def __init__(self, chosen):
+        self.filter, self.long, self.screen = chosen.filter, chosen.long, Screen()
+        self.size = ("coverage" if chosen.coverage else "part" if chosen.only else "long" if chosen.long else
+                     "all" if chosen.all else "small")
+        self.whole = self.size == "long" and not chosen.filter
+        self.parts = {"coverage": ["coverage"], "part": chosen.only, "small": SMALL}.get(self.size, ALL)
+        self.rows, self.tried, self.lock = {part: summary.Row(part) for part in self.parts}, [], threading.Lock()
 
     def row(self, part):
-        return self.rows.setdefault(part, Row(part))
+        return self.rows.setdefault(part, summary.Row(part))
 
-    def build(self):
-        """Builds what was chosen; yields each part as soon as it is there."""
-        factor = LONG_TIMEOUT_FACTOR if self.effort == "long" else 1
-        options = [f"-DSONVIA_TIMEOUT_FACTOR={factor}"]
-        for preset in self.presets:
-            if build(preset, self.row(preset), options):
-                yield preset
-        programs = [f"fuzz_{target}" for target in fuzzing.targets()]
-        if "fuzz" in self.parts and build(fuzzing.PRESET, self.row("fuzz"), options, programs):
-            yield "fuzz"
-        if "memcheck" in self.parts:
-            # After `native`, whose row has any failure of this build's already.
-            if build("native", self.row("memcheck"), options, memcheck.PROGRAMS[self.effort]):
-                yield "memcheck"
-        for part in ("gates", "canaries"):
-            if part in self.parts:
-                self.prepare_checks(self.row(part), options)
+    def presets(self):
+        """For each build: the labels of what belongs to a chosen part, and whether its own tests are one."""
+        for preset, parts in PRESETS.items():
+            labels = {label for part, (label, _) in parts.items() if part in self.parts}
+            if preset in self.parts or (labels and self.size != "small"):
+                yield preset, labels, preset in self.parts
 
-    def prepare_checks(self, row, options):
-        """What is judged has to be that of the tree as it is now: the commands of every preset, and the DLL."""
-        for preset in PRESETS:
-            if preset in self.built or preset in self.prepared:
-                continue
-            self.prepared.add(preset)
-            if preset == "windows":
-                build(preset, row, options, ["SonviaPCAudioDll"])
-            else:
-                configure(preset, row, options)
+    def logged(self, name, preset, command):
+        """Whether a step of a build went well; its output is in a file and shown when it did not."""
+        log = BUILD / preset / f"{name}.log"
+        log.parent.mkdir(parents=True, exist_ok=True)
+        with open(log, "w") as out:
+            good = subprocess.run(command, cwd=ROOT, stdout=out, stderr=subprocess.STDOUT).returncode == 0
+        if not good:
+            text = log.read_text(errors="replace")
+            self.screen.say(text[-20000:])
+            self.row(preset).fail(f"{name} {preset} failed, see build/{preset}/{name}.log", text)
+        return good
 
-    def tasks(self, part):
-        """What there is to run in a part that is built."""
-        if part == "fuzz":
-            return [lambda target=target: fuzzing.run(target, self.effort, show_from(part))
-                    for target in fuzzing.targets()]
-        if part == "memcheck":
-            return [lambda program=program: memcheck.run(program, self.effort, show_from(part))
-                    for program in memcheck.PROGRAMS[self.effort]]
-        forget_results(part)
-        return [lambda number=number, lane=lane: run_ctest(part, number, lane, self.effort)
-                for number, lane in enumerate(lanes(part, self.pattern))]
-
-    def work(self, part, function):
+    def build(self, preset, own):
         start = time.monotonic()
-        row, tried = function()
+        self.screen.at(preset, "is built")
+        targets = sorted({target for part, (_, targets) in PRESETS[preset].items() if part in self.parts
+                          for target in targets})
+        everything = own or (preset == "native" and self.long)
+        options = [f"-DSONVIA_TIMEOUT_FACTOR={30 if self.long else 1}", f"-DSONVIA_FUZZ_SECONDS={300 if self.long else 30}"]
+        good = self.logged("configuring", preset, ["cmake", "--preset", preset, *options])
+        if good and (everything or targets):
+            good = self.logged("building", preset, ["nice", "cmake", "--build", "--preset", preset, "--parallel", str(JOBS),
+                                                    *([] if everything else ["--target", *targets])])
+        if own:
+            self.row(preset).seconds += time.monotonic() - start
+        self.screen.at(preset, None)
+        return good
+
+    def selection(self, preset, labels, own):
+        """The options that choose the tests of a build."""
+        left_out = {label for label, _ in PRESETS[preset].values()} - labels - {"canary"} if own else set()
+        left_out |= {"bindings"} if self.size == "small" else set()  # other languages' tools take long to install
+        left_out |= set() if self.long else {"long"}
+        return ([] if own else ["-L", f"^({'|'.join(sorted(labels))})$"]) + (
+            ["-LE", f"^({'|'.join(sorted(left_out))})$"] if left_out else []) + (
+            ["-R", self.filter] if self.filter else [])
+
+    def listed(self, preset):
+        """The labels of each test of a build."""
+        shown = subprocess.run(["ctest", "--test-dir", BUILD / preset, "--show-only=json-v1"], check=True, cwd=ROOT,
+                               capture_output=True, text=True).stdout
+        return {test["name"]: [label for one in test["properties"] if one["name"] == "LABELS" for label in one["value"]]
+                for test in json.loads(shown)["tests"]}
+
+    def test(self, preset, labels, own):
+        """Runs the chosen tests of a build and counts them."""
+        for kind in ("result.xml", "cases.txt"):
+            for old in (BUILD / preset / "testrun").glob(f"*/{kind}"):
+                old.unlink()
+        if preset == "coverage":
+            coverage.forget_counts(BUILD / preset, gates.compile_commands(preset))
+        if "memcheck" in labels:
+            labels = labels - {"memcheck"}
+            self.ctest(preset, "memcheck", ["-T", "memcheck", "-R", self.filter or (
+                r"^(stress_repeated_lives|unit_\w+)\." if self.long else r"^stress_repeated_lives\.")])
+        if labels or own:
+            self.ctest(preset, preset, self.selection(preset, labels, own))
+
+    def ctest(self, preset, part, options):
+        start, names, folder = time.monotonic(), self.listed(preset), BUILD / preset
+        junit = folder / "ctest.xml"
+        junit.unlink(missing_ok=True)
+        shutil.rmtree(folder / "Testing", ignore_errors=True) if part == "memcheck" else None
+        # Tests under Wine wait even more than others.
+        parallel = JOBS + 2 if preset == "windows" else JOBS
+        spec = ["--resource-spec-file", ROOT / "cmake" / "wine-prefixes.json"] if preset == "windows" else []
+        effort = "long" if self.long else "short"
+        process = subprocess.Popen(
+            ["ctest", "--test-dir", folder, "--parallel", str(parallel), *spec, *options, "--output-junit", junit,
+             "--test-output-truncation", "head", "--test-output-size-failed", "20000"],
+            cwd=ROOT, env={**os.environ, "SONVIA_EFFORT": effort, **({"SONVIA_MEMCHECK": "1"} if part == "memcheck" else {})},
+            text=True, errors="replace", stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        said = ""
+        for line in process.stdout:
+            said = (said + line)[-2000:]
+            if match := PROGRESS.match(line):
+                self.screen.at(part, f"{match[1]} of {match[2]}")
+                if "*" in match[4]:
+                    self.screen.say(f"{part}: {match[3]}: {match[4].strip('*').lower()}")
+        process.wait()
+        self.screen.at(part, None)
         with self.lock:
-            self.tried += tried
-            total = self.row(part)
-            total.passed += row.passed
-            total.skipped += row.skipped
-            total.seconds += time.monotonic() - start
-            total.failures += row.failures
-            total.failed += row.failed
+            self.count(part, names, folder, junit, said, process.returncode)
+            self.row(part).seconds += time.monotonic() - start
 
-    def build_and_test(self):
-        # One more in the long form, which waits even more.
-        workers = gates.JOBS + ("windows" in self.presets) + (self.effort == "long")
-        running = []
-        try:
-            with ThreadPoolExecutor(workers) as pool:
-                try:
-                    for part in self.build():
-                        self.built.append(part)
-                        running += [pool.submit(self.work, part, task) for task in self.tasks(part)]
-                    say("all is built; waiting for the tests")
-                    for one in running:
-                        one.result()
-                except BaseException:
-                    pool.shutdown(wait=False, cancel_futures=True)
-                    limited.end_all()
-                    raise
-        finally:
-            if "windows" in self.presets:
-                for prefix in WINE_PREFIXES:
-                    subprocess.run([gates.ROOT / "scripts" / "wine-prefix", "stop"],
-                                   env={**os.environ, "SONVIA_WINEPREFIX": prefix})
+    def count(self, part, names, folder, junit, said, status):
+        failures = sum(row.failed for row in self.rows.values())
+        if part == "memcheck":
+            found = [entry for file in folder.glob("Testing/*/DynamicAnalysis.xml")
+                     for entry in summary.checked_entries(file, names, folder / "testrun")]
+        else:
+            found = list(summary.entries(junit, names, folder / "testrun")) if junit.is_file() else []
+        for entry in found:
+            row = self.row(summary.row_name(entry, part) if part != "memcheck" else part)
+            row.seconds += entry.seconds if row.name != part else 0
+            summary.count_entry(row, self.tried, entry)
+        if (not found or status != 0) and sum(row.failed for row in self.rows.values()) == failures:
+            self.row(part).fail("ctest failed" if found or status else "ctest ran nothing", said)
 
-    def check(self):
-        if "coverage" in self.built:
-            say("coverage")
-            coverage.check(self.row("coverage"))
-        if "gates" in self.parts:
-            slow = gates.SLOW_GATES if self.effort == "long" else {}
-            run_checks(self.row("gates"), [*gates.GATES.items(), *slow.items()])
-        if "canaries" in self.parts:
-            run_checks(self.row("canaries"), canaries.named_checks())
+    def go(self):
+        chosen = list(self.presets())
+        # Dependencies of `native` serve `coverage` too.
+        needed = sorted({"native" if preset == "coverage" else preset for preset, _, _ in chosen})
+        if subprocess.run([ROOT / "scripts" / "build-deps", *needed]).returncode != 0:
+            sys.exit("the dependencies could not be built")
+        with ThreadPoolExecutor() as pool:
+            running = [pool.submit(self.test, preset, labels, own) for preset, labels, own in chosen
+                       if self.build(preset, own)]
+            for one in running:
+                one.result()
+        if self.size == "coverage":
+            for found in coverage.findings(BUILD / "coverage", ROOT, sorted(
+                    str(Path(entry["file"]).relative_to(ROOT)) for entry in gates.compile_commands("coverage")
+                    if Path(entry["file"]).is_relative_to(ROOT / "src"))):
+                self.row("coverage").fail(found)
 
-    def report(self, form, start):
-        rows = [self.row(part) for part in self.parts]
-        if not self.pattern:
-            fail_empty(rows)
-        text = report(self.rows.values(), self.tried, form, time.monotonic() - start)
+    def report(self, form):
+        rows = list(self.rows.values())
+        if not self.filter:
+            summary.fail_empty(rows)
+        text = summary.report(rows, self.tried, form, self.screen.seconds())
         print(text, flush=True)
         SUMMARY.write_text(text.lstrip() + "\n")
-        if self.effort == "long" and self.whole:
-            PROOF.write_text(proof(text, commit_of_the_tree(), gates.JOBS))
-        return all(row.failed == 0 for row in self.rows.values()) and any(row.passed for row in self.rows.values())
-
-    def needed(self):
-        """The presets whose dependencies are called for."""
-        needed = set(self.presets) - {"coverage"} | ({fuzzing.PRESET} if "fuzz" in self.parts else set())
-        if {"memcheck", "coverage"} & set(self.parts):
-            needed.add("native")
-        if {"gates", "canaries"} & set(self.parts):
-            needed |= set(PRESETS)
-        return sorted(needed)
+        if self.whole:
+            commit = subprocess.run(["git", "-c", f"safe.directory={ROOT}", "-C", ROOT, "describe", "--always", "--dirty",
+                                     "--exclude", "*"], capture_output=True, text=True).stdout.strip() or "unknown"
+            (ROOT / "docs" / "proof.md").write_text(summary.proof(text, commit, JOBS))
+        return not any(row.failed for row in rows) and any(row.passed for row in rows)
 
 
 def arguments():
-    parser = argparse.ArgumentParser(prog="./test", description="Builds and tests everything.")
-    parser.add_argument("--only", action="append", choices=[*PRESETS, "native", *OTHERS],
+    parser = argparse.ArgumentParser(prog="./test", description="Builds and tests; without an argument: " + SAYS["small"])
+    parser.add_argument("--all", action="store_true", help=SAYS["all"])
+    parser.add_argument("--long", action="store_true", help=SAYS["long"])
+    parser.add_argument("--coverage", action="store_true", help=SAYS["coverage"])
+    parser.add_argument("--only", action="append", choices=[*ALL, "native"],
                         help="this part alone; may be given several times")
-    parser.add_argument("--filter", metavar="REGEX", help="only the test programs whose name matches")
-    parser.add_argument("--long", action="store_true", help="every test and every fuzz target for longer: about an hour")
-    parser.add_argument("--coverage", action="store_true",
-                        help="measures which lines of src/ the native tests reach, and nothing else")
+    parser.add_argument("--filter", metavar="REGEX", help="only the tests whose name matches")
     return parser.parse_args()
 
 
 def lock():
     """One run at a time, ./run included: two would share the Wine prefix and the folders that tests run in."""
-    gates.BUILD.mkdir(exist_ok=True)
-    held = open(gates.BUILD / ".test-lock", "w")
+    BUILD.mkdir(exist_ok=True)
+    held = open(BUILD / ".test-lock", "w")
     try:
         fcntl.flock(held, fcntl.LOCK_EX | fcntl.LOCK_NB)
     except BlockingIOError:
-        say("waiting for another ./test or ./run in this tree")
+        print("== waiting for another ./test or ./run in this tree", flush=True)
         fcntl.flock(held, fcntl.LOCK_EX)
     return held
 
 
-def end(signal_number, _):
-    """A signal that ends this process group does not reach what runs in sessions of its own."""
-    limited.end_all()
-    signal.signal(signal_number, signal.SIG_DFL)
-    os.kill(os.getpid(), signal_number)
-
-
 def main():
-    start = time.monotonic()
-    for number in (signal.SIGTERM, signal.SIGHUP):
-        if signal.getsignal(number) == signal.SIG_DFL:  # else it is ignored on purpose
-            signal.signal(number, end)
-    chosen = arguments()
-    parts = ["coverage"] if chosen.coverage else chosen.only or [*PRESETS, *OTHERS]
+    run = Run(arguments())
+    form = shlex.join(["./test", *sys.argv[1:]])
+    print(f"== {form}: {SAYS[run.size]}.", flush=True)
     held = lock()
     SUMMARY.unlink(missing_ok=True)  # or it would be taken for that of a run which breaks off
-    run = Run(chosen, parts)
-    if subprocess.run([gates.ROOT / "scripts" / "build-deps", *run.needed()]).returncode != 0:
-        sys.exit("the dependencies could not be built")
-    run.build_and_test()
-    run.check()
-    good = run.report(shlex.join(["./test", *sys.argv[1:]]), start)
+    if run.size != "small":
+        subprocess.run([ROOT / "scripts" / "bootstrap", "coverage" if run.size == "coverage" else "all"], check=True)
+    run.go()
+    good = run.report(form)
     held.close()
     return 0 if good else 1
 

@@ -1,9 +1,20 @@
-"""What a run of ./test found, and the two tables at its end: how many tests passed where, and what was tried how often."""
-import xml.etree.ElementTree as ElementTree
-from dataclasses import dataclass, field
+"""What a run of ./test found: reads what ctest and the test programs left, and writes the two tables at the end.
 
-# Entries of ctest that prepare and clear up; they count only when they fail.
-FIXTURES = {"wine_start", "wine_stop"}
+The count is that of the single GoogleTest cases, and of the ctest entries that are no GoogleTest programs. An entry that
+fails without a failed case (it crashed, a sanitizer stopped it, its time ran out), that leaves no result of a case, or
+that is a fuzz target and ran no input, counts as one failure; so does a part in which nothing passes.
+"""
+import re
+from dataclasses import dataclass, field
+from xml.etree import ElementTree
+
+import junitparser
+
+# The row of an entry with one of these labels; of any other it is that of the build.
+ROWS = {"gate": "gates", "canary": "canaries", "fuzz": "fuzz"}
+FIXTURES = {"wine_start", "wine_stop"}  # they count only when they fail
+NOT_IN_THIS_BUILD = "No case of the filter is in this build"
+LINES_SHOWN = 15
 
 
 @dataclass
@@ -13,11 +24,12 @@ class Row:
     passed: int = 0
     skipped: list = field(default_factory=list)  # the names of the cases
     seconds: float = 0
-    failures: list = field(default_factory=list)
+    failures: list = field(default_factory=list)  # what failed, with the message on further lines
     failed: int = 0
 
-    def fail(self, what, count=1):
-        self.failures.append(what)
+    def fail(self, what, message="", count=1):
+        shown = [f"    {line}" for line in message.strip().splitlines()[-LINES_SHOWN:]]
+        self.failures.append("\n".join([what, *shown]))
         self.failed += count
 
 
@@ -32,75 +44,128 @@ class Tried:
 
 
 @dataclass
-class Result:
-    """What the cases of one GoogleTest program came to: the names of those that passed, failed and did not run."""
-    passed: list = field(default_factory=list)
-    failed: list = field(default_factory=list)
-    skipped: list = field(default_factory=list)
-    tried: list = field(default_factory=list)
+class Entry:
+    """A ctest entry that was run. `status` is "" when it passed, otherwise how it failed."""
+    name: str
+    labels: list
+    status: str
+    seconds: float
+    output: str
+    folder: object  # where it ran
 
 
-def read_result(file, program, part):
-    """Reads a program's result.xml. None when it left none, a torn one, or one without a case: nothing was proved."""
+def entries(junit, labels, testrun):
+    """The entries of the JUnit file that ctest wrote; `labels` are those of each entry, by name."""
+    for case in junitparser.JUnitXml.fromfile(str(junit)):
+        said = {"run": "", "fail": "failed"}.get(case._elem.get("status"), "did not run")
+        results = [one for one in case.result if one.message]
+        if said == "failed" and results and results[0].message:
+            said = results[0].message.lower()
+        yield Entry(case.name, labels.get(case.name, []), said, case.time or 0, case.system_out or "",
+                    testrun / case.name)
+
+
+def checked_entries(analysis, labels, testrun):
+    """The same of what ctest wrote about a run of its memory check: it tells more about those that failed alone."""
+    site = ElementTree.parse(analysis).getroot()
+    failed = {test.findtext("Name"): test for test in site.iter("Test") if test.get("Status")}
+    for name in (one.text.removeprefix("./") for one in site.iterfind(".//TestList/Test")):
+        test = failed.get(name)
+        defects = [one.get("type").lower() for one in test.iter("Defect")] if test else []
+        yield Entry(name, labels.get(name, []), ", ".join(defects) or "failed" if test else "", 0,
+                    test.findtext("Log") or "" if test else "", testrun / name)
+
+
+def cases_of(entry):
+    """The GoogleTest cases that the program wrote about when it ended, or an empty list."""
     try:
-        cases = list(ElementTree.parse(file).getroot().iter("testcase"))
-    except (FileNotFoundError, ElementTree.ParseError):
-        return None
-    result = Result()
+        found = junitparser.JUnitXml.fromfile(str(entry.folder / "result.xml"))
+    except (OSError, SyntaxError, junitparser.JUnitXmlError):  # none, torn, or something else
+        return []
+    suites = [found] if isinstance(found, junitparser.TestSuite) else found
+    return [case for suite in suites for case in suite]
+
+
+def noted(case, part, failures):
+    """What a test case noted about itself (tests/support/effort.h)."""
+    for properties in case.iterchildren(junitparser.Properties):
+        for note in properties:
+            kind, _, what = note.name.partition(": ")
+            if kind == "tried":
+                yield Tried(what, part, int(note.value), failures)
+            elif kind == "longest":
+                yield Tried(f"longest {what}", part, int(note.value), merge=max)
+
+
+def count_cases(row, tried, entry):
+    """Adds the entry of a GoogleTest program."""
+    cases, failed = cases_of(entry), False
     for case in cases:
-        name = f"{case.get('classname')}.{case.get('name')}"
-        noted = list(tried_in(case, part))
-        result.tried += noted
-        if case.find("failure") is not None:
-            result.failed.append(name)
-            if not any(note.found for note in noted):  # a case notes what it tried when the work is done
-                result.tried.append(Tried(f"{program}: {name} (ended early)", part, 1, 1))
-        elif case.find("skipped") is not None or case.get("status") == "notrun":
-            result.skipped.append(name)
-        else:
-            result.passed.append(name)
-    return result if cases else None
+        name = f"{case.classname}.{case.name}"
+        failures = [one.message or "" for one in case.result if isinstance(one, junitparser.Failure)]
+        notes = list(noted(case, row.name, len(failures)))
+        tried += notes
+        if failures:
+            failed = True
+            row.fail(f"{entry.name}: {name}", "\n".join(failures))
+            if not any(note.found for note in notes):  # a case notes what it tried when the work is done
+                tried.append(Tried(f"{name} (ended early)", row.name, 1, 1))
+        elif any(isinstance(one, junitparser.Skipped) for one in case.result):
+            row.skipped.append(name)
+        elif case._elem.get("status") != "notrun":
+            row.passed += 1
+    if failed or (cases and not entry.status):
+        return
+    if not entry.status and NOT_IN_THIS_BUILD in entry.output:
+        return
+    row.passed += 0 if cases else count_written(row, entry)
+    row.fail(f"{entry.name}: {entry.status or 'left no result of any case'}{last_case(entry)}", entry.output)
+    tried.append(Tried(f"{entry.name} (did not finish)", row.name, 1, 1))
 
 
-def tried_in(case, part):
-    """What a test case noted about itself."""
-    for note in case.iter("property"):
-        name, value = note.get("name"), note.get("value")
-        if name.startswith("tried: "):
-            yield Tried(name.removeprefix("tried: "), part, int(value), len(case.findall("failure")))
-        elif name.startswith("longest: "):
-            yield Tried(name.replace(": ", " ", 1), part, int(value), merge=max)
+def written(entry):
+    """What the program wrote case by case (tests/support/case_log.cpp): pairs of a word and the rest of its line."""
+    file = entry.folder / "cases.txt"
+    text = file.read_text(errors="replace") if file.is_file() else ""
+    return [line.partition(" ")[::2] for line in text.replace("\n\t", " | ").splitlines()]
 
 
-def count_program(row, tried, program, result, failure):
-    """Adds a GoogleTest program: `result` is what read_result gave, `failure` how it failed as a whole, or nothing."""
-    if result is not None:
-        row.passed += len(result.passed)
-        row.skipped += result.skipped
-        tried += result.tried
-    if result is not None and result.failed:
-        row.fail(f"{program}: {', '.join(result.failed)}", len(result.failed))
-    elif failure or result is None:
-        row.fail(f"{program}: {failure or 'left no result of any case'}")
-        tried.append(Tried(f"{program} (did not finish)", row.name, 1, 1))
+def count_written(row, entry):
+    """How many cases of a program that did not come to its end had passed; the failed ones are named in the row."""
+    message = []
+    for what, text in written(entry):
+        message = [] if what == "start" else message + [text] * (what == "failure")
+        if what == "failed":
+            row.fail(f"{entry.name}: {text}", "\n".join(message))
+    return sum(what == "passed" for what, _ in written(entry))
 
 
-def count_entry(row, tried, folder, entry, programs):
-    """Adds one ctest entry of the JUnit file of the row's preset; `folder` is where the preset's tests run, `programs`
-    are the entries that are GoogleTest programs."""
-    name, status = entry.get("name"), entry.get("status")
-    failure = {"run": "", "disabled": "did not run", "notrun": "did not run"}.get(status, "failed")
-    if name in programs:
-        count_program(row, tried, name, read_result(folder / name / "result.xml", name, row.name), failure)
-    elif failure:
-        row.fail(f"{name}: {failure}")
-        tried.append(Tried(f"{name} (did not finish)", row.name, 1, 1))
-    elif name not in FIXTURES:
+def last_case(entry):
+    """The case that was running when the program ended."""
+    lines = [(what, text) for what, text in written(entry) if what != "failure"]
+    return f", in {lines[-1][1]}" if lines and lines[-1][0] == "start" else ""
+
+
+def count_entry(row, tried, entry):
+    inputs = re.search(r"stat::number_of_executed_units:\s*(\d+)", entry.output)
+    if "." in entry.name:
+        count_cases(row, tried, entry)
+    elif "fuzz" in entry.labels:
+        times = int(inputs[1]) if inputs else 0
+        said = entry.status or ("" if times else "ran no input")
+        tried.append(Tried(f"{entry.name} (inputs)", row.name, times, int(bool(said))))
+        row.passed += not said
+        if said:
+            row.fail(f"{entry.name}: {said}", entry.output)
+    elif entry.status:
+        row.fail(f"{entry.name}: {entry.status}", entry.output)
+        tried.append(Tried(f"{entry.name} (did not finish)", row.name, 1, 1))
+    elif entry.name not in FIXTURES:
         row.passed += 1
 
 
-def number(value):
-    return f"{value:,}"
+def row_name(entry, part):
+    return next((ROWS[label] for label in entry.labels if label in ROWS), part)
 
 
 def results_table(rows):
@@ -119,14 +184,10 @@ def tried_table(rows, tried):
         total.found += entry.found
     width = max(map(len, lines)) + 2
     yield f"{'what was tried':{width}}" + "".join(f"{part:>12}" for part in parts) + f"{'found':>7}"
-    for what, entries in sorted(lines.items()):
-        counts = "".join(f"{number(entries[part].times) if part in entries else '-':>12}" for part in parts)
-        yield f"{what:{width}}{counts}{sum(entry.found for entry in entries.values()):>7}"
-
-
-def duration(seconds):
-    minutes, seconds = divmod(round(seconds), 60)
-    return f"{minutes} min {seconds} s"
+    for what, entries_of in sorted(lines.items()):
+        counts = "".join(f"{entries_of[part].times if part in entries_of else '-':>12,}" if part in entries_of
+                         else f"{'-':>12}" for part in parts)
+        yield f"{what:{width}}{counts}{sum(entry.found for entry in entries_of.values()):>7}"
 
 
 def fail_empty(rows):
@@ -145,7 +206,8 @@ def report(rows, tried, form, seconds):
     lines += [f"SKIPPED {row.name}: {case}" for row in rows for case in row.skipped]
     lines += [f"FAILED {row.name}: {failure}" for row in rows for failure in row.failures]
     passed, failed = sum(row.passed for row in rows), sum(row.failed for row in rows)
-    lines += ["", f"{form}: {duration(seconds)}", f"{passed} passed, {failed} failed"]
+    took = f"{round(seconds) // 60} min {round(seconds) % 60} s"
+    lines += ["", f"{form}: {took}", f"{passed} passed, {failed} failed"]
     return "\n".join(lines)
 
 
