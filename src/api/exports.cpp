@@ -21,10 +21,10 @@ template <typename Result, typename Body>
 Result guarded(const char* name, Result onException, Body body) {
     try {
         return body();
-    } catch (const std::exception& error) {
+    } catch (const std::exception& error) { // GCOVR_EXCL_START the system is out of memory or of locks
         writeLog(kLogError, kLogTagDll, "[%s:%d]%s", name, __LINE__, error.what());
         return onException;
-    }
+    } // GCOVR_EXCL_STOP
 }
 
 using IdText = std::array<char, SONVIA_TEXT_SIZE + 1>;

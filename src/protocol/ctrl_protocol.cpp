@@ -31,10 +31,12 @@ MallocBytes joined(const OBufList& pieces, std::uint64_t size) {
     std::uint64_t index = 0;
     for (const OBufView& piece : pieces) {
         if (index + piece.length > size) {
+            // GCOVR_EXCL_START The sum was taken of the same pieces just before.
             writeLog(kLogError, kLogTagDefault, "[%s:%d]idx:%u + getSize:%u > size:%u is error",
                      "CtrlProtocol::sendCommand", __LINE__, static_cast<unsigned>(index),
                      static_cast<unsigned>(piece.length), static_cast<unsigned>(size));
             break;
+            // GCOVR_EXCL_STOP
         }
         std::memcpy(bytes.get() + index, piece.data(), static_cast<std::size_t>(piece.length));
         index += piece.length;
@@ -213,9 +215,11 @@ void CtrlProtocol::keep(const OBufView& rest) {
     if (mTail.buffer == nullptr || rest.length > mTail.buffer->capacity - mTail.length) {
         OBufView fresh;
         if (fresh.reset(std::max(kTailCapacity, rest.length)) == nullptr) {
+            // GCOVR_EXCL_START An allocation failure.
             mPending.push_back(rest);
             mPendingSize += rest.length;
             return;
+            // GCOVR_EXCL_STOP
         }
         fresh.length = 0;
         mTail = std::move(fresh);

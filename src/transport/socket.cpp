@@ -173,7 +173,7 @@ OWriteReq* OBaseSocket::acquireWriteReq(const OBufList& list) {
 void OBaseSocket::recycle(OWriteReq* req) {
     const std::lock_guard guard(writeMutex);
     if (req->inUse == 0) {
-        return;
+        return; // GCOVR_EXCL_LINE no write request is given back twice
     }
     const auto place = std::find(activeWriteReqs.begin(), activeWriteReqs.end(), req);
     if (place != activeWriteReqs.end()) {

@@ -34,7 +34,7 @@ public:
         std::tm local{};
         const std::lock_guard lock(timeZoneMutex());
         if (::localtime_r(&time, &local) == nullptr) {
-            return {};
+            return {}; // GCOVR_EXCL_LINE a time beyond what the C library can put in a calendar
         }
         return {local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
                 local.tm_hour,        local.tm_min,     local.tm_sec};

