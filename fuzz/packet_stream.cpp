@@ -21,18 +21,25 @@ namespace {
 
 constexpr std::uint8_t kWithContext = 16;
 constexpr std::uint8_t kSealed = 32;
-constexpr std::uint8_t kMagic = '$';
 
-using Packets = std::vector<oracle::Packet>;
+/// A packet as it is delivered, with the size that its header gave.
+struct Delivered {
+    oracle::Packet packet;
+    std::uint32_t size = 0;
+
+    friend bool operator==(const Delivered&, const Delivered&) = default;
+};
+
+using Packets = std::vector<Delivered>;
 
 class Receiver : public CtrlProtocol {
 public:
     void onPacket(const CtrlPacketHeader* header, const std::uint8_t* payload,
                   std::uint32_t length) override {
         require((payload == nullptr) == (length == 0), "just an empty payload has no place");
-        packets.push_back({header->magic, header->cmdType, header->seq, header->size, {}});
+        packets.push_back({{header->magic, header->cmdType, header->seq, {}}, header->size});
         if (payload != nullptr) {
-            packets.back().payload.assign(payload, payload + length);
+            packets.back().packet.payload.assign(payload, payload + length);
         }
     }
 
@@ -51,17 +58,17 @@ Packets received(const Bytes& stream, std::uint8_t choice, std::uint8_t cuts) {
 }
 
 Packets expected(Bytes stream, std::uint8_t choice) {
-    Packets packets = oracle::takePackets(stream);
-    if ((choice & kWithContext) == 0) {
-        return packets;
-    }
     oracle::Protection protection = makeProtection(choice);
     Packets delivered;
-    for (oracle::Packet& packet : packets) {
-        std::optional<Bytes> payload = protection.open(packet.payload);
+    for (oracle::Packet& packet : oracle::takePackets(stream)) {
+        const auto size = static_cast<std::uint32_t>(packet.payload.size());
+        std::optional<Bytes> payload = packet.payload;
+        if ((choice & kWithContext) != 0) {
+            payload = protection.open(packet.payload);
+        }
         if (payload) {
             packet.payload = std::move(*payload);
-            delivered.push_back(std::move(packet));
+            delivered.push_back({std::move(packet), size});
         }
     }
     return delivered;
@@ -75,11 +82,9 @@ Bytes sealed(Bytes stream, std::uint8_t choice, std::uint8_t cuts) {
     sender.setSafetyDataDeal(makeContext(choice));
     oracle::Protection model = makeProtection(choice);
     for (const oracle::Packet& packet : oracle::takePackets(stream)) {
-        if (packet.magic != kMagic) {
-            oracle::append(out.bytes, {packet.magic});
-            oracle::append(out.bytes,
-                           oracle::part(oracle::encodePacket(packet.command, packet.sequence, packet.payload),
-                                        1, 8 + packet.payload.size()));
+        if (packet.magic != oracle::kMagic) {
+            oracle::append(out.bytes, oracle::encodePacket(packet.command, packet.sequence, packet.payload,
+                                                           packet.magic));
             continue;
         }
         const std::size_t before = out.bytes.size();
@@ -93,18 +98,15 @@ Bytes sealed(Bytes stream, std::uint8_t choice, std::uint8_t cuts) {
 }
 
 /// What was sealed must come back as it was, unless a packet in between has moved the receiving chain.
-void requireSameContents(const Packets& sent, const Packets& arrived) {
+void requireSameContents(const std::vector<oracle::Packet>& sent, const Packets& arrived) {
     for (const oracle::Packet& packet : sent) {
-        if (packet.magic != kMagic) {
+        if (packet.magic != oracle::kMagic) {
             return;
         }
     }
     require(sent.size() == arrived.size(), "every sealed packet arrives");
     for (std::size_t index = 0; index < sent.size(); ++index) {
-        require(sent[index].command == arrived[index].command &&
-                    sent[index].sequence == arrived[index].sequence &&
-                    sent[index].payload == arrived[index].payload,
-                "a sealed packet arrives as it was sent");
+        require(sent[index] == arrived[index].packet, "a sealed packet arrives as it was sent");
     }
 }
 

@@ -68,7 +68,6 @@ private:
 Bytes takeEntry(Input& stream) {
     constexpr const char* kKeys[] = {"player-state",  "phone-name",     "change-mode", "buffering-start",
                                      "buffering-end", "first-audiopcm", "phone-nam",   ""};
-    constexpr std::uint8_t kByteType = 3;
     const std::uint8_t choice = stream.takeByte();
     const std::string key = kKeys[choice % std::size(kKeys)];
     const std::uint8_t kind = choice / std::size(kKeys) % 4;
@@ -79,20 +78,15 @@ Bytes takeEntry(Input& stream) {
     if (kind == 1) {
         return oracle::encodeText(key, oracle::text(value));
     }
-    Bytes entry = {static_cast<std::uint8_t>(key.size())};
-    oracle::append(entry, oracle::bytesOf(key));
-    entry.push_back(kind == 2 ? kByteType : stream.takeByte());
-    oracle::append(entry, value);
-    return entry;
+    return oracle::encodeRaw(key, kind == 2 ? oracle::kTypeByte : stream.takeByte(), value);
 }
 
 Bytes takeNotification(Input& stream, std::size_t entries) {
-    constexpr std::uint16_t kNotify = 34;
     Bytes payload;
     for (std::size_t count = 0; count < entries; ++count) {
         oracle::append(payload, takeEntry(stream));
     }
-    return oracle::encodePacket(kNotify, 0, payload);
+    return oracle::encodePacket(oracle::kNotify, 0, payload);
 }
 
 /// Session and model, told the same.

@@ -48,7 +48,8 @@ TEST_F(StandinProcess, OverallGuardEndsItWhateverHappens) {
 
 TEST_F(StandinProcess, ScenarioThatCannotBeReadEndsItAtOnce) {
     EXPECT_EQ(run("listen\nleap\n"), 91);
-    EXPECT_EQ(standin.recorded("scenario-error").at(0).at("reason").text(), "line 2: unknown step: leap");
+    const std::string reason = standin.recorded("scenario-error").at(0).at("reason").text();
+    EXPECT_NE(reason.find("scenario.txt:2:1: expected a step, found \"leap\""), std::string::npos) << reason;
     EXPECT_TRUE(standin.recorded("listen").empty());
 }
 

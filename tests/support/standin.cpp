@@ -90,6 +90,8 @@ void Standin::play(const std::string& scenario) {
     writeFile(folder / "scenario.txt", scenario);
     uv_os_setenv("SONVIA_STANDIN_SCENARIO", (folder / "scenario.txt").string().c_str());
     uv_os_setenv("SONVIA_STANDIN_RECORD", mRecordPath.c_str());
+    uv_os_setenv("SONVIA_STANDIN_GUARD", "120");
+    uv_os_setenv("SONVIA_STANDIN_SHOW_SECRETS", "1");
 }
 
 void Standin::signal(const std::string& name) {

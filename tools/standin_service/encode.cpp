@@ -1,92 +1,75 @@
 // The bytes that a packet description stands for.
 #include <algorithm>
 
+#include "oracle/entries.h"
+#include "oracle/packets.h"
 #include "scenario.h"
-#include "wire.h"
 
 namespace standin {
 
 namespace {
 
-constexpr char kFillCharacter = 'x';
+using oracle::Bytes;
 
-void putEntry(std::string& out, const EntrySpec& entry, const Counters& counters);
+Bytes entriesOf(const std::vector<EntrySpec>& entries, const Counters& counters);
 
-void putLengthAndBytes(std::string& out, const EntrySpec& entry, std::string_view bytes,
-                       std::size_t lengthWidth, const Counters& counters) {
+// A value with the length in front of it that the type asks for, or with the one that the scenario announces.
+Bytes withLength(const EntrySpec& entry, std::uint8_t type, const Bytes& value, const Counters& counters) {
     const std::uint64_t length = entry.announcedLength
                                      ? static_cast<std::uint64_t>(entry.announcedLength->value(counters))
-                                     : bytes.size();
-    putNumber(out, length, lengthWidth);
-    out.append(bytes);
+                                     : value.size();
+    return oracle::join({oracle::bigEndian(length, oracle::layoutOf(type).lengthWidth), value});
 }
 
-std::string nestedBytes(const EntrySpec& entry, const Counters& counters) {
-    std::string inner;
-    for (const EntrySpec& child : entry.nested) {
-        putEntry(inner, child, counters);
-    }
-    return inner;
-}
-
-void putEntry(std::string& out, const EntrySpec& entry, const Counters& counters) {
+Bytes entryOf(const EntrySpec& entry, const Counters& counters) {
     using Kind = EntrySpec::Kind;
     const std::string key = entry.key.value(counters);
     const auto number = static_cast<std::uint64_t>(entry.number.value(counters));
+    const auto withValue = [&](std::uint8_t type, const Bytes& value) {
+        return oracle::encodeRaw(key, type, withLength(entry, type, value, counters));
+    };
     switch (entry.kind) {
     case Kind::kByte:
-        putEntryStart(out, key, kByteType);
-        putNumber(out, number, 1);
-        break;
+        return oracle::encodeRaw(key, oracle::kTypeByte, oracle::bigEndian(number, 1));
     case Kind::kInt:
-        putEntryStart(out, key, kIntType);
-        putNumber(out, number, 4);
-        break;
+        return oracle::encodeRaw(key, oracle::kTypeInt, oracle::bigEndian(number, 4));
     case Kind::kString:
-        putEntryStart(out, key, kStringType);
-        putLengthAndBytes(out, entry, entry.text.value(counters), 4, counters);
-        break;
+        return withValue(oracle::kTypeText, oracle::bytesOf(entry.text.value(counters)));
     case Kind::kFillString:
-        putEntryStart(out, key, kStringType);
-        putLengthAndBytes(out, entry, std::string(static_cast<std::size_t>(number), kFillCharacter), 4,
-                          counters);
-        break;
+        return withValue(oracle::kTypeText, Bytes(static_cast<std::size_t>(number), 'x'));
     case Kind::kNested:
-        putEntryStart(out, key, kNestedType);
-        putLengthAndBytes(out, entry, nestedBytes(entry, counters), 2, counters);
-        break;
+        return withValue(oracle::kTypeNested, entriesOf(entry.nested, counters));
     case Kind::kTyped:
-        putEntryStart(out, key, entry.type);
-        out.append(entry.bytes);
-        break;
+        return oracle::encodeRaw(key, entry.type, entry.bytes);
     case Kind::kHex:
-        out.append(entry.bytes);
         break;
     }
+    return entry.bytes;
+}
+
+Bytes entriesOf(const std::vector<EntrySpec>& entries, const Counters& counters) {
+    Bytes bytes;
+    for (const EntrySpec& entry : entries) {
+        oracle::append(bytes, entryOf(entry, counters));
+    }
+    return bytes;
 }
 
 } // namespace
 
-std::string encodePacket(const PacketSpec& packet, std::uint16_t seq, const Counters& counters) {
-    std::string payload;
-    for (const EntrySpec& entry : packet.entries) {
-        putEntry(payload, entry, counters);
-    }
+oracle::Bytes encodePacket(const PacketSpec& packet, std::uint16_t seq, const Counters& counters) {
+    const auto valueOr = [&](const std::optional<Number>& number, std::uint64_t otherwise) {
+        return number ? static_cast<std::uint64_t>(number->value(counters)) : otherwise;
+    };
+    Bytes payload = entriesOf(packet.entries, counters);
     const auto cut = static_cast<std::size_t>(packet.cut.value(counters));
     payload.resize(payload.size() - std::min(cut, payload.size()));
-
-    Header header;
-    header.command = static_cast<std::uint16_t>(packet.command.value(counters));
-    header.seq = packet.seq ? static_cast<std::uint16_t>(packet.seq->value(counters)) : seq;
-    header.size =
-        static_cast<std::uint32_t>(packet.announcedSize ? packet.announcedSize->value(counters)
-                                                        : static_cast<std::int64_t>(payload.size()));
-    if (packet.magic) {
-        header.magic = static_cast<std::uint8_t>(packet.magic->value(counters));
-    }
-    std::string out;
-    putHeader(out, header);
-    return out.append(payload);
+    const Bytes header =
+        oracle::encodeHeader(static_cast<std::uint8_t>(valueOr(packet.magic, oracle::kMagic)),
+                             static_cast<std::uint16_t>(packet.command.value(counters)),
+                             static_cast<std::uint16_t>(valueOr(packet.seq, seq)),
+                             static_cast<std::uint32_t>(valueOr(packet.announcedSize, payload.size())));
+    return oracle::join({header, payload});
 }
 
 } // namespace standin

@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <utility>
 
+#include "oracle/entries.h"
+
 namespace standin {
 
 namespace {
@@ -13,46 +15,58 @@ constexpr std::uint64_t kTickMs = 2;
 constexpr int kStepsPerTurn = 64;
 constexpr std::size_t kUnwrittenLimit = 1U << 20U;
 constexpr std::int64_t kListenGuardMs = 10000;
+constexpr std::int64_t kWaitGuardMs = 30000; // of a wait without a guard of its own, in a guarded service
 
-bool keyPresent(const Packet& packet, const std::string& key) {
-    const std::vector<Entry> entries = decodeEntries(packet.payload).entries;
-    return std::any_of(entries.begin(), entries.end(), [&](const Entry& entry) { return entry.key == key; });
+bool keyPresent(const oracle::Packet& packet, const std::string& key) {
+    const std::vector<oracle::Entry> entries = oracle::decode(packet.payload).entries;
+    return std::any_of(entries.begin(), entries.end(),
+                       [&](const oracle::Entry& entry) { return entry.key == key; });
 }
 
 } // namespace
 
-Player::Player(uv_loop_t* loop, Scenario scenario, std::string pipeName, std::string childProgram,
-               Record& record)
-    : mLoop(loop), mScenario(std::move(scenario)), mChildProgram(std::move(childProgram)), mRecord(record),
-      mPipe(loop, std::move(pipeName),
+Player::Player(uv_loop_t* loop, Scenario scenario, PlayerOptions options, Record& record, Show& show)
+    : mLoop(loop), mScenario(std::move(scenario)), mOptions(std::move(options)), mRecord(record), mShow(show),
+      mPipe(loop, mOptions.pipeName,
             {[this] {
                  mHadConnection = true;
-                 mCutter = PacketCutter();
+                 mCutter = oracle::PacketCutter();
                  mRecord.write(RecordLine("connect"));
+                 mShow.event("a host has connected");
                  advance();
              },
              [this](std::string_view bytes) { onReceived(bytes); },
              [this](int code) {
-                 mRecord.write(RecordLine("disconnect")
-                                   .number("code", code)
-                                   .number("unfinished", static_cast<std::int64_t>(mCutter.pending())));
+                 disconnected(code);
                  advance();
              }}) {}
 
 void Player::start() {
+    const std::optional<std::int64_t> guard =
+        mScenario.guardSeconds ? mScenario.guardSeconds : mOptions.guardSeconds;
     uv_timer_init(mLoop, &mOverallGuard);
     mOverallGuard.data = this;
-    uv_timer_start(
-        &mOverallGuard,
-        [](uv_timer_t* timer) {
-            static_cast<Player*>(timer->data)->leave(kExitOverallGuard, "overall guard");
-        },
-        static_cast<std::uint64_t>(mScenario.guardSeconds) * 1000, 0);
+    if (guard) {
+        uv_timer_start(
+            &mOverallGuard,
+            [](uv_timer_t* timer) {
+                static_cast<Player*>(timer->data)->leave(kExitOverallGuard, "overall guard");
+            },
+            static_cast<std::uint64_t>(*guard) * 1000, 0);
+    }
     uv_timer_init(mLoop, &mStopDelay);
     mStopDelay.data = this;
     uv_timer_init(mLoop, &mTick);
     mTick.data = this;
     advance();
+}
+
+void Player::disconnected(int code) {
+    mRecord.write(RecordLine("disconnect")
+                      .number("code", code)
+                      .number("unfinished", static_cast<std::int64_t>(mCutter.pending())));
+    mShow.event(code == 0 ? "disconnected" : std::string("the host has gone: ") + uv_err_name(code),
+                code == 0 ? currentLine() : 0);
 }
 
 void Player::advance() {
@@ -83,9 +97,16 @@ std::int64_t Player::stepAge() const {
     return static_cast<std::int64_t>(uv_now(mLoop) - mStepStart);
 }
 
-void Player::checkGuard(std::int64_t guard) {
-    if (stepAge() > guard) {
-        leave(kExitStepGuard, "guard of line " + std::to_string(mScenario.steps[mNext].line));
+std::size_t Player::currentLine() const {
+    return mNext < mScenario.steps.size() ? mScenario.steps[mNext].line : 0;
+}
+
+void Player::checkGuard(const Guard& guard) {
+    if (!guard && !mOptions.guardSeconds) {
+        return;
+    }
+    if (stepAge() > guard.value_or(kWaitGuardMs)) {
+        leave(kExitStepGuard, "guard of line " + std::to_string(currentLine()));
     }
 }
 
@@ -103,9 +124,9 @@ bool Player::perform(const WaitConnection& step) {
 
 bool Player::perform(const WaitPacket& step) {
     while (!mInbox.empty()) {
-        const Packet packet = std::move(mInbox.front());
+        const oracle::Packet packet = std::move(mInbox.front());
         mInbox.pop_front();
-        const bool commandFits = !step.command || step.command->value(mCounters) == packet.header.command;
+        const bool commandFits = !step.command || step.command->value(mCounters) == packet.command;
         if (commandFits && (!step.key || keyPresent(packet, step.key->value(mCounters)))) {
             ++mMatches;
         }
@@ -133,6 +154,7 @@ bool Player::perform(const Listen& /*step*/) {
     const int result = mPipe.listen();
     if (result == 0) {
         mRecord.write(RecordLine("listen"));
+        mShow.event("listening on " + mOptions.pipeName, currentLine());
         return true;
     }
     if (stepAge() > kListenGuardMs) {
@@ -149,13 +171,14 @@ bool Player::readyToSend() {
     return mPipe.unwritten() < kUnwrittenLimit;
 }
 
-bool Player::sendOut(std::string bytes) {
+bool Player::sendOut(oracle::Bytes bytes) {
     if (mJoining) {
-        mJoined.append(bytes);
+        oracle::append(mJoined, bytes);
         return true;
     }
+    mShow.sent(bytes, currentLine(), !mPipe.connected());
     if (!mPace) {
-        mPipe.write(std::move(bytes));
+        mPipe.write(oracle::text(bytes));
         return true;
     }
     mTrickle = std::move(bytes);
@@ -169,7 +192,7 @@ bool Player::trickle() {
         mTrickled = mTrickle.size();
     }
     if (mTrickled < mTrickle.size() && mPipe.unwritten() == 0 && uv_now(mLoop) >= mNextByteTime) {
-        mPipe.write(mTrickle.substr(mTrickled++, 1));
+        mPipe.write(oracle::text({mTrickle[mTrickled++]}));
         mNextByteTime = uv_now(mLoop) + static_cast<std::uint64_t>(*mPace);
     }
     if (mTrickled < mTrickle.size()) {
@@ -190,7 +213,7 @@ bool Player::perform(const SendBytes& step) {
 
 bool Player::perform(const SendFill& step) {
     return readyToSend() &&
-           sendOut(std::string(static_cast<std::size_t>(step.count.value(mCounters)), step.byte));
+           sendOut(oracle::Bytes(static_cast<std::size_t>(step.count.value(mCounters)), step.byte));
 }
 
 bool Player::perform(const Flush& /*step*/) {
@@ -246,9 +269,7 @@ bool Player::perform(const Disconnect& /*step*/) {
         return false;
     }
     mPipe.disconnect();
-    mRecord.write(RecordLine("disconnect")
-                      .number("code", 0)
-                      .number("unfinished", static_cast<std::int64_t>(mCutter.pending())));
+    disconnected(0);
     return true;
 }
 
@@ -265,6 +286,7 @@ bool Player::perform(const Crash& /*step*/) {
         return false;
     }
     mRecord.write(RecordLine("crash"));
+    mShow.trouble("crashes", currentLine());
     uv_kill(uv_os_getpid(), SIGKILL);
     return false;
 }
@@ -295,7 +317,7 @@ bool Player::perform(const OnStop& step) {
 bool Player::perform(const StartChildren& step) {
     const std::int64_t count = step.count.value(mCounters);
     for (std::int64_t i = 0; i < count; ++i) {
-        std::string program = mChildProgram;
+        std::string program = mOptions.childProgram;
         char* arguments[] = {program.data(), nullptr};
         uv_process_options_t options{};
         options.file = program.c_str();
@@ -313,26 +335,34 @@ bool Player::perform(const StartChildren& step) {
 }
 
 bool Player::perform(const Note& step) {
-    mRecord.write(RecordLine("note").text("text", step.text.value(mCounters)));
+    const std::string text = step.text.value(mCounters);
+    mRecord.write(RecordLine("note").text("text", text));
+    mShow.event("note: " + text, currentLine());
     return true;
 }
 
 void Player::onReceived(std::string_view bytes) {
-    mCutter.feed(bytes);
-    while (std::optional<Packet> packet = mCutter.next()) {
+    mCutter.feed(oracle::bytesOf(bytes));
+    while (std::optional<oracle::Packet> packet = mCutter.next()) {
         onPacket(*packet);
         mInbox.push_back(std::move(*packet));
     }
     if (!mCutter.error().empty()) {
         mRecord.write(RecordLine("malformed").text("reason", mCutter.error()));
+        mShow.trouble("malformed bytes, closing the connection: " + mCutter.error());
         mPipe.disconnect();
     }
     advance();
 }
 
-void Player::onPacket(const Packet& packet) {
-    mRecord.write(packetLine(packet));
-    if (packet.header.command != kStopCommand || mOnStop.ignore) {
+void Player::onPacket(const oracle::Packet& packet) {
+    oracle::Packet witnessed = packet;
+    if (!mOptions.secrets) {
+        witnessed.payload = oracle::masked(packet.payload);
+    }
+    mRecord.write(packetLine(witnessed));
+    mShow.received(witnessed);
+    if (packet.command != oracle::kStop || mOnStop.ignore) {
         return;
     }
     const std::int64_t delay = mOnStop.after.value(mCounters);
@@ -351,6 +381,8 @@ void Player::onPacket(const Packet& packet) {
 // std::_Exit: nothing of this process is worth a tidy end, and open handles must not be able to delay it.
 void Player::leave(int code, std::string_view reason) {
     mRecord.write(RecordLine("exit").number("code", code).text("reason", reason));
+    const std::string text = "ends with " + std::to_string(code) + ": " + std::string(reason);
+    code == kExitOverallGuard || code == kExitStepGuard ? mShow.trouble(text) : mShow.event(text);
     std::_Exit(code);
 }
 

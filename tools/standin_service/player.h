@@ -14,10 +14,11 @@
 
 #include <uv.h>
 
+#include "oracle/packets.h"
 #include "pipe_server.h"
 #include "record.h"
 #include "scenario.h"
-#include "wire.h"
+#include "show.h"
 
 namespace standin {
 
@@ -26,11 +27,18 @@ inline constexpr int kExitOverallGuard = 89;
 inline constexpr int kExitStepGuard = 90;
 inline constexpr int kExitBadScenario = 91;
 
+struct PlayerOptions {
+    std::string pipeName;
+    std::string childProgram; // full path of the program that `children` starts
+    // For tests: the service ends after this time, and each wait after half a minute. Nothing ends it without.
+    std::optional<std::int64_t> guardSeconds;
+    bool secrets = false; // texts of the host are recorded and shown as they are
+};
+
 class Player {
 public:
-    // `record` outlives the player. `childProgram` is the full path of the program that `children` starts.
-    Player(uv_loop_t* loop, Scenario scenario, std::string pipeName, std::string childProgram,
-           Record& record);
+    // `record` and `show` outlive the player.
+    Player(uv_loop_t* loop, Scenario scenario, PlayerOptions options, Record& record, Show& show);
     Player(const Player&) = delete;
     Player& operator=(const Player&) = delete;
 
@@ -75,19 +83,22 @@ private:
 
     // Milliseconds since the current step began.
     std::int64_t stepAge() const;
+    std::size_t currentLine() const;
     // Ends the service when the current wait has lasted longer than its guard.
-    void checkGuard(std::int64_t guard);
+    void checkGuard(const Guard& guard);
     bool readyToSend();
-    bool sendOut(std::string bytes);
+    bool sendOut(oracle::Bytes bytes);
+    void disconnected(int code);
     bool trickle();
-    void onPacket(const Packet& packet);
+    void onPacket(const oracle::Packet& packet);
     void onReceived(std::string_view bytes);
     [[noreturn]] void leave(int code, std::string_view reason);
 
     uv_loop_t* mLoop;
     Scenario mScenario;
-    std::string mChildProgram;
+    PlayerOptions mOptions;
     Record& mRecord;
+    Show& mShow;
     PipeServer mPipe;
     uv_timer_t mTick{};
     uv_timer_t mOverallGuard{};
@@ -102,15 +113,15 @@ private:
     std::uint16_t mSequence = 0;
 
     bool mJoining = false;
-    std::string mJoined;
+    oracle::Bytes mJoined;
     std::optional<std::int64_t> mPace; // set inside a split block
-    std::string mTrickle;              // bytes of the current step not yet written one by one
+    oracle::Bytes mTrickle;            // bytes of the current step not yet written one by one
     std::size_t mTrickled = 0;
     std::uint64_t mNextByteTime = 0;
 
-    PacketCutter mCutter;
-    std::deque<Packet> mInbox; // received and not yet looked at by a `wait packet`
-    std::int64_t mMatches = 0; // of the current `wait packet`
+    oracle::PacketCutter mCutter;
+    std::deque<oracle::Packet> mInbox; // received and not yet looked at by a `wait packet`
+    std::int64_t mMatches = 0;         // of the current `wait packet`
     OnStop mOnStop;
     std::vector<uv_process_t*> mChildren; // never freed: they live as long as the process
 };

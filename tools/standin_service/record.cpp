@@ -1,21 +1,34 @@
 #include "record.h"
 
+#include <chrono>
+
 namespace standin {
 
 namespace {
 
-std::string jsonValue(const Entry& entry) {
-    if (entry.type == kNestedType) {
-        return jsonEntries(entry.nested);
+std::string jsonValue(const oracle::Entry& entry) {
+    if (entry.type == oracle::kTypeNested) {
+        return jsonEntries(oracle::decode(entry.value).entries);
     }
-    if (layoutOf(entry.type).lengthWidth != 0) {
-        return jsonText(entry.raw);
+    if (oracle::layoutOf(entry.type).lengthWidth != 0) {
+        return jsonText(oracle::text(entry.value));
     }
-    const std::uint64_t value = getNumber(entry.raw);
-    if (entry.type == kIntType) {
-        return std::to_string(static_cast<std::int32_t>(static_cast<std::uint32_t>(value)));
+    if (entry.type == oracle::kTypeInt) {
+        return std::to_string(oracle::intOf(entry.value));
     }
-    return std::to_string(value);
+    return std::to_string(oracle::number(entry.value, 0, entry.value.size()));
+}
+
+// What is wrong with a payload, nested ones included; empty when nothing is.
+std::string faultOf(const oracle::Bytes& payload) {
+    const oracle::Decoded decoded = oracle::decode(payload);
+    for (const oracle::Entry& entry : decoded.entries) {
+        const std::string inner = entry.type == oracle::kTypeNested ? faultOf(entry.value) : std::string();
+        if (!inner.empty()) {
+            return "inside \"" + entry.key + "\": " + inner;
+        }
+    }
+    return decoded.fault ? decoded.fault->reason : std::string();
 }
 
 } // namespace
@@ -40,9 +53,9 @@ std::string jsonText(std::string_view bytes) {
     return out;
 }
 
-std::string jsonEntries(const std::vector<Entry>& entries) {
+std::string jsonEntries(const std::vector<oracle::Entry>& entries) {
     std::string out = "[";
-    for (const Entry& entry : entries) {
+    for (const oracle::Entry& entry : entries) {
         if (out.size() > 1) {
             out.push_back(',');
         }
@@ -68,21 +81,26 @@ RecordLine& RecordLine::json(std::string_view name, std::string_view json) {
     return *this;
 }
 
-std::string RecordLine::finish() const {
-    return mText + "}\n";
+std::string RecordLine::finish(std::int64_t at) const {
+    return mText + (at == 0 ? std::string() : ",\"at\":" + std::to_string(at)) + "}\n";
 }
 
-RecordLine packetLine(const Packet& packet) {
-    const DecodedEntries decoded = decodeEntries(packet.payload);
+RecordLine packetLine(const oracle::Packet& packet) {
     RecordLine line("packet");
-    line.number("command", packet.header.command)
-        .number("seq", packet.header.seq)
-        .number("size", packet.header.size)
-        .json("entries", jsonEntries(decoded.entries));
-    if (!decoded.error.empty()) {
-        line.text("malformed", decoded.error);
+    line.number("command", packet.command)
+        .number("seq", packet.sequence)
+        .number("size", static_cast<std::int64_t>(packet.payload.size()))
+        .json("entries", jsonEntries(oracle::decode(packet.payload).entries));
+    const std::string fault = faultOf(packet.payload);
+    if (!fault.empty()) {
+        line.text("malformed", fault);
     }
     return line;
+}
+
+std::int64_t now() {
+    using namespace std::chrono;
+    return duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
 }
 
 Record::Record(const std::string& path) {
@@ -101,7 +119,7 @@ void Record::write(const RecordLine& line) {
     if (mFile == nullptr) {
         return;
     }
-    const std::string text = line.finish();
+    const std::string text = line.finish(now());
     std::fwrite(text.data(), 1, text.size(), mFile);
     std::fflush(mFile);
 }

@@ -8,14 +8,15 @@
 #include <string_view>
 #include <vector>
 
-#include "wire.h"
+#include "oracle/entries.h"
+#include "oracle/packets.h"
 
 namespace standin {
 
 // JSON text of a byte string. Bytes outside printable ASCII are written as \u00XX, one escape a byte, so that
 // any bytes survive the round trip whatever their encoding.
 std::string jsonText(std::string_view bytes);
-std::string jsonEntries(const std::vector<Entry>& entries);
+std::string jsonEntries(const std::vector<oracle::Entry>& entries);
 
 // One line under construction: {"event":"...", ...}.
 class RecordLine {
@@ -26,13 +27,17 @@ public:
     RecordLine& text(std::string_view name, std::string_view value);
     // `json` is already valid JSON.
     RecordLine& json(std::string_view name, std::string_view json);
-    std::string finish() const;
+    // `at` is now(); left out when 0.
+    std::string finish(std::int64_t at = 0) const;
 
 private:
     std::string mText;
 };
 
-RecordLine packetLine(const Packet& packet);
+RecordLine packetLine(const oracle::Packet& packet);
+
+// Microseconds since 1970: what everything that this computer records of one session can be ordered by.
+std::int64_t now();
 
 // Appends to the file: several runs of the service, one after another, may share one record. Without a path
 // nothing is written.

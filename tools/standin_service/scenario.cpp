@@ -8,9 +8,16 @@ namespace standin {
 
 namespace {
 
-constexpr std::int64_t kDefaultGuardMs = 30000;
+template <typename Value>
+std::vector<std::string> keysOf(const std::map<std::string, Value>& map) {
+    std::vector<std::string> keys;
+    for (const auto& [key, value] : map) {
+        keys.push_back(key);
+    }
+    return keys;
+}
 
-EntrySpec::Kind entryKind(const std::string& word) {
+EntrySpec::Kind takeEntryKind(WordReader& words) {
     using Kind = EntrySpec::Kind;
     static const std::map<std::string, Kind> kKinds = {
         {"byte", Kind::kByte},
@@ -21,11 +28,12 @@ EntrySpec::Kind entryKind(const std::string& word) {
         {"nested", Kind::kNested},
         {"typed", Kind::kTyped},
     };
-    const auto found = kKinds.find(word);
-    if (found == kKinds.end()) {
-        throw ScenarioError("unknown entry: " + word);
+    for (const auto& [word, kind] : kKinds) {
+        if (words.accept(word)) {
+            return kind;
+        }
     }
-    return found->second;
+    words.fail("an entry (" + listed(keysOf(kKinds)) + ")", keysOf(kKinds));
 }
 
 class Parser {
@@ -38,10 +46,10 @@ public:
                 parseStep();
             }
             if (!mOpenBlocks.empty()) {
-                throw ScenarioError("a block is not closed");
+                failUnclosed(mScenario.steps[mOpenBlocks.back()].line);
             }
         } catch (const ScenarioError& error) {
-            mScenario.error = "line " + std::to_string(mLine) + ": " + error.what();
+            mScenario.mistake = Mistake{mLine, error.column(), error.what()};
         }
         return std::move(mScenario);
     }
@@ -56,12 +64,17 @@ private:
             const std::string_view line = mText.substr(0, end);
             mText.remove_prefix(end == std::string_view::npos ? mText.size() : end + 1);
             ++mLine;
-            mWords = WordReader(splitWords(line));
+            mWords = WordReader(line);
             if (!mWords.atEnd()) {
                 return true;
             }
         }
         return false;
+    }
+
+    [[noreturn]] void failUnclosed(std::size_t line) {
+        mLine = line;
+        throw ScenarioError(1, "expected \"end\" for this block, found the end of the scenario");
     }
 
     void parseStep();
@@ -71,7 +84,9 @@ private:
         mScenario.steps.push_back({mLine, std::move(action)});
     }
 
-    std::int64_t guard() { return mWords.accept("guard") ? mWords.plainNumber("guard") : kDefaultGuardMs; }
+    Guard guard() {
+        return mWords.accept("guard") ? Guard(mWords.plainNumber("milliseconds")) : std::nullopt;
+    }
 
     void parseWait();
     void parsePacket();
@@ -107,8 +122,8 @@ private:
     void parseBytes() { add(SendBytes{mWords.hexBytes()}); }
 
     void parseFill() {
-        SendFill step{mWords.number("count"), 0};
-        step.byte = static_cast<char>(mWords.plainNumber("byte"));
+        SendFill step{mWords.number("count")};
+        step.byte = static_cast<std::uint8_t>(mWords.plainNumber("byte"));
         add(std::move(step));
     }
 
@@ -146,6 +161,14 @@ private:
         add(std::move(step));
     }
 
+    Number numberOrWord(const char* what, const std::vector<std::string>& words) {
+        try {
+            return mWords.number(what);
+        } catch (const ScenarioError&) {
+            mWords.fail(what, words);
+        }
+    }
+
     void openBlock(Action begin) {
         mOpenBlocks.push_back(mScenario.steps.size());
         add(std::move(begin));
@@ -153,7 +176,7 @@ private:
 
     std::string_view mText;
     std::size_t mLine = 0;
-    WordReader mWords{{}};
+    WordReader mWords;
     std::vector<std::size_t> mOpenBlocks; // indexes of the begin steps that still wait for their end
     Scenario mScenario;
 };
@@ -184,26 +207,27 @@ void Parser::parseStep() {
         {"children", &Parser::parseChildren},
         {"note", &Parser::parseNote},
     };
-    const std::string name = mWords.word("step");
-    const auto rule = kRules.find(name);
-    if (rule == kRules.end()) {
-        throw ScenarioError("unknown step: " + name);
+    for (const auto& [name, rule] : kRules) {
+        if (mWords.accept(name)) {
+            (this->*rule)();
+            return;
+        }
     }
-    (this->*(rule->second))();
+    mWords.fail("a step", keysOf(kRules));
 }
 
 void Parser::parseWait() {
     if (mWords.accept("connection")) {
         add(WaitConnection{guard()});
     } else if (mWords.accept("file")) {
-        WaitFile step{mWords.text("path"), 0};
+        WaitFile step{mWords.text("path"), {}};
         step.guard = guard();
         add(std::move(step));
     } else if (mWords.accept("packet")) {
         WaitPacket step;
         step.count = {1, {}};
         if (mWords.accept("command")) {
-            step.command = mWords.number("command");
+            step.command = mWords.command();
         }
         if (mWords.accept("key")) {
             step.key = mWords.text("key");
@@ -214,14 +238,16 @@ void Parser::parseWait() {
         step.guard = guard();
         add(std::move(step));
     } else {
-        add(WaitTime{mWords.number("milliseconds")});
+        const Number time = numberOrWord("\"connection\", \"packet\", \"file\" or a number of milliseconds",
+                                         {"connection", "packet", "file"});
+        add(WaitTime{time});
     }
 }
 
 void Parser::parsePacket() {
     SendPacket step;
     const std::size_t line = mLine;
-    step.packet.command = mWords.number("command");
+    step.packet.command = mWords.command();
     while (!mWords.atEnd()) {
         if (mWords.accept("seq")) {
             step.packet.seq = mWords.number("seq");
@@ -240,6 +266,7 @@ void Parser::parsePacket() {
 }
 
 std::vector<EntrySpec> Parser::parseEntriesUntilEnd() {
+    const std::size_t line = mLine;
     std::vector<EntrySpec> entries;
     while (nextLine()) {
         if (mWords.accept("end")) {
@@ -248,13 +275,13 @@ std::vector<EntrySpec> Parser::parseEntriesUntilEnd() {
         }
         entries.push_back(parseEntry());
     }
-    throw ScenarioError("entries are not closed by \"end\"");
+    failUnclosed(line);
 }
 
 EntrySpec Parser::parseEntry() {
     using Kind = EntrySpec::Kind;
     EntrySpec entry;
-    entry.kind = entryKind(mWords.word("entry"));
+    entry.kind = takeEntryKind(mWords);
     if (entry.kind == Kind::kTyped) {
         entry.type = static_cast<std::uint8_t>(mWords.plainNumber("type"));
     }
@@ -291,7 +318,7 @@ void Parser::parseRepeat() {
 
 void Parser::parseEnd() {
     if (mOpenBlocks.empty()) {
-        throw ScenarioError("\"end\" without a block");
+        throw ScenarioError(mWords.lastColumn(), "expected a step, found \"end\" without a block");
     }
     const std::size_t begin = mOpenBlocks.back();
     mOpenBlocks.pop_back();
@@ -310,7 +337,7 @@ void Parser::parseOnStop() {
     OnStop step;
     step.ignore = mWords.accept("ignore");
     if (!step.ignore && !mWords.accept("exit")) {
-        throw ScenarioError("on-stop needs \"exit\" or \"ignore\"");
+        mWords.fail("\"exit\" or \"ignore\"", {"exit", "ignore"});
     }
     if (!step.ignore && mWords.accept("code")) {
         step.code = mWords.number("exit code");
@@ -322,29 +349,6 @@ void Parser::parseOnStop() {
 }
 
 } // namespace
-
-std::int64_t Number::value(const Counters& counters) const {
-    if (counter.empty()) {
-        return literal;
-    }
-    const auto found = counters.find(counter);
-    return found == counters.end() ? 0 : found->second;
-}
-
-std::string Text::value(const Counters& counters) const {
-    std::string out;
-    std::size_t at = 0;
-    while (true) {
-        const std::size_t open = pattern.find("${", at);
-        const std::size_t close = open == std::string::npos ? open : pattern.find('}', open);
-        if (close == std::string::npos) {
-            return out.append(pattern, at);
-        }
-        out.append(pattern, at, open - at);
-        out.append(std::to_string(Number{0, pattern.substr(open + 2, close - open - 2)}.value(counters)));
-        at = close + 1;
-    }
-}
 
 Scenario parseScenario(std::string_view text) {
     return Parser(text).parse();

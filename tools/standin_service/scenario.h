@@ -13,6 +13,9 @@
 #include <variant>
 #include <vector>
 
+#include "mistake.h"
+#include "oracle/bytes.h"
+
 namespace standin {
 
 // The running values of the enclosing repeat blocks, by name.
@@ -42,7 +45,7 @@ struct EntrySpec {
     Number number;                         // value, fill count
     Text text;                             // value of a string
     std::uint8_t type = 0;                 // of a typed entry
-    std::string bytes;                     // of a typed entry or of raw bytes
+    oracle::Bytes bytes;                   // of a typed entry or of raw bytes
     std::optional<Number> announcedLength; // of a string: written in place of the true length
     std::vector<EntrySpec> nested;
 };
@@ -60,20 +63,23 @@ struct WaitTime {
     Number milliseconds;
 };
 
+// How long a wait may last, in milliseconds; the player's own limit, or none, when absent.
+using Guard = std::optional<std::int64_t>;
+
 struct WaitConnection {
-    std::int64_t guard = 0;
+    Guard guard;
 };
 
 struct WaitPacket {
     std::optional<Number> command;
     std::optional<Text> key;
     Number count;
-    std::int64_t guard = 0;
+    Guard guard;
 };
 
 struct WaitFile {
     Text path;
-    std::int64_t guard = 0;
+    Guard guard;
 };
 
 struct Listen {};
@@ -83,12 +89,12 @@ struct SendPacket {
 };
 
 struct SendBytes {
-    std::string bytes;
+    oracle::Bytes bytes;
 };
 
 struct SendFill {
     Number count;
-    char byte = 0;
+    std::uint8_t byte = 0;
 };
 
 struct Flush {};
@@ -160,13 +166,13 @@ struct Scenario {
     // The first step creates the pipe; when the text says `no-pipe` or has a `listen` step of its own, it is
     // a wait for nothing instead.
     std::vector<Step> steps;
-    std::int64_t guardSeconds = 120; // the service ends by itself after this time, whatever happens
-    std::string error;               // empty when the text was understood; else the line and the reason
+    std::optional<std::int64_t> guardSeconds; // the service ends by itself after this time, whatever happens
+    std::optional<Mistake> mistake;           // the first one; nothing when the text was understood
 };
 
 Scenario parseScenario(std::string_view text);
 
 // The bytes that one packet description stands for. `seq` is used when the description names none.
-std::string encodePacket(const PacketSpec& packet, std::uint16_t seq, const Counters& counters);
+oracle::Bytes encodePacket(const PacketSpec& packet, std::uint16_t seq, const Counters& counters);
 
 } // namespace standin

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include "wire.h"
+#include <algorithm>
+
+#include "oracle/bytes.h"
 
 namespace standin {
 namespace {
@@ -12,20 +14,25 @@ using namespace std::string_literals;
 // The steps that the text adds behind the one that creates the pipe.
 std::vector<Step> stepsOf(const std::string& text) {
     Scenario scenario = parseScenario(text);
-    EXPECT_EQ(scenario.error, "") << text;
+    EXPECT_FALSE(scenario.mistake) << text;
     return {scenario.steps.begin() + 1, scenario.steps.end()};
 }
 
 std::string bytesOf(const std::string& text, const Counters& counters = {}) {
     const std::vector<Step> steps = stepsOf(text);
-    return encodePacket(std::get<SendPacket>(steps.at(0).action).packet, 3, counters);
+    return oracle::text(encodePacket(std::get<SendPacket>(steps.at(0).action).packet, 3, counters));
+}
+
+std::string mistakeOf(const std::string& text) {
+    const Scenario scenario = parseScenario(text);
+    return scenario.mistake ? scenario.mistake->describe("").substr(1) : "none";
 }
 
 TEST(StandinScenario, EmptyTextOnlyCreatesThePipe) {
     const Scenario scenario = parseScenario("# nothing\n\n   \n");
     ASSERT_EQ(scenario.steps.size(), 1U);
     EXPECT_TRUE(std::holds_alternative<Listen>(scenario.steps[0].action));
-    EXPECT_EQ(scenario.guardSeconds, 120);
+    EXPECT_FALSE(scenario.guardSeconds);
 }
 
 TEST(StandinScenario, NoPipeAndListenLeaveOutTheFirstStep) {
@@ -79,7 +86,7 @@ TEST(StandinScenario, CountersStandForNumbersAndInsideTexts) {
 TEST(StandinScenario, BlocksKnowTheirEnds) {
     const Scenario scenario =
         parseScenario("repeat 2 as n\nsplit pace 1\nflush\nend\nend\nrepeat forever\nend\n");
-    ASSERT_EQ(scenario.error, "");
+    ASSERT_FALSE(scenario.mistake);
     const auto& begin = std::get<RepeatBegin>(scenario.steps.at(1).action);
     EXPECT_EQ(begin.counter, "n");
     EXPECT_EQ(begin.end, 5U);
@@ -97,7 +104,7 @@ TEST(StandinScenario, WaitsCarryTheirConditionsAndGuards) {
     EXPECT_EQ(packet.count.literal, 2);
     EXPECT_EQ(packet.guard, 5);
     EXPECT_EQ(std::get<WaitFile>(steps.at(1).action).path.pattern, "go on");
-    EXPECT_EQ(std::get<WaitConnection>(steps.at(2).action).guard, 30000);
+    EXPECT_FALSE(std::get<WaitConnection>(steps.at(2).action).guard);
     EXPECT_EQ(std::get<WaitTime>(steps.at(3).action).milliseconds.literal, 7);
 }
 
@@ -106,20 +113,61 @@ TEST(StandinScenario, SlowReadingHasASizeAndAPause) {
     const auto& slowly = std::get<ReadSlowly>(steps.at(0).action);
     EXPECT_EQ(slowly.bytes.literal, 3);
     EXPECT_EQ(slowly.pause.literal, 1000);
-    EXPECT_EQ(parseScenario("read-slowly 3").error, "line 1: milliseconds is missing");
+    EXPECT_EQ(mistakeOf("read-slowly 3"),
+              "1:14: expected a number (milliseconds), found the end of the line");
 }
 
-TEST(StandinScenario, MistakesAreReportedWithTheirLine) {
-    EXPECT_EQ(parseScenario("flush\njump").error, "line 2: unknown step: jump");
-    EXPECT_EQ(parseScenario("repeat 2").error, "line 1: a block is not closed");
-    EXPECT_EQ(parseScenario("end").error, "line 1: \"end\" without a block");
-    EXPECT_EQ(parseScenario("packet 34\nint k 1").error, "line 2: entries are not closed by \"end\"");
-    EXPECT_EQ(parseScenario("notify int k").error, "line 1: value is missing");
-    EXPECT_EQ(parseScenario("notify int k x").error, "line 1: value is not a number: x");
-    EXPECT_EQ(parseScenario("bytes 123").error, "line 1: odd count of hexadecimal digits: 123");
-    EXPECT_EQ(parseScenario("note \"open").error, "line 1: a quoted text is not closed");
-    EXPECT_EQ(parseScenario("flush now").error, "line 1: unexpected word: now");
-    EXPECT_EQ(parseScenario("on-stop").error, "line 1: on-stop needs \"exit\" or \"ignore\"");
+TEST(StandinScenario, CommandsHaveNumbersAndNames) {
+    EXPECT_EQ(bytesOf("packet Notify\nend"), bytesOf("packet 34\nend"));
+    EXPECT_EQ(bytesOf("packet OpenDebugLog\nend"), bytesOf("packet 0xF170\nend"));
+}
+
+TEST(StandinScenario, MistakesAreReportedWhereTheyAre) {
+    EXPECT_EQ(mistakeOf("repeat 2"), "1:1: expected \"end\" for this block, found the end of the scenario");
+    EXPECT_EQ(mistakeOf(" end"), "1:2: expected a step, found \"end\" without a block");
+    EXPECT_EQ(mistakeOf("packet 34\nint k 1"),
+              "1:1: expected \"end\" for this block, found the end of the scenario");
+    EXPECT_EQ(mistakeOf("notify int k"), "1:13: expected a number (value), found the end of the line");
+    EXPECT_EQ(mistakeOf("notify int k x"), "1:14: expected a number (value), found \"x\"");
+    EXPECT_EQ(mistakeOf("bytes 12 123"), "1:10: expected pairs of hexadecimal digits, found \"123\"");
+    EXPECT_EQ(mistakeOf("note \"open"),
+              "1:6: expected a closing \" for this quoted text, found the end of the line");
+    EXPECT_EQ(mistakeOf("note \"a\\q\""),
+              "1:8: expected one of the escapes \\\" \\\\ \\n \\t \\xHH in a quoted text");
+    EXPECT_EQ(mistakeOf("flush now"), "1:7: expected the end of the line, found \"now\"");
+    EXPECT_EQ(mistakeOf("on-stop"), "1:8: expected \"exit\" or \"ignore\", found the end of the line");
+}
+
+TEST(StandinScenario, WordCloseToARightOneIsSuggested) {
+    EXPECT_EQ(mistakeOf("flush\n  repaet 3"),
+              "2:3: expected a step, found \"repaet\"; did you mean \"repeat\"?");
+    EXPECT_EQ(mistakeOf("xylophone"), "1:1: expected a step, found \"xylophone\"");
+    EXPECT_EQ(mistakeOf("wait packet comand 34"),
+              "1:13: expected \"command\", \"key\", \"count\", \"guard\" or the end of the line, "
+              "found \"comand\"; did you mean \"command\"?");
+    EXPECT_EQ(mistakeOf("wait conection"),
+              "1:6: expected \"connection\", \"packet\", \"file\" or a number of milliseconds, "
+              "found \"conection\"; did you mean \"connection\"?");
+    EXPECT_EQ(mistakeOf("packet notify\nend"),
+              "1:8: expected a command's number or name, found \"notify\"; did you mean \"Notify\"?");
+    EXPECT_EQ(mistakeOf("notify strin k x").substr(0, 20), "1:8: expected an ent");
+    EXPECT_NE(mistakeOf("notify strin k x").find("; did you mean \"string\"?"), std::string::npos);
+}
+
+TEST(StandinScenario, EveryPrefixOfAScenarioIsReadOrItsMistakeIsInside) {
+    const std::string text =
+        "wait packet command 34 key \"K\\x41\" guard 5\nsplit pace 2\n packet 0xF170 seq 1 size 9\n"
+        "  nested n length 3\n   int i $i\n  end\n end\nend\non-stop exit code 3 after 20\n";
+    const auto lines = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+    for (std::size_t size = 0; size <= text.size(); ++size) {
+        const Scenario scenario = parseScenario(text.substr(0, size));
+        if (scenario.mistake) {
+            EXPECT_TRUE(scenario.mistake->line >= 1 && scenario.mistake->line <= lines)
+                << text.substr(0, size);
+            EXPECT_TRUE(scenario.mistake->column >= 1 && scenario.mistake->column <= 60)
+                << text.substr(0, size);
+        }
+    }
 }
 
 } // namespace

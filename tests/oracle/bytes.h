@@ -2,7 +2,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// The second opinion: decoders and encoders written from the layout of the bytes alone, as plainly as can be. They
@@ -30,17 +32,31 @@ inline void append(Bytes& bytes, const Bytes& more) {
     bytes.insert(bytes.end(), more.begin(), more.end());
 }
 
+inline Bytes join(std::initializer_list<Bytes> parts) {
+    Bytes all;
+    for (const Bytes& part : parts) {
+        append(all, part);
+    }
+    return all;
+}
+
 inline void appendNumber(Bytes& bytes, std::uint64_t value, unsigned width) {
     for (unsigned index = width; index-- > 0;) {
         bytes.push_back(static_cast<std::uint8_t>(value >> (8 * index)));
     }
 }
 
+inline Bytes bigEndian(std::uint64_t value, unsigned width) {
+    Bytes bytes;
+    appendNumber(bytes, value, width);
+    return bytes;
+}
+
 inline std::string text(const Bytes& bytes) {
     return {bytes.begin(), bytes.end()};
 }
 
-inline Bytes bytesOf(const std::string& text) {
+inline Bytes bytesOf(std::string_view text) {
     return {text.begin(), text.end()};
 }
 

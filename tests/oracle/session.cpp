@@ -9,8 +9,6 @@ namespace oracle {
 
 namespace {
 
-constexpr std::uint16_t kNotify = 34;
-constexpr std::uint16_t kStop = 8193;
 constexpr std::size_t kTextSize = 256;
 
 constexpr int kConnectionError = -2;
