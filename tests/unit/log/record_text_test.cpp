@@ -9,6 +9,7 @@
 #include <string>
 
 using namespace orvel::log4z;
+using support::FakeClock;
 
 TEST(RecordText, AMessageIsAppendedAfterItsTag) {
     LogRecord record;

@@ -14,6 +14,8 @@
 #include <thread>
 
 using namespace orvel::log4z;
+using support::FakeClock;
+using support::LogEngine;
 
 namespace {
 
