@@ -22,7 +22,7 @@
  * Sending. When a function that sends returns, its packet has been handed to the system's pipe, after the packets of
  * earlier calls. If the loop thread is busy receiving or sending, the call waits for at most 50 ms, and the packet
  * follows as soon as the thread can send it. A callback delays no call. A service that does not read cannot fill the
- * host's memory: while more than 4 MB are unsent, the library drops further packets, with a line in the log.
+ * host's memory: while 4 MB are unsent or 1000 packets wait, the library drops further ones, with a line in the log.
  *
  * Handles. NULL, and a handle that was released, give the result named with each function and a line in the log. A
  * handle counts as released from the beginning of uninitSonviaAudioService on; only a callback that still runs may use

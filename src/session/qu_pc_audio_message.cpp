@@ -19,6 +19,9 @@ constexpr const char* kServicePeerName = "QuPCAudio";
 /// Bytes of packets that the service has not read: thousands of them, from a service that does not read at all.
 constexpr std::size_t kMostUnsent = 4UL * 1024 * 1024;
 
+/// Packets that wait until libuv may be entered: for a peer that keeps the loop thread inside it.
+constexpr std::size_t kMostWaiting = 1000;
+
 /// A text of the host's record; the host need not have terminated it.
 std::string_view textOf(const char (&field)[SONVIA_TEXT_SIZE]) {
     return {field, strnlen(field, sizeof field)};
@@ -114,7 +117,7 @@ bool QuPCAudioMessage::init(const AudioServiceParam& param) {
     case Connection::Connected:
     case Connection::Lost:
         logKORUInfo();
-        mLoop->finish(queued);
+        finishSend(queued);
         return true;
     case Connection::Idle:
     case Connection::Failed:
@@ -166,7 +169,7 @@ bool QuPCAudioMessage::setAccountID(const char* text) {
         queued = queueNotify(accountPayload(next));
         std::memcpy(params.accountID, text, length);
     }
-    mLoop->finish(queued);
+    finishSend(queued);
     writeLog(kLogInfo, kLogTagSession, "[%s:%d]send notify accountid.", "QuPCAudioMessage::setAccountID",
              __LINE__);
     return true;
@@ -177,9 +180,9 @@ void QuPCAudioMessage::endProjection(std::atomic<std::uint16_t>& sequence) {
     {
         const std::lock_guard guard(mMutex);
         queued = queueNumbered(kCommandNotify, sequence,
-                               numberPayload(protocol::kKeyExitAudioProjection, kNotifyExitProjection));
+                               numberPayload(protocol::kKeyExitAudioProjection, kNotifyExitProjection), kMostWaiting);
     }
-    mLoop->finish(queued);
+    finishSend(queued);
 }
 
 void QuPCAudioMessage::stopService(std::atomic<std::uint16_t>& sequence) {
@@ -191,7 +194,7 @@ void QuPCAudioMessage::stopService(std::atomic<std::uint16_t>& sequence) {
         if (waitsForConnect) {
             mHeldStop = &sequence;
         } else {
-            queued = queueNumbered(kCommandStopPCAudioZLK, sequence, stopPayload());
+            queued = queueNumbered(kCommandStopPCAudioZLK, sequence, stopPayload(), LoopEntry::kUnlimited);
         }
     }
     mLoop->finish(queued);
@@ -209,7 +212,7 @@ void QuPCAudioMessage::_setKORUInfoNotify() {
         queued = queueNotify(koruInfoPayload(params));
     }
     logKORUInfo();
-    mLoop->finish(queued);
+    finishSend(queued);
 }
 
 bool QuPCAudioMessage::write(const OBufList& list) {
@@ -319,14 +322,26 @@ void QuPCAudioMessage::change(ConnectionEvent event) {
 }
 
 LoopEntry::CallPtr QuPCAudioMessage::queueNotify(OBufList payload) {
-    return mLoop->queue([this, payload = std::move(payload)]() mutable { sendNotify(std::move(payload)); });
+    return mLoop->queue([this, payload = std::move(payload)]() mutable { sendNotify(std::move(payload)); },
+                        kMostWaiting);
 }
 
 LoopEntry::CallPtr QuPCAudioMessage::queueNumbered(std::uint16_t cmdType,
-                                                   std::atomic<std::uint16_t>& sequence, OBufList payload) {
-    return mLoop->queue([this, cmdType, &sequence, payload = std::move(payload)]() mutable {
-        sendNumbered(cmdType, sequence, std::move(payload));
-    });
+                                                   std::atomic<std::uint16_t>& sequence, OBufList payload,
+                                                   std::size_t most) {
+    return mLoop->queue(
+        [this, cmdType, &sequence, payload = std::move(payload)]() mutable {
+            sendNumbered(cmdType, sequence, std::move(payload));
+        },
+        most);
+}
+
+void QuPCAudioMessage::finishSend(const LoopEntry::CallPtr& queued) {
+    if (queued == nullptr && !mLoop->hasBeenStopped()) {
+        writeLog(kLogError, kLogTagSession, "[%s:%d]%zu packets are waiting, one is dropped",
+                 "QuPCAudioMessage::finishSend", __LINE__, kMostWaiting);
+    }
+    mLoop->finish(queued);
 }
 
 void QuPCAudioMessage::sendNotify(OBufList payload) {

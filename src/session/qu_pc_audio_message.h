@@ -88,11 +88,13 @@ private:
     void connectionIsReadable();
     void connectFailed(std::int32_t status);
 
-    /// Each queues one packet behind everything queued before it. Under mMutex, which decides the order; the caller
-    /// finishes the call after that, without the lock.
+    /// Each queues one packet behind everything queued before it; null when so many are waiting. Under mMutex, which
+    /// decides the order; the caller finishes the call after that, without the lock.
     LoopEntry::CallPtr queueNotify(OBufList payload);
     LoopEntry::CallPtr queueNumbered(std::uint16_t cmdType, std::atomic<std::uint16_t>& sequence,
-                                     OBufList payload);
+                                     OBufList payload, std::size_t most);
+    /// Says so in the log when the packet was not queued. Not under mMutex.
+    void finishSend(const LoopEntry::CallPtr& queued);
     /// Each sends one packet with the next number of its series. Where libuv may be entered, so that numbers leave in
     /// their order; a packet that no memory is left for costs no number.
     void sendNotify(OBufList payload);

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <list>
@@ -48,7 +49,9 @@ public:
     bool dispatch(std::function<void()> call);
 
     /// dispatch() in two steps, for callers whose own lock decides the order: only the first one belongs under a lock.
-    LoopEntry::CallPtr queue(std::function<void()> call) { return mEntry.queue(std::move(call)); }
+    LoopEntry::CallPtr queue(std::function<void()> call, std::size_t most = LoopEntry::kUnlimited) {
+        return mEntry.queue(std::move(call), most);
+    }
 
     void finish(const LoopEntry::CallPtr& call);
 

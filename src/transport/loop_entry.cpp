@@ -38,12 +38,12 @@ bool LoopEntry::isInside() const {
     return mInside.load() == platform::currentThreadId();
 }
 
-LoopEntry::CallPtr LoopEntry::queue(std::function<void()> call) {
+LoopEntry::CallPtr LoopEntry::queue(std::function<void()> call, std::size_t most) {
     std::list<CallPtr> one(1, std::make_shared<Call>());
     CallPtr queued = one.front();
     queued->run = std::move(call);
     const std::lock_guard guard(mMutex);
-    if (mRefusing) {
+    if (mRefusing || mCalls.size() >= most) {
         return nullptr;
     }
     mCalls.splice(mCalls.end(), one);

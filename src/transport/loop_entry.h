@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <list>
@@ -39,8 +40,10 @@ public:
     /// Whether the calling thread is inside.
     bool isInside() const;
 
-    /// Queues a call; null when calls are refused. Throws std::bad_alloc, and then nothing is queued.
-    CallPtr queue(std::function<void()> call);
+    static constexpr std::size_t kUnlimited = static_cast<std::size_t>(-1);
+
+    /// Queues a call; null when calls are refused, or `most` are waiting. Throws std::bad_alloc, and then nothing is queued.
+    CallPtr queue(std::function<void()> call, std::size_t most = kUnlimited);
 
     /// Returns when the call has been made: by this thread, if nobody else is inside, or else by the thread that is. After
     /// 50 ms it returns all the same, and the call is made as soon as somebody can. Throws std::bad_alloc when the call

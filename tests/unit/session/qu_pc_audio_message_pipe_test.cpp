@@ -8,8 +8,11 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstddef>
+#include <future>
 #include <memory>
 #include <string>
+#include <thread>
 
 using namespace support;
 using wire::Bytes;
@@ -290,4 +293,39 @@ TEST_F(Session, ServiceThatDoesNotReadCostsABoundedNumberOfUnsentBytes) {
               1);
     stuffed.peer->startReading();
     EXPECT_FALSE(stuffed.waitForPackets(1000).empty()) << "what was accepted before arrives";
+}
+
+// As when a service sends half a frame's header: libuv waits for the rest.
+TEST_F(Session, LoopThatIsStuckCostsABoundedNumberOfWaitingPacketsAndTheStopIsNotOneOfThem) {
+    constexpr std::size_t kMost = 1000;
+    DirectSession direct;
+    LogCapture log;
+    std::promise<void> stuck;
+    std::promise<void> goOn;
+    std::thread loopThread([&direct] { direct.loop->run(); });
+    direct.loop->waitForRun();
+    ASSERT_EQ(direct.loop->post([&] {
+        stuck.set_value();
+        goOn.get_future().wait();
+    }),
+              0);
+    stuck.get_future().wait();
+    for (std::size_t call = 0; call < kMost; ++call) {
+        ASSERT_NE(direct.loop->queue([] {}), nullptr);
+    }
+    EXPECT_TRUE(direct.session.setAccountID("someone"));
+    direct.session.endProjection(seriesFrom(1));
+    direct.session.stopService(seriesFrom(1));
+    goOn.set_value();
+    EXPECT_EQ(direct.loop->stop(), 0);
+    loopThread.join();
+    const std::vector<LogLine> lines = log.lines(kTag);
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                            [](const LogLine& line) {
+                                return line.letter == 'E' &&
+                                       line.text == "1000 packets are waiting, one is dropped";
+                            }),
+              2);
+    ASSERT_EQ(direct.stream.packets().size(), 1U);
+    EXPECT_EQ(direct.stream.packets()[0].payload, wire::intEntry("StopSonviaAudioService", 200004));
 }
