@@ -4,8 +4,11 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <utility>
 
 #include <windows.h>
+
+#include <winternl.h>
 
 #include "support/process.h"
 #include "support/service_fixture.h"
@@ -88,6 +91,66 @@ TEST_F(WindowsHost, ServiceInheritsNoHandleOfTheHost) {
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_BROKEN_PIPE));
     EXPECT_TRUE(standin.running());
     CloseHandle(reader);
+}
+
+// What the system says this program's path is, while it lives: Wine starts none from a path of more than 260 characters.
+class ProgramPath {
+public:
+    explicit ProgramPath(std::wstring path) : mPath(std::move(path)) {
+        mName.Buffer = mPath.data();
+        mName.Length = static_cast<USHORT>(mPath.size() * sizeof(wchar_t));
+        mName.MaximumLength = static_cast<USHORT>(mName.Length + sizeof(wchar_t));
+        std::swap(name(), mName);
+    }
+
+    ~ProgramPath() { std::swap(name(), mName); }
+
+    ProgramPath(const ProgramPath&) = delete;
+    ProgramPath& operator=(const ProgramPath&) = delete;
+
+private:
+    // The program is the first in the list of modules.
+    static UNICODE_STRING& name() {
+        LIST_ENTRY* const first = NtCurrentTeb()->ProcessEnvironmentBlock->Ldr->InMemoryOrderModuleList.Flink;
+        return CONTAINING_RECORD(first, LDR_DATA_TABLE_ENTRY, InMemoryOrderLinks)->FullDllName;
+    }
+
+    std::wstring mPath;
+    UNICODE_STRING mName = {};
+};
+
+// The service is started by its path, which cannot be so long; cut, it would name a folder above the host's.
+TEST_F(WindowsHost, ProgramWithAPathOfMoreThan260CharactersGetsNoHandleAndALine) {
+    standin.play("no-pipe\n");
+    const std::wstring service = support::programFolder().wstring() + L"\\QuPCAudio.exe";
+    std::wstring folder = fs::current_path().wstring();
+    for (int level = 0; level < 3; ++level) {
+        folder += L"\\" + std::wstring(100, static_cast<wchar_t>(L'a' + level));
+        ASSERT_TRUE(CreateDirectoryW((LR"(\\?\)" + folder).c_str(), nullptr));
+        ASSERT_TRUE(CopyFileW(service.c_str(), (LR"(\\?\)" + folder + L"\\QuPCAudio.exe").c_str(), TRUE));
+    }
+    {
+        const ProgramPath longPath(folder + L"\\host.exe");
+        handle = api.init(support::logFolder().c_str(), SONVIA_LOG_INFO);
+    }
+    EXPECT_EQ(handle, nullptr);
+    EXPECT_TRUE(standin.recorded("start").empty());
+    EXPECT_NE(support::logText().find("]the system's error is " + std::to_string(ERROR_FILENAME_EXCED_RANGE)),
+              std::string::npos);
+}
+
+TEST_F(WindowsHost, ServiceEndsAlsoWhereNoTaskkillIsOnThePath) {
+    const std::wstring before = [] {
+        std::wstring path(32767, L'\0');
+        path.resize(GetEnvironmentVariableW(L"PATH", path.data(), static_cast<DWORD>(path.size())));
+        return path;
+    }();
+    startAndConfigure("on-stop ignore\nwait packet key KORUInfo\nnote ready\n");
+    ASSERT_TRUE(standin.waitForNote("ready"));
+    ASSERT_TRUE(SetEnvironmentVariableW(L"PATH", L"C:\\nowhere"));
+    stop();
+    EXPECT_FALSE(standin.running());
+    SetEnvironmentVariableW(L"PATH", before.c_str());
 }
 
 } // namespace

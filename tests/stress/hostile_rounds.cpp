@@ -79,6 +79,9 @@ void HostileRounds::expectTold(Told told) {
     ASSERT_EQ(errors.size(), told == Told::kNothing ? 0U : 1U);
     if (told == Told::kNeverConnected) {
         EXPECT_EQ(errors[0], support::error(SONVIA_ERROR_CONNECTION, 0));
+    } else if (told == Told::kStreamError) {
+        EXPECT_EQ(errors[0].code, SONVIA_ERROR_STREAM);
+        EXPECT_LT(errors[0].value, 0);
     } else if (told == Told::kConnectionLost) {
         EXPECT_EQ(errors[0].code, SONVIA_ERROR_CONNECTION);
         EXPECT_TRUE(errors[0].value == UV_EOF || errors[0].value == UV_ECONNRESET) << errors[0].value;

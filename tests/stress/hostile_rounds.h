@@ -13,7 +13,7 @@
 namespace stress {
 
 // What the host is told by onError, in one round.
-enum class Told { kNothing, kNeverConnected, kConnectionLost };
+enum class Told { kNothing, kNeverConnected, kConnectionLost, kStreamError };
 
 // Who ends the service.
 enum class End { kItself, kLibrary };

@@ -219,6 +219,31 @@ const Hostility kHostilities[] = {
      &HostileService::waitForNote, Told::kNothing, End::kLibrary},
 };
 
+// One round each: what the log and the heap keep of these is of another size in each round.
+class OneHostileRound : public stress::HostileRounds {};
+
+TEST_F(OneHostileRound, TwentyThousandSendsThatNobodyReadsDoNotKeepUninit) {
+    constexpr int kSends = 20000;
+    startAndConfigure("stop-reading\nwait connection\nnote hostile\n");
+    ASSERT_TRUE(standin.waitForNote("hostile"));
+    const std::string account(255, 'a');
+    for (int i = 0; i < kSends; ++i) {
+        ASSERT_TRUE(api.setAccountID(handle, account.c_str()));
+    }
+    release(Told::kNothing, End::kLibrary);
+    EXPECT_NE(support::logText().find("bytes are unsent, a packet is dropped"), std::string::npos);
+    support::tried("hostile service: sends that nobody reads", kSends, "sends");
+}
+
+TEST_F(OneHostileRound, ElevenMillionEntriesInOnePacketDoNotKeepUninit) {
+    // Each entry: a key of three letters, the type of a byte, the byte.
+    startAndConfigure("on-stop ignore\nwait packet key KORUInfo\nbytes 24 0022 0001 04000000\n"
+                      "fill 67108864 3\nflush\nnote hostile\n");
+    ASSERT_TRUE(standin.waitForNote("hostile"));
+    release(Told::kNothing, End::kLibrary);
+    support::tried("hostile service: 11 million entries in one packet", 1);
+}
+
 TEST_P(HostileService, CostsTheHostNothingButTheSession) {
     const Hostility& row = GetParam();
     repeat(row.what, support::processRounds(2, 100), [&](int round) {

@@ -1,7 +1,14 @@
-// Owns the service's pipe and never serves it: the one instance that it allows is taken by itself, so whoever else
-// connects finds the pipe busy. Writes the file "owned" into the current folder when that is so, and ends when
-// the file "let-go" is there, by itself after 150 s, or when it is killed.
+// A stranger that owns the service's pipe. Writes the file "owned" into the current folder when it does, and ends when the
+// file "let-go" is there, by itself after 150 s, or when it is killed.
+//
+// Where the current folder has no file "frames" it never serves the pipe: the one instance that it allows is taken by
+// itself, so whoever else connects finds the pipe busy. Otherwise it lets the first client in, writes the file's bytes to
+// it as often as the file "times" says, notes in the file "written" that they are in the pipe, and neither writes nor reads
+// from then on.
 #include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <string>
 
 #include <windows.h>
 
@@ -24,19 +31,39 @@ HANDLE takeName() {
     return INVALID_HANDLE_VALUE;
 }
 
+bool note(const char* name) {
+    std::FILE* file = std::fopen(name, "w");
+    return file != nullptr && std::fclose(file) == 0;
+}
+
+// Ends early when the client closes its end.
+void serve(HANDLE pipe, const std::string& frames) {
+    int times = 1;
+    std::ifstream("times") >> times;
+    ConnectNamedPipe(pipe, nullptr);
+    bool open = true;
+    for (int i = 0; i < times && open; ++i) {
+        DWORD written = 0;
+        open = WriteFile(pipe, frames.data(), static_cast<DWORD>(frames.size()), &written, nullptr) != FALSE;
+    }
+    note("written");
+}
+
 } // namespace
 
 int main() {
-    if (takeName() == INVALID_HANDLE_VALUE ||
-        CreateFileW(kPipe, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr) ==
-            INVALID_HANDLE_VALUE) {
+    HANDLE pipe = takeName();
+    std::ifstream file("frames", std::ios::binary);
+    const std::string frames{std::istreambuf_iterator<char>(file), {}};
+    if (pipe == INVALID_HANDLE_VALUE ||
+        (frames.empty() && CreateFileW(kPipe, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0,
+                                       nullptr) == INVALID_HANDLE_VALUE) ||
+        !note("owned")) {
         return 1;
     }
-    std::FILE* owned = std::fopen("owned", "w");
-    if (owned == nullptr) {
-        return 1;
+    if (!frames.empty()) {
+        serve(pipe, frames);
     }
-    std::fclose(owned);
     for (int i = 0; i < kTicks && GetFileAttributesW(L"let-go") == INVALID_FILE_ATTRIBUTES; ++i) {
         Sleep(kTickMs);
     }

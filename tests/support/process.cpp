@@ -1,5 +1,6 @@
 #include "support/process.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <stdexcept>
@@ -145,7 +146,9 @@ std::string growth(const ProcessSize& before, const ProcessSize& after) {
     if (after.threads > before.threads + kThreadsOfTheSystem) {
         grown += change("threads", before.threads, after.threads) + "\n";
     }
-    if (after.memoryBytes > before.memoryBytes + levelMemory()) {
+    // The threads that the system has added have stacks.
+    const std::size_t moreThreads = after.threads - std::min(before.threads, after.threads);
+    if (after.memoryBytes > before.memoryBytes + levelMemory(moreThreads)) {
         grown += change("bytes", before.memoryBytes, after.memoryBytes) + "\n";
     }
     return grown;

@@ -31,8 +31,8 @@ struct ProcessSize {
 
 ProcessSize ownSize();
 
-// How many bytes more `ownSize` may count although nothing was left behind.
-std::size_t levelMemory();
+// How many bytes more `ownSize` may count although nothing was left behind but so many threads of the system.
+std::size_t levelMemory(std::size_t moreThreads = 0);
 
 // What has grown by more than rounds that leave nothing behind let it, with its figures; empty when all is level.
 std::string growth(const ProcessSize& before, const ProcessSize& after);

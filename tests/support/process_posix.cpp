@@ -46,7 +46,7 @@ std::string programFile(const std::string& name) {
     return name;
 }
 
-std::size_t levelMemory() {
+std::size_t levelMemory(std::size_t /*moreThreads*/) {
     return 256U * 1024U;
 }
 

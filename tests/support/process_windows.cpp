@@ -116,8 +116,9 @@ std::string programFile(const std::string& name) {
 }
 
 // The heap takes and returns pages by the block.
-std::size_t levelMemory() {
-    return 2U * 1024U * 1024U;
+std::size_t levelMemory(std::size_t moreThreads) {
+    return (2U + 4U * moreThreads) * 1024U *
+           1024U; // a stack is private memory as soon as its thread is there
 }
 
 ProcessSize ownSize() {
