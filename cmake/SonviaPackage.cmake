@@ -38,10 +38,20 @@ install(DIRECTORY
     "${PROJECT_SOURCE_DIR}/examples/package_host"
     DESTINATION examples COMPONENT runtime FILES_MATCHING PATTERN "*.c" PATTERN "*.cpp"
     PATTERN "package_host/CMakeLists.txt" PATTERN "package_host/scenario.txt")
-install(DIRECTORY "${PROJECT_SOURCE_DIR}/examples/any_host"
+install(DIRECTORY
+    "${PROJECT_SOURCE_DIR}/examples/any_host"
+    "${PROJECT_SOURCE_DIR}/examples/cpp_host"
+    "${PROJECT_SOURCE_DIR}/examples/csharp_host"
+    "${PROJECT_SOURCE_DIR}/examples/python_host"
+    "${PROJECT_SOURCE_DIR}/examples/rust_host"
     "${PROJECT_SOURCE_DIR}/examples/node_host" "${PROJECT_SOURCE_DIR}/examples/electron_host"
     DESTINATION examples COMPONENT runtime)
-install(DIRECTORY "${PROJECT_SOURCE_DIR}/bindings/node" DESTINATION bindings COMPONENT runtime)
+install(DIRECTORY
+    "${PROJECT_SOURCE_DIR}/bindings/csharp"
+    "${PROJECT_SOURCE_DIR}/bindings/node"
+    "${PROJECT_SOURCE_DIR}/bindings/python"
+    "${PROJECT_SOURCE_DIR}/bindings/rust"
+    DESTINATION bindings COMPONENT runtime PATTERN "__pycache__" EXCLUDE PATTERN ".mypy_cache" EXCLUDE)
 
 install(FILES "$<TARGET_FILE_DIR:SonviaPCAudioDll>/SonviaPCAudioDll.pdb" DESTINATION bin COMPONENT symbols)
 

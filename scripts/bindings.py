@@ -216,12 +216,12 @@ CTYPES = {"bool": "ctypes.c_bool", "int": "ctypes.c_int", "uint32_t": "ctypes.c_
 def python(interface):
     out = [f"# {NOTICE}", "import ctypes", "import enum", "from typing import Any, Dict, Final, List, Tuple", "", ""]
     for group, members in interface.groups.items():
-        out += [f"class {group}(enum.IntEnum):", "    text: str", "",
-                f"    def __new__(cls, value: int, text: str) -> \"{group}\":",
-                "        member = int.__new__(cls, value)", "        member._value_ = value", "        member.text = text",
-                "        return member", ""]
-        out += [f"    {screaming(name)} = ({value}, \"{text}\")" for name, value, text in members]
-        out += ["", ""]
+        out += [f"class {group}(enum.IntEnum):"]
+        out += [f"    {screaming(name)} = {value}" for name, value, _ in members]
+        out += ["", "    @property", "    def text(self) -> str:",
+                f"        return _{screaming(group)}_TEXTS[self.value]", "", "", f"_{screaming(group)}_TEXTS = {{"]
+        out += [f"    {value}: \"{text}\"," for _, value, text in members]
+        out += ["}", "", ""]
     out += [f"{screaming(name)}: Final = {value}" for name, value in interface.lone.items()]
     out += [f"VERSION: Final = \"{interface.version}\"", f"LIBRARY: Final = \"{interface.library}\"",
             "TEXT_FIELDS: Final = (" + ", ".join(f'"{name}"' for name in interface.texts) + ")", "",

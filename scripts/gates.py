@@ -325,6 +325,8 @@ def check_version(root=ROOT):
         (HEADER, "SONVIA_VERSION_STRING"): r'SONVIA_VERSION_STRING "(.*)"$',
         ("vcpkg.json", "version-string"): r'"version-string": "(.*)"',
         ("bindings/node/package.json", "version"): r'"version": "(.*)"',
+        ("bindings/python/pyproject.toml", "version"): r'^version = "(.*)"',
+        ("bindings/rust/Cargo.toml", "version"): r'^version = "(.*)"',
         ("CHANGELOG.md", "first entry"): r"\A(?:(?!^## ).*\n)*## (\S+)$",
     }
     return ([] if version else ["CMakeLists.txt: no version found"]) + [

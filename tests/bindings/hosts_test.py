@@ -10,6 +10,7 @@ import signal
 import subprocess
 import sys
 import tarfile
+import tempfile
 import time
 from pathlib import Path
 
@@ -291,7 +292,153 @@ end
         expect('"reason":"stop"' in host.record(), f"the service was not stopped:\n{host.record()}")
 
 
-TESTS = {test.__name__: test for test in (any_sample, any_calls, any_quits, node_sample, node_order, node_calls, node_quits, node_types)}
+# --- C++ and Rust ---
+
+def cpp_sample():
+    """The sample of docs/hosts/cpp.md, built from the package alone."""
+    host = Host("cpp sample")
+    run("x86_64-w64-mingw32-g++-posix", "-std=c++17", "-static", "-Wall", "-Wextra", "-Werror", "-I", PACKAGE / "include",
+        PACKAGE / "examples" / "cpp_host" / "host.cpp", "-o", host.folder / "host.exe")
+    plays(host, "host.exe")
+
+
+def rust_sample():
+    """The sample of docs/hosts/rust.md, built by Debian's compiler from the package alone."""
+    host = Host("rust sample")
+    rustc = ["/usr/bin/rustc", "--edition", "2021", "--target", "x86_64-pc-windows-gnu", "-D", "warnings",
+             "-C", "linker=x86_64-w64-mingw32-gcc-posix"]
+    run(*rustc, "--crate-type", "rlib", "--crate-name", "sonvia_pc_audio", PACKAGE / "bindings" / "rust" / "src" / "lib.rs",
+        cwd=host.folder)
+    run(*rustc, "-L", ".", "--extern", "sonvia_pc_audio=libsonvia_pc_audio.rlib",
+        PACKAGE / "examples" / "rust_host" / "main.rs", "-o", "host.exe", cwd=host.folder)
+    plays(host, "host.exe")
+
+
+# --- C# and Python: no Windows runtime can be had, so they call a small library of this system ---
+
+# Calls back from a thread of its own, as the DLL does; the first connection fails.
+FAKE_LIBRARY = """#include <pthread.h>
+#include <stdbool.h>
+#include <stdio.h>
+#include <unistd.h>
+static struct { void (*onEvent)(int, int); void (*onError)(int, int); void* context; char texts[6][256]; } param;
+static pthread_t thread;
+static int connects;
+static volatile bool ending;
+static void* run(void* unused) {
+    param.onError(-3, 0);
+    param.onError(-2, 0);
+    param.onEvent(200001, 0);
+    param.onEvent(200002, 0);
+    param.onEvent(200006, -3);
+    param.onEvent(200003, 0);
+    for (int i = 0; !ending; ++i, usleep(5000)) {
+        param.onEvent(200006, i);
+    }
+    return unused;
+}
+void* initSonviaAudioService(const char* folder, int level) {
+    fprintf(stderr, "level %d in %s\\n", level, folder);
+    return &param;
+}
+bool setParam(void* handle, const void* given) {
+    __builtin_memcpy(handle, given, sizeof param);
+    if (++connects == 1) {
+        pthread_create(&thread, 0, run, 0);
+    }
+    return true;
+}
+bool uninitSonviaAudioService(void* handle) {
+    ending = handle != 0;
+    pthread_join(thread, 0);
+    fprintf(stderr, "released after %d connects of %s\\n", connects, param.texts[5]);
+    return true;
+}
+bool setAccountID(void* handle, const char* account) { return handle && account; }
+bool exitAudioProjection(void* handle) { return handle != 0; }
+unsigned getState(void* handle) { return handle ? 2 : 4; }
+const char* getSourceName(void* handle) { return handle ? "Handset A" : "phone"; }
+int getVersion(void) { return 0; }
+"""
+
+
+def fake_host(name, library):
+    host = Host(name)
+    (host.folder / library).unlink(missing_ok=True)
+    run("gcc", "-shared", "-fPIC", "-pthread", "-x", "c", "-", "-o", host.folder / library, input=FAKE_LIBRARY)
+    return host
+
+
+def plays_with_the_fake(host, *command, folder=None):
+    done = subprocess.run(command, cwd=folder or host.folder, capture_output=True, text=True, timeout=HANG * 3,
+                          env={**os.environ, "PYTHONIOENCODING": "utf-8", "PYTHONPATH": str(PACKAGE / "bindings" / "python"),
+                               "PYTHONDONTWRITEBYTECODE": "1"})
+    said = done.stdout.replace("_", "").lower()
+    places = [said.find(line.lower()) for line in (*EVENTS, "phone Handset A, state 2", "closed")]
+    expect(done.returncode == 0 and -1 not in places and places == sorted(places), f"{done.stdout}\n{done.stderr}")
+    expect("released after 2 connects of Büro" in done.stderr and "level 1 in" in done.stderr, f"{done.stderr}")
+
+
+def compiled_csharp(host, *sources):
+    run("mcs", "-unsafe", "-langversion:7", "-warnaserror", "-warn:4", "-platform:x64", "-out:host.exe",
+        *sorted((PACKAGE / "bindings" / "csharp").glob("*.cs")), *sources, cwd=host.folder)
+
+
+def csharp_sample():
+    """The sample of docs/hosts/csharp.md compiles, and runs on this system's Mono."""
+    host = fake_host("csharp sample", "libSonviaPCAudioDll.so")
+    compiled_csharp(host, PACKAGE / "examples" / "csharp_host" / "Host.cs")
+    # Its log folder needs no short name there: that is a function of Windows alone.
+    with tempfile.TemporaryDirectory(prefix="sonvia") as plain:
+        plays_with_the_fake(host, "mono", host.folder / "host.exe", folder=plain)
+
+
+LAYOUT = """using System;
+using System.Runtime.InteropServices;
+namespace SonviaPCAudio {
+    public static class Layout {
+        public static void Main() {
+            Console.WriteLine("size " + Marshal.SizeOf(typeof(AudioServiceParam)));
+            foreach (var field in typeof(AudioServiceParam).GetFields()) {
+                if (!field.IsLiteral) {
+                    Console.WriteLine(field.Name + " " + Marshal.OffsetOf(typeof(AudioServiceParam), field.Name));
+                }
+            }
+        }
+    }
+}
+"""
+
+
+def csharp_layout():
+    """The record has the manifest's size and offsets."""
+    host = fake_host("csharp layout", "libSonviaPCAudioDll.so")
+    (host.folder / "Layout.cs").write_text(LAYOUT)
+    compiled_csharp(host, "Layout.cs")
+    record = json.loads((PACKAGE / "abi.json").read_text())["records"]["AudioServiceParam"]
+    wanted = [f"size {record['size']}", *(f"{field['name']} {field['offset']}" for field in record["fields"])]
+    found = run("mono", "host.exe", cwd=host.folder).splitlines()
+    expect(found == wanted, f"{found} instead of {wanted}")
+
+
+def python_sample():
+    """The sample of docs/hosts/python.md runs in this system's Python."""
+    host = fake_host("python sample", "SonviaPCAudioDll.dll")
+    (host.folder / "python").symlink_to(Path(sys.executable).resolve())
+    shutil.copy(PACKAGE / "examples" / "python_host" / "host.py", host.folder)
+    plays_with_the_fake(host, host.folder / "python", "host.py")
+
+
+def python_types():
+    """The package and its sample are what mypy takes, for Windows."""
+    Path("hosts").mkdir(exist_ok=True)
+    run("/usr/bin/mypy", "--strict", "--platform", "win32", "--cache-dir", "hosts/mypy",
+        PACKAGE / "bindings" / "python" / "sonvia_pc_audio", PACKAGE / "examples" / "python_host" / "host.py",
+        env={**os.environ, "MYPYPATH": str(PACKAGE / "bindings" / "python")})
+
+
+TESTS = {test.__name__: test for test in (cpp_sample, rust_sample, csharp_sample, csharp_layout, python_sample,
+                                          python_types, any_sample, any_calls, any_quits, node_sample, node_order, node_calls, node_quits, node_types)}
 
 if __name__ == "__main__":
     TESTS[sys.argv[1]]()

@@ -74,6 +74,8 @@ RUNTIME = """bin/SonviaPCAudioDll.dll bin/sonvia-host.exe include/SonviaPCAudioD
     examples/minimal_host/minimal_host.c examples/package_host/CMakeLists.txt examples/package_host/linked_host.c
     examples/package_host/linked_host.cpp examples/package_host/loaded_host.cpp
     bindings/node/package.json bindings/node/index.js bindings/node/index.d.ts bindings/node/lib/declarations.js
+    bindings/csharp/Session.cs bindings/python/sonvia_pc_audio/__init__.py bindings/rust/src/lib.rs
+    examples/cpp_host/host.cpp examples/csharp_host/Host.cs examples/python_host/host.py examples/rust_host/main.rs
     examples/node_host/host.js examples/electron_host/main.js docs/hosts/node.md""".split()
 SYMBOLS = ["bin/SonviaPCAudioDll.pdb"]
 DEV = """dev/verify.cmd dev/bin/QuPCAudio.exe dev/bin/standin_child.exe dev/bin/SonviaPCAudioDll.dll

@@ -5,70 +5,93 @@ from typing import Any, Dict, Final, List, Tuple
 
 
 class LogLevel(enum.IntEnum):
-    text: str
+    DEBUG = 0
+    INFO = 1
+    WARNING = 3
+    ERROR = 4
 
-    def __new__(cls, value: int, text: str) -> "LogLevel":
-        member = int.__new__(cls, value)
-        member._value_ = value
-        member.text = text
-        return member
+    @property
+    def text(self) -> str:
+        return _LOG_LEVEL_TEXTS[self.value]
 
-    DEBUG = (0, "every call and every packet")
-    INFO = (1, "the steps of a session")
-    WARNING = (3, "what a host may have done wrong")
-    ERROR = (4, "what failed")
+
+_LOG_LEVEL_TEXTS = {
+    0: "every call and every packet",
+    1: "the steps of a session",
+    3: "what a host may have done wrong",
+    4: "what failed",
+}
 
 
 class EventKind(enum.IntEnum):
-    text: str
+    BUFFERING_STARTED = 200001
+    BUFFERING_ENDED = 200002
+    FIRST_AUDIO = 200003
+    MODE_CHANGED = 200006
 
-    def __new__(cls, value: int, text: str) -> "EventKind":
-        member = int.__new__(cls, value)
-        member._value_ = value
-        member.text = text
-        return member
+    @property
+    def text(self) -> str:
+        return _EVENT_KIND_TEXTS[self.value]
 
-    BUFFERING_STARTED = (200001, "buffering started")
-    BUFFERING_ENDED = (200002, "buffering ended")
-    FIRST_AUDIO = (200003, "first audio")
-    MODE_CHANGED = (200006, "mode changed")
+
+_EVENT_KIND_TEXTS = {
+    200001: "buffering started",
+    200002: "buffering ended",
+    200003: "first audio",
+    200006: "mode changed",
+}
 
 
 class ErrorKind(enum.IntEnum):
-    text: str
+    CONNECTION = -2
+    STREAM = -3
 
-    def __new__(cls, value: int, text: str) -> "ErrorKind":
-        member = int.__new__(cls, value)
-        member._value_ = value
-        member.text = text
-        return member
+    @property
+    def text(self) -> str:
+        return _ERROR_KIND_TEXTS[self.value]
 
-    CONNECTION = (-2, "no connection to the service, or the connection was lost")
-    STREAM = (-3, "the stream from the service failed")
+
+_ERROR_KIND_TEXTS = {
+    -2: "no connection to the service, or the connection was lost",
+    -3: "the stream from the service failed",
+}
 
 
 class Failure(enum.IntEnum):
-    text: str
+    LIBRARY_NOT_LOADED = 1
+    NOT_THE_LIBRARY = 2
+    SERVICE_NOT_STARTED = 3
+    SESSION_OPEN = 4
+    NOT_OPEN = 5
+    INSIDE_CALLBACK = 6
+    TEXT_TOO_LONG = 7
+    TEXT_NOT_UTF8 = 8
+    TEXT_HOLDS_NUL = 9
+    FOLDER_NOT_MADE = 10
+    FOLDER_TOO_LONG = 11
+    FOLDER_WITHOUT_SHORT_NAME = 12
+    REFUSED = 13
 
-    def __new__(cls, value: int, text: str) -> "Failure":
-        member = int.__new__(cls, value)
-        member._value_ = value
-        member.text = text
-        return member
+    @property
+    def text(self) -> str:
+        return _FAILURE_TEXTS[self.value]
 
-    LIBRARY_NOT_LOADED = (1, "SonviaPCAudioDll.dll could not be loaded")
-    NOT_THE_LIBRARY = (2, "SonviaPCAudioDll.dll lacks a function: it is another library or another version")
-    SERVICE_NOT_STARTED = (3, "QuPCAudio.exe did not start: it belongs next to the host's executable")
-    SESSION_OPEN = (4, "a session is open already in this process")
-    NOT_OPEN = (5, "the session is not open")
-    INSIDE_CALLBACK = (6, "a session is neither opened nor closed inside a callback")
-    TEXT_TOO_LONG = (7, "a text has more than 255 bytes of UTF-8")
-    TEXT_NOT_UTF8 = (8, "a text is not valid UTF-8")
-    TEXT_HOLDS_NUL = (9, "a text holds a NUL")
-    FOLDER_NOT_MADE = (10, "the log folder could not be created")
-    FOLDER_TOO_LONG = (11, "the path of the log folder has more than 200 characters")
-    FOLDER_WITHOUT_SHORT_NAME = (12, "the service needs a log folder of ASCII without spaces, and this one has no short name")
-    REFUSED = (13, "the library refused the call: a connection is still being made, or memory ran out")
+
+_FAILURE_TEXTS = {
+    1: "SonviaPCAudioDll.dll could not be loaded",
+    2: "SonviaPCAudioDll.dll lacks a function: it is another library or another version",
+    3: "QuPCAudio.exe did not start: it belongs next to the host's executable",
+    4: "a session is open already in this process",
+    5: "the session is not open",
+    6: "a session is neither opened nor closed inside a callback",
+    7: "a text has more than 255 bytes of UTF-8",
+    8: "a text is not valid UTF-8",
+    9: "a text holds a NUL",
+    10: "the log folder could not be created",
+    11: "the path of the log folder has more than 200 characters",
+    12: "the service needs a log folder of ASCII without spaces, and this one has no short name",
+    13: "the library refused the call: a connection is still being made, or memory ran out",
+}
 
 
 STATE_UNKNOWN: Final = 4
