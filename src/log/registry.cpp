@@ -39,7 +39,8 @@ int LoggerRegistry::findOrMake(const std::string& key) {
             "log: CreateLogger can not create|writeover, because loggerid need < LOGGER_MAX! \r\n");
         return -1;
     }
-    LoggerSlot& slot = mSlots[static_cast<std::size_t>(id)].emplace(mServices);
+    mSlots[static_cast<std::size_t>(id)].emplace(mServices);
+    LoggerSlot& slot = *mSlots[static_cast<std::size_t>(id)];
     slot.key = key;
     slot.settings.name = key;
     mIds[key] = id;

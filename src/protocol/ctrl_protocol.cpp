@@ -100,7 +100,7 @@ void CtrlProtocol::protectPayload(OBufList& payload) const {
     payload.swap(carrier);
 }
 
-void CtrlProtocol::DepackPacket(OBufList received) {
+void CtrlProtocol::DepackPacket(const OBufList& received) {
     for (const OBufView& view : received) {
         depack(view);
     }

@@ -38,7 +38,7 @@ public:
 
     /// Takes the next received bytes and calls onPacket for every packet that they complete. onPacket may call this
     /// again with whole packets: they are delivered before those that follow in the outer call.
-    void DepackPacket(OBufList received);
+    void DepackPacket(const OBufList& received);
 
     /// The stream that packets are written to; not owned, must outlive this object. Null: not connected to
     /// any.

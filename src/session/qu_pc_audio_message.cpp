@@ -226,7 +226,7 @@ bool QuPCAudioMessage::write(const OBufList& list) {
 
 void QuPCAudioMessage::onRead(OBufList list, std::int32_t /*status*/) {
     try {
-        DepackPacket(std::move(list));
+        DepackPacket(list);
     } catch (const std::bad_alloc&) {
         // Must not throw: called from libuv. Where the next packet begins is no longer known.
         readStop();

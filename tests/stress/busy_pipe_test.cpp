@@ -65,12 +65,12 @@ protected:
     }
 
     void waitUntilWritten() {
-        ASSERT_TRUE(support::eventually([] { return fs::exists("written"); }));
+        ASSERT_TRUE(support::eventually("the stranger has written", [] { return fs::exists("written"); }));
     }
 
     // Until libuv waits inside a read: then a call gives up waiting for the loop thread.
     void waitUntilStuck() {
-        ASSERT_TRUE(support::eventually([this] {
+        ASSERT_TRUE(support::eventually("a call gives up waiting", [this] {
             const auto begun = std::chrono::steady_clock::now();
             api.exitProjection(handle);
             return std::chrono::steady_clock::now() - begun >= std::chrono::milliseconds(45);

@@ -71,7 +71,8 @@ TEST_F(ManagerStart, AThreadThatCannotBeCreatedIsReportedAndTheSettingsQueuedMea
     EXPECT_EQ(console.timesPlain("log: create log thread error! \r\n"), 1);
     EXPECT_EQ(manager.slot(id).settings.name, "sonvia_Queued");
     EXPECT_TRUE(manager.setLoggerName(id, "sonvia_AtOnce"));
-    EXPECT_EQ(manager.slot(id).settings.name, "sonvia_AtOnce") << "nothing waits for a thread that does not come";
+    EXPECT_EQ(manager.slot(id).settings.name, "sonvia_AtOnce")
+        << "nothing waits for a thread that does not come";
     EXPECT_TRUE(manager.flush(kTimeoutMs));
     EXPECT_FALSE(manager.stop());
 }
