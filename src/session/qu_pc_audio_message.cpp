@@ -180,7 +180,8 @@ void QuPCAudioMessage::endProjection(std::atomic<std::uint16_t>& sequence) {
     {
         const std::lock_guard guard(mMutex);
         queued = queueNumbered(kCommandNotify, sequence,
-                               numberPayload(protocol::kKeyExitAudioProjection, kNotifyExitProjection), kMostWaiting);
+                               numberPayload(protocol::kKeyExitAudioProjection, kNotifyExitProjection),
+                               kMostWaiting);
     }
     finishSend(queued);
 }

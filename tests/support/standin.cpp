@@ -70,20 +70,30 @@ std::size_t countInRecord(const std::string& event) {
 }
 
 Standin::~Standin() {
+    keepStarted();
+    for (const Started& one : mStarted) {
+        killProcess(one.pid, one.image);
+    }
+}
+
+void Standin::keepStarted() {
     if (mRecordPath.empty()) {
         return;
     }
     for (const Json& start : recorded("start")) {
-        killProcess(start.numberOf("pid"), "QuPCAudio.exe");
+        mStarted.push_back({start.numberOf("pid"), "QuPCAudio.exe"});
     }
     for (const Json& child : recorded("child")) {
-        killProcess(child.numberOf("pid"), "standin_child.exe");
+        mStarted.push_back({child.numberOf("pid"), "standin_child.exe"});
     }
 }
 
 void Standin::play(const std::string& scenario) {
     const fs::path folder = fs::current_path();
-    mRecordPath = (folder / "record.jsonl").string();
+    static int played = 0;
+    keepStarted();
+    // A file of its own: the service of an earlier scenario may still write to its record.
+    mRecordPath = (folder / ("record" + std::to_string(++played) + ".jsonl")).string();
     mRead = 0;
     mRecord.clear();
     writeFile(mRecordPath, "");

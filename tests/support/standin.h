@@ -54,6 +54,15 @@ public:
     bool running();
 
 private:
+    struct Started {
+        std::int64_t pid;
+        const char* image;
+    };
+
+    // Remembers what the record says was started.
+    void keepStarted();
+
+    std::vector<Started> mStarted;
     std::string mRecordPath;
     std::size_t mRead = 0;
     std::vector<Json> mRecord;
