@@ -213,7 +213,9 @@ def put_into_page(rows, machine):
     text = PAGE.read_text()
     before, rest = text.split(TABLE_BEGIN)
     after = rest.split(TABLE_END)[1]
-    PAGE.write_text(f"{before}{TABLE_BEGIN}{machine}\n\n{markdown(rows)}{TABLE_END}{after}")
+    images = "".join(f"\n![{file.stem.replace('_', ' ')}](performance/{file.name})\n"
+                     for file in sorted((PAGE.parent / "performance").glob("*.svg")))
+    PAGE.write_text(f"{before}{TABLE_BEGIN}{machine}\n\n{markdown(rows)}{images}{TABLE_END}{after}")
 
 
 def machine():
@@ -239,6 +241,8 @@ def main():
     groups = options.only or (WINE_GROUPS if options.wine else GROUPS)
     shutil.rmtree(OUT / "samples", ignore_errors=True)
     (OUT / "samples").mkdir(parents=True)
+    for stale in OUT.glob("*_[0-9].json"):  # of an earlier run, perhaps an interrupted one
+        stale.unlink()
     started = machine()
     rows, worst = [], 0
     for group in groups:
