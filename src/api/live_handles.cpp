@@ -98,12 +98,15 @@ HandleEntry* LiveHandles::beginRelease(const AudioServiceHandle* handle) {
     if (found == nullptr || found->isReleased) {
         return nullptr;
     }
+    const auto loopThread = [found] {
+        return found->record->loop != nullptr ? found->record->loop->threadId.load() : 0;
+    };
+    found->loopThread = loopThread(); // its callbacks may call while the release waits
     found->isReleased = true;
     while (found->uses != 0) {
         mUseEnded.wait(mMutex);
     }
-    // After the wait: one of those calls may have started the thread.
-    found->loopThread = found->record->loop != nullptr ? found->record->loop->threadId.load() : 0;
+    found->loopThread = loopThread(); // one of those calls may have started the thread
     return found;
 }
 

@@ -194,6 +194,23 @@ TEST(LiveHandles, ACallbackUnderWayIsAnsweredUntilTheReleaseIsDone) {
     EXPECT_TRUE(uninitSonviaAudioService(direct.handle));
 }
 
+TEST(LiveHandles, ACallbackIsAnsweredAlsoWhileTheReleaseWaitsForACall) {
+    Host host;
+    LogCapture quiet;
+    DirectHandle direct;
+    direct.receive(wire::intEntry("player-state", 2));
+    ASSERT_TRUE(startLoopThread(*direct.record));
+    auto call = std::make_unique<HandleUse>(liveHandles().use(direct.handle));
+    std::future<bool> release =
+        std::async(std::launch::async, [&direct] { return uninitSonviaAudioService(direct.handle); });
+    ASSERT_TRUE(eventually("the release has begun", [&direct] { return getState(direct.handle) == 4U; }));
+    std::promise<std::uint32_t> state;
+    EXPECT_EQ(direct.record->loop->post([&] { state.set_value(getState(direct.handle)); }), 0);
+    EXPECT_EQ(state.get_future().get(), 2U);
+    call.reset();
+    EXPECT_TRUE(release.get());
+}
+
 TEST(LiveHandles, AReleaseWaitsForTheCallsUnderWay) {
     /// A pipe that is not ready yet.
     struct SlowSocket : RecordingSocket {
