@@ -22,9 +22,11 @@ LoopEntry::LoopEntry(std::function<void()> wakeLoop) : mWakeLoop(std::move(wakeL
 
 void LoopEntry::enter() {
     const std::lock_guard guard(mMutex);
+    mLoopWaits = true;
     while (mInside.load() != 0) {
         mChanged.wait(mMutex);
     }
+    mLoopWaits = false;
     mInside = platform::currentThreadId();
 }
 
@@ -58,7 +60,7 @@ void LoopEntry::finish(const CallPtr& call) {
         bool woken = false;
         std::unique_lock lock(mMutex);
         while (!call->done) {
-            if (mInside.load() == 0) {
+            if (mInside.load() == 0 && !mLoopWaits) {
                 mInside = platform::currentThreadId();
                 lock.unlock();
                 runQueuedUpTo(call.get());

@@ -33,7 +33,8 @@ public:
     LoopEntry(const LoopEntry&) = delete;
     LoopEntry& operator=(const LoopEntry&) = delete;
 
-    /// Waits until nobody is inside and goes in. Not when the calling thread is inside already.
+    /// Waits until nobody is inside and goes in, before any caller that waits too: threads that send without pause would
+    /// keep events from the host. The loop thread, when it is not inside already.
     void enter();
     void leave();
 
@@ -76,4 +77,5 @@ private:
     std::atomic<std::uint32_t> mInside{0}; ///< id of the thread inside; 0: nobody
     std::list<CallPtr> mCalls;
     bool mRefusing = false;
+    bool mLoopWaits = false; ///< the loop thread is the next to go in
 };
