@@ -174,7 +174,8 @@ class Run:
         self.screen.at(part, None)
         with self.lock:
             self.count(part, names, folder, junit, said, process.returncode)
-            self.row(part).seconds += time.monotonic() - start
+            if part in self.rows:  # not of a build that only others' parts come from
+                self.row(part).seconds += time.monotonic() - start
 
     def count(self, part, names, folder, junit, said, status):
         failures = sum(row.failed for row in self.rows.values())

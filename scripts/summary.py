@@ -69,7 +69,7 @@ def checked_entries(analysis, labels, testrun):
     """The same of what ctest wrote about a run of its memory check: it tells more about those that failed alone."""
     site = ElementTree.parse(analysis).getroot()
     failed = {test.findtext("Name"): test for test in site.iter("Test") if test.get("Status")}
-    for name in (one.text.removeprefix("./") for one in site.iterfind(".//TestList/Test")):
+    for name in (one.text.rpartition("/")[2] for one in site.iterfind(".//TestList/Test")):  # a path there
         test = failed.get(name)
         defects = [one.get("type").lower() for one in test.iter("Defect")] if test else []
         yield Entry(name, labels.get(name, []), ", ".join(defects) or "failed" if test else "", 0,
