@@ -55,8 +55,8 @@ HandleUse useOf(const AudioServiceHandle* handle, const char* name) {
     return use;
 }
 
-/// False, and the host is told through the callback of its last record, when the record has no session. The use ends
-/// before that, since the callback may call anything.
+/// Whether the handle has a session. If not, logs it, ends the use and calls onError: that callback may call any
+/// function, so the handle must not be in use then.
 bool hasSession(HandleUse& use, const char* name, int logLevel, const char* logText) {
     if (use->session != nullptr) {
         return true;

@@ -111,7 +111,7 @@ void LoggerRegistry::pushOrMake(int id, SettingChange code, std::int32_t number,
 
 /// False when no writer owns the slots: nothing has been done. Throws bad_alloc.
 bool LoggerRegistry::pushChange(int id, SettingChange code, std::int32_t number, std::string_view text) {
-    // Asked of the queue and not of the writer: one that is told to stop owns the slots until it has ended.
+    // The queue is open until the writer thread ends: a writer that is stopping still owns the slots.
     if (!mQueue.isOpen()) {
         return false;
     }

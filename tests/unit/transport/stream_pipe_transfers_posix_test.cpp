@@ -46,7 +46,7 @@ protected:
         unlink((prefix + "p").c_str());
     }
 
-    /// Bytes, and with them the peer's own end so many times.
+    /// Sends `bytes` together with `descriptors` copies of the peer's socket.
     void send(std::string bytes, std::size_t descriptors) const {
         std::array<int, 64> passed = {};
         passed.fill(mPeer);
