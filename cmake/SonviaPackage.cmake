@@ -13,6 +13,7 @@ install(FILES
     "${PROJECT_SOURCE_DIR}/include/SonviaPCAudioDll.h"
     "${PROJECT_SOURCE_DIR}/include/SonviaPCAudio.hpp"
     "${PROJECT_SOURCE_DIR}/include/SonviaPCAudioLibrary.hpp"
+    "${PROJECT_SOURCE_DIR}/include/SonviaPCAudioLife.hpp"
     "${PROJECT_SOURCE_DIR}/include/SonviaPCAudioNames.hpp"
     DESTINATION include COMPONENT runtime)
 install(FILES

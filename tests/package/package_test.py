@@ -68,7 +68,8 @@ def archives():
 
 
 RUNTIME = """bin/SonviaPCAudioDll.dll bin/sonvia-host.exe include/SonviaPCAudioDll.h include/SonviaPCAudio.hpp
-    include/SonviaPCAudioLibrary.hpp include/SonviaPCAudioNames.hpp lib/SonviaPCAudioDll.dll.a lib/SonviaPCAudioDll.lib
+    include/SonviaPCAudioLibrary.hpp include/SonviaPCAudioLife.hpp include/SonviaPCAudioNames.hpp
+    lib/SonviaPCAudioDll.dll.a lib/SonviaPCAudioDll.lib
     lib/cmake/SonviaPCAudio/SonviaPCAudioConfig.cmake lib/cmake/SonviaPCAudio/SonviaPCAudioConfigVersion.cmake
     CHANGELOG.md README.md SECURITY.md THIRD-PARTY-NOTICES.txt abi.json docs/integrating.md docs/shipping.md
     examples/minimal_host/minimal_host.c examples/package_host/CMakeLists.txt examples/package_host/linked_host.c
