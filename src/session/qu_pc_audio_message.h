@@ -93,6 +93,7 @@ private:
     LoopEntry::CallPtr queueNotify(OBufList payload);
     LoopEntry::CallPtr queueNumbered(std::uint16_t cmdType, std::atomic<std::uint16_t>& sequence,
                                      OBufList payload, std::size_t most);
+    static void logKORUInfo();
     /// Says so in the log when the packet was not queued. Not under mMutex.
     void finishSend(const LoopEntry::CallPtr& queued);
     /// Each sends one packet with the next number of its series. Where libuv may be entered, so that numbers leave in
