@@ -2,26 +2,17 @@
 
 #include "log/write_log.h"
 #include "protocol/integrity_value.h"
-#include "protocol/wire_format.h"
+#include "protocol/protected_header.h"
 
 #include <cstdlib>
 #include <cstring>
+
+using protocol::ProtectedHeader;
 
 namespace {
 
 constexpr const char* kEncryptName = "SafetyDataDeal::encryptData";
 constexpr const char* kDecryptName = "SafetyDataDeal::decryptData";
-
-constexpr std::uint8_t kEncryptedFlag = 0x80;
-constexpr std::uint8_t kPaddedFlag = 0x40;
-constexpr std::uint8_t kIntegrityFlag = 0x20;
-
-/// The two bytes of the header length, which does not count them itself, and the flag-byte count.
-constexpr std::size_t kLengthSize = 2;
-constexpr std::size_t kFixedSize = kLengthSize + 1;
-constexpr std::size_t kFlagBytesWritten = 1;
-constexpr std::size_t kPadCountSize = 1;
-constexpr std::size_t kIntegritySize = 4;
 
 constexpr std::uint32_t kIntegrityCrc = 1;
 constexpr std::uint32_t kNoIntegrityValue = 0xFFFFFFFFU;
@@ -58,46 +49,6 @@ void wipe(Aes128State& state) {
     for (std::size_t index = 0; index < sizeof(state); ++index) {
         bytes[index] = 0;
     }
-}
-
-/// What the header of a received message says.
-struct MessageHeader {
-    std::size_t size = 0;
-    std::size_t padCount = 0;
-    bool encrypted = false;
-    bool integrityPresent = false;
-    std::uint32_t integrity = 0;
-};
-
-/// Reads the header of a message of at least three bytes; false when it contradicts itself or the message's
-/// size.
-bool readHeader(const std::uint8_t* message, std::size_t messageSize, MessageHeader& header) {
-    header.size = static_cast<std::size_t>(message[0]) * 256 + message[1] + kLengthSize;
-    const std::size_t flagBytes = message[2];
-    std::size_t position = kFixedSize + flagBytes;
-    if (header.size > messageSize || position > header.size) {
-        return false;
-    }
-    const std::uint8_t flags = flagBytes != 0 ? message[kFixedSize] : 0;
-    header.encrypted = (flags & kEncryptedFlag) != 0;
-    header.integrityPresent = (flags & kIntegrityFlag) != 0;
-    if ((flags & kPaddedFlag) != 0) {
-        if (position + kPadCountSize > header.size) {
-            return false;
-        }
-        header.padCount = message[position];
-        position += kPadCountSize;
-        if (header.padCount > messageSize - header.size) {
-            return false;
-        }
-    }
-    if (header.integrityPresent) {
-        if (position + kIntegritySize > header.size) {
-            return false;
-        }
-        header.integrity = protocol::loadU32(message + position);
-    }
-    return true;
 }
 
 /// Encrypts `size` bytes and the zero bytes that fill the last block, `padCount` of them, into `out`.
@@ -156,8 +107,7 @@ bool SafetyDataDeal::encryptData(const void* inData, std::size_t inSize, std::ui
     // text, so such data is padded even with padding switched off, and the flags of the message say so.
     const bool padded = mBlockPad || (mEncryptOn && inSize % kAesBlockSize != 0);
     const std::size_t padCount = padded ? kAesBlockSize - inSize % kAesBlockSize : 0;
-    const std::size_t headerSize =
-        kFixedSize + kFlagBytesWritten + (padded ? kPadCountSize : 0) + (mIntegrityOn ? kIntegritySize : 0);
+    const std::size_t headerSize = ProtectedHeader::sizeFor(padded, mIntegrityOn);
     const std::size_t dataSize = inSize + padCount;
     const std::size_t total = headerSize + dataSize;
     auto* message = total > inSize ? static_cast<std::uint8_t*>(std::malloc(total)) : nullptr;
@@ -181,29 +131,19 @@ bool SafetyDataDeal::encryptData(const void* inData, std::size_t inSize, std::ui
 
 void SafetyDataDeal::writeHeader(std::uint8_t* message, std::size_t headerSize, std::size_t padCount,
                                  std::size_t dataSize) const {
-    std::size_t position = kFixedSize;
-    message[2] = kFlagBytesWritten;
-    message[position++] =
-        static_cast<std::uint8_t>((mEncryptOn ? kEncryptedFlag : 0) | (padCount != 0 ? kPaddedFlag : 0) |
-                                  (mIntegrityOn ? kIntegrityFlag : 0));
-    if (padCount != 0) {
-        message[position++] = static_cast<std::uint8_t>(padCount);
+    ProtectedHeader header;
+    header.padCount = padCount;
+    header.encrypted = mEncryptOn;
+    header.integrityPresent = mIntegrityOn;
+    header.integrity = kNoIntegrityValue;
+    if (mIntegrityOn && dataSize != 0) {
+        header.integrity = integrityOf(mIntegrityType, message + headerSize, dataSize);
+    } else if (mIntegrityOn) {
+        writeLog(kLogError, kLogTagDefault, "[%s:%d]outSize:%d headerSize:%d", kEncryptName, __LINE__,
+                 static_cast<int>(headerSize + dataSize), static_cast<int>(headerSize));
     }
-    if (mIntegrityOn) {
-        std::uint32_t integrity = kNoIntegrityValue;
-        if (dataSize != 0) {
-            integrity = integrityOf(mIntegrityType, message + headerSize, dataSize);
-        } else {
-            writeLog(kLogError, kLogTagDefault, "[%s:%d]outSize:%d headerSize:%d", kEncryptName, __LINE__,
-                     static_cast<int>(headerSize + dataSize), static_cast<int>(headerSize));
-        }
-        protocol::storeU32(message + position, integrity);
-        position += kIntegritySize;
-    }
-    message[0] = 0;
-    message[1] = static_cast<std::uint8_t>(position - kLengthSize);
-    if (position != headerSize) {
-        // GCOVR_EXCL_START The length was computed from the same flags just before.
+    if (header.write(message) != headerSize) {
+        // GCOVR_EXCL_START The size was computed from the same flags just before.
         writeLog(kLogError, kLogTagDefault, "[%s:%d]idx:%%d headerSize:%%d not same", kEncryptName, __LINE__);
         // GCOVR_EXCL_STOP
     }
@@ -211,7 +151,7 @@ void SafetyDataDeal::writeHeader(std::uint8_t* message, std::size_t headerSize, 
 
 bool SafetyDataDeal::decryptData(const void* inData, std::size_t inSize, std::uint8_t** outData,
                                  std::size_t* outSize) {
-    const bool inputUsable = inData != nullptr && inSize >= kFixedSize;
+    const bool inputUsable = inData != nullptr && inSize >= ProtectedHeader::kFixedSize;
     if (!takeArguments(kDecryptName, inputUsable, inData, inSize, outData, outSize)) {
         return false;
     }
@@ -224,8 +164,8 @@ bool SafetyDataDeal::decryptData(const void* inData, std::size_t inSize, std::ui
 
 bool SafetyDataDeal::unwrap(const std::uint8_t* message, std::size_t messageSize, std::uint8_t** outData,
                             std::size_t* outSize) {
-    MessageHeader header;
-    if (!readHeader(message, messageSize, header)) {
+    ProtectedHeader header;
+    if (!header.read(message, messageSize)) {
         return false;
     }
     const std::uint8_t* data = message + header.size;
