@@ -1,6 +1,7 @@
 #include "transport/handle.h"
 
 #include "platform/thread_id.h"
+#include "transport/handle_shutdown.h"
 
 #include <cstdlib>
 
@@ -50,5 +51,17 @@ void OBaseHandle::abandonHandle() {
     // Not so on a handle that is closing: close() would free the memory under libuv, which frees it itself.
     if (uv_is_closing(own) == 0) {
         close();
+    }
+}
+
+void transport::closeForShutdown(uv_handle_t* handle) {
+    auto* owner = static_cast<OBaseHandle*>(handle->data);
+    if (owner == nullptr) {
+        return;
+    }
+    // Cleared first, so that a handle closed by the shutdown never reports "closed" upward.
+    owner->clearCallbacks();
+    if (uv_is_closing(handle) == 0) {
+        owner->close();
     }
 }

@@ -1,15 +1,12 @@
 #include "transport/loop.h"
 
-#include "platform/host_settings.h"
 #include "platform/thread_id.h"
-#include "transport/handle.h"
+#include "transport/handle_shutdown.h"
 #include "transport/loop_log.h"
+#include "transport/uv_loop.h"
 
-#include <cstdlib>
-#include <memory>
 #include <mutex>
 #include <new>
-#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -18,49 +15,6 @@ namespace {
 // These two lines are recognised by their numbers in the field; they do not follow the source.
 constexpr int kConstructorLine = 20;
 constexpr int kDestructorLine = 39;
-
-template <typename T>
-using MallocPtr = std::unique_ptr<T, void (*)(void*)>;
-
-template <typename T>
-MallocPtr<T> allocateZeroed() {
-    MallocPtr<T> memory(static_cast<T*>(std::calloc(1, sizeof(T))), std::free);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-
-void require(int result, const char* call) {
-    if (result == UV_ENOMEM) {
-        throw std::bad_alloc();
-    }
-    if (result != 0) {
-        throw std::system_error(-result, std::generic_category(), call);
-    }
-}
-
-// Made once, whichever threads ask, together with everything that libuv sets up once for a process: two hosts'
-// loops may come and go at the same time, and uv_default_loop has no lock of its own. The guard is inside as
-// well: a loop made beside the first one would remember the settings that libuv has just changed as the host's.
-uv_loop_t* defaultLoop() {
-    static uv_loop_t* const kLoop = [] {
-        const platform::HostSettingsGuard hostSettings;
-        return uv_default_loop();
-    }();
-    return kLoop;
-}
-
-bool hasClosingHandle(uv_loop_t* loop) {
-    bool found = false;
-    uv_walk(
-        loop,
-        [](uv_handle_t* handle, void* result) {
-            *static_cast<bool*>(result) = *static_cast<bool*>(result) || uv_is_closing(handle) != 0;
-        },
-        &found);
-    return found;
-}
 
 /// One more for as long as it lives, also when an exception ends that.
 class CountedScope {
@@ -80,35 +34,18 @@ private:
 
 OUVLoop::OUVLoop() : mShutdownTask(1, [this] { shutdown(); }), mEntry([this] { wakeUp(); }) {
     logLoopLine(kLogDebug, kLogTagDefault, "[%s:%d]OUVLoop", "OUVLoop::OUVLoop", kConstructorLine);
-    defaultLoop();
-    MallocPtr<uv_loop_t> madeLoop = allocateZeroed<uv_loop_t>();
-    MallocPtr<uv_async_t> madeAsync = allocateZeroed<uv_async_t>();
-    require(uv_loop_init(madeLoop.get()), "uv_loop_init");
-    madeAsync->data = this;
-    if (const int result = uv_async_init(madeLoop.get(), madeAsync.get(), onAsync); result != 0) {
-        uv_loop_close(madeLoop.get());
-        require(result, "uv_async_init");
-    }
-    loop = madeLoop.release();
-    asyncHandle = madeAsync.release();
+    const transport::UvLoop made = transport::makeUvLoop(onAsync, this);
+    loop = made.loop;
+    asyncHandle = made.async;
 }
 
 OUVLoop::~OUVLoop() {
     logLoopLine(kLogDebug, kLogTagDefault, "[%s:%d]~OUVLoop", "OUVLoop::~OUVLoop", kDestructorLine);
-    // A loop that was never stopped still has its wake-up handle, and perhaps a pipe that was destroyed before any thread
-    // ran the loop. libuv keeps a list of its loops and each loop one of its handles, so these are closed first:
-    // uv_loop_close would refuse, and the lists would point at freed memory.
+    const transport::UvLoop made = {loop, asyncHandle};
     if (!mStopped.load()) {
-        uv_close(reinterpret_cast<uv_handle_t*>(asyncHandle), nullptr);
-        while (hasClosingHandle(loop)) {
-            uv_run(loop, UV_RUN_ONCE);
-        }
+        transport::closeUnrun(made);
     }
-    uv_loop_close(loop);
-    if (loop != defaultLoop()) {
-        std::free(loop);
-    }
-    std::free(asyncHandle);
+    transport::destroyUvLoop(made);
 }
 
 bool OUVLoop::onLoopThread() const {
@@ -229,19 +166,8 @@ void OUVLoop::onAsync(uv_async_t* async) {
 }
 
 void OUVLoop::walkCb(uv_handle_t* handle, void* self) {
-    if (handle == reinterpret_cast<uv_handle_t*>(static_cast<OUVLoop*>(self)->asyncHandle)) {
-        return;
-    }
-    auto* owner = static_cast<OBaseHandle*>(handle->data);
-    if (owner == nullptr) {
-        return;
-    }
-    // Cleared first, so that a handle closed by the shutdown never reports "closed" upward.
-    owner->clearCallbacks();
-    // A handle that is closing already is left to libuv: closing it again would free memory that libuv still
-    // holds.
-    if (uv_is_closing(handle) == 0) {
-        owner->close();
+    if (handle != reinterpret_cast<uv_handle_t*>(static_cast<OUVLoop*>(self)->asyncHandle)) {
+        transport::closeForShutdown(handle);
     }
 }
 

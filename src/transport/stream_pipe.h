@@ -72,7 +72,7 @@ private:
     /// Has the loop thread report the end of a connect that libuv was not asked for.
     void completeLater(std::int32_t status);
     void finishConnection(uv_connect_t* req, std::int32_t status);
-    void forgetPipe();
+    void detachPipe();
     bool hasPeer() const;
 
     uv_stream_t* stream() const { return reinterpret_cast<uv_stream_t*>(pipe.get()); }
