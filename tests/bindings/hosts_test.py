@@ -32,12 +32,22 @@ notify int buffering-start 1
 notify int buffering-end 1
 notify int change-mode -3
 notify int first-audiopcm 1
+flush
+note playing
 repeat forever
     notify int change-mode $i
     wait 5
 end
 """
 EVENTS = ["bufferingStarted 0", "bufferingEnded 0", "modeChanged -3", "firstAudio 0"]
+
+
+def shows_a_session(printed):
+    """Whether a sample has printed the events in their order, the phone's name, the state and its end. Each language
+    writes names in its own way: modeChanged, ModeChanged, MODE_CHANGED."""
+    printed = printed.replace("_", "").lower()
+    places = [printed.find(line.lower()) for line in (*EVENTS, "phone Handset A, state 2", "closed")]
+    return -1 not in places and places == sorted(places)
 
 
 class Host:
@@ -93,11 +103,15 @@ class Host:
 
 
 def plays(host, program, *arguments, **environment):
-    """A sample shows the events, the phone's name and the state, and quits under the flood."""
+    """A sample shows a session, and quits under the flood: its process has ended soon after the first audio."""
     printed = host.run(program, *arguments, **environment)
-    places = [printed.find(line) for line in (*EVENTS, "phone Handset A, state 2", "closed")]
-    expect(-1 not in places and places == sorted(places), f"{program} printed:\n{host.said()}")
+    ended = time.time()
+    expect(shows_a_session(printed), f"{program} printed:\n{host.said()}")
     expect(host.record().count('"reason":"stop"') == 1, f"{program} did not stop the service:\n{host.record()}")
+    playing, = (json.loads(line) for line in host.record().splitlines() if '"text":"playing"' in line)
+    took = ended - playing["at"] / 1e6
+    print(f"ended {took * 1000:.0f} ms after the first audio")
+    expect(took <= LONGEST_QUIT, f"{program} took {took} s to quit")
 
 
 # --- Node.js ---
@@ -220,9 +234,7 @@ def any_sample():
                               cwd=host.folder, stdout=subprocess.PIPE, stderr=errors, text=True, timeout=200,
                               env={**os.environ, "SONVIA_STANDIN_SCENARIO": "scenario.txt",
                                    "SONVIA_STANDIN_RECORD": "record.txt", "PYTHONIOENCODING": "utf-8"})
-    expect(done.returncode == 0, f"{done.stdout}")
-    places = [done.stdout.find(line) for line in (*EVENTS, "phone Handset A, state 2", "closed")]
-    expect(-1 not in places and places == sorted(places), f"host.py printed:\n{done.stdout}")
+    expect(done.returncode == 0 and shows_a_session(done.stdout), f"host.py printed:\n{done.stdout}")
     expect(host.record().count('"reason":"stop"') == 1, f"the service was not stopped:\n{host.record()}")
 
 
@@ -316,7 +328,52 @@ def rust_sample():
     plays(host, "host.exe")
 
 
-# --- C# and Python: no Windows runtime can be had, so they call a small library of this system ---
+# --- C# ---
+
+def dotnet_host(name, source, scenario=FLOOD):
+    """A program on .NET for Windows, which is in the host's folder. Debian's compiler makes it: .NET loads that too."""
+    run(ROOT / "scripts" / "fetch-npm")
+    host = Host(name, scenario)
+    runtime = NPM / "dotnet-3.1-win-x64"
+    shutil.copy(runtime / "dotnet.exe", host.folder)
+    for part in ("host", "shared"):
+        shutil.copytree(runtime / part, host.folder / part, copy_function=os.link)
+    run("mcs", "-unsafe", "-langversion:7", "-warnaserror", "-warn:4", "-platform:x64", "-out:host.dll",
+        *sorted((PACKAGE / "bindings" / "csharp").glob("*.cs")), source, cwd=host.folder)
+    (host.folder / "host.runtimeconfig.json").write_text(
+        '{"runtimeOptions": {"framework": {"name": "Microsoft.NETCore.App", "version": "3.1.0"}}}')
+    return host
+
+
+def csharp_sample():
+    """The sample of docs/hosts/csharp.md."""
+    host = dotnet_host("csharp sample", PACKAGE / "examples" / "csharp_host" / "Host.cs")
+    plays(host, "dotnet.exe", "host.dll")
+
+
+def csharp_quits():
+    """Sessions are closed under a flood, none of them slowly; the log folder may have any name; a handler that waits
+    for the thread that closes is found to hang."""
+    host = dotnet_host("csharp quits", HERE / "csharp" / "Quits.cs")
+    took = [int(time) for time in re.findall(r"closed (\d+)", host.run("dotnet.exe", "host.dll", "logs für 中"))]
+    print(f"longest of {len(took)} quits: {max(took)} ms")
+    expect(len(took) == 20 and max(took) <= LONGEST_QUIT * 1000, f"the quits took {took} ms")
+    expect(list((host.folder / "logs für 中").rglob("*.log")), "the log is elsewhere")
+    host.start("dotnet.exe", "host.dll", "logs", "--wait-in-handler")
+    expect(host.hangs(HANG) and "closing" in host.output() and "closed" not in host.output(),
+           f"a handler that waits for the closing thread does not hang:\n{host.said()}")
+
+
+def csharp_layout():
+    """The record has the manifest's size and offsets."""
+    host = dotnet_host("csharp layout", HERE / "csharp" / "Layout.cs")
+    record = json.loads((PACKAGE / "abi.json").read_text())["records"]["AudioServiceParam"]
+    wanted = [f"size {record['size']}", *(f"{field['name']} {field['offset']}" for field in record["fields"])]
+    found = host.run("dotnet.exe", "host.dll").splitlines()
+    expect(found == wanted, f"{found} instead of {wanted}")
+
+
+# --- Python: there is no Windows runtime of it to be had, so it calls a small library of this system ---
 
 # Calls back from a thread of its own, as the DLL does; the first connection fails.
 FAKE_LIBRARY = """#include <pthread.h>
@@ -375,52 +432,8 @@ def plays_with_the_fake(host, *command, folder=None):
     done = subprocess.run(command, cwd=folder or host.folder, capture_output=True, text=True, timeout=HANG * 3,
                           env={**os.environ, "PYTHONIOENCODING": "utf-8", "PYTHONPATH": str(PACKAGE / "bindings" / "python"),
                                "PYTHONDONTWRITEBYTECODE": "1"})
-    said = done.stdout.replace("_", "").lower()
-    places = [said.find(line.lower()) for line in (*EVENTS, "phone Handset A, state 2", "closed")]
-    expect(done.returncode == 0 and -1 not in places and places == sorted(places), f"{done.stdout}\n{done.stderr}")
+    expect(done.returncode == 0 and shows_a_session(done.stdout), f"{done.stdout}\n{done.stderr}")
     expect("released after 2 connects of Büro" in done.stderr and "level 1 in" in done.stderr, f"{done.stderr}")
-
-
-def compiled_csharp(host, *sources):
-    run("mcs", "-unsafe", "-langversion:7", "-warnaserror", "-warn:4", "-platform:x64", "-out:host.exe",
-        *sorted((PACKAGE / "bindings" / "csharp").glob("*.cs")), *sources, cwd=host.folder)
-
-
-def csharp_sample():
-    """The sample of docs/hosts/csharp.md compiles, and runs on this system's Mono."""
-    host = fake_host("csharp sample", "libSonviaPCAudioDll.so")
-    compiled_csharp(host, PACKAGE / "examples" / "csharp_host" / "Host.cs")
-    # Its log folder needs no short name there: that is a function of Windows alone.
-    with tempfile.TemporaryDirectory(prefix="sonvia") as plain:
-        plays_with_the_fake(host, "mono", host.folder / "host.exe", folder=plain)
-
-
-LAYOUT = """using System;
-using System.Runtime.InteropServices;
-namespace SonviaPCAudio {
-    public static class Layout {
-        public static void Main() {
-            Console.WriteLine("size " + Marshal.SizeOf(typeof(AudioServiceParam)));
-            foreach (var field in typeof(AudioServiceParam).GetFields()) {
-                if (!field.IsLiteral) {
-                    Console.WriteLine(field.Name + " " + Marshal.OffsetOf(typeof(AudioServiceParam), field.Name));
-                }
-            }
-        }
-    }
-}
-"""
-
-
-def csharp_layout():
-    """The record has the manifest's size and offsets."""
-    host = fake_host("csharp layout", "libSonviaPCAudioDll.so")
-    (host.folder / "Layout.cs").write_text(LAYOUT)
-    compiled_csharp(host, "Layout.cs")
-    record = json.loads((PACKAGE / "abi.json").read_text())["records"]["AudioServiceParam"]
-    wanted = [f"size {record['size']}", *(f"{field['name']} {field['offset']}" for field in record["fields"])]
-    found = run("mono", "host.exe", cwd=host.folder).splitlines()
-    expect(found == wanted, f"{found} instead of {wanted}")
 
 
 def python_sample():
@@ -439,7 +452,7 @@ def python_types():
         env={**os.environ, "MYPYPATH": str(PACKAGE / "bindings" / "python")})
 
 
-TESTS = {test.__name__: test for test in (cpp_sample, rust_sample, csharp_sample, csharp_layout, python_sample,
+TESTS = {test.__name__: test for test in (cpp_sample, rust_sample, csharp_sample, csharp_quits, csharp_layout, python_sample,
                                           python_types, any_sample, any_calls, any_quits, node_sample, node_order, node_calls, node_quits, node_types)}
 
 if __name__ == "__main__":
