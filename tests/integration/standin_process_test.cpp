@@ -1,7 +1,11 @@
 // The stand-in service by itself: it must end, and say why, whatever its scenario does.
+#include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 
 #include <gtest/gtest.h>
+#include <uv.h>
 
 #include "support/process.h"
 #include "support/standin.h"
@@ -16,6 +20,21 @@ protected:
         standin.play(scenario);
         return support::runProgram(support::programFolder() / "QuPCAudio.exe", {"one two", "3"});
     }
+
+    // As a person starts it, with nothing in the environment.
+    int runAlone(const std::vector<std::string>& arguments) {
+        for (const char* name : {"SCENARIO", "RECORD", "GUARD", "SHOW_SECRETS"}) {
+            uv_os_unsetenv((std::string("SONVIA_STANDIN_") + name).c_str());
+        }
+        return support::runProgram(support::programFolder() / "QuPCAudio.exe", arguments);
+    }
+
+    static std::string textOf(const char* file) {
+        std::ifstream stream(file);
+        return {std::istreambuf_iterator<char>(stream), {}};
+    }
+
+    static void write(const char* file, const std::string& text) { std::ofstream(file) << text; }
 
     std::string exitReason() { return standin.recorded("exit").at(0).at("reason").text(); }
 
@@ -70,6 +89,45 @@ TEST_F(StandinProcess, RepeatBlocksRunInsideEachOther) {
         notes += note.at("text").text() + " ";
     }
     EXPECT_EQ(notes, "00 01 02 10 11 12 ");
+}
+
+TEST_F(StandinProcess, HelpIsOnOneScreenAndNamesEveryVariable) {
+    EXPECT_EQ(runAlone({"--help"}), 0);
+    const std::string help = textOf("stdout.txt");
+    EXPECT_LE(std::count(help.begin(), help.end(), '\n'), 40);
+    for (const char* name :
+         {"SCENARIO", "RECORD", "RECORD_SENT", "SHOW", "SHOW_TO", "SHOW_SECRETS", "COLOR", "PIPE", "GUARD"}) {
+        EXPECT_NE(help.find(std::string("SONVIA_STANDIN_") + name + "\n"), std::string::npos) << name;
+    }
+}
+
+TEST_F(StandinProcess, FlagThatIsNotKnownIsAMistakeOfItsOwn) {
+    EXPECT_EQ(runAlone({"--chek", "x"}), 92);
+    EXPECT_NE(textOf("stderr.txt").find("--chek"), std::string::npos);
+}
+
+TEST_F(StandinProcess, CheckNamesThePlaceOfAMistakeAndPlaysNothing) {
+    write("good.scenario", "no-pipe\nexit 3\n");
+    EXPECT_EQ(runAlone({"--check", "good.scenario"}), 0);
+    write("bad.scenario", "wait packet comand 34\n");
+    EXPECT_EQ(runAlone({"--check", "bad.scenario"}), 91);
+    const std::string said = textOf("stderr.txt");
+    EXPECT_EQ(said.rfind("bad.scenario:1:13: expected ", 0), 0U) << said;
+    EXPECT_NE(said.find("did you mean \"command\"?"), std::string::npos) << said;
+    EXPECT_EQ(runAlone({"--check", "hapy"}), 91);
+    EXPECT_NE(textOf("stderr.txt").find("did you mean \"happy\"?"), std::string::npos);
+}
+
+TEST_F(StandinProcess, ShowsEachStepWithItsLineAndInColourOnlyWhenAsked) {
+    write("short.scenario", "no-pipe\nnote \"a line\"\nexit 7\n");
+    EXPECT_EQ(runAlone({"--scenario", "short.scenario", "--show"}), 7);
+    const std::string plain = textOf("stdout.txt");
+    EXPECT_NE(plain.find("note: a line  (line 2)\n"), std::string::npos) << plain;
+    EXPECT_EQ(plain.find('\x1b'), std::string::npos);
+    EXPECT_EQ(runAlone({"--scenario", "short.scenario", "--show", "--color", "always"}), 7);
+    EXPECT_NE(textOf("stdout.txt").find("\x1b["), std::string::npos);
+    EXPECT_EQ(runAlone({"--scenario", "short.scenario", "--show-to", "shown.txt"}), 7);
+    EXPECT_NE(textOf("shown.txt").find("note: a line  (line 2)\n"), std::string::npos);
 }
 
 } // namespace

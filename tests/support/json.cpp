@@ -19,6 +19,10 @@ public:
             return Json(list());
         case '"':
             return Json(text());
+        case 't':
+            return word("true", 1);
+        case 'f':
+            return word("false", 0);
         default:
             return Json(number());
         }
@@ -60,6 +64,14 @@ private:
         if (take() != c) {
             fail(std::string("no ") + c);
         }
+    }
+
+    Json word(std::string_view expected, std::int64_t meaning) {
+        if (mRest.substr(0, expected.size()) != expected) {
+            fail("not " + std::string(expected));
+        }
+        mRest.remove_prefix(expected.size());
+        return Json(meaning);
     }
 
     Json::Object object() {

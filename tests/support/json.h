@@ -1,4 +1,5 @@
-// As much JSON as the service's record needs: objects, lists, texts and whole numbers.
+// As much JSON as the service's record needs: objects, lists, texts, whole numbers, and true and false as
+// the numbers 1 and 0.
 #pragma once
 
 #include <cstdint>

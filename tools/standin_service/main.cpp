@@ -24,6 +24,7 @@ mistake (--check: the same); 92 the command line has one.)";
 struct Options {
     std::string scenario;
     std::string record;
+    bool recordSent = false;
     std::string pipe = R"(\\.\pipe\uv_pipe.QuPCAudio)";
     std::int64_t guardSeconds = 0;
     standin::Show::Options show;
@@ -43,6 +44,8 @@ void describe(CLI::App& app, Options& options) {
         ->envname("SONVIA_STANDIN_SCENARIO");
     app.add_option("--record", options.record, "append what happens to this file, one JSON object a line")
         ->envname("SONVIA_STANDIN_RECORD");
+    app.add_flag("--record-sent", options.recordSent, "record what is sent too: a capture of both directions")
+        ->envname("SONVIA_STANDIN_RECORD_SENT");
     app.add_flag("--show", options.show.on, "print a timeline of what happens")
         ->envname("SONVIA_STANDIN_SHOW");
     app.add_option("--show-to", options.show.file, "the same, appended to a file")
@@ -115,17 +118,17 @@ int listGallery() {
     return 0;
 }
 
-standin::RecordLine startLine(int argc, char** argv) {
+std::string jsonArguments(int argc, char** argv) {
     std::string arguments = "[";
     for (int i = 0; i < argc; ++i) {
         arguments.append(i == 0 ? "" : ",").append(standin::jsonText(argv[i]));
     }
-    return standin::RecordLine("start").number("pid", uv_os_getpid()).json("argv", arguments + "]");
+    return arguments + "]";
 }
 
 int play(const Options& options, int argc, char** argv) {
     standin::Record record(options.record);
-    record.write(startLine(argc, argv));
+    record.write(standin::startLine(!options.showSecrets).json("argv", jsonArguments(argc, argv)));
     standin::Scenario scenario = loadScenario(options.scenario);
     if (scenario.mistake) {
         const std::string text = scenario.mistake->describe(options.scenario);
@@ -136,8 +139,11 @@ int play(const Options& options, int argc, char** argv) {
     standin::Show::Options showing = options.show;
     showing.color = wantsColor(options);
     standin::Show show(showing);
-    standin::PlayerOptions playing{
-        options.pipe, standin::programFolder() + "standin_child.exe", {}, options.showSecrets};
+    standin::PlayerOptions playing{options.pipe,
+                                   standin::programFolder() + "standin_child.exe",
+                                   {},
+                                   options.showSecrets,
+                                   options.recordSent};
     if (options.guardSeconds != 0) {
         playing.guardSeconds = options.guardSeconds;
     }

@@ -176,7 +176,7 @@ bool Player::sendOut(oracle::Bytes bytes) {
         oracle::append(mJoined, bytes);
         return true;
     }
-    mShow.sent(bytes, currentLine(), !mPipe.connected());
+    witnessSent(bytes);
     if (!mPace) {
         mPipe.write(oracle::text(bytes));
         return true;
@@ -184,6 +184,20 @@ bool Player::sendOut(oracle::Bytes bytes) {
     mTrickle = std::move(bytes);
     mTrickled = 0;
     return trickle();
+}
+
+void Player::witnessSent(const oracle::Bytes& bytes) {
+    mShow.sent(bytes, currentLine(), !mPipe.connected());
+    if (!mOptions.recordSent || !mPipe.connected()) {
+        return;
+    }
+    oracle::Bytes rest = bytes;
+    for (const oracle::Packet& packet : oracle::takePackets(rest)) {
+        mRecord.write(packetLine(packet, From::Service));
+    }
+    if (!rest.empty()) {
+        mRecord.write(bytesLine(rest, From::Service));
+    }
 }
 
 // Writes the next byte by itself once the one before it has left and the pace allows it.
@@ -360,7 +374,7 @@ void Player::onPacket(const oracle::Packet& packet) {
     if (!mOptions.secrets) {
         witnessed.payload = oracle::masked(packet.payload);
     }
-    mRecord.write(packetLine(witnessed));
+    mRecord.write(packetLine(witnessed, From::Host));
     mShow.received(witnessed);
     if (packet.command != oracle::kStop || mOnStop.ignore) {
         return;

@@ -32,7 +32,8 @@ struct PlayerOptions {
     std::string childProgram; // full path of the program that `children` starts
     // For tests: the service ends after this time, and each wait after half a minute. Nothing ends it without.
     std::optional<std::int64_t> guardSeconds;
-    bool secrets = false; // texts of the host are recorded and shown as they are
+    bool secrets = false;    // texts of the host are recorded and shown as they are
+    bool recordSent = false; // what the service sends is recorded too
 };
 
 class Player {
@@ -88,6 +89,7 @@ private:
     void checkGuard(const Guard& guard);
     bool readyToSend();
     bool sendOut(oracle::Bytes bytes);
+    void witnessSent(const oracle::Bytes& bytes);
     void disconnected(int code);
     bool trickle();
     void onPacket(const oracle::Packet& packet);

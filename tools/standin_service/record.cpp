@@ -2,12 +2,17 @@
 
 #include <chrono>
 
+#include <uv.h>
+
 namespace standin {
 
 namespace {
 
+constexpr char kHexDigits[] = "0123456789abcdef";
+
 std::string jsonValue(const oracle::Entry& entry) {
-    if (entry.type == oracle::kTypeNested) {
+    const bool isList = entry.type == oracle::kTypeNested && !oracle::decode(entry.value).fault;
+    if (isList) {
         return jsonEntries(oracle::decode(entry.value).entries);
     }
     if (oracle::layoutOf(entry.type).lengthWidth != 0) {
@@ -19,22 +24,23 @@ std::string jsonValue(const oracle::Entry& entry) {
     return std::to_string(oracle::number(entry.value, 0, entry.value.size()));
 }
 
-// What is wrong with a payload, nested ones included; empty when nothing is.
-std::string faultOf(const oracle::Bytes& payload) {
-    const oracle::Decoded decoded = oracle::decode(payload);
-    for (const oracle::Entry& entry : decoded.entries) {
-        const std::string inner = entry.type == oracle::kTypeNested ? faultOf(entry.value) : std::string();
-        if (!inner.empty()) {
-            return "inside \"" + entry.key + "\": " + inner;
-        }
+const char* nameOf(From from) {
+    return from == From::Host ? "host" : "service";
+}
+
+std::string hexOf(const oracle::Bytes& bytes) {
+    std::string hex;
+    hex.reserve(2 * bytes.size());
+    for (const std::uint8_t byte : bytes) {
+        hex.push_back(kHexDigits[byte >> 4U]);
+        hex.push_back(kHexDigits[byte & 0x0FU]);
     }
-    return decoded.fault ? decoded.fault->reason : std::string();
+    return hex;
 }
 
 } // namespace
 
 std::string jsonText(std::string_view bytes) {
-    static constexpr char kHex[] = "0123456789abcdef";
     std::string out = "\"";
     for (const char c : bytes) {
         const auto byte = static_cast<unsigned char>(c);
@@ -43,8 +49,8 @@ std::string jsonText(std::string_view bytes) {
             out.push_back(c);
         } else if (byte < 0x20 || byte > 0x7E) {
             out.append("\\u00");
-            out.push_back(kHex[byte >> 4U]);
-            out.push_back(kHex[byte & 0x0FU]);
+            out.push_back(kHexDigits[byte >> 4U]);
+            out.push_back(kHexDigits[byte & 0x0FU]);
         } else {
             out.push_back(c);
         }
@@ -85,17 +91,34 @@ std::string RecordLine::finish(std::int64_t at) const {
     return mText + (at == 0 ? std::string() : ",\"at\":" + std::to_string(at)) + "}\n";
 }
 
-RecordLine packetLine(const oracle::Packet& packet) {
+RecordLine packetLine(const oracle::Packet& packet, From from) {
+    const oracle::Decoded decoded = oracle::decode(packet.payload);
     RecordLine line("packet");
-    line.number("command", packet.command)
+    line.text("from", nameOf(from))
+        .number("command", packet.command)
         .number("seq", packet.sequence)
         .number("size", static_cast<std::int64_t>(packet.payload.size()))
-        .json("entries", jsonEntries(oracle::decode(packet.payload).entries));
-    const std::string fault = faultOf(packet.payload);
-    if (!fault.empty()) {
-        line.text("malformed", fault);
+        .json("entries", jsonEntries(decoded.entries));
+    if (decoded.fault) {
+        line.text("rest",
+                  hexOf(oracle::part(packet.payload, decoded.end, packet.payload.size() - decoded.end)))
+            .text("malformed", decoded.fault->reason);
+    }
+    if (packet.magic != oracle::kMagic) {
+        line.number("magic", packet.magic);
     }
     return line;
+}
+
+RecordLine startLine(bool masked) {
+    return RecordLine("start")
+        .number("qupc-capture", 1)
+        .json("masked", masked ? "true" : "false")
+        .number("pid", uv_os_getpid());
+}
+
+RecordLine bytesLine(const oracle::Bytes& bytes, From from) {
+    return RecordLine("bytes").text("from", nameOf(from)).text("bytes", hexOf(bytes));
 }
 
 std::int64_t now() {

@@ -34,7 +34,14 @@ private:
     std::string mText;
 };
 
-RecordLine packetLine(const oracle::Packet& packet);
+enum class From { Host, Service };
+
+// The first line of a capture. `masked`: texts may be written as so many letters x.
+RecordLine startLine(bool masked);
+// One packet, with every byte of it: its entries, and from the first one that is malformed on the rest in hexadecimal.
+RecordLine packetLine(const oracle::Packet& packet, From from);
+// Bytes that are no whole packet.
+RecordLine bytesLine(const oracle::Bytes& bytes, From from);
 
 // Microseconds since 1970: what everything that this computer records of one session can be ordered by.
 std::int64_t now();
