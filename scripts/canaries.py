@@ -161,6 +161,20 @@ def imports():
             any("SetThreadDescription" in one for one in found[2]) and found[3] == ["imports dbghelp.dll"])
 
 
+def tap():
+    """The development build in the place of the product, and a product into which the tap was linked."""
+    with scratch() as folder:
+        dll, linked = folder / gates.DLL.name, folder / gates.DLL.with_suffix(".map").name
+        shutil.copy(gates.DLL, dll)
+        shutil.copy(gates.DLL.with_suffix(".map"), linked)
+        before = gates.check_tap(dll)
+        put(folder, linked.name, linked.read_text() + " 0x180001000 __wrap_uv_write\n")
+        shutil.copy(gates.DLL.parent / "tap" / gates.DLL.name, dll)
+        found = gates.check_tap(dll)
+    return not before and found == [f"{dll.name} holds SONVIA_TAP", f"{dll.name} holds qupc-capture",
+                                    f"{linked.name} holds __wrap_uv_"]
+
+
 def abi():
     """Other declarations, and a DLL that imports something else."""
     with scratch() as folder:
@@ -323,7 +337,7 @@ def gate_without_a_canary():
 
 CANARIES = {
     "windows": {**{gate: functools.partial(planted, gate) for gate in FAULTS}, "exports": exports, "imports": imports,
-                "abi": abi, "identity": identity, "reproduce": reproduce, "summary": summary_of_a_run,
+                "abi": abi, "identity": identity, "tap": tap, "reproduce": reproduce, "summary": summary_of_a_run,
                 "warnings": functools.partial(warnings, "windows"), "gate_without_a_canary": gate_without_a_canary},
     "asan": {"tidy": tidy, "instrumented": instrumented, "clang_warnings": functools.partial(warnings, "asan")},
     "native": {"memcheck": memcheck},

@@ -160,7 +160,8 @@ def wrong_include(path, name):
         return "an include is named from src/ on, so that its floor can be seen"
     target = name.split("/")[0] if "/" in name else None
     if path.parts[0] != "src":
-        return "only the public header is for programs" if target in FLOORS else None
+        is_tap = path.parts[:2] == ("tools", "tap")  # linked into the library, not a program that uses it
+        return "only the public header is for programs" if target in FLOORS and not is_tap else None
     floor = path.parts[1]
     if target in FLOORS and floor in FLOORS and FLOORS.index(target) > FLOORS.index(floor):
         return f"{floor} stands below {target}"
@@ -380,6 +381,14 @@ def check_imports(dll=DLL):
         for module, names in imported.items() for name in sorted(names - known.get(module, names))]
 
 
+def check_tap(dll=DLL):
+    """The product has nothing of the recorder that the development build of the DLL (tools/tap) has."""
+    traces = {dll: ("SONVIA_TAP", "qupc-capture"), dll.with_suffix(".map"): ("__wrap_uv_", "sonvia_tap")}
+    return [f"{file.name} is not built" for file in traces if not file.is_file()] + [
+        f"{file.name} holds {trace}" for file, names in traces.items() if file.is_file() for trace in names
+        if trace.encode() in file.read_bytes() or trace.encode("utf-16-le") in file.read_bytes()]
+
+
 def check_abi(root=ROOT, dll=DLL):
     """What hosts were compiled against is what abi.json says; scripts/abi.py records an intended change."""
     import abi
@@ -477,6 +486,7 @@ GATES = {
         "exports": check_exports,
         "imports": check_imports,
         "identity": check_identity,
+        "tap": check_tap,
         "abi": check_abi,
         "bindings": check_bindings,
         "cppcheck": check_cppcheck,

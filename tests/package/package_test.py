@@ -22,6 +22,8 @@ PACKAGE = UNPACKED / NAME
 
 sys.path.insert(0, str(ROOT / "scripts"))
 import abi  # noqa: E402
+import gates  # noqa: E402
+import pefile  # noqa: E402
 
 
 def run(*command, **options):
@@ -80,7 +82,7 @@ RUNTIME = """bin/SonviaPCAudioDll.dll bin/sonvia-host.exe include/SonviaPCAudioD
     examples/node_host/host.js examples/electron_host/main.js docs/hosts/node.md""".split()
 SYMBOLS = ["bin/SonviaPCAudioDll.pdb"]
 DEV = """dev/verify.cmd dev/bin/QuPCAudio.exe dev/bin/standin_child.exe dev/bin/SonviaPCAudioDll.dll
-    dev/bin/SonviaPCAudioDll.map dev/bin/integration_lifecycle.exe dev/bin/unit_transport.exe
+    dev/bin/gallery/happy.scenario dev/tap/SonviaPCAudioDll.dll dev/bin/SonviaPCAudioDll.map dev/bin/integration_lifecycle.exe dev/bin/unit_transport.exe
     dev/bin/stress_hostile_service.exe
     dev/bin/no_service/unit_api.exe dev/bin_alone/unit_platform_alone.exe dev/bin/demo_host.exe
     dev/examples/demo_host/demo_host.cpp dev/standin_service/README.md""".split()
@@ -103,6 +105,7 @@ def contents():
     expect(files == set().union(*lists.values(), lists), f"not listed: {sorted(files - set().union(*lists.values()))}")
     for path in ("bin/SonviaPCAudioDll.dll", "dev/bin/SonviaPCAudioDll.dll", "bin/SonviaPCAudioDll.pdb"):
         expect((PACKAGE / path).read_bytes() == (BUILD / "bin" / Path(path).name).read_bytes(), f"{path} is another")
+    expect(abi.exports(pefile.PE(PACKAGE / "dev/tap/SonviaPCAudioDll.dll")) == gates.EXPORTS, "the tap exports something else")
     expect(json.loads((PACKAGE / "abi.json").read_text()) == abi.manifest(), "abi.json is not that of the DLL")
     notices = " ".join((PACKAGE / "THIRD-PARTY-NOTICES.txt").read_text().split())
     for licence in (*(ROOT / "build/deps/src").glob("libuv-*/LICENSE*"), *(ROOT / "build/deps/src").glob("miniz-*/LICENSE")):
