@@ -2,10 +2,10 @@
 // old services, the first setParam until the connection stands, uninitSonviaAudioService beyond the service's end. And
 // the memory of it: the log's first lines, a thousand events.
 
+#include "api/service_process.h"
 #include "connection.h"
 #include "log/write_log.h"
 #include "packets.h"
-#include "platform/service_process.h"
 #include "private_bytes.h"
 #include "support/results.h"
 
@@ -43,7 +43,7 @@ void initialise(benchmark::State& state) {
     const std::string folder = std::filesystem::current_path().string();
     for (auto _ : state) {
         auto start = Clock::now();
-        platform::ServiceProcess::killAll();
+        api::endEveryService();
         const double kill = secondsSince(start);
         start = Clock::now();
         AudioServiceHandle* const handle = initSonviaAudioService(folder.c_str(), kLogInfo);

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "SonviaPCAudioDll.h"
-#include "platform/service_process.h"
+#include "platform/process.h"
 #include "platform/thread.h"
 #include "session/qu_pc_audio_message.h"
 #include "transport/loop.h"
@@ -16,7 +16,7 @@ struct AudioServiceHandle {
     std::shared_ptr<OUVLoop> loop;
     std::unique_ptr<QuPCAudioMessage> session;
     std::unique_ptr<platform::Thread> loopThread; ///< null until the first successful setParam
-    std::unique_ptr<platform::ServiceProcess> process;
+    std::unique_ptr<platform::Process> process;
     /// Of the notifications that the exported functions send themselves; the first one carries 1.
     std::atomic<std::uint16_t> sequence{0};
     AudioServiceParam params = {}; ///< the host's last record

@@ -1,5 +1,6 @@
 #include "api/life_cycle.h"
 
+#include "api/service_process.h"
 #include "log/init_log.h"
 #include "log/write_log.h"
 #include "platform/module.h"
@@ -25,12 +26,12 @@ constexpr auto kLoopStopTime = 200ms;
 constexpr const char* kLogFolder = "\\PCAudiodll";
 
 void killExe() {
-    platform::ServiceProcess::killAll();
+    api::endEveryService();
     writeLog(kLogInfo, kLogTagDll, "[%s:%d]kill QuPCAudio process", "killExe", __LINE__);
 }
 
 /// Ends the handle's service with its child processes; without taskkill at least the service itself.
-void endByForce(platform::ServiceProcess& process) {
+void endByForce(platform::Process& process) {
     killExe();
     if (!process.waitForEnd(kForcedEndTime)) {
         process.endByForce();
@@ -110,7 +111,7 @@ std::unique_ptr<AudioServiceHandle> startUp(const char* logDir, int logLevel) {
     writeLog(kLogInfo, kLogTagDll, "[%s:%d]initSonviaAudioService", kName, __LINE__);
     auto handle = std::make_unique<AudioServiceHandle>();
     int systemError = 0;
-    handle->process = platform::ServiceProcess::start(logDir, logLevel, systemError);
+    handle->process = api::startService(logDir, logLevel, systemError);
     if (handle->process == nullptr) {
         writeLog(kLogError, kLogTagDll, "[%s:%d]QuPCAudio.exe start failed!!!!", kName, __LINE__);
         writeLog(kLogError, kLogTagDll, "[%s:%d]the system's error is %d", kName, __LINE__, systemError);

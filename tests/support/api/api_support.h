@@ -59,7 +59,7 @@ struct DirectHandle {
 };
 
 /// A service process that ends when the test says so.
-class FakeProcess : public platform::ServiceProcess {
+class FakeProcess : public platform::Process {
 public:
     struct Seen {
         int waits = 0;

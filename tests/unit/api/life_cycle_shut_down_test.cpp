@@ -106,7 +106,7 @@ TEST_F(ShutDown, TheDisconnectionThatItCausesIsNotReported) {
     direct.record->session->init(Host::record());
 
     /// Ends, and takes the connection with it, while it is waited for.
-    struct Leaving : platform::ServiceProcess {
+    struct Leaving : platform::Process {
         explicit Leaving(QuPCAudioMessage& its) : session(its) {}
 
         bool waitForEnd(std::chrono::milliseconds) override {
@@ -167,7 +167,7 @@ TEST_F(ShutDown, TheHandlesLoopGoesThenTheSessionThenTheProcess) {
         std::vector<std::string>& steps;
     };
 
-    struct LastProcess : platform::ServiceProcess {
+    struct LastProcess : platform::Process {
         explicit LastProcess(std::vector<std::string>& places) : steps(places) {}
 
         ~LastProcess() override { steps.emplace_back("process"); }

@@ -44,7 +44,7 @@ protected:
 };
 
 /// A service process that does something while it is waited for.
-class BusyProcess : public platform::ServiceProcess {
+class BusyProcess : public platform::Process {
 public:
     explicit BusyProcess(std::function<void()> whileWaiting) : mWhileWaiting(std::move(whileWaiting)) {}
 

@@ -1,5 +1,5 @@
-// Built into a folder of its own, where no service stands beside the program.
-#include "platform/service_process.h"
+// Built into a folder of its own, without the stand-in service.
+#include "platform/process.h"
 
 #include "support/process.h"
 
@@ -9,11 +9,11 @@
 
 namespace {
 
-TEST(ServiceMissing, StartWithoutAServiceBesideTheHostGivesNullAndTheCause) {
+TEST(ProcessMissing, StartWithoutTheProgramNextToTheHostGivesNullAndTheCause) {
     constexpr int kFileNotFound = 2; // ERROR_FILE_NOT_FOUND, and ENOENT
     ASSERT_FALSE(std::filesystem::exists(support::programFolder() / "QuPCAudio.exe"));
     int systemError = 0;
-    EXPECT_EQ(platform::ServiceProcess::start("the-logs", 2, systemError), nullptr);
+    EXPECT_EQ(platform::Process::start("QuPCAudio.exe", {}, systemError), nullptr);
     EXPECT_EQ(systemError, kFileNotFound);
 }
 

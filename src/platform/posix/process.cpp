@@ -1,4 +1,4 @@
-#include "platform/service_process.h"
+#include "platform/process.h"
 
 #include <algorithm>
 #include <array>
@@ -21,7 +21,7 @@ namespace platform {
 
 namespace {
 
-/// A path in a buffer of its own: killAll must work where there is no memory.
+/// A path in a buffer of its own: endAll must work without memory.
 using Path = std::array<char, PATH_MAX + 1>;
 
 /// The file that a process runs; empty when the system does not tell. `process` is a number, or "self".
@@ -35,20 +35,20 @@ Path imageOf(const char* process) {
     return path;
 }
 
-Path servicePath() {
-    constexpr const char* kName = "QuPCAudio.exe";
+/// The `program` in the folder of the host's executable.
+Path pathOf(const char* program) {
     Path path = imageOf("self");
     char* const slash = std::strrchr(path.data(), '/');
     char* const name = slash != nullptr ? slash + 1 : path.data();
-    std::snprintf(name, static_cast<std::size_t>(path.data() + path.size() - name), "%s", kName);
+    std::snprintf(name, static_cast<std::size_t>(path.data() + path.size() - name), "%s", program);
     return path;
 }
 
 /// A child of this process that has ended keeps its id until it is waited for, so an id here is never
 /// another's.
-class PosixServiceProcess : public ServiceProcess {
+class PosixProcess : public Process {
 public:
-    ~PosixServiceProcess() override {
+    ~PosixProcess() override {
         if (mPid != 0) {
             waitpid(mPid, nullptr, WNOHANG);
         }
@@ -58,7 +58,7 @@ public:
 
     bool waitForEnd(std::chrono::milliseconds limit) override {
         const auto end = std::chrono::steady_clock::now() + limit;
-        while (waitpid(mPid, nullptr, WNOHANG) == 0) { // -1: it has been waited for by killAll
+        while (waitpid(mPid, nullptr, WNOHANG) == 0) { // -1: it has been waited for by endAll
             if (std::chrono::steady_clock::now() >= end) {
                 return false;
             }
@@ -124,9 +124,9 @@ struct Doomed {
 } // namespace
 
 // By path and not by name alone, unlike the Windows form: builds with different sanitizers run their tests
-// side by side on one machine and must not end each other's service.
-void ServiceProcess::killAll() noexcept {
-    const Path image = servicePath();
+// at the same time on one machine and must not end each other's processes.
+void Process::endAll(const char* program) noexcept {
+    const Path image = pathOf(program);
     Doomed doomed;
     doomed.addRunning(image);
     for (std::size_t before = 0; before != doomed.count;) { // children, their children, ...
@@ -139,15 +139,18 @@ void ServiceProcess::killAll() noexcept {
     }
 }
 
-std::unique_ptr<ServiceProcess> ServiceProcess::start(const char* logDir, int logLevel, int& systemError) {
-    auto process =
-        std::make_unique<PosixServiceProcess>(); // first: what is started then is not left to itself
-    Path path = servicePath();
-    std::string directory = logDir;
-    std::string level = std::to_string(logLevel);
-    const std::array<char*, 4> arguments = {path.data(), directory.data(), level.data(), nullptr};
+std::unique_ptr<Process> Process::start(const char* program, const std::vector<std::string>& arguments,
+                                        int& systemError) {
+    auto process = std::make_unique<PosixProcess>(); // first: a started process must have its owner
+    Path path = pathOf(program);
+    std::vector<std::string> texts = arguments;
+    std::vector<char*> pointers = {path.data()};
+    for (std::string& text : texts) {
+        pointers.push_back(text.data());
+    }
+    pointers.push_back(nullptr);
     pid_t pid = 0;
-    const int result = posix_spawn(&pid, path.data(), nullptr, nullptr, arguments.data(), environ);
+    const int result = posix_spawn(&pid, path.data(), nullptr, nullptr, pointers.data(), environ);
     if (result != 0) {
         systemError = result;
         return nullptr;

@@ -1,4 +1,4 @@
-#include "platform/service_process.h"
+#include "platform/process.h"
 
 #include "support/process.h"
 #include "support/standin.h"
@@ -9,26 +9,30 @@
 #include <chrono>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace {
 
 using namespace std::chrono_literals;
-using platform::ServiceProcess;
+using platform::Process;
 
-class ServiceProcessTest : public testing::Test {
+constexpr const char* kProgram = "QuPCAudio.exe";
+const std::vector<std::string> kArguments = {"the-logs", "2"};
+
+class ProcessTest : public testing::Test {
 protected:
     void SetUp() override {
         support::enterTestFolder();
-        ServiceProcess::killAll();
+        Process::endAll(kProgram);
     }
 
-    void TearDown() override { ServiceProcess::killAll(); }
+    void TearDown() override { Process::endAll(kProgram); }
 
-    /// The service, playing `scenario`, when it has begun to.
-    std::unique_ptr<ServiceProcess> start(const std::string& scenario) {
+    /// The stand-in service, once it plays `scenario`.
+    std::unique_ptr<Process> start(const std::string& scenario) {
         standin.play(scenario);
         int systemError = 0;
-        std::unique_ptr<ServiceProcess> process = ServiceProcess::start("the-logs", 2, systemError);
+        std::unique_ptr<Process> process = Process::start(kProgram, kArguments, systemError);
         EXPECT_NE(process, nullptr) << systemError;
         EXPECT_TRUE(standin.waitForEvent("start"));
         return process;
@@ -37,7 +41,7 @@ protected:
     support::Standin standin;
 };
 
-TEST_F(ServiceProcessTest, ServiceBesideTheHostGetsTheLogFolderAndTheLevel) {
+TEST_F(ProcessTest, ProgramNextToTheHostGetsItsArguments) {
     const auto process = start("no-pipe\n");
     ASSERT_NE(process, nullptr);
     const support::Json::List argv = standin.recorded("start").front().at("argv").list();
@@ -46,7 +50,7 @@ TEST_F(ServiceProcessTest, ServiceBesideTheHostGetsTheLogFolderAndTheLevel) {
     EXPECT_EQ(argv[2].text(), "2");
 }
 
-TEST_F(ServiceProcessTest, WaitForAServiceThatRunsEndsWithItsLimit) {
+TEST_F(ProcessTest, WaitForARunningProcessEndsAtItsLimit) {
     const auto process = start("no-pipe\n");
     ASSERT_NE(process, nullptr);
     EXPECT_FALSE(process->waitForEnd(0ms));
@@ -54,15 +58,15 @@ TEST_F(ServiceProcessTest, WaitForAServiceThatRunsEndsWithItsLimit) {
     EXPECT_TRUE(standin.running());
 }
 
-TEST_F(ServiceProcessTest, WaitForAServiceThatEndsIsMet) {
+TEST_F(ProcessTest, WaitForAProcessThatEndsSucceeds) {
     const auto process = start("no-pipe\nexit 3\n");
     ASSERT_NE(process, nullptr);
     EXPECT_TRUE(process->waitForEnd(support::kProcessTimeout));
-    EXPECT_TRUE(process->waitForEnd(0ms)) << "and stays met";
+    EXPECT_TRUE(process->waitForEnd(0ms)) << "and again";
     EXPECT_FALSE(standin.running());
 }
 
-TEST_F(ServiceProcessTest, KillAllEndsTheServiceAndItsChildren) {
+TEST_F(ProcessTest, EndAllEndsTheProcessAndItsChildren) {
     const auto process = start("no-pipe\nchildren 2\n");
     ASSERT_NE(process, nullptr);
     ASSERT_TRUE(standin.waitForEvent("child", 2));
@@ -70,7 +74,7 @@ TEST_F(ServiceProcessTest, KillAllEndsTheServiceAndItsChildren) {
     for (const support::Json& child : children) {
         ASSERT_TRUE(support::processRuns(child.numberOf("pid"), "standin_child.exe"));
     }
-    ServiceProcess::killAll();
+    Process::endAll(kProgram);
     EXPECT_TRUE(process->waitForEnd(support::kProcessTimeout));
     for (const support::Json& child : children) {
         const auto pid = child.numberOf("pid");
@@ -78,24 +82,24 @@ TEST_F(ServiceProcessTest, KillAllEndsTheServiceAndItsChildren) {
     }
 }
 
-TEST_F(ServiceProcessTest, KillAllEndsEveryServiceEvenOneThatNobodyHolds) {
+TEST_F(ProcessTest, EndAllEndsEveryProcessEvenOneWithoutAnOwner) {
     start("no-pipe\n").reset();
     const std::int64_t forgotten = standin.pid();
     int systemError = 0;
-    const auto second = ServiceProcess::start("the-logs", 2, systemError);
+    const auto second = Process::start(kProgram, kArguments, systemError);
     ASSERT_NE(second, nullptr) << systemError;
     ASSERT_TRUE(standin.waitForEvent("start", 2));
-    ServiceProcess::killAll();
+    Process::endAll(kProgram);
     EXPECT_TRUE(second->waitForEnd(support::kProcessTimeout));
     EXPECT_TRUE(support::processEnds(forgotten, "QuPCAudio.exe"));
 }
 
-TEST_F(ServiceProcessTest, KillAllWithNothingToEndReturns) {
-    ServiceProcess::killAll();
-    ServiceProcess::killAll();
+TEST_F(ProcessTest, EndAllWithNothingToEndReturns) {
+    Process::endAll(kProgram);
+    Process::endAll(kProgram);
 }
 
-TEST_F(ServiceProcessTest, LivesOfServicesLeaveNoHandleOpen) {
+TEST_F(ProcessTest, RepeatedStartsLeaveNoHandleOpen) {
     const auto live = [this] {
         const auto process = start("no-pipe\nexit 0\n");
         ASSERT_NE(process, nullptr);
