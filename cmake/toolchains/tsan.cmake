@@ -3,6 +3,7 @@
 set(CMAKE_C_COMPILER clang-14)
 set(CMAKE_CXX_COMPILER clang++-14)
 
+set(SONVIA_SANITIZER thread CACHE STRING "The sanitizer that everything is built with")
 set(sanitize "-fsanitize=thread -fno-omit-frame-pointer -O1")
 set(CMAKE_C_FLAGS_INIT "${sanitize}")
 set(CMAKE_CXX_FLAGS_INIT "${sanitize}")
