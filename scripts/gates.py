@@ -469,6 +469,21 @@ def check_excluded_lines(root=ROOT):
             if (match := EXCLUDED.search(line)) and len(match[2].split()) < 2]
 
 
+def check_spelling(root=ROOT):
+    """Every word is in one of cspell's dictionaries (cspell.json) or in tests/spelling/words.txt."""
+    fetch = subprocess.run([ROOT / "scripts" / "fetch-npm", "spelling"], capture_output=True, text=True)
+    if fetch.returncode != 0:
+        return [fetch.stderr.strip()]
+    run = subprocess.run([BUILD / "npm-spelling" / "node_modules" / ".bin" / "cspell", "lint", "--config",
+                          root / "cspell.json", "--root", root, "--no-progress", "--no-summary", "--relative",
+                          "--file-list", "stdin"],
+                         cwd=root, input="\n".join(map(str, tracked(root))), capture_output=True, text=True)
+    findings = run.stdout.splitlines()
+    if run.returncode != 0 and not findings:
+        findings.append(f"cspell failed: {run.stderr.strip()[-400:]}")
+    return findings
+
+
 # By the build that they judge, which is made before; those of "asan" look at the commands of every build.
 GATES = {
     "windows": {
@@ -495,6 +510,7 @@ GATES = {
     "asan": {
         "lists": check_lists,
         "instrumented": check_instrumented,
+        "spelling": check_spelling,
         "tidy": check_tidy,
     },
 }

@@ -62,7 +62,7 @@ bool LogWriter::start() {
     }
     if (!isStarted) {
         mRooms.services.console.print("log: create log thread error! \r\n");
-        drainUnstarted();
+        drainWithoutThread();
         return false;
     }
     if (!mStarted->wait(mStartLimit)) {
@@ -72,7 +72,7 @@ bool LogWriter::start() {
 }
 
 /// No writer comes for what was queued while it was to be started: the caller of start stands in for it.
-void LogWriter::drainUnstarted() {
+void LogWriter::drainWithoutThread() {
     std::vector<LogRecord*> batch;
     while (!mRooms.queue.closeIfEmpty()) {
         mRooms.queue.takeAll(batch);

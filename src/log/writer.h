@@ -64,7 +64,7 @@ public:
     void run();
 
 private:
-    void drainUnstarted();
+    void drainWithoutThread();
     bool waitForWork();
     void writeBatch(std::vector<LogRecord*>& batch);
     void handle(const LogRecord& record);

@@ -125,7 +125,7 @@ void expandForEncryption(const std::uint8_t* key, Aes128State& state) {
 
 /// The decryption tables substitute before they mix; substituting first cancels that and leaves the mixing
 /// alone.
-std::uint32_t unmix(std::uint32_t column) {
+std::uint32_t inverseMix(std::uint32_t column) {
     const std::uint32_t substituted = substitute(kAesSubstitution, column, column, column, column);
     return mix(kAesDecryptRound, substituted, substituted, substituted, substituted);
 }
@@ -136,7 +136,7 @@ void expandForDecryption(const std::uint8_t* key, Aes128State& state) {
     for (std::size_t round = 1; round < kLastRound; ++round) {
         Block block = load(state.roundKeys[round]);
         for (std::uint32_t& column : block.column) {
-            column = unmix(column);
+            column = inverseMix(column);
         }
         store(block, state.roundKeys[round]);
     }

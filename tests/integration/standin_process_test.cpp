@@ -1,4 +1,5 @@
 // The stand-in service by itself: it must end, and say why, whatever its scenario does.
+// Words close to right ones. cspell:ignore comand hapy
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -102,8 +103,8 @@ TEST_F(StandinProcess, HelpIsOnOneScreenAndNamesEveryVariable) {
 }
 
 TEST_F(StandinProcess, FlagThatIsNotKnownIsAMistakeOfItsOwn) {
-    EXPECT_EQ(runAlone({"--chek", "x"}), 92);
-    EXPECT_NE(textOf("stderr.txt").find("--chek"), std::string::npos);
+    EXPECT_EQ(runAlone({"--verify", "x"}), 92);
+    EXPECT_NE(textOf("stderr.txt").find("--verify"), std::string::npos);
 }
 
 TEST_F(StandinProcess, CheckNamesThePlaceOfAMistakeAndPlaysNothing) {

@@ -53,7 +53,7 @@ struct Tables {
     Table inverse = {};
     /// Of the factors in the first column of the mixing matrix and of its inverse.
     std::array<Table, 4> mixing = {multiplesOf(2), multiplesOf(1), multiplesOf(1), multiplesOf(3)};
-    std::array<Table, 4> unmixing = {multiplesOf(14), multiplesOf(9), multiplesOf(13), multiplesOf(11)};
+    std::array<Table, 4> inverseMixing = {multiplesOf(14), multiplesOf(9), multiplesOf(13), multiplesOf(11)};
 };
 
 const Tables& tables() {
@@ -141,7 +141,7 @@ Block Aes::decrypt(Block block) const {
     for (std::size_t round = 10; round >= 1; --round) {
         block = sum(block, mRoundKeys[round]);
         if (round != 10) {
-            block = columnsMixed(block, tables().unmixing);
+            block = columnsMixed(block, tables().inverseMixing);
         }
         block = substituted(rowsShifted(block, 3), tables().inverse);
     }

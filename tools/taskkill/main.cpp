@@ -14,7 +14,7 @@ constexpr int kExitOk = 0;
 constexpr int kExitUsage = 1;
 constexpr int kExitNotEnded = 1;
 constexpr int kExitNotFound = 128;
-// New matches may appear while the first ones are being ended; something that respawns for ever is left
+// New matches may appear while the first ones are being ended; something that restarts for ever is left
 // alone.
 constexpr int kMostRounds = 10;
 

@@ -27,15 +27,15 @@ void* give(void* memory, std::size_t size) {
     return memory;
 }
 
-void* refusableMalloc(std::size_t size) {
+void* failingMalloc(std::size_t size) {
     return mayHaveMemory(size) ? give(std::malloc(size), size) : nullptr;
 }
 
-void* refusableCalloc(std::size_t count, std::size_t size) {
+void* failingCalloc(std::size_t count, std::size_t size) {
     return mayHaveMemory(count * size) ? give(std::calloc(count, size), count * size) : nullptr;
 }
 
-void* refusableRealloc(void* memory, std::size_t size) {
+void* failingRealloc(void* memory, std::size_t size) {
     if (!mayHaveMemory(size)) {
         return nullptr;
     }
@@ -48,7 +48,7 @@ void watchedFree(void* memory) {
     std::free(memory);
 }
 
-void* refusableAlignedMalloc(std::size_t size, std::size_t alignment) {
+void* failingAlignedMalloc(std::size_t size, std::size_t alignment) {
     return mayHaveMemory(size) ? give(_aligned_malloc(size, alignment), size) : nullptr;
 }
 
@@ -62,11 +62,11 @@ struct Exchange {
     void* with;
 };
 
-const Exchange kExchanges[] = {{"malloc", reinterpret_cast<void*>(refusableMalloc)},
-                               {"calloc", reinterpret_cast<void*>(refusableCalloc)},
-                               {"realloc", reinterpret_cast<void*>(refusableRealloc)},
+const Exchange kExchanges[] = {{"malloc", reinterpret_cast<void*>(failingMalloc)},
+                               {"calloc", reinterpret_cast<void*>(failingCalloc)},
+                               {"realloc", reinterpret_cast<void*>(failingRealloc)},
                                {"free", reinterpret_cast<void*>(watchedFree)},
-                               {"_aligned_malloc", reinterpret_cast<void*>(refusableAlignedMalloc)},
+                               {"_aligned_malloc", reinterpret_cast<void*>(failingAlignedMalloc)},
                                {"_aligned_free", reinterpret_cast<void*>(watchedAlignedFree)}};
 
 template <typename T>

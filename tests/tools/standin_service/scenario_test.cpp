@@ -1,3 +1,5 @@
+// Words close to right ones. cspell:ignore comand conection repaet strin
+
 #include "scenario.h"
 
 #include <gtest/gtest.h>

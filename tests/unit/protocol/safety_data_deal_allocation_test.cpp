@@ -174,11 +174,11 @@ Sending sendWithout(int failing, bool isProtected) {
 
 /// One sending for each request that can be refused, and a last one that gets them all.
 std::vector<Sending> everySending(bool isProtected) {
-    std::vector<Sending> sendings;
-    for (int failing = 1; sendings.empty() || sendings.back().requests >= failing - 1; ++failing) {
-        sendings.push_back(sendWithout(failing, isProtected));
+    std::vector<Sending> all;
+    for (int failing = 1; all.empty() || all.back().requests >= failing - 1; ++failing) {
+        all.push_back(sendWithout(failing, isProtected));
     }
-    return sendings;
+    return all;
 }
 
 /// The sending that wrote this line and no other one.
@@ -211,12 +211,12 @@ TEST(AllocationTest, CommandWithoutMemoryForItsHeaderIsNotSentAndTheLogSaysSo) {
 
 TEST(AllocationTest, WhicheverRequestIsRefusedACommandIsSentWholeOrNotAtAllAndTheNextOneIsUnderstood) {
     for (const bool isProtected : {false, true}) {
-        const std::vector<Sending> sendings = everySending(isProtected);
-        const Bytes whole = sendings.back().bytes;
-        for (std::size_t index = 0; index < sendings.size(); ++index) {
+        const std::vector<Sending> all = everySending(isProtected);
+        const Bytes whole = all.back().bytes;
+        for (std::size_t index = 0; index < all.size(); ++index) {
             SCOPED_TRACE((isProtected ? "protected, request " : "plain, request ") +
                          std::to_string(index + 1));
-            const Sending& sending = sendings[index];
+            const Sending& sending = all[index];
             EXPECT_TRUE(!sending.outOfObjects || sending.bytes.empty());
             EXPECT_TRUE(sending.bytes.empty() || sending.bytes == kPlainPacket || sending.bytes == whole);
             std::vector<Bytes> expected = {textBytes("next")};
@@ -227,7 +227,7 @@ TEST(AllocationTest, WhicheverRequestIsRefusedACommandIsSentWholeOrNotAtAllAndTh
             }
             EXPECT_EQ(sending.received, expected);
         }
-        EXPECT_GE(sendings.size(), isProtected ? 6U : 3U);
+        EXPECT_GE(all.size(), isProtected ? 6U : 3U);
     }
 }
 
