@@ -2,8 +2,10 @@
 // saw. Ends with 0 only when everything that had to happen did.
 
 #include "host_library.h"
+#include "service_record.h"
 #include "timeline.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -18,21 +20,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// What the service does; tools/standin_service/README.md has the words.
-constexpr const char* kScenario = R"(wait packet command 34 key KORUInfo
-notify string phone-name "Handset A"
-notify int player-state 1
-notify int buffering-start 1
-wait 200
-notify int buffering-end 1
-notify int first-audiopcm 1
-notify int player-state 2
-notify int change-mode 3
-wait packet command 34 key accountID
-notify string phone-name "Handset B"
-wait packet command 34 key exitAudioProjection
-notify int player-state 0
-)";
+struct Options {
+    std::string scenario = "happy"; // a file, or a name of the gallery beside QuPCAudio.exe
+    std::string library = "SonviaPCAudioDll.dll";
+    std::string color = "auto";
+    std::string folder = (fs::temp_directory_path() / "sonvia_demo").string();
+};
 
 Timeline& timeline = Timeline::instance();
 int failures = 0;
@@ -101,16 +94,35 @@ void followProjection(const HostLibrary& library, AudioServiceHandle* service) {
     expect(library.state(service) == 2, "state 2");
     timeline.call("getState(handle) -> " + std::to_string(library.state(service)));
     timeline.call("getSourceName(handle) -> " + quoted(library.sourceName(service)));
+    expect(std::string(library.sourceName(service)) == "Handset A", "the phone's name");
 
     timeline.call(std::string("setAccountID(handle, \"someone.else@example.com\")") +
                   result(library.setAccountID(service, "someone.else@example.com")));
-    expect(waitUntil([&] { return std::string(library.sourceName(service)) == "Handset B"; }),
-           "another phone");
-    timeline.call("getSourceName(handle) -> " + quoted(library.sourceName(service)));
-
     timeline.call(std::string("exitAudioProjection(handle)") + result(library.exitProjection(service)));
     expect(waitUntil([&] { return library.state(service) == 0; }), "state 0");
     timeline.call("getState(handle) -> " + std::to_string(library.state(service)));
+}
+
+/// Any other scenario: the calls of a session, and whatever comes of them. No event need come at all.
+void followAnything(const HostLibrary& library, AudioServiceHandle* service) {
+    using namespace std::chrono_literals;
+    constexpr int kAttempts = 30;
+    const AudioServiceParam param = identity();
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        timeline.call(std::string("setParam(handle, {callbacks, six texts})") +
+                      result(library.setParam(service, &param)));
+        timeline.waitForQuiet(200ms);
+        if (!timeline.lastWas(SONVIA_ERROR_CONNECTION, 0)) {
+            break;
+        }
+    }
+    timeline.waitForQuiet(1s);
+    timeline.call("getState(handle) -> " + std::to_string(library.state(service)));
+    timeline.call("getSourceName(handle) -> " + quoted(library.sourceName(service)));
+    timeline.call(std::string("setAccountID(handle, \"someone.else@example.com\")") +
+                  result(library.setAccountID(service, "someone.else@example.com")));
+    timeline.call(std::string("exitAudioProjection(handle)") + result(library.exitProjection(service)));
+    timeline.waitForQuiet(500ms);
 }
 
 /// Prints a file with every line moved in, and returns how many it has.
@@ -138,38 +150,82 @@ void printLog(const fs::path& logDir) {
     expect(lines != 0, "a log file");
 }
 
-} // namespace
+/// A terminal shows UTF-8 and colours from here on.
+bool prepareTerminal() {
+    const HANDLE output = GetStdHandle(STD_OUTPUT_HANDLE);
+    DWORD mode = 0;
+    if (GetConsoleMode(output, &mode) == 0) {
+        return false;
+    }
+    SetConsoleOutputCP(CP_UTF8);
+    return SetConsoleMode(output, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
+}
 
-int main() {
-    const fs::path folder = fs::temp_directory_path() / "sonvia_demo";
+void printPicture(const fs::path& record, const std::string& color) {
+    std::vector<Mark> marks = timeline.marks();
+    const std::vector<Mark> services = serviceMarks(record);
+    marks.insert(marks.end(), services.begin(), services.end());
+    const bool isTerminal = prepareTerminal();
+    timeline.heading("The same on one time axis:");
+    std::printf("%s", draw(std::move(marks), color == "always" || (color == "auto" && isTerminal)).c_str());
+    std::fflush(stdout);
+}
+
+/// From LoadLibrary to FreeLibrary; false when the service cannot be started.
+bool session(const Options& options, const fs::path& logDir) {
+    timeline.heading("One session, as the host sees it:");
+    const HostLibrary library(options.library);
+    timeline.call("LoadLibrary, eight functions found; getVersion() -> " + std::to_string(library.version()));
+    AudioServiceHandle* service = library.init(logDir.string().c_str(), SONVIA_LOG_INFO);
+    timeline.call("initSonviaAudioService(" + quoted(logDir.string()) + ", SONVIA_LOG_INFO) -> " +
+                  (service != nullptr ? "handle; QuPCAudio.exe runs" : "NULL"));
+    if (service == nullptr) {
+        return false;
+    }
+    options.scenario == Options().scenario ? followProjection(library, service)
+                                           : followAnything(library, service);
+    timeline.call(std::string("uninitSonviaAudioService(handle)") + result(library.uninit(service)));
+    return true;
+}
+
+int show(const Options& options) {
+    const fs::path folder = fs::absolute(options.folder);
     std::error_code ignored;
-    fs::remove_all(folder, ignored);
     const fs::path logDir = folder / "logs";
-    fs::create_directories(logDir);
     const fs::path record = folder / "record.jsonl";
-    std::ofstream(folder / "scenario.txt") << kScenario;
-    SetEnvironmentVariableW(L"SONVIA_STANDIN_SCENARIO", (folder / "scenario.txt").c_str());
+    fs::remove_all(logDir, ignored);
+    fs::remove(record, ignored);
+    fs::create_directories(logDir);
+    SetEnvironmentVariableA("SONVIA_STANDIN_SCENARIO", options.scenario.c_str());
     SetEnvironmentVariableW(L"SONVIA_STANDIN_RECORD", record.c_str());
+    SetEnvironmentVariableW(L"SONVIA_STANDIN_RECORD_SENT", L"1");
 
-    {
-        timeline.heading("One projection, as the host sees it:");
-        const HostLibrary library;
-        timeline.call("LoadLibrary(\"SonviaPCAudioDll.dll\"), eight functions found; getVersion() -> " +
-                      std::to_string(library.version()));
-        AudioServiceHandle* service = library.init(logDir.string().c_str(), SONVIA_LOG_INFO);
-        timeline.call("initSonviaAudioService(" + quoted(logDir.string()) + ", SONVIA_LOG_INFO) -> " +
-                      (service != nullptr ? "handle; QuPCAudio.exe runs" : "NULL"));
-        if (service == nullptr) {
-            return 1;
-        }
-        followProjection(library, service);
-        timeline.call(std::string("uninitSonviaAudioService(handle)") + result(library.uninit(service)));
+    if (!session(options, logDir)) {
+        return 1;
     }
     timeline.call("FreeLibrary");
-
-    timeline.heading("What the service saw:");
-    expect(printFile(record) != 0, "a record of the service");
+    expect(fs::exists(record), "a record of the service");
     printLog(logDir);
+    printPicture(record, options.color);
     timeline.heading(failures == 0 ? "Everything happened as it should." : "Not everything happened.");
     return failures == 0 ? 0 : 1;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    Options options;
+    CLI::App app("Plays one session against the stand-in service and shows what each side saw.", "demo_host");
+    app.add_option("--scenario", options.scenario, "file, or name that `QuPCAudio.exe --gallery` lists")
+        ->capture_default_str();
+    app.add_option("--library", options.library, "another build of the DLL")->transform([](std::string path) {
+        return fs::absolute(path).string();
+    });
+    app.add_option("--folder", options.folder,
+                   "for logs\\ and record.jsonl, which replace those of an earlier run");
+    app.add_option("--color", options.color, "auto, always or never")
+        ->check(CLI::IsMember({"auto", "always", "never"}))
+        ->take_last();
+    CLI11_PARSE(app, argc, argv);
+    return show(options);
 }

@@ -19,7 +19,7 @@ void find(HMODULE module, const char* name, Function& function) {
 
 } // namespace
 
-HostLibrary::HostLibrary() : module(LoadLibraryW(L"SonviaPCAudioDll.dll")) {
+HostLibrary::HostLibrary(const std::string& path) : module(LoadLibraryA(path.c_str())) {
     if (module == nullptr) {
         std::fprintf(stderr, "SonviaPCAudioDll.dll cannot be loaded (error %lu)\n", GetLastError());
         std::exit(2);

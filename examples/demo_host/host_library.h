@@ -2,12 +2,13 @@
 
 #include "SonviaPCAudioDll.h"
 
+#include <string>
 #include <windows.h>
 
-/// The library as a host meets it: loaded by its name, its functions found by theirs.
+/// The library as a host meets it: loaded, and its functions found by their names.
 struct HostLibrary {
     /// Ends the program with a message when the DLL or one of the names is missing.
-    HostLibrary();
+    explicit HostLibrary(const std::string& path);
     ~HostLibrary();
     HostLibrary(const HostLibrary&) = delete;
     HostLibrary& operator=(const HostLibrary&) = delete;

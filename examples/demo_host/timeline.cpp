@@ -11,6 +11,12 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto kGuard = 30s;
+constexpr std::size_t kMostPrinted = 50; // events, of a flood
+
+std::int64_t now() {
+    using namespace std::chrono;
+    return duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
+}
 
 const char* nameOf(int event) {
     switch (event) {
@@ -36,7 +42,8 @@ Timeline& Timeline::instance() {
 
 void Timeline::call(const std::string& text) {
     const std::lock_guard guard(mMutex);
-    print("call ", text);
+    mMarks.push_back({now(), Lane::Call, text, {}});
+    print("call ", mMarks.back());
 }
 
 void Timeline::heading(const std::string& text) {
@@ -46,14 +53,11 @@ void Timeline::heading(const std::string& text) {
 }
 
 void Timeline::onEvent(int event, int value) {
-    instance().add("event",
-                   "onEvent(" + std::to_string(event) + ", " + std::to_string(value) + ")   " + nameOf(event),
-                   {event, value});
+    instance().add("event", "onEvent", nameOf(event), {event, value});
 }
 
 void Timeline::onError(int code, int value) {
-    instance().add("error", "onError(" + std::to_string(code) + ", " + std::to_string(value) + ")",
-                   {code, value});
+    instance().add("error", "onError", "", {code, value});
 }
 
 bool Timeline::waitForEvent(int event, int value) {
@@ -79,17 +83,37 @@ bool Timeline::lastWas(int code, int value) {
     return !mEvents.empty() && mEvents.back().code == code && mEvents.back().value == value;
 }
 
-void Timeline::print(const char* lane, const std::string& text) {
-    static const auto start = std::chrono::steady_clock::now();
-    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    std::printf("%7.3f s  thread %04lx  %s  %s\n", seconds, GetCurrentThreadId(), lane, text.c_str());
+void Timeline::waitForQuiet(std::chrono::milliseconds time) {
+    std::unique_lock guard(mMutex);
+    const auto end = std::chrono::steady_clock::now() + kGuard;
+    std::size_t before = 0;
+    do {
+        before = mEvents.size();
+    } while (mChanged.wait_for(guard, time, [&] { return mEvents.size() != before; }) &&
+             std::chrono::steady_clock::now() < end);
+}
+
+std::vector<Mark> Timeline::marks() {
+    const std::lock_guard guard(mMutex);
+    return mMarks;
+}
+
+void Timeline::print(const char* lane, const Mark& mark) {
+    std::printf("%7.3f s  thread %04lx  %s  %s\n", static_cast<double>(mark.at - mMarks.front().at) / 1e6,
+                GetCurrentThreadId(), lane, mark.text.c_str());
     std::fflush(stdout);
 }
 
-void Timeline::add(const char* lane, const std::string& text, Event event) {
+void Timeline::add(const char* lane, const std::string& call, const char* name, Event event) {
     const std::lock_guard guard(mMutex);
-    print(lane, text);
+    const std::string kind = call + "(" + std::to_string(event.code);
+    mMarks.push_back({now(), Lane::Event, kind + ", " + std::to_string(event.value) + ")   " + name, kind});
     mEvents.push_back(event);
+    if (mEvents.size() <= kMostPrinted) {
+        print(lane, mMarks.back());
+    } else if (mEvents.size() == kMostPrinted + 1) {
+        std::printf("           ... further events are not printed\n");
+    }
     mChanged.notify_all();
 }
 

@@ -1,7 +1,9 @@
 #pragma once
 
 #include "SonviaPCAudioDll.h"
+#include "picture.h"
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <functional>
@@ -26,8 +28,12 @@ public:
     bool waitForEvent(int event, int value);
     /// Waits until either callback has been called more than `count` times in all; false after half a minute.
     bool waitForMoreThan(std::size_t count);
+    /// Waits until nothing has come for that long, half a minute at most.
+    void waitForQuiet(std::chrono::milliseconds time);
     std::size_t count();
     bool lastWas(int code, int value);
+    /// What the host saw, for the picture at the end.
+    std::vector<Mark> marks();
 
 private:
     struct Event {
@@ -35,12 +41,13 @@ private:
         int value;
     };
 
-    void print(const char* lane, const std::string& text);
-    void add(const char* lane, const std::string& text, Event event);
+    void print(const char* lane, const Mark& mark);
+    void add(const char* lane, const std::string& call, const char* name, Event event);
 
     std::mutex mMutex;
     std::condition_variable mChanged;
     std::vector<Event> mEvents;
+    std::vector<Mark> mMarks;
 };
 
 /// Waits until the condition holds; false after half a minute.
