@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <list>
 #include <memory>
 #include <string>
 #include <utility>
@@ -131,12 +130,12 @@ Meeting::Meeting() {
     static const auto kLoop = std::make_shared<OUVLoop>();
     auto session = std::make_unique<OpenSession>(kLoop);
     mSession = session.get();
-    std::list<HandleEntry> one(1);
-    one.front().record = std::make_unique<AudioServiceHandle>();
-    one.front().record->session = std::move(session);
-    one.front().record->loopThread =
+    auto one = std::make_unique<HandleEntry>();
+    one->record = std::make_unique<AudioServiceHandle>();
+    one->record->session = std::move(session);
+    one->record->loopThread =
         std::make_unique<platform::Thread>(); // there is one already: setParam starts no other
-    mHandle = liveHandles().add(one);
+    mHandle = liveHandles().add(std::move(one));
     sNow = this;
 }
 

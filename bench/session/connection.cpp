@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <list>
+#include <memory>
 #include <system_error>
 #include <utility>
 
@@ -59,12 +59,12 @@ std::string servicePipe(const std::string& prefix) {
 AudioServiceHandle* makeHandle(const std::string& prefix, AudioServiceHandle*& record) {
     startLog();
     OStreamPipe::pipeNamePrefix = prefix;
-    std::list<HandleEntry> one(1);
-    one.front().record = std::make_unique<AudioServiceHandle>();
-    record = one.front().record.get();
+    auto one = std::make_unique<HandleEntry>();
+    one->record = std::make_unique<AudioServiceHandle>();
+    record = one->record.get();
     record->loop = std::make_shared<OUVLoop>();
     record->session = std::make_unique<QuPCAudioMessage>(record->loop);
-    return liveHandles().add(one);
+    return liveHandles().add(std::move(one));
 }
 
 LibraryConnection::LibraryConnection(void (*onEvent)(int, int), PipeEnd::Received received) {

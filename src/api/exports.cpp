@@ -7,8 +7,9 @@
 #include <array>
 #include <cstring>
 #include <exception>
-#include <list>
+#include <memory>
 #include <mutex>
+#include <optional>
 #include <utility>
 
 namespace {
@@ -48,7 +49,7 @@ HandleUse useOf(const AudioServiceHandle* handle, const char* name) {
         writeLog(kLogError, kLogTagDll, "[%s:%d]handle is NULL", name, __LINE__);
         return {};
     }
-    HandleUse use = guarded(name, HandleUse(), [handle] { return liveHandles().use(handle); });
+    HandleUse use = liveHandles().use(handle);
     if (!use) {
         logReleased(name);
     }
@@ -82,9 +83,10 @@ AudioServiceHandle* initSonviaAudioService(const char* logDir, int logLevel) {
         static OMutex& startUpMutex = *new OMutex;
         const std::lock_guard guard(startUpMutex);
         LiveHandles& handles = liveHandles();
-        std::list<HandleEntry> one(1); // before the service is started: afterwards nothing may fail
-        one.front().record = startUp(logDir != nullptr ? logDir : "", logLevel);
-        return one.front().record != nullptr ? handles.add(one) : nullptr;
+        auto one =
+            std::make_unique<HandleEntry>(); // before the service is started: afterwards nothing may fail
+        one->record = startUp(logDir != nullptr ? logDir : "", logLevel);
+        return one->record != nullptr ? handles.add(std::move(one)) : nullptr;
     });
 }
 
@@ -123,6 +125,9 @@ bool exitAudioProjection(AudioServiceHandle* handle) {
 
 uint32_t getState(AudioServiceHandle* handle) {
     writeLog(kLogDebug, kLogTagDll, "[%s:%d]getState!", __func__, __LINE__);
+    if (const std::optional<std::uint32_t> state = liveHandles().playerState(handle)) {
+        return *state;
+    }
     HandleUse use = useOf(handle, __func__);
     if (!use || !hasSession(use, __func__, kLogWarning, "quPCAudio is NULL")) {
         return SONVIA_STATE_UNKNOWN;

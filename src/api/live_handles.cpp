@@ -2,8 +2,8 @@
 
 #include "platform/thread_id.h"
 
-#include <algorithm>
 #include <bit>
+#include <memory>
 #include <mutex>
 #include <utility>
 
@@ -13,14 +13,6 @@ namespace {
 // errors, and a host that reads through its handle fails at once.
 constexpr std::uintptr_t kStep = 16;
 constexpr std::uintptr_t kBeforeFirst = 0x1000;
-
-bool isLoopThread(const HandleEntry& handle) {
-    if (handle.isReleased) {
-        return handle.loopThread == platform::currentThreadId();
-    }
-    const std::shared_ptr<OUVLoop>& loop = handle.record->loop; // the release alone drops it
-    return loop != nullptr && loop->onLoopThread();
-}
 
 } // namespace
 
@@ -42,84 +34,98 @@ HandleUse::~HandleUse() {
 }
 
 HandleRelease::HandleRelease(LiveHandles& table, const AudioServiceHandle* handle)
-    : mTable(table), mHandle(table.beginRelease(handle)) {}
+    : mHandle(table.beginRelease(handle)) {}
 
 HandleRelease::~HandleRelease() {
     if (mHandle != nullptr) {
-        mTable.endRelease(*mHandle);
+        LiveHandles::endRelease(*mHandle);
     }
 }
 
 LiveHandles::LiveHandles() : mLastNumber(kBeforeFirst) {}
 
-AudioServiceHandle* LiveHandles::add(std::list<HandleEntry>& one) {
+AudioServiceHandle* LiveHandles::add(std::unique_ptr<HandleEntry> one) {
     const std::lock_guard guard(mMutex);
+    HandleEntry* entry = freeEntry();
+    if (entry != nullptr) {
+        entry->record = std::move(one->record);
+    } else {
+        entry = one.release();
+        entry->next = mNewest.load();
+        mNewest = entry;
+    }
+    if (QuPCAudioMessage* const session = entry->record->session.get(); session != nullptr) {
+        session->keepPlayerStateIn(entry->playerState);
+    }
     mLastNumber += kStep;
-    one.front().number = mLastNumber;
-    mHandles.splice(mHandles.end(), one);
+    entry->number = mLastNumber;
     return std::bit_cast<AudioServiceHandle*>(mLastNumber);
 }
 
-HandleEntry* LiveHandles::find(const AudioServiceHandle* handle) {
-    const auto number = std::bit_cast<std::uintptr_t>(handle);
-    const auto place = std::find_if(mHandles.begin(), mHandles.end(),
-                                    [number](const HandleEntry& each) { return each.number == number; });
-    return place != mHandles.end() ? &*place : nullptr;
+HandleEntry* LiveHandles::freeEntry() const {
+    HandleEntry* entry = mNewest.load();
+    while (entry != nullptr && entry->number.load() != 0) {
+        entry = entry->next;
+    }
+    return entry;
 }
 
 HandleUse LiveHandles::use(const AudioServiceHandle* handle) {
-    const std::lock_guard guard(mMutex);
     HandleUse use;
     HandleEntry* const found = find(handle);
-    // A use of the loop thread is over before the thread is joined: it needs no count, and a callback that calls without
-    // pause must not keep a release waiting.
-    const bool isCounted = found != nullptr && !isLoopThread(*found);
-    if (found == nullptr || (isCounted && found->isReleased)) {
+    if (found == nullptr) {
         return use;
     }
-    use.mRecord = found->record.get();
-    if (isCounted) {
-        ++found->uses;
+    const std::uintptr_t number = numberOf(handle);
+    if (found->number.load() == number) {
+        found->uses.fetch_add(1);
         use.mTable = this;
         use.mCounted = found;
+        // The release marks the number and then looks at the uses: one of the two sees the other.
+        if (found->number.load() == number) {
+            use.mRecord = found->record.get();
+            return use;
+        }
+        use = HandleUse();
+    }
+    // A use of the loop thread is over before the thread is joined: it needs no count, and a callback that calls without
+    // pause must not keep a release waiting.
+    if (found->number.load() == (number | HandleEntry::kReleasing) &&
+        found->loopThread.load() == platform::currentThreadId()) {
+        use.mRecord = found->record.get();
     }
     return use;
 }
 
 void LiveHandles::endUse(HandleEntry& handle) {
-    const std::lock_guard guard(mMutex);
-    --handle.uses;
-    mUseEnded.notifyAll();
+    if (handle.uses.fetch_sub(1) == 1 && (handle.number.load() & HandleEntry::kReleasing) != 0) {
+        const std::lock_guard guard(mMutex);
+        mUseEnded.notifyAll();
+    }
 }
 
 HandleEntry* LiveHandles::beginRelease(const AudioServiceHandle* handle) {
     const std::lock_guard guard(mMutex);
     HandleEntry* const found = find(handle);
-    if (found == nullptr || found->isReleased) {
+    if (found == nullptr || found->number.load() != numberOf(handle)) {
         return nullptr;
     }
-    const auto loopThread = [found] {
-        return found->record->loop != nullptr ? found->record->loop->threadId.load() : 0;
+    const auto noteLoopThread = [found] {
+        const std::shared_ptr<OUVLoop>& loop = found->record->loop;
+        found->loopThread = loop != nullptr ? loop->threadId.load() : 0;
     };
-    found->loopThread = loopThread(); // its callbacks may call while the release waits
-    found->isReleased = true;
-    while (found->uses != 0) {
+    noteLoopThread(); // its callbacks may call while the release waits
+    found->number = numberOf(handle) | HandleEntry::kReleasing;
+    while (found->uses.load() != 0) {
         mUseEnded.wait(mMutex);
     }
-    found->loopThread = loopThread(); // one of those calls may have started the thread
+    noteLoopThread(); // one of those calls may have started the thread
     return found;
 }
 
-void LiveHandles::endRelease(const HandleEntry& handle) {
-    std::list<HandleEntry> released; // destroyed without the lock
-    const std::lock_guard guard(mMutex);
-    const auto place = std::find_if(mHandles.begin(), mHandles.end(),
-                                    [&handle](const HandleEntry& each) { return &each == &handle; });
-    released.splice(released.end(), mHandles, place);
-}
-
-LiveHandles& liveHandles() {
-    // Never destroyed: threads of the host may still call when the process ends.
-    static LiveHandles& table = *new LiveHandles;
-    return table;
+// Without the lock: the entry is this release's alone until it is free.
+void LiveHandles::endRelease(HandleEntry& handle) {
+    handle.record = nullptr;
+    handle.playerState = HandleEntry::kAskSession;
+    handle.number = 0;
 }

@@ -3,17 +3,25 @@
 #include "api/audio_service_handle.h"
 #include "transport/mutex.h"
 
+#include <atomic>
+#include <bit>
 #include <cstdint>
-#include <list>
 #include <memory>
+#include <optional>
 
-/// A record, and what is known of the handle that stands for it.
+/// A place for a record, and what is known of the handle that stands for it. Once in the table it is never freed, only used
+/// again: a call may read it before it knows whether its handle is live.
 struct HandleEntry {
+    static constexpr std::uintptr_t kReleasing = 1;      ///< added to the number when the release begins
+    static constexpr std::uint32_t kAskSession = 0 - 1U; ///< no player's state that is kept here
+
     std::unique_ptr<AudioServiceHandle> record;
-    std::uintptr_t number = 0;
-    std::uint32_t uses = 0;       ///< calls under way; those of the record's loop thread are not counted
-    std::uint32_t loopThread = 0; ///< known from the release on
-    bool isReleased = false;      ///< the release has begun
+    std::atomic<std::uintptr_t> number{0}; ///< 0: free
+    std::atomic<std::uint32_t> uses{
+        0}; ///< calls under way; of the loop thread's only those begun before the release
+    std::atomic<std::uint32_t> loopThread{0};            ///< known from the release on
+    std::atomic<std::uint32_t> playerState{kAskSession}; ///< the session's
+    HandleEntry* next = nullptr;                         ///< set before the entry is in the table
 };
 
 class LiveHandles;
@@ -54,37 +62,71 @@ public:
     AudioServiceHandle& operator*() const { return *mHandle->record; }
 
 private:
-    LiveHandles& mTable;
     HandleEntry* mHandle;
 };
 
 /// The handles that hosts hold. A handle is a number that is never given twice in a process, and no address: one that
 /// was released is never taken for another session's. From the beginning of its release a handle is known only to its
-/// own loop thread, so that a callback under way still gets its answers. Any thread; no memory is kept for released
-/// handles.
+/// own loop thread, so that a callback under way still gets its answers. Any thread; only a release waits.
 class LiveHandles {
 public:
     LiveHandles();
 
-    /// Takes over the one record of `one`, and gives the handle for it. Needs no memory.
-    AudioServiceHandle* add(std::list<HandleEntry>& one);
+    /// Takes over the record of `one`, and gives the handle for it. Needs no memory.
+    AudioServiceHandle* add(std::unique_ptr<HandleEntry> one);
     /// The record behind a host's handle; empty when the handle is not live.
     HandleUse use(const AudioServiceHandle* handle);
+
+    /// The player's state, for the host that polls it: writes nothing that other threads read. Nothing when only use() can
+    /// tell.
+    std::optional<std::uint32_t> playerState(const AudioServiceHandle* handle) const {
+        const HandleEntry* const found = find(handle);
+        if (found == nullptr) {
+            return std::nullopt;
+        }
+        const std::uint32_t state = found->playerState.load(std::memory_order_acquire);
+        // A state of the entry's next session was stored after the number had changed.
+        if (state == HandleEntry::kAskSession ||
+            found->number.load(std::memory_order_relaxed) != numberOf(handle)) {
+            return std::nullopt;
+        }
+        return state;
+    }
 
 private:
     friend class HandleUse;
     friend class HandleRelease;
 
-    HandleEntry* find(const AudioServiceHandle* handle);
+    static std::uintptr_t numberOf(const AudioServiceHandle* handle) {
+        return std::bit_cast<std::uintptr_t>(handle);
+    }
+
+    /// The handle's entry, also while it is being released.
+    HandleEntry* find(const AudioServiceHandle* handle) const {
+        const std::uintptr_t number = numberOf(handle);
+        HandleEntry* entry = number != 0 ? mNewest.load(std::memory_order_acquire) : nullptr;
+        while (entry != nullptr &&
+               (entry->number.load(std::memory_order_acquire) & ~HandleEntry::kReleasing) != number) {
+            entry = entry->next;
+        }
+        return entry;
+    }
+
+    HandleEntry* freeEntry() const;
     void endUse(HandleEntry& handle);
     HandleEntry* beginRelease(const AudioServiceHandle* handle);
-    void endRelease(const HandleEntry& handle);
+    static void endRelease(HandleEntry& handle);
 
-    OMutex mMutex; ///< guards all below; held neither while a record is used nor while it is destroyed
+    OMutex
+        mMutex; ///< one thread at a time adds or begins a release; held neither while a record is used nor destroyed
     OCondition mUseEnded;
-    std::list<HandleEntry> mHandles;
+    std::atomic<HandleEntry*> mNewest{nullptr}; ///< of all entries, as many as there were handles at once
     std::uintptr_t mLastNumber;
 };
 
 /// The process's own.
-LiveHandles& liveHandles();
+inline LiveHandles& liveHandles() {
+    // Never destroyed: threads of the host may still call when the process ends.
+    static LiveHandles& table = *new LiveHandles;
+    return table;
+}

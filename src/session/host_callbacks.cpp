@@ -5,7 +5,6 @@
 #include "session/qu_pc_audio_message.h"
 
 #include <exception>
-#include <mutex>
 
 namespace {
 
@@ -31,25 +30,7 @@ void callOrEnd(void (*callback)(int, int), int first, int second) noexcept {
 
 } // namespace
 
-void QuPCAudioMessage::reportEvent(int event, int value) {
-    void (*callback)(int, int) = nullptr;
-    {
-        const std::lock_guard guard(mMutex);
-        callback = params.onEvent;
-    }
-    callHost(callback, event, value);
-}
-
-void QuPCAudioMessage::reportError(int code, int value) {
-    void (*callback)(int, int) = nullptr;
-    {
-        const std::lock_guard guard(mMutex);
-        callback = params.onError;
-    }
-    callHost(callback, code, value);
-}
-
-void QuPCAudioMessage::callHost(void (*callback)(int, int), int first, int second) {
+void QuPCAudioMessage::callHost(HostCallback callback, int first, int second) {
     if (callback != nullptr) {
         mLoop->runOutside([=]() noexcept { callOrEnd(callback, first, second); });
     }

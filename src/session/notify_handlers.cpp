@@ -55,7 +55,7 @@ void QuPCAudioMessage::dispatchNotify(const std::uint8_t* payload, std::uint32_t
 // Kept for compatibility: an entry of another type stores 0. The hosts that poll the state see that value.
 void QuPCAudioMessage::handlePlayerState(const protocol::EntryView& entry) {
     const std::int32_t state = entry.getInt().value_or(0);
-    playerState = static_cast<std::uint32_t>(state);
+    *mPlayerState = static_cast<std::uint32_t>(state);
     writeLog(kLogDebug, kLogTagSession, "[%s:%d]Player state is %d.", "QuPCAudioMessage::handlePlayerState",
              __LINE__, state);
 }

@@ -34,6 +34,8 @@ bool QuPCAudioMessage::init(const AudioServiceParam& param) {
         // The record is taken, and sent or left to the connect under way, in one step: none is lost between the two.
         const std::lock_guard guard(mMutex);
         params = param;
+        mOnEvent = param.onEvent;
+        mOnError = param.onError;
         found = mConnection.load();
         if (found == Connection::Connected || found == Connection::Lost) {
             queued = queueNotify(session::koruInfoPayload(params));
@@ -63,6 +65,11 @@ bool QuPCAudioMessage::init(const AudioServiceParam& param) {
     }
     writeLog(kLogError, kLogTagSession, "[%s:%d]session is ending, init failed.", kName, __LINE__);
     return false;
+}
+
+void QuPCAudioMessage::keepPlayerStateIn(std::atomic<std::uint32_t>& place) {
+    place = getPlayerState();
+    mPlayerState = &place;
 }
 
 bool QuPCAudioMessage::beginConnect() {

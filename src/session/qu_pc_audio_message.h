@@ -55,7 +55,11 @@ public:
     /// Sends the six identity texts.
     void _setKORUInfoNotify();
 
-    std::uint32_t getPlayerState() const { return playerState.load(); }
+    std::uint32_t getPlayerState() const { return mPlayerState->load(); }
+
+    /// Moves the player's state to `place`, where it can be read without touching the session; it must outlive the session.
+    /// Before anything is received.
+    void keepPlayerStateIn(std::atomic<std::uint32_t>& place);
 
     Connection connection() const { return mConnection.load(); }
 
@@ -101,16 +105,23 @@ private:
     void sendNotify(OBufList payload);
     void sendNumbered(std::uint16_t cmdType, std::atomic<std::uint16_t>& sequence, OBufList payload);
 
-    void reportEvent(int event, int value);
-    void reportError(int code, int value);
-    void callHost(void (*callback)(int, int), int first, int second);
+    using HostCallback = void (*)(int, int);
+
+    void reportEvent(int event, int value) { callHost(mOnEvent.load(), event, value); }
+
+    void reportError(int code, int value) { callHost(mOnError.load(), code, value); }
+
+    void callHost(HostCallback callback, int first, int second);
 
     std::atomic<std::uint32_t> playerState{SONVIA_STATE_UNKNOWN};
+    std::atomic<std::uint32_t>* mPlayerState = &playerState; ///< where the state is kept
     SourceName phoneName;
     std::uint32_t notifySequence = 0; ///< used where libuv may be entered
     /// Guards all below, and decides the order of sends; never held across a host callback or a libuv call.
     OMutex mMutex;
     AudioServiceParam params = {};
+    std::atomic<HostCallback> mOnEvent{nullptr}; ///< of params, changed with them; read without the lock
+    std::atomic<HostCallback> mOnError{nullptr}; ///< likewise
     std::atomic<Connection> mConnection{
         Connection::Idle};                           ///< read without the lock where nothing else matters
     std::atomic<std::uint16_t>* mHeldStop = nullptr; ///< series of the stop that waits for the connect

@@ -1,6 +1,7 @@
 #include "transport/loop.h"
 
 #include "platform/thread_id.h"
+#include "transport/counted_scope.h"
 #include "transport/handle_shutdown.h"
 #include "transport/loop_log.h"
 #include "transport/uv_loop.h"
@@ -15,20 +16,6 @@ namespace {
 // These two lines are recognised by their numbers in the field; they do not follow the source.
 constexpr int kConstructorLine = 20;
 constexpr int kDestructorLine = 39;
-
-/// One more for as long as it lives, also when an exception ends that.
-class CountedScope {
-public:
-    explicit CountedScope(std::atomic<std::uint32_t>& count) : mCount(count) { mCount.fetch_add(1); }
-
-    ~CountedScope() { mCount.fetch_sub(1); }
-
-    CountedScope(const CountedScope&) = delete;
-    CountedScope& operator=(const CountedScope&) = delete;
-
-private:
-    std::atomic<std::uint32_t>& mCount;
-};
 
 } // namespace
 

@@ -1,6 +1,7 @@
 #include "transport/loop_entry.h"
 
 #include "platform/thread_id.h"
+#include "transport/counted_scope.h"
 #include "transport/loop_log.h"
 
 #include <chrono>
@@ -20,20 +21,32 @@ constexpr std::chrono::milliseconds kLongestWait{50};
 
 LoopEntry::LoopEntry(std::function<void()> wakeLoop) : mWakeLoop(std::move(wakeLoop)) {}
 
+bool LoopEntry::tryEnter() {
+    std::uint32_t nobody = 0;
+    return mInside.compare_exchange_strong(nobody, platform::currentThreadId());
+}
+
+// Each event leaves and enters again, hardly ever with anyone waiting: neither takes the lock then.
 void LoopEntry::enter() {
+    if (tryEnter()) {
+        return;
+    }
     const std::lock_guard guard(mMutex);
+    const CountedScope waiting(mWaiters);
     mLoopWaits = true;
-    while (mInside.load() != 0) {
+    while (!tryEnter()) {
         mChanged.wait(mMutex);
     }
     mLoopWaits = false;
-    mInside = platform::currentThreadId();
 }
 
+// A waiter counts itself before it tries for the last time, so one of the two sees the other.
 void LoopEntry::leave() {
-    const std::lock_guard guard(mMutex);
     mInside = 0;
-    mChanged.notifyAll();
+    if (mWaiters.load() != 0) {
+        const std::lock_guard guard(mMutex);
+        mChanged.notifyAll();
+    }
 }
 
 bool LoopEntry::isInside() const {
@@ -59,9 +72,9 @@ void LoopEntry::finish(const CallPtr& call) {
         const auto giveUp = Clock::now() + kLongestWait;
         bool woken = false;
         std::unique_lock lock(mMutex);
+        const CountedScope waiting(mWaiters);
         while (!call->done) {
-            if (mInside.load() == 0 && !mLoopWaits) {
-                mInside = platform::currentThreadId();
+            if (!mLoopWaits && tryEnter()) {
                 lock.unlock();
                 runQueuedUpTo(call.get());
                 leave();

@@ -70,11 +70,13 @@ private:
     /// Makes queued calls up to `last`, or all for null.
     void runQueuedUpTo(const Call* last);
     CallPtr takeNext();
+    bool tryEnter();
 
     std::function<void()> mWakeLoop;
     OMutex mMutex; ///< guards all below; not held while a call is made
     OCondition mChanged;
-    std::atomic<std::uint32_t> mInside{0}; ///< id of the thread inside; 0: nobody
+    std::atomic<std::uint32_t> mInside{0};  ///< id of the thread inside; 0: nobody. Changed without the lock
+    std::atomic<std::uint32_t> mWaiters{0}; ///< threads that wait to go in, or for their call
     std::list<CallPtr> mCalls;
     bool mRefusing = false;
     bool mLoopWaits = false; ///< the loop thread is the next to go in

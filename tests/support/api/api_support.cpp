@@ -3,9 +3,14 @@
 namespace support {
 
 DirectHandle::DirectHandle() {
-    record->loop = std::make_shared<OUVLoop>();
-    record->session = std::make_unique<DirectSession::Session>(record->loop);
     record->session->setStream(&stream);
+}
+
+std::unique_ptr<AudioServiceHandle> DirectHandle::withSession() {
+    auto made = std::make_unique<AudioServiceHandle>();
+    made->loop = std::make_shared<OUVLoop>();
+    made->session = std::make_unique<DirectSession::Session>(made->loop);
+    return made;
 }
 
 void DirectHandle::receive(const wire::Bytes& payload) {

@@ -7,15 +7,16 @@
 
 #include <atomic>
 #include <chrono>
-#include <list>
 #include <memory>
+#include <utility>
 
 namespace support {
 
 /// A record among the live handles, as initSonviaAudioService leaves it.
 class ListedRecord {
 public:
-    ListedRecord() : ListedRecord(oneEntry()) {}
+    explicit ListedRecord(std::unique_ptr<AudioServiceHandle> record = std::make_unique<AudioServiceHandle>())
+        : mRecord(record.get()), handle(liveHandles().add(entryOf(std::move(record)))) {}
 
     /// Takes it away as it stands when no test has released it.
     ~ListedRecord() { const HandleRelease release(liveHandles(), handle); }
@@ -29,14 +30,11 @@ public:
     AudioServiceHandle& operator*() const { return *mRecord; }
 
 private:
-    static std::list<HandleEntry> oneEntry() {
-        std::list<HandleEntry> one(1);
-        one.front().record = std::make_unique<AudioServiceHandle>();
+    static std::unique_ptr<HandleEntry> entryOf(std::unique_ptr<AudioServiceHandle> record) {
+        auto one = std::make_unique<HandleEntry>();
+        one->record = std::move(record);
         return one;
     }
-
-    explicit ListedRecord(std::list<HandleEntry> one)
-        : mRecord(one.front().record.get()), handle(liveHandles().add(one)) {}
 
     AudioServiceHandle* mRecord;
 
@@ -54,8 +52,11 @@ struct DirectHandle {
     void receive(const wire::Bytes& payload);
 
     RecordingSocket stream;
-    ListedRecord record;
+    ListedRecord record{withSession()};
     AudioServiceHandle* const handle = record.handle;
+
+private:
+    static std::unique_ptr<AudioServiceHandle> withSession();
 };
 
 /// A service process that ends when the test says so.

@@ -7,12 +7,14 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <future>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <thread>
@@ -138,6 +140,59 @@ TEST(LiveHandles, WhatWasNeverAHandleIsRefused) {
     EXPECT_EQ(getState(reinterpret_cast<AudioServiceHandle*>(&something)), 4U);
     EXPECT_TRUE(uninitSonviaAudioService(reinterpret_cast<AudioServiceHandle*>(&something)));
     EXPECT_EQ(log.lines().size(), 4U);
+}
+
+TEST(LiveHandles, TheStateIsKnownWithoutTheSessionUntilTheRelease) {
+    Host host;
+    LogCapture quiet;
+    DirectHandle direct;
+    EXPECT_EQ(liveHandles().playerState(direct.handle), 4U);
+    direct.receive(wire::intEntry("player-state", 2));
+    EXPECT_EQ(liveHandles().playerState(direct.handle), 2U);
+    direct.record->process = std::make_unique<BusyProcess>(
+        [&direct] { EXPECT_EQ(liveHandles().playerState(direct.handle), std::nullopt); });
+    EXPECT_TRUE(uninitSonviaAudioService(direct.handle));
+    EXPECT_EQ(liveHandles().playerState(direct.handle), std::nullopt);
+    EXPECT_EQ(liveHandles().playerState(nullptr), std::nullopt);
+}
+
+// What the fast way to the state takes for "ask the session" may also be what the service reported.
+TEST(LiveHandles, AStateOfAllOnesIsReportedToo) {
+    Host host;
+    LogCapture quiet;
+    DirectHandle direct;
+    direct.receive(wire::intEntry("player-state", -1));
+    EXPECT_EQ(getState(direct.handle), 0xFFFFFFFFU);
+}
+
+TEST(LiveHandles, APolledStateIsNeverThatOfAnotherSession) {
+    constexpr std::uint32_t kLives = 300;
+    const auto stateOf = [](std::uint32_t life) { return static_cast<std::int32_t>(life) + 10; };
+    Host host;
+    LogCapture quiet;
+    std::array<std::atomic<AudioServiceHandle*>, kLives> handles = {};
+    std::atomic<std::uint32_t> lives{0};
+    std::atomic<int> wrong{0};
+    std::thread poller([&] {
+        for (std::uint32_t life = 0; life < kLives; life = lives.load()) {
+            AudioServiceHandle* const handle = handles.at(life).load();
+            for (int poll = 0; handle != nullptr && poll < 100; ++poll) {
+                const std::uint32_t state = liveHandles().playerState(handle).value_or(SONVIA_STATE_UNKNOWN);
+                wrong += state != SONVIA_STATE_UNKNOWN && state != static_cast<std::uint32_t>(stateOf(life))
+                             ? 1
+                             : 0;
+            }
+        }
+    });
+    for (std::uint32_t life = 0; life < kLives; ++life) {
+        DirectHandle direct;
+        handles.at(life) = direct.handle;
+        direct.receive(wire::intEntry("player-state", stateOf(life)));
+        EXPECT_TRUE(uninitSonviaAudioService(direct.handle));
+        ++lives;
+    }
+    poller.join();
+    EXPECT_EQ(wrong.load(), 0);
 }
 
 TEST(LiveHandles, OfReleasesMadeAtOnceOneReleases) {
