@@ -5,50 +5,62 @@
 #include "protocol/entry_walk.h"
 #include "session/qu_pc_audio_message.h"
 
+#include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 
-struct QuPCAudioMessage::NotifyRow {
-    std::string_view key;
-    void (QuPCAudioMessage::*handle)(const protocol::EntryView& entry);
-};
+struct QuPCAudioMessage::NotifyTable {
+    struct Row {
+        std::string_view key;
+        void (QuPCAudioMessage::*handle)(const protocol::EntryView& entry);
+    };
 
-// In ascending order of the keys, in which one payload's handlers run.
-const std::array<QuPCAudioMessage::NotifyRow, QuPCAudioMessage::kNotifyKeys> QuPCAudioMessage::kNotifyRows = {
-    {
-        // GCOVR_EXCL_START Built at compile time; the counter sees its exceptional path alone.
+    // In ascending order of the keys, in which one payload's handlers run.
+    static constexpr std::array<Row, 6> kRows = {{
         {protocol::kKeyBufferingEnd, &QuPCAudioMessage::handleBufferEnd},
         {protocol::kKeyBufferingStart, &QuPCAudioMessage::handleBufferStart},
         {protocol::kKeyChangeMode, &QuPCAudioMessage::handleChangeMode},
         {protocol::kKeyFirstAudioPCM, &QuPCAudioMessage::handleFirstPCM},
         {protocol::kKeyPhoneName, &QuPCAudioMessage::handlePhoneName},
         {protocol::kKeyPlayerState, &QuPCAudioMessage::handlePlayerState},
-        // GCOVR_EXCL_STOP
     }};
+
+    /// For each length of a key the only row that it can be: no two keys are equally long.
+    static constexpr auto kRowOfLength = [] {
+        std::array<std::uint8_t, protocol::kMaxKeyLength + 1> rows = {};
+        for (std::uint8_t row = 0; row < kRows.size(); ++row) {
+            rows.at(kRows.at(row).key.size()) = row;
+        }
+        return rows;
+    }();
+    static_assert(std::all_of(kRows.begin(), kRows.end(), [](const Row& row) {
+        return &kRows.at(kRowOfLength.at(row.key.size())) == &row;
+    }));
+};
 
 // A peer decides how many entries a payload has: only views of the known ones are kept, the last of each key, and a
 // session whose service has gone gives up on the way.
 void QuPCAudioMessage::dispatchNotify(const std::uint8_t* payload, std::uint32_t length) {
     const auto isWanted = [this] { return connection() != Connection::Gone; };
-    std::array<std::optional<protocol::EntryView>, kNotifyKeys> found;
+    std::array<protocol::EntryView, NotifyTable::kRows.size()> found;
+    std::uint32_t rows = 0; // a bit for each that was found
     protocol::walkEntries(
         payload, length,
-        [&found](const protocol::EntryView& entry) {
-            const std::string_view key = entry.key();
-            for (std::size_t row = 0; row < kNotifyKeys; ++row) {
-                if (key == kNotifyRows[row].key) {
-                    found[row] = entry;
-                }
+        [&found, &rows](const protocol::EntryView& entry) {
+            const std::uint8_t row = NotifyTable::kRowOfLength[entry.key().size()];
+            if (entry.key() == NotifyTable::kRows[row].key) {
+                found[row] = entry;
+                rows |= 1U << row;
             }
         },
         isWanted);
-    for (std::size_t row = 0; row < kNotifyKeys && isWanted(); ++row) {
-        if (found[row].has_value()) {
-            (this->*kNotifyRows[row].handle)(*found[row]);
-        }
+    for (; rows != 0 && isWanted(); rows &= rows - 1) {
+        const auto row = static_cast<std::size_t>(std::countr_zero(rows));
+        (this->*NotifyTable::kRows[row].handle)(found[row]);
     }
 }
 

@@ -74,9 +74,7 @@ public:
     void onPacket(const CtrlPacketHeader* header, const std::uint8_t* payload, std::uint32_t length) override;
 
 private:
-    static constexpr std::size_t kNotifyKeys = 6;
-    struct NotifyRow;
-    static const std::array<NotifyRow, kNotifyKeys> kNotifyRows;
+    struct NotifyTable;
 
     void dispatchNotify(const std::uint8_t* payload, std::uint32_t length);
     void handlePlayerState(const protocol::EntryView& entry);
