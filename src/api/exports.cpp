@@ -9,7 +9,6 @@
 #include <exception>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <utility>
 
 namespace {
@@ -125,8 +124,8 @@ bool exitAudioProjection(AudioServiceHandle* handle) {
 
 uint32_t getState(AudioServiceHandle* handle) {
     writeLog(kLogDebug, kLogTagDll, "[%s:%d]getState!", __func__, __LINE__);
-    if (const std::optional<std::uint32_t> state = liveHandles().playerState(handle)) {
-        return *state;
+    if (const std::uint32_t state = liveHandles().playerState(handle); state != HandleEntry::kAskSession) {
+        return state;
     }
     HandleUse use = useOf(handle, __func__);
     if (!use || !hasSession(use, __func__, kLogWarning, "quPCAudio is NULL")) {

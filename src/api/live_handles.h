@@ -7,7 +7,6 @@
 #include <bit>
 #include <cstdint>
 #include <memory>
-#include <optional>
 
 /// A place for a record, and what is known of the handle that stands for it. Once in the table it is never freed, only used
 /// again: a call may read it before it knows whether its handle is live.
@@ -77,20 +76,17 @@ public:
     /// The record behind a host's handle; empty when the handle is not live.
     HandleUse use(const AudioServiceHandle* handle);
 
-    /// The player's state, for the host that polls it: writes nothing that other threads read. Nothing when only use() can
-    /// tell.
-    std::optional<std::uint32_t> playerState(const AudioServiceHandle* handle) const {
+    /// The player's state, for the host that polls it: writes nothing that other threads read. kAskSession when only use()
+    /// can tell.
+    std::uint32_t playerState(const AudioServiceHandle* handle) const {
         const HandleEntry* const found = find(handle);
         if (found == nullptr) {
-            return std::nullopt;
+            return HandleEntry::kAskSession;
         }
         const std::uint32_t state = found->playerState.load(std::memory_order_acquire);
         // A state of the entry's next session was stored after the number had changed.
-        if (state == HandleEntry::kAskSession ||
-            found->number.load(std::memory_order_relaxed) != numberOf(handle)) {
-            return std::nullopt;
-        }
-        return state;
+        return found->number.load(std::memory_order_relaxed) == numberOf(handle) ? state
+                                                                                 : HandleEntry::kAskSession;
     }
 
 private:

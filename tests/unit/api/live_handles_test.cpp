@@ -14,7 +14,6 @@
 #include <functional>
 #include <future>
 #include <memory>
-#include <optional>
 #include <set>
 #include <string>
 #include <thread>
@@ -150,10 +149,10 @@ TEST(LiveHandles, TheStateIsKnownWithoutTheSessionUntilTheRelease) {
     direct.receive(wire::intEntry("player-state", 2));
     EXPECT_EQ(liveHandles().playerState(direct.handle), 2U);
     direct.record->process = std::make_unique<BusyProcess>(
-        [&direct] { EXPECT_EQ(liveHandles().playerState(direct.handle), std::nullopt); });
+        [&direct] { EXPECT_EQ(liveHandles().playerState(direct.handle), HandleEntry::kAskSession); });
     EXPECT_TRUE(uninitSonviaAudioService(direct.handle));
-    EXPECT_EQ(liveHandles().playerState(direct.handle), std::nullopt);
-    EXPECT_EQ(liveHandles().playerState(nullptr), std::nullopt);
+    EXPECT_EQ(liveHandles().playerState(direct.handle), HandleEntry::kAskSession);
+    EXPECT_EQ(liveHandles().playerState(nullptr), HandleEntry::kAskSession);
 }
 
 // What the fast way to the state takes for "ask the session" may also be what the service reported.
@@ -177,10 +176,9 @@ TEST(LiveHandles, APolledStateIsNeverThatOfAnotherSession) {
         for (std::uint32_t life = 0; life < kLives; life = lives.load()) {
             AudioServiceHandle* const handle = handles.at(life).load();
             for (int poll = 0; handle != nullptr && poll < 100; ++poll) {
-                const std::uint32_t state = liveHandles().playerState(handle).value_or(SONVIA_STATE_UNKNOWN);
-                wrong += state != SONVIA_STATE_UNKNOWN && state != static_cast<std::uint32_t>(stateOf(life))
-                             ? 1
-                             : 0;
+                const std::uint32_t state = liveHandles().playerState(handle);
+                const bool isKnown = state != HandleEntry::kAskSession && state != SONVIA_STATE_UNKNOWN;
+                wrong += isKnown && state != static_cast<std::uint32_t>(stateOf(life)) ? 1 : 0;
             }
         }
     });
