@@ -31,14 +31,22 @@ void walkEntries(const std::uint8_t* payload, std::size_t size, Visit visit, GoO
         if (!layout.known) {
             continue;
         }
+        // Two branches, though one could read either width: what comes next must not wait for a table.
         std::uint32_t length = layout.fixedWidth;
-        if (layout.lengthWidth != 0) {
-            if (layout.lengthWidth > left) {
+        if (layout.lengthWidth == kTextLengthWidth) {
+            if (kTextLengthWidth > left) {
                 return;
             }
-            length = layout.lengthWidth == kTextLengthWidth ? loadU32(next) : loadU16(next);
-            next += layout.lengthWidth;
-            left -= layout.lengthWidth;
+            length = loadU32(next);
+            next += kTextLengthWidth;
+            left -= kTextLengthWidth;
+        } else if (layout.lengthWidth == kNestedLengthWidth) {
+            if (kNestedLengthWidth > left) {
+                return;
+            }
+            length = loadU16(next);
+            next += kNestedLengthWidth;
+            left -= kNestedLengthWidth;
         }
         if (length > left) {
             return;

@@ -8,7 +8,7 @@ namespace protocol {
 
 PayloadIndex::PayloadIndex(const std::uint8_t* payload, std::size_t size) {
     walkEntries(
-        payload, size, [this](const EntryView& entry) { add(entry); }, [] { return true; });
+        payload, size, [this](EntryView entry) { add(entry); }, [] { return true; });
     if (mMany.empty()) {
         return;
     }
@@ -19,7 +19,7 @@ PayloadIndex::PayloadIndex(const std::uint8_t* payload, std::size_t size) {
     });
 }
 
-void PayloadIndex::addToMany(const EntryView& entry) {
+void PayloadIndex::addToMany(EntryView entry) {
     if (mMany.empty()) {
         mMany.reserve(2 * kFew);
         mMany.assign(mFew.begin(), mFew.end());

@@ -40,7 +40,8 @@ private:
     /// A notification has fewer. Up to so many entries are searched one by one, as they came, without memory of their own.
     static constexpr std::size_t kFew = 8;
 
-    void add(const EntryView& entry) {
+    // By value: a view that had to lie in memory would be read again before its parts are written.
+    void add(EntryView entry) {
         if (mMany.empty() && mCount < kFew) {
             mFew[mCount] = entry;
             ++mCount;
@@ -49,7 +50,7 @@ private:
         }
     }
 
-    void addToMany(const EntryView& entry);
+    void addToMany(EntryView entry);
     const EntryView* findInMany(std::string_view key) const;
 
     std::array<EntryView, kFew> mFew;

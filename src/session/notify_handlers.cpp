@@ -50,7 +50,7 @@ void QuPCAudioMessage::dispatchNotify(const std::uint8_t* payload, std::uint32_t
     std::uint32_t rows = 0; // a bit for each that was found
     protocol::walkEntries(
         payload, length,
-        [&found, &rows](const protocol::EntryView& entry) {
+        [&found, &rows](protocol::EntryView entry) {
             const std::uint8_t row = NotifyTable::kRowOfLength[entry.key().size()];
             if (entry.key() == NotifyTable::kRows[row].key) {
                 found[row] = entry;
