@@ -32,8 +32,8 @@ struct QuPCAudioMessage::NotifyTable {
     /// For each length of a key the only row that it can be: no two keys are equally long.
     static constexpr auto kRowOfLength = [] {
         std::array<std::uint8_t, protocol::kMaxKeyLength + 1> rows = {};
-        for (std::uint8_t row = 0; row < kRows.size(); ++row) {
-            rows.at(kRows.at(row).key.size()) = row;
+        for (std::size_t row = 0; row < kRows.size(); ++row) {
+            rows.at(kRows.at(row).key.size()) = static_cast<std::uint8_t>(row);
         }
         return rows;
     }();
