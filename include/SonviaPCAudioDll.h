@@ -72,7 +72,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
-/** Version of this header. That of the DLL is in its version resource; getVersion does not tell it. */
+/** Version of this header. That of the DLL is in its version resource; getVersion does not report it. */
 #define SONVIA_VERSION_MAJOR 2
 #define SONVIA_VERSION_MINOR 1
 #define SONVIA_VERSION_BUILD 2110122
@@ -198,7 +198,7 @@ bool setParam(AudioServiceHandle* handle, const AudioServiceParam* param);
  * Blocks: at most 50 ms.
  * Returns: true if the id was taken; it is sent if the service is connected. false if it is empty or too long,
  *         or if memory ran out.
- * On failure: nothing is sent. After a lack of memory the id may have been taken.
+ * On failure: nothing is sent. After an allocation failure the id may have been taken.
  * Callbacks: none.
  */
 bool setAccountID(AudioServiceHandle* handle, const char* accountID);

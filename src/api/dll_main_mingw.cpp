@@ -1,5 +1,5 @@
-// The end of a library that was loaded and freed without being used: from the first initSonviaAudioService on it stays
-// in the process, and this is never reached but by the end of the process.
+// Cleans up after a library that was loaded and freed without being used. After the first initSonviaAudioService it stays
+// in the process, and only the end of the process reaches this.
 #include <windows.h>
 
 #include <cstdlib>
@@ -17,9 +17,9 @@ void __freeres();
 
 // NOLINTEND(clang-diagnostic-reserved-identifier,readability-identifier-naming)
 
-// libstdc++ sets memory aside for exceptions thrown when there is no other left, one block for each module that it is
-// linked into, and frees it only when asked: without this each LoadLibrary with its FreeLibrary cost the host 72 KB
-// (LibraryMayBeLoadedAndFreedManyTimes). `reserved` tells the end of the process, where nothing needs to be freed and
+// libstdc++ reserves memory for exceptions thrown when no other is left, one block for each module that it is linked
+// into, and frees it only when asked: without this each LoadLibrary with its FreeLibrary cost the host 72 KB
+// (LibraryMayBeLoadedAndFreedManyTimes). `reserved` is set at the end of the process, where nothing needs to be freed and
 // threads may have been ended inside the heap's lock.
 extern "C" BOOL WINAPI DllMain(HINSTANCE /*instance*/, DWORD reason, LPVOID reserved) {
     if (reason == DLL_PROCESS_DETACH && reserved == nullptr) {

@@ -184,14 +184,14 @@ bool setAccountID(AudioServiceHandle* handle, const char* accountID) {
     }
     const IdText text = idTextOf(accountID); // as in setParam
     HandleUse use = useOf(handle, __func__);
-    // The words are setParam's; whoever searches logs for them knows both functions by them.
+    // Kept for compatibility: the message names setParam. A search for it finds the failures of both functions.
     if (!use || !hasSession(use, __func__, kLogError, "setParam failed!")) {
         return false;
     }
     return guarded(__func__, false, [&use, &text] { return use->session->setAccountID(text.data()); });
 }
 
-// Hosts exist that take the result for a pointer; all of the register is 0.
+// Kept for compatibility: returns 0. Some hosts take the result for a pointer; the whole register is 0.
 int getVersion(void) {
     return 0;
 }

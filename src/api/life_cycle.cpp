@@ -21,7 +21,7 @@ using namespace std::chrono_literals;
 
 constexpr auto kPipeOpenTime = 200ms;
 constexpr auto kServiceStopTime = 1000ms;
-constexpr auto kForcedEndTime = 500ms; // the system's, for a process that has been ended
+constexpr auto kForcedEndTime = 500ms; // the system's time to end a terminated process
 constexpr auto kLoopStopTime = 200ms;
 constexpr const char* kLogFolder = "\\PCAudiodll";
 
@@ -39,7 +39,7 @@ void endByForce(platform::Process& process) {
     }
 }
 
-// Level 2 is left out on purpose: it is no level of the log's.
+// Level 2 is left out on purpose: the log has no such level.
 void forwardLoopLine(int level, const char* tag, const char* text) {
     if (level == kLogDebug || level == kLogInfo || level == kLogWarning || level == kLogError) {
         writeLog(level, tag, "%s", text);
@@ -61,7 +61,7 @@ void stopService(AudioServiceHandle& handle) {
         writeLog(kLogInfo, kLogTagDll, "[%s:%d]QuPCAudio exit timeout", kName, __LINE__);
         endByForce(*handle.process);
     }
-    handle.session->noteServiceGone();
+    handle.session->serviceHasEnded();
 }
 
 void stopLoop(AudioServiceHandle& handle) {
@@ -78,7 +78,7 @@ void stopLoop(AudioServiceHandle& handle) {
             std::abort(); // the thread cannot wait for itself, and the handle cannot be freed under it
             // GCOVR_EXCL_STOP
         }
-        // A peer that owns the pipe and sends part of a frame keeps libuv waiting for the rest.
+        // A peer that sends part of a frame keeps libuv waiting for the rest.
         while (!handle.loop->waitForStop(kLoopStopTime) && !handle.loopThread->hasEnded()) {
             handle.session->interruptReading();
         }
@@ -92,7 +92,7 @@ void stopLoop(AudioServiceHandle& handle) {
     }
 }
 
-/// The loop thread's own share of the loop.
+/// The loop thread's share of the loop.
 using LoopShare = std::shared_ptr<OUVLoop>;
 
 void runLoop(void* share) {
@@ -123,7 +123,7 @@ std::unique_ptr<AudioServiceHandle> startUp(const char* logDir, int logLevel) {
         writeLog(kLogDebug, kLogTagDll, "[%s:%d]OUVLoop New", kName, __LINE__);
         handle->session = std::make_unique<QuPCAudioMessage>(handle->loop);
     } catch (...) {
-        endByForce(*handle->process); // a host that is given no handle has no way to stop the service
+        endByForce(*handle->process); // without a handle the host could not stop the service
         throw;
     }
     std::this_thread::sleep_for(kPipeOpenTime);
@@ -142,9 +142,9 @@ bool startLoopThread(AudioServiceHandle& handle) {
                  __LINE__);
         return false;
     }
-    static_cast<void>(share.release()); // the thread's
+    static_cast<void>(share.release()); // the thread owns it
     handle.loopThread = std::move(thread);
-    // A stop that came before the loop accepts one would be refused, and the join would never end.
+    // The loop would refuse a stop before that, and the join would never end.
     handle.loop->waitForRun();
     return true;
 }

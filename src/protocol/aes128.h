@@ -7,7 +7,7 @@ inline constexpr std::size_t kAesBlockSize = 16;
 inline constexpr std::size_t kAes128RoundKeys = 11;
 
 /// One direction of an AES-128 CBC chain. The bytes of `roundKeys` are in FIPS-197 order; a
-/// decryption state holds the schedule of the equivalent inverse cipher, so both implementations below understand every
+/// decryption state holds the schedule of the equivalent inverse cipher, so both implementations below accept every
 /// state.
 struct Aes128State {
     std::uint8_t roundKeys[kAes128RoundKeys][kAesBlockSize] = {};
@@ -17,9 +17,9 @@ struct Aes128State {
 
 /// One implementation of AES-128. All operations are free of hidden state, never block and never fail.
 struct Aes128Implementation {
-    /// Expands the 16 bytes at `key` for encryption; the chaining block is left alone.
+    /// Expands the 16 bytes at `key` for encryption; the chaining block is unchanged.
     void (*expandForEncryption)(const std::uint8_t* key, Aes128State& state);
-    /// Expands the 16 bytes at `key` for decryption; the chaining block is left alone.
+    /// Expands the 16 bytes at `key` for decryption; the chaining block is unchanged.
     void (*expandForDecryption)(const std::uint8_t* key, Aes128State& state);
     /// Continue the chain over `blocks` blocks from `in` to `out`, which are the same address or do not
     /// overlap; neither needs an alignment.

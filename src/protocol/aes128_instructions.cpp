@@ -87,7 +87,7 @@ void cbcEncrypt(Aes128State& state, const std::uint8_t* in, std::uint8_t* out, s
     }
 }
 
-/// Decrypts `Count` blocks side by side.
+/// Decrypts `Count` blocks in parallel.
 template <std::size_t Count>
 SONVIA_TARGET("aes")
 inline void decryptSideBySide(const __m128i* keys, __m128i& chain, const std::uint8_t* in,
@@ -103,7 +103,7 @@ inline void decryptSideBySide(const __m128i* keys, __m128i& chain, const std::ui
     }
     for (std::size_t index = 0; index < Count; ++index) {
         const __m128i encrypted = load(in + index * kAesBlockSize);
-        // The chaining block rides on the last key, as in encryption.
+        // XORs the chaining block into the last key, as in encryption.
         store(out + index * kAesBlockSize,
               _mm_aesdeclast_si128(blocks[index], _mm_xor_si128(keys[kLastRound], chain)));
         chain = encrypted;

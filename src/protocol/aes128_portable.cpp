@@ -54,7 +54,7 @@ Schedule loadSchedule(const Aes128State& state) {
     return schedule;
 }
 
-/// One column of the next state out of the columns that hold its four rows.
+/// One column of the next state from the columns that hold its four rows.
 std::uint32_t mix(const AesRoundTables& tables, std::uint32_t row0, std::uint32_t row1, std::uint32_t row2,
                   std::uint32_t row3) {
     return tables[0][row0 & 0xFFU] ^ tables[1][row1 >> 8 & 0xFFU] ^ tables[2][row2 >> 16 & 0xFFU] ^
@@ -123,8 +123,8 @@ void expandForEncryption(const std::uint8_t* key, Aes128State& state) {
     }
 }
 
-/// The decryption tables substitute before they mix; substituting first cancels that and leaves the mixing
-/// alone.
+/// The inverse column mixing alone. The decryption tables apply the inverse substitution first; substituting before the
+/// look-up cancels that.
 std::uint32_t inverseMix(std::uint32_t column) {
     const std::uint32_t substituted = substitute(kAesSubstitution, column, column, column, column);
     return mix(kAesDecryptRound, substituted, substituted, substituted, substituted);

@@ -1,7 +1,7 @@
 #pragma once
 
-/// Lets one function use instructions that the rest of the file may not: the processor is asked before it is
-/// called. Visual C++ needs no permission. A lambda inside such a function does not inherit it.
+/// Lets one function use instructions that the rest of the file must not: its callers check the CPU first. Visual C++ needs
+/// no permission. A lambda inside such a function does not inherit it.
 #if defined(_MSC_VER) && !defined(__clang__)
 #define SONVIA_TARGET(instructions)
 #else
@@ -14,6 +14,5 @@ struct CpuFeatures {
     bool aes = false;
 };
 
-/// What the processor offers; it is asked at the first call. Any thread; never blocks on anything but that
-/// first call.
+/// The instruction sets of this CPU, detected on first use. Any thread; blocks only during the detection.
 const CpuFeatures& cpuFeatures();

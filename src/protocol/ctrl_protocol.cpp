@@ -16,11 +16,11 @@
 namespace {
 
 constexpr std::uint64_t kTailCapacity = 65536;
-constexpr std::uint64_t kShortestShared = 4096; // bytes: a copy of fewer is cheaper than a block of their own
+constexpr std::uint64_t kShortestShared = 4096; // bytes: copying fewer is cheaper than a block of their own
 
 using MallocBytes = std::unique_ptr<std::uint8_t, void (*)(void*)>;
 
-/// The pieces as one run of `size` bytes; null when memory ran out.
+/// The pieces as one run of `size` bytes; null after an allocation failure.
 MallocBytes joined(const OBufList& pieces, std::uint64_t size) {
     MallocBytes bytes(static_cast<std::uint8_t*>(std::malloc(static_cast<std::size_t>(size))), std::free);
     if (bytes == nullptr) {
@@ -57,8 +57,8 @@ void CtrlProtocol::sendCommand(std::uint16_t cmdType, std::uint16_t seq, OBufLis
     if (mStream == nullptr) {
         return;
     }
-    // The header is allocated first. Without it nothing is sent, for a packet that lacks a byte puts the peer out
-    // of step for good; and nothing is protected, for a chain that moved without the peer spoils the next packet.
+    // Allocates the header first. Without it nothing may be sent, since an incomplete packet breaks the peer's framing for
+    // good, and nothing protected, since a chain that moves without the peer spoils the next packet.
     OBufList packet(1);
     OBufView& header = packet.front();
     if (header.reset(protocol::kHeaderSize) == nullptr) {
@@ -86,7 +86,7 @@ void CtrlProtocol::protectPayload(OBufList& payload) const {
             return;
         }
     }
-    // Everything that the protected payload is carried in is there before the chain moves: no memory is needed after.
+    // Allocates everything before the chain moves: nothing may fail after that.
     OBufList carrier(1);
     OBufView& sealed = carrier.front();
     sealed.buffer = std::make_shared<ORefBuffer>();
@@ -106,9 +106,8 @@ void CtrlProtocol::DepackPacket(const OBufList& received) {
     }
 }
 
-// A peer decides in how many reads a packet comes. So a read that completes nothing is kept without a walk over the earlier
-// ones: with one, the time for a large packet would grow with the square of its size, on the thread that everything else
-// waits for.
+// A peer decides in how many reads a packet arrives. A read that completes nothing is therefore stored without a walk over
+// the earlier ones: that would take time in the square of the packet's size, on the loop thread.
 void CtrlProtocol::depack(const OBufView& received) {
     const std::uint8_t* const bytes = received.data();
     const std::uint64_t size = bytes != nullptr ? received.length : 0;
@@ -129,7 +128,7 @@ void CtrlProtocol::depack(const OBufView& received) {
     }
 }
 
-// The state is the next packet's before one is handed up: a handler may feed a packet of its own.
+// Moves to the next packet before it delivers this one: a handler may feed a packet of its own.
 std::size_t CtrlProtocol::deliverWhole(const std::uint8_t* bytes, std::size_t size) {
     std::size_t used = 0;
     if (mDepackState == kExpectBody) {
@@ -161,7 +160,7 @@ std::uint64_t CtrlProtocol::awaited() const {
 }
 
 void CtrlProtocol::takePending() {
-    // A handler may feed a packet of its own: nothing is pending then, and what it reads keeps its block.
+    // A handler may feed a packet of its own: nothing is pending then, and its bytes keep their block.
     OBufReader reader(std::exchange(mPending, OBufList()));
     mPendingSize = 0;
     if (mDepackState == kExpectHeader) {
@@ -176,7 +175,7 @@ void CtrlProtocol::takePending() {
     const std::uint8_t* body = nullptr;
     if (reader.readContiguous(&body, header.size)) {
         deliver(header, body);
-    } else { // no memory to hold the bytes in one run: only this packet is lost
+    } else { // an allocation failure: only this packet is lost
         writeLog(kLogError, kLogTagDefault, "[%s:%d]malloc size:%d failed", "CtrlProtocol::DepackPacket",
                  __LINE__, static_cast<int>(header.size));
     }
@@ -199,9 +198,9 @@ void CtrlProtocol::deliver(const CtrlPacketHeader& header, const std::uint8_t* b
     onPacket(&header, plainSize != 0 ? plain : nullptr, static_cast<std::uint32_t>(plainSize));
 }
 
-// A read comes in a block of 64 KB even when it holds one byte, or, where frames are cut small, in a block of one byte. A
-// peer that drips its bytes must not make us hold a block for each, so sparse and short views are copied together; long and
-// well filled ones are shared.
+// A read uses a block of 64 KB even for one byte, or, where frames are small, a block of one byte. A peer that sends byte
+// by byte must not cost a block for each, so sparse and short views are copied together; long and well filled ones are
+// shared.
 void CtrlProtocol::keep(const OBufView& rest) {
     if (rest.length >= kShortestShared && rest.length >= rest.buffer->capacity / 4) {
         mPending.push_back(rest);

@@ -9,14 +9,14 @@
 
 namespace protocol {
 
-/// One whole entry of a known type, where it lies: valid as long as the payload. Each getter gives nothing when the entry
-/// has another type than the getter's.
+/// A view of one whole entry of a known type, valid as long as the payload. A getter returns nothing for an entry of
+/// another type.
 class EntryView {
 public:
     /// Views nothing yet and must not be asked: arrays of views would cost more to clear than to fill.
     EntryView() = default;
 
-    /// `typeAt`: the type byte, which the key stands in front of. `length`: bytes of the value without its length field.
+    /// `typeAt`: the type byte, just after the key. `length`: bytes of the value without its length field.
     EntryView(const std::uint8_t* typeAt, std::uint8_t keyLength, std::uint32_t length)
         : mTypeAt(typeAt), mLength(length), mKeyLength(keyLength) {}
 

@@ -8,11 +8,11 @@
 
 namespace protocol {
 
-/// The one walk over the entries of a payload: `visit` is called with the EntryView of each whole entry of a known type, as
-/// long as `goOn()`, which is asked now and then, says so.
+/// Walks over the entries of a payload and calls `visit` with the EntryView of each whole entry of a known type. Calls
+/// `goOn()` now and then, and ends when it returns false.
 ///
-/// An entry of an unknown type is taken to have no value: the byte after its type is the next key's length. An entry that
-/// the payload's end truncates ends the walk.
+/// An entry of an unknown type counts as one without a value: the byte after its type is the next key's length. A truncated
+/// entry ends the walk.
 template <typename Visit, typename GoOn>
 void walkEntries(const std::uint8_t* payload, std::size_t size, Visit visit, GoOn goOn) {
     constexpr unsigned kAskEvery = 4096; // entries

@@ -29,7 +29,7 @@ constexpr Table makeByteTable() {
     return table;
 }
 
-/// Table k answers what a byte becomes once k more bytes have been taken in.
+/// Table k maps a byte to its value after k more bytes.
 constexpr std::array<Table, kSlices> makeTables() {
     std::array<Table, kSlices> tables = {};
     tables[0] = makeByteTable();
@@ -50,7 +50,7 @@ std::uint32_t loadLittleEndian(const std::uint8_t* bytes) {
            static_cast<std::uint32_t>(bytes[2]) << 16 | static_cast<std::uint32_t>(bytes[3]) << 24;
 }
 
-/// What the four bytes of `word` become when `Later` words of the same step follow.
+/// The value of the four bytes of `word` after `Later` more words of the same step.
 template <std::size_t Later>
 std::uint32_t sliceWord(std::uint32_t word) {
     return kTables[4 * Later + 3][word & 0xFFU] ^ kTables[4 * Later + 2][word >> 8 & 0xFFU] ^

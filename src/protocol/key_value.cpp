@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::uint64_t kFirstCapacity = 255;
 
-/// The pieces in one run.
+/// The pieces as one run.
 OBufView joined(const OBufList& pieces) {
     if (pieces.size() == 1) {
         return pieces.front();
@@ -25,7 +25,7 @@ OBufView joined(const OBufList& pieces) {
     return run;
 }
 
-/// What a getter of the entry gives, or 0 or something empty.
+/// The result of a getter of the entry; 0 or empty if it has none.
 template <typename Value>
 Value read(const protocol::EntryView* entry, std::optional<Value> (protocol::EntryView::*get)() const,
            bool& ok) {
@@ -81,8 +81,8 @@ void CtrlProtocol::KeyValueBuf::finish(OBufList& out) const {
     mBytes.shareInto(out);
 }
 
-// What fits is written in one go; only what does not is written field by field, since each field grows the storage by its
-// own formula.
+// Writes an entry that fits in one go; field by field only if it does not, since each field grows the storage by its own
+// formula.
 void CtrlProtocol::KeyValueBuf::addFront(std::string_view key, std::uint8_t type, std::size_t width,
                                          std::uint32_t number) {
     std::uint8_t* next = mBytes.claim(1 + key.size() + 1 + width);

@@ -12,7 +12,7 @@ PayloadIndex::PayloadIndex(const std::uint8_t* payload, std::size_t size) {
     if (mMany.empty()) {
         return;
     }
-    // A peer decides how many entries there are, and looking them all up must not take the square of their number.
+    // A peer decides how many entries there are: looking up all of them must not take time in the square of their number.
     std::sort(mMany.begin(), mMany.end(), [](const EntryView& left, const EntryView& right) {
         const int order = left.key().compare(right.key());
         return order != 0 ? order < 0 : left.typeAt() < right.typeAt();

@@ -10,8 +10,8 @@
 
 namespace protocol {
 
-/// Finds the entries of a payload in one run by their keys. Borrows the payload. Of entries with the same key, the last one
-/// counts.
+/// Finds the entries of a payload in one piece by their keys. Borrows the payload. Of entries with the same key, the last
+/// one counts.
 class PayloadIndex {
 public:
     PayloadIndex(const std::uint8_t* payload, std::size_t size);
@@ -37,7 +37,7 @@ public:
     }
 
 private:
-    /// A notification has fewer. Up to so many entries are searched one by one, as they came, without memory of their own.
+    /// Up to this many entries are kept in place and searched one by one; a notification has fewer.
     static constexpr std::size_t kFew = 8;
 
     // By value: a view that had to lie in memory would be read again before its parts are written.

@@ -21,12 +21,12 @@ std::uint32_t integrityOf(std::uint32_t type, const std::uint8_t* data, std::siz
     return type == kIntegrityCrc ? integrityValue(data, size) : kNoIntegrityValue;
 }
 
-/// The log shows the low half of an address.
+/// The low half of an address, which is what the log shows.
 unsigned shown(const void* pointer) {
     return static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(pointer));
 }
 
-/// Empties both outputs, then says whether a call can go on.
+/// Clears both outputs, and returns whether the arguments are valid.
 bool takeArguments(const char* name, bool inputUsable, const void* inData, std::size_t inSize,
                    std::uint8_t** outData, std::size_t* outSize) {
     if (outData != nullptr) {
@@ -43,7 +43,7 @@ bool takeArguments(const char* name, bool inputUsable, const void* inData, std::
     return false;
 }
 
-/// Written through a volatile pointer, or the compiler would drop what nobody reads any more.
+/// Writes through a volatile pointer: the compiler would otherwise drop stores that nobody reads.
 void wipe(Aes128State& state) {
     volatile auto* bytes = reinterpret_cast<volatile std::uint8_t*>(&state);
     for (std::size_t index = 0; index < sizeof(state); ++index) {

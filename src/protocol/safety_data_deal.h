@@ -26,25 +26,25 @@ public:
                    std::span<const std::uint8_t, kAesBlockSize> decryptIv);
     ~SafetyDataDeal();
 
-    /// A copy would run the same chain twice.
+    /// A copy would use the same chain twice.
     SafetyDataDeal(const SafetyDataDeal&) = delete;
     SafetyDataDeal& operator=(const SafetyDataDeal&) = delete;
 
     /// Turns a payload into a protected message.
     /// `inData`: `inSize` bytes, null only when `inSize` is 0; read during the call only. `outData`,
     /// `outSize`: set to null and 0 first; on success a buffer that the caller releases with `free`, and its
-    /// size (never 0). Event-loop thread; never blocks. Returns false when an argument is missing or memory
-    /// ran out; the encryption chain is then where it was.
+    /// size (never 0). Event-loop thread; never blocks. Returns false when an argument is missing and
+    /// after an allocation failure; the encryption chain is then unchanged.
     bool encryptData(const void* inData, std::size_t inSize, std::uint8_t** outData, std::size_t* outSize);
 
     /// Takes the payload out of a protected message.
     /// Arguments as for `encryptData`. The buffer is null when the message holds no data at all; a message
     /// that holds nothing but padding gives a buffer (to be freed) and the size 0. Event-loop thread; never
-    /// blocks. Returns false when an argument is missing, the message is malformed, its integrity value
-    /// differs or memory ran out; the decryption chain is then where it was.
+    /// blocks. Returns false when an argument is missing, the message is malformed or its integrity value differs, and
+    /// after an allocation failure; the decryption chain is then unchanged.
     bool decryptData(const void* inData, std::size_t inSize, std::uint8_t** outData, std::size_t* outSize);
 
-    /// What `encryptData` does; a received message says itself what was done to it.
+    /// The protections that `encryptData` applies; a received message has its own flags.
     bool mEncryptOn = true;
     bool mBlockPad = true;
     bool mIntegrityOn = true;
@@ -56,7 +56,7 @@ private:
     void writeHeader(std::uint8_t* message, std::size_t headerSize, std::size_t padCount,
                      std::size_t dataSize) const;
 
-    /// `decryptData` after its arguments were found usable.
+    /// decryptData with valid arguments.
     bool unwrap(const std::uint8_t* message, std::size_t messageSize, std::uint8_t** outData,
                 std::size_t* outSize);
 

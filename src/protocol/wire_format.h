@@ -7,11 +7,11 @@
 #include <cstdint>
 #include <string_view>
 
-// Every number and text that the pipe's bytes consist of. docs/protocol.md shows them in use.
+// Every number and text in the bytes on the pipe. docs/protocol.md shows them in use.
 
 #pragma pack(push, 1)
 
-/// The header in front of every payload, here in host order.
+/// The header of every packet, in host byte order.
 struct CtrlPacketHeader {
     std::uint8_t magic;    ///< '$' in packets that are sent; not checked in received ones
     std::uint16_t cmdType; ///< command id

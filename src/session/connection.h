@@ -4,13 +4,13 @@
 
 /// The one state of a session's connection to the service.
 enum class Connection : std::uint8_t {
-    Idle,       ///< no connect was asked for yet
+    Idle,       ///< no connect has been requested
     Connecting, ///< the one connect is under way
     Connected,
-    Failed, ///< the last connect failed: the next record tries again
-    Lost,   ///< was connected and has ended; records are still sent, since nothing connects again
-    Ending, ///< the host releases the session: stream errors are silent and no record is accepted
-    Gone,   ///< nobody is left to talk to: what still arrives is dropped
+    Failed, ///< the last connect failed; the next record starts another
+    Lost,   ///< the connection has ended; records are still sent, since nothing reconnects
+    Ending, ///< the host releases the session: stream errors are not reported and no record is accepted
+    Gone,   ///< the service process has ended: what still arrives is dropped
 };
 
 enum class ConnectionEvent : std::uint8_t {
@@ -22,13 +22,12 @@ enum class ConnectionEvent : std::uint8_t {
     ServiceGone,
 };
 
-/// The whole table of states; docs/threads.md shows it with what is done in each row. A row that it lacks leaves the state
-/// as it is.
+/// The transition table; docs/threads.md shows it with the action of each row. Other pairs leave the state unchanged.
 constexpr Connection after(Connection from, ConnectionEvent event) {
     if (event == ConnectionEvent::ServiceGone) {
         return Connection::Gone;
     }
-    if (from == Connection::Ending || from == Connection::Gone) { // for good
+    if (from == Connection::Ending || from == Connection::Gone) { // final
         return from;
     }
     switch (event) {

@@ -14,8 +14,8 @@ void logThrowingCallback(const char* what) {
     orvel::FLUSHLOG();
 }
 
-/// An exception of the host's has nowhere to go: its callback is called from the loop. It ends the process, as one that
-/// leaves a thread does, and the log says what it was.
+/// The loop calls the callback, so nobody can catch the host's exception. It ends the process, as one that leaves a thread
+/// does; the log has its text.
 void callOrEnd(void (*callback)(int, int), int first, int second) noexcept {
     try {
         callback(first, second);

@@ -1,4 +1,4 @@
-// What a session sends: each packet is queued in the order of the calls, and sent with the next number of its series.
+// What a session sends. Packets are queued in the order of the calls, and each gets the next number of its series.
 
 #include "log/write_log.h"
 #include "protocol/command_names.h"
@@ -11,10 +11,10 @@
 
 namespace {
 
-/// Limit of what the service has not read: thousands of packets, from a service that does not read at all.
+/// Limit of unread bytes, for a service that does not read: thousands of packets.
 constexpr std::size_t kMaxUnsentBytes = 4UL * 1024 * 1024;
 
-/// Limit of packets that wait to enter libuv: for a peer that keeps the loop thread inside it.
+/// Limit of packets that wait to enter libuv, for a peer that keeps the loop thread inside it.
 constexpr std::size_t kMaxWaitingPackets = 1000;
 
 } // namespace
@@ -27,7 +27,8 @@ bool QuPCAudioMessage::setAccountID(const char* text) {
     LoopEntry::CallPtr queued;
     {
         const std::lock_guard guard(mMutex);
-        // The field is meant to keep the tail of a longer id: hosts rely on what is sent after a shorter one.
+        // Kept for compatibility: a shorter id leaves the tail of a longer one in the field, and hosts rely on what is sent
+        // then.
         AudioServiceParam next = params;
         std::memcpy(next.accountID, text, length);
         queued = queueNotify(session::accountPayload(next));
@@ -117,7 +118,7 @@ void QuPCAudioMessage::sendNotify(OBufList payload) {
     ++notifySequence;
 }
 
-// The first packet of such a series carries 1.
+// The first packet of each series carries 1.
 void QuPCAudioMessage::sendNumbered(std::uint16_t cmdType, std::atomic<std::uint16_t>& sequence,
                                     OBufList payload) {
     const auto seq = static_cast<std::uint16_t>(sequence.load() + 1);

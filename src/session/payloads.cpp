@@ -11,7 +11,7 @@ namespace session {
 
 namespace {
 
-/// A text of the host's record; the host need not have terminated it.
+/// A text of the host's record, which may lack its terminating NUL.
 std::string_view textOf(const char (&field)[SONVIA_TEXT_SIZE]) {
     return {field, strnlen(field, sizeof field)};
 }

@@ -3,7 +3,7 @@
 #include "SonviaPCAudioDll.h"
 #include "transport/buf_list.h"
 
-/// The payloads of the packets that a session sends. Each throws std::bad_alloc when memory runs out.
+/// The payloads of the packets that a session sends. Each function throws std::bad_alloc.
 namespace session {
 
 /// The account id of the record.

@@ -31,7 +31,7 @@ bool QuPCAudioMessage::init(const AudioServiceParam& param) {
     Connection found = Connection::Idle;
     LoopEntry::CallPtr queued;
     {
-        // The record is taken, and sent or left to the connect under way, in one step: none is lost between the two.
+        // One step takes the record and decides whether this call or the connect under way sends it: no record is lost.
         const std::lock_guard guard(mMutex);
         params = param;
         mOnEvent = param.onEvent;
@@ -53,7 +53,7 @@ bool QuPCAudioMessage::init(const AudioServiceParam& param) {
     case Connection::Failed:
         return beginConnect();
     case Connection::Connecting:
-        // A connect that no thread has run the loop for yet (the thread could not be started) is this call's too.
+        // The loop thread could not be started yet: this call shares the connect of the earlier one.
         if (mLoop->runState.load() == OUVLoop::kNotRunning) {
             return true;
         }
@@ -90,7 +90,7 @@ bool QuPCAudioMessage::beginConnect() {
     return begun;
 }
 
-void QuPCAudioMessage::noteServiceGone() {
+void QuPCAudioMessage::serviceHasEnded() {
     const std::lock_guard guard(mMutex);
     change(ConnectionEvent::ServiceGone);
 }
@@ -99,7 +99,7 @@ void QuPCAudioMessage::onRead(OBufList list, std::int32_t /*status*/) {
     try {
         DepackPacket(list);
     } catch (const std::bad_alloc&) {
-        // Must not throw: called from libuv. Where the next packet begins is no longer known.
+        // Must not throw: called from libuv. The start of the next packet is lost.
         readStop();
         onError(UV_ENOMEM);
     }
@@ -136,7 +136,7 @@ void QuPCAudioMessage::onConnect(uv_connect_t* /*req*/, std::int32_t status) {
     if (status != 0) {
         connectFailed(status);
     } else if (!readStart()) {
-        noteBroken(); // a connection that cannot be read is none: the next connect makes a new pipe
+        noteBroken(); // unusable without reading: the next connect makes a new pipe
         connectFailed(UV_ENOTCONN);
     } else {
         connectionIsReadable();
@@ -153,7 +153,7 @@ void QuPCAudioMessage::connectFailed(std::int32_t status) {
     reportError(SONVIA_ERROR_CONNECTION, 0);
 }
 
-// Sends past the queue: nothing that a host has queued meanwhile may overtake the device information.
+// Bypasses the queue: nothing that a host has queued meanwhile may overtake the device information.
 void QuPCAudioMessage::connectionIsReadable() {
     writeLog(kLogInfo, kLogTagSession, "[%s:%d]Connect successed, start recv.", "QuPCAudioMessage::onConnect",
              __LINE__);
@@ -161,7 +161,7 @@ void QuPCAudioMessage::connectionIsReadable() {
         OBufList payload;
         std::atomic<std::uint16_t>* heldStop = nullptr;
         {
-            // A record that is taken after this is sent by its own call.
+            // Later records are sent by their own calls.
             const std::lock_guard guard(mMutex);
             change(ConnectionEvent::ConnectSucceeded);
             heldStop = std::exchange(mHeldStop, nullptr);
@@ -173,13 +173,13 @@ void QuPCAudioMessage::connectionIsReadable() {
             sendNumbered(kCommandStopPCAudioZLK, *heldStop, session::stopServicePayload());
         }
     } catch (const std::bad_alloc&) {
-        onError(UV_ENOMEM); // the host hears that its record has not been sent
+        onError(UV_ENOMEM); // reports that the record was not sent
     }
 }
 
 void QuPCAudioMessage::onPacket(const CtrlPacketHeader* header, const std::uint8_t* payload,
                                 std::uint32_t length) {
-    // A thousand events may have come at once; a host that is releasing its handle waits for one of them at most.
+    // One read may bring a thousand events; a host that releases its handle waits for at most one of them.
     if (connection() == Connection::Gone) {
         return;
     }

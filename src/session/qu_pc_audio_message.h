@@ -22,35 +22,35 @@ class EntryView;
 /// connects once, sends the device information, the account id and the host's requests, keeps what the service reports
 /// and hands its events to the host's callbacks.
 ///
-/// The host's operations may be called from any thread. What they send has been handed to libuv when they return, in the
-/// order of the calls; only a loop thread that has been busy for 50 ms lets a send follow later. They throw
-/// std::bad_alloc when memory runs out. Everything that arrives, and both host callbacks, run on the loop thread with no
-/// lock held, so a callback may call back into any of them. The object must be destroyed after the loop has ended.
+/// Any thread may call the host's operations. On return their packets have been handed to libuv in the order of the
+/// calls; if the loop thread is busy for more than 50 ms, a packet follows later. They throw std::bad_alloc. Received
+/// packets and both host callbacks run on the loop thread with no lock held: a callback may call any operation. The object
+/// must be destroyed after the loop has ended.
 class QuPCAudioMessage : public OStreamPipe, public CtrlProtocol {
 public:
     explicit QuPCAudioMessage(std::shared_ptr<OUVLoop> loop);
     ~QuPCAudioMessage() override;
 
     using OStreamPipe::init;
-    /// Takes the host's record and starts to connect; when connected already, sends the new device
-    /// information. False when a callback or `context` is missing (nothing is taken then), a connect is still
-    /// under way (the record is taken, and is the one that is sent when the connection is there) or the session is ending.
+    /// Takes the host's record and starts to connect; when already connected, sends the new device information. False when
+    /// a callback or `context` is missing (the record is not taken), while a connect is under way (the record is taken and
+    /// sent once the session is connected), and when the session is ending.
     bool init(const AudioServiceParam& param);
 
-    /// Writes `text` over the start of the account id, whose tail stays, and sends it. False for a text that
-    /// is empty, null, or of 256 bytes or more; nothing changes then.
+    /// Overwrites the start of the account id with `text`, keeps its tail, and sends it. False, without a change, when
+    /// `text` is null, empty, or 256 bytes or longer.
     bool setAccountID(const char* text);
 
-    /// Asks the service to end the projection. `sequence` counts the exported functions' own packets, and is read and
-    /// raised when the packet is made; it must outlive the loop.
+    /// Asks the service to end the projection. `sequence` counts the packets of the exported functions; it is raised when
+    /// the packet is sent and must outlive the loop.
     void endProjection(std::atomic<std::uint16_t>& sequence);
 
-    /// Silences the errors that the coming disconnection raises, for good, and asks the service to stop. While a connect is
-    /// under way the request waits for it: a service that has taken the connection would otherwise never hear it.
+    /// Asks the service to stop, and stops reporting stream errors: the disconnection is expected. While a connect is under
+    /// way the request waits for it: a service that has accepted the connection would otherwise never receive it.
     void stopService(std::atomic<std::uint16_t>& sequence);
 
-    /// Nobody is left to talk to: notifications that have arrived and were not delivered are dropped.
-    void noteServiceGone();
+    /// The service process has ended: drops undelivered notifications.
+    void serviceHasEnded();
 
     /// Sends the six identity texts.
     void _setKORUInfoNotify();
@@ -66,7 +66,7 @@ public:
     /// See SourceName::lend.
     const char* lendPhoneName() { return phoneName.lend(); }
 
-    /// Refuses, with a line in the log, what comes while too much is unsent.
+    /// Drops the packet, with a line in the log, while too many bytes are unsent.
     bool write(const OBufList& list) override;
     void onRead(OBufList list, std::int32_t status) override;
     void onError(std::int32_t code) override;
@@ -90,16 +90,16 @@ private:
     void connectionIsReadable();
     void connectFailed(std::int32_t status);
 
-    /// Each queues one packet behind everything queued before it; null when so many are waiting. Under mMutex, which
-    /// decides the order; the caller finishes the call after that, without the lock.
+    /// Each queues one packet after all earlier ones; null when too many wait. Under mMutex, which decides the order; the
+    /// caller then finishes the call without the lock.
     LoopEntry::CallPtr queueNotify(OBufList payload);
     LoopEntry::CallPtr queueNumbered(std::uint16_t cmdType, std::atomic<std::uint16_t>& sequence,
                                      OBufList payload, std::size_t most);
     static void logKORUInfo();
-    /// Says so in the log when the packet was not queued. Not under mMutex.
+    /// Logs when the packet was not queued. Not under mMutex.
     void finishSend(const LoopEntry::CallPtr& queued);
-    /// Each sends one packet with the next number of its series. Where libuv may be entered, so that numbers leave in
-    /// their order; a packet that no memory is left for costs no number.
+    /// Each sends one packet with the next number of its series. Where libuv may be entered, so that numbers are sent in
+    /// order. A packet that is lost to an allocation failure uses up no number.
     void sendNotify(OBufList payload);
     void sendNumbered(std::uint16_t cmdType, std::atomic<std::uint16_t>& sequence, OBufList payload);
 
@@ -121,6 +121,6 @@ private:
     std::atomic<HostCallback> mOnEvent{nullptr}; ///< of params, changed with them; read without the lock
     std::atomic<HostCallback> mOnError{nullptr}; ///< likewise
     std::atomic<Connection> mConnection{
-        Connection::Idle};                           ///< read without the lock where nothing else matters
+        Connection::Idle}; ///< read without the lock where no other member is needed
     std::atomic<std::uint16_t>* mHeldStop = nullptr; ///< series of the stop that waits for the connect
 };

@@ -9,9 +9,8 @@
 
 /// The phone's name: replaced on the loop thread while host threads hold plain pointers to its text.
 ///
-/// Each thread that asked keeps the text it was given alive until it asks again, so a name that arrives while
-/// a host reads never pulls the text away. At most kMaxReaders texts are kept for that; the thread that asked
-/// longest ago goes first.
+/// A thread's text stays valid until that thread asks again, so a new name never invalidates the text that a host is
+/// reading. At most kMaxReaders texts are kept; the thread that asked longest ago loses its text first.
 class SourceName {
 public:
     static constexpr std::size_t kMaxReaders = 64;

@@ -54,8 +54,8 @@ void OBufList::swap(OBufList& other) noexcept {
 
 void OBufList::reserve(std::size_t count) {
     if (count > kInPlace && count > mSpilled.capacity()) {
-        mSpilled.reserve(
-            std::max(count, size() * 2)); // doubled: else adding views one by one would move all each time
+        mSpilled.reserve(std::max(
+            count, size() * 2)); // doubled: adding views one by one must not move all of them each time
     }
 }
 

@@ -16,8 +16,8 @@ public:
     /// than `n` are left; nothing is consumed then.
     bool read(std::uint64_t n, OBufList& out);
 
-    /// Copies the next `n` bytes to `dst`, or skips them when `dst` is null. False as read(); also when a view has lost its
-    /// block: the bytes are consumed then, and what `dst` holds means nothing.
+    /// Copies the next `n` bytes to `dst`, or skips them when `dst` is null. False as for read(), and when a view has lost
+    /// its block: the bytes are then consumed, and the contents of `dst` are undefined.
     bool readBytes(void* dst, std::uint64_t n);
 
     /// Points `*out` at the next `n` bytes as one run: inside the current view when they lie there, else in
@@ -29,12 +29,12 @@ public:
     std::uint64_t remaining() const { return total - consumed; }
 
 private:
-    /// Consumes `n` bytes that are known to be left; `take(view, from, count)` sees each stretch of them.
+    /// Consumes `n` bytes, which must be left; calls `take(view, from, count)` for each piece of them.
     template <typename Take>
     void consume(std::uint64_t n, Take take);
 
 public:
-    /// The views and, through posInView, the place in them: what a caller that stops early takes over.
+    /// The views, with posInView the position in the first one: for a caller that stops early.
     std::uint64_t total = 0;
     std::uint64_t posInView = 0;
     std::uint64_t consumed = 0;

@@ -33,7 +33,7 @@ void OBaseHandle::closeCb(uv_handle_t* closed) {
 void OBaseHandle::releaseOnDestruction() {
     const bool onLoopThread = mLoop != nullptr && mLoop->runState.load() == OUVLoop::kRunning &&
                               mLoop->threadId.load() == platform::currentThreadId();
-    // libuv lists the handles of a loop. One that vanishes before the loop ran would be met there by the loop's end.
+    // libuv keeps a list of a loop's handles: a handle freed before the loop ran would be used when the loop ends.
     const bool loopNeverRan = mLoop != nullptr && mLoop->threadId.load() == 0;
     // The shutdown has closed it, and libuv has not finished.
     const bool closing =
@@ -48,7 +48,7 @@ void OBaseHandle::releaseOnDestruction() {
 void OBaseHandle::abandonHandle() {
     uv_handle_t* own = handle();
     own->data = nullptr;
-    // Not so on a handle that is closing: close() would free the memory under libuv, which frees it itself.
+    // A closing handle is libuv's: close() would free its memory too early.
     if (uv_is_closing(own) == 0) {
         close();
     }

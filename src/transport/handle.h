@@ -6,9 +6,8 @@
 
 #include <memory>
 
-/// Ties one libuv handle to its owning object and to the loop that runs it, and knows from which thread and
-/// how the handle is closed and freed. The libuv handle's `data` field points back at the owner; null there
-/// means that the owner is gone.
+/// Ties one libuv handle to its owning object and to the loop that runs it, and closes and frees the handle as the calling
+/// thread allows. The libuv handle's `data` field points to the owner; it is null once the owner is gone.
 class OBaseHandle {
 public:
     OBaseHandle() = default;
@@ -21,7 +20,7 @@ public:
 
     /// The libuv handle; null when there is none.
     virtual uv_handle_t* handle() = 0;
-    /// Frees the memory of the libuv handle and forgets it.
+    /// Frees the memory of the libuv handle and clears the pointer to it.
     virtual void releaseHandle() = 0;
     /// Closes the libuv handle; on a handle that is closing already, frees its memory at once. Loop thread,
     /// or any thread while the loop does not run.
@@ -33,12 +32,12 @@ public:
     virtual void clearCallbacks() {} // GCOVR_EXCL_LINE every handle of the library replaces it
 
 protected:
-    /// What every concrete destructor does first: on the running loop's own thread, and on any thread before the loop has
-    /// run, the handle is detached and closed through libuv (one that is closing is left to it); anywhere else its memory is freed as it stands, since
-    /// libuv may not be entered there.
+    /// Every concrete destructor calls this first. On the thread of the running loop, and on any thread before the loop has
+    /// run, it detaches the handle and closes it through libuv, unless it is closing already. Elsewhere libuv may not be
+    /// entered: it only frees the memory.
     void releaseOnDestruction();
-    /// Leaves the libuv handle to libuv, which closes it and frees its memory without telling anyone; the
-    /// caller forgets it. Where close() may be called; not without a handle.
+    /// Detaches the libuv handle: libuv closes it and frees its memory without a callback. The caller drops its pointer.
+    /// There must be a handle. Thread: as for close().
     void abandonHandle();
 
     std::shared_ptr<OUVLoop> mLoop;

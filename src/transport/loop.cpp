@@ -13,7 +13,7 @@
 
 namespace {
 
-// These two lines are recognised by their numbers in the field; they do not follow the source.
+// Kept for compatibility: fixed line numbers, so that one search finds these lines in the logs of all builds.
 constexpr int kConstructorLine = 20;
 constexpr int kDestructorLine = 39;
 
@@ -40,18 +40,18 @@ bool OUVLoop::onLoopThread() const {
 }
 
 bool OUVLoop::run(const std::function<void()>& onEntered) {
-    if (runState.load() != kNotRunning) { // perhaps on this very thread, which could not enter once more
+    if (runState.load() != kNotRunning) { // perhaps on this very thread, which is inside already
         return false;
     }
     mEntry.enter();
-    // A loop that was stopped has no wake-up any more: it would accept a stop that never comes through.
+    // A stopped loop has no wake-up handle any more: it would accept a stop and never end.
     if (runState.load() != kNotRunning || mStopped.load()) {
         mEntry.leave();
         return false;
     }
     threadId = platform::currentThreadId();
     runState.exchange(kRunning);
-    mEntry.runQueued(); // whoever queued before that found no loop to wake
+    mEntry.runQueued(); // calls queued before this found no loop to wake
     if (onEntered) {
         onEntered();
     }
@@ -65,7 +65,7 @@ bool OUVLoop::run(const std::function<void()>& onEntered) {
 }
 
 std::int32_t OUVLoop::stop() {
-    // Queued already by an earlier stop: nothing is added, and the loop thread is only woken once more.
+    // After an earlier stop the list is empty: the loop thread is only woken once more.
     return postNode(mShutdownTask) ? 0 : -1;
 }
 
@@ -77,7 +77,7 @@ std::int32_t OUVLoop::post(std::function<void()> task) {
 
 bool OUVLoop::dispatch(std::function<void()> call) {
     if (mEntry.isInside()) {
-        // A handle that a callback opened after the shutdown's walk would leak.
+        // A handle that a callback opens after the shutdown walk would leak.
         if (runState.load() == kStopping) {
             return false;
         }
@@ -145,7 +145,7 @@ void OUVLoop::onAsync(uv_async_t* async) {
         try {
             batch.front()();
         } catch (const std::bad_alloc&) {
-            // Must not throw: called from libuv. What the task was to do is lost.
+            // Must not throw: called from libuv. The task is lost.
             logLoopLine(kLogError, kLogTagDefault, "[%s:%d]out of memory", "OUVLoop::onAsync", __LINE__);
         }
         batch.pop_front();
@@ -162,7 +162,7 @@ void OUVLoop::shutdown() {
     if (runState.load() != kRunning) {
         return; // a second stop was queued before the first one ran
     }
-    // Nothing is accepted from here on, and all that has been accepted is done while the handles are open.
+    // Accepts nothing from here on, and makes the accepted calls while the handles are still open.
     {
         const std::lock_guard guard(mInterruptMutex);
         mStopped = true;
@@ -172,7 +172,7 @@ void OUVLoop::shutdown() {
     mEntry.wakeWaiters();
     mEntry.runQueued();
     uv_walk(loop, walkCb, this);
-    // Let wake-ups under way finish before their handle is closed.
+    // Wake-ups under way must finish before their handle is closed.
     while (mPosting.load() != 0) {
         std::this_thread::yield();
     }

@@ -48,7 +48,7 @@ void OLoopCheck::checkCb(uv_check_t* check) {
     if (owner == nullptr) {
         return;
     }
-    const std::function<void()> onTurn = owner->mOnTurn; // the owner may go in it
+    const std::function<void()> onTurn = owner->mOnTurn; // a copy: the call may destroy the owner
     try {
         onTurn();
     } catch (const std::bad_alloc&) {

@@ -7,18 +7,17 @@
 #include <functional>
 #include <memory>
 
-/// Calls an operation in each turn of the loop, after the events of that turn. The object may be destroyed where its
-/// pipe may be.
+/// Calls an operation in each iteration of the loop, after its events. May be destroyed where its pipe may be.
 class OLoopCheck : public OBaseHandle {
 public:
-    /// `onTurn` is called on the loop thread; std::bad_alloc, which it may throw, is logged.
+    /// `onTurn` is called on the loop thread. It may throw std::bad_alloc, which is logged.
     OLoopCheck(std::shared_ptr<OUVLoop> loop, std::function<void()> onTurn);
     ~OLoopCheck() override;
 
     uv_handle_t* handle() override;
     void releaseHandle() override;
 
-    /// Creates the libuv handle, once; false when memory runs out or there is no loop. Where libuv may be entered.
+    /// Creates the libuv handle, once. False after an allocation failure or without a loop. Where libuv may be entered.
     bool init();
     /// After init(). Loop thread.
     void start();

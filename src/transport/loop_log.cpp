@@ -13,7 +13,7 @@ namespace {
 
 struct SinkSlot {
     OMutex mutex;
-    std::shared_ptr<const LoopLogSink> sink; ///< shared: a line must not need memory for a copy of it
+    std::shared_ptr<const LoopLogSink> sink; ///< shared: logging a line must not copy it, which allocates
 };
 
 // Never destroyed: a loop thread may still log while the process runs its exit handlers.

@@ -5,7 +5,7 @@
 
 namespace {
 
-/// The only failure that libuv has here is a system out of memory or handles.
+/// libuv fails here only when the system is out of memory or handles.
 void require(int result) {
     if (result != 0) {
         throw std::bad_alloc(); // GCOVR_EXCL_LINE the system is out of memory or handles

@@ -7,8 +7,8 @@
 
 class OCondition;
 
-/// A libuv mutex with an owner. Not recursive. Takes all that it needs when it is made: unlike the standard library's
-/// mutex on some systems, it never throws when it is locked.
+/// A libuv mutex with an owner. Not recursive. Acquires everything when it is created: unlike the standard library's mutex
+/// on some systems, locking it never throws.
 class OMutex {
 public:
     OMutex();
@@ -33,7 +33,7 @@ public:
     OCondition(const OCondition&) = delete;
     OCondition& operator=(const OCondition&) = delete;
 
-    /// Gives `held` up until notifyAll(), or a little earlier for no reason; holds it again on return.
+    /// Unlocks `held` until notifyAll() or a spurious wake-up, and locks it again before it returns.
     void wait(OMutex& held);
     /// As wait(), for at most `limit`.
     void waitFor(OMutex& held, std::chrono::nanoseconds limit);

@@ -8,9 +8,9 @@
 #include <cstdint>
 #include <cstring>
 
-/// A growable builder for outgoing bytes. Belongs to one thread; toView and toList give copies, so writing
-/// may go on. When memory runs out, what does not fit and all that comes after it is left out: the bytes written so
-/// far are the beginning of what was to be written, without a gap that a reader would take for something else.
+/// A growable builder for outgoing bytes. Belongs to one thread; toView and toList return copies, so writing may go on.
+/// After an allocation failure it drops what does not fit and everything after it: the bytes are then a beginning without
+/// gaps, which a reader cannot misinterpret.
 class OPackBuf {
 public:
     void putU8(std::uint8_t value) { putNumber(&value, 1); }
@@ -35,7 +35,7 @@ public:
         }
     }
 
-    /// The next `n` bytes, to be written by the caller at once, when they fit without growing; else null.
+    /// The next `n` bytes, which the caller writes at once, if they fit without growing; else null.
     std::uint8_t* claim(std::uint64_t n) {
         if (!hasRoom(n)) {
             return nullptr;
@@ -52,7 +52,7 @@ public:
     /// A list of one view that shares the storage: for a builder that is finished.
     void shareInto(OBufList& out) const;
 
-    /// Memory ran out, and what was written is not the whole.
+    /// Whether an allocation failed: what was written is incomplete.
     bool isTruncated() const { return mRefused; }
 
     OBufView view;          ///< its length is the writable capacity
@@ -80,5 +80,5 @@ private:
 
     void growAndWrite(const void* bytes, std::uint64_t n, std::uint64_t capacity);
 
-    bool mRefused = false; ///< memory ran out
+    bool mRefused = false; ///< an allocation failed
 };

@@ -6,7 +6,7 @@
 /// A block of bytes that views share. Always made with std::make_shared, so that block and counts are one
 /// allocation; threads share it only through the shared pointer.
 struct ORefBuffer {
-    /// A block without bytes, for an owner that gives it some later: from malloc, `capacity` of them.
+    /// A block without bytes; its owner may set them later: `capacity` bytes from malloc.
     ORefBuffer() = default;
     /// Allocates `size` uninitialised bytes; when that fails, `capacity` is 0 and views of the block stay
     /// empty.

@@ -8,8 +8,8 @@
 
 namespace {
 
-/// Limit of one read, in bytes. libuv suggests the size that the frame under way announces; memory is for bytes that have
-/// arrived.
+/// Limit of one read, in bytes. libuv suggests the size that the current frame announces; memory is allocated only for
+/// bytes that have arrived.
 constexpr std::size_t kMaxReadSize = 65536;
 
 OBaseSocket* ownerOf(const uv_handle_t* handle) {
@@ -81,15 +81,15 @@ void OBaseSocket::allocCb(uv_handle_t* handle, std::size_t suggestedSize, uv_buf
     OBaseSocket* owner = ownerOf(handle);
     const std::size_t size = std::min(suggestedSize, kMaxReadSize);
     try {
-        // A block that nothing was read into serves once more: a peer that stutters would leave one each time.
-        OBufList lent = owner->takePendingRead(std::exchange(owner->mUnfilled, nullptr));
-        OBufView& view = lent.front();
+        // Reuses a block that nothing was read into: a peer that pauses would leave one behind each time.
+        OBufList block = owner->takePendingRead(std::exchange(owner->mUnfilled, nullptr));
+        OBufView& view = block.front();
         if (view.length < size) {
             view.reset(size);
         }
         buf->base = reinterpret_cast<char*>(view.data());
         buf->len = static_cast<decltype(buf->len)>(std::min<std::uint64_t>(view.length, size));
-        owner->pendingReads.append(std::move(lent));
+        owner->pendingReads.append(std::move(block));
     } catch (const std::bad_alloc&) {
         *buf = {}; // libuv reports UV_ENOBUFS
     }
@@ -104,7 +104,7 @@ void OBaseSocket::readCb(uv_stream_t* stream, ssize_t nread, const uv_buf_t* buf
         owner->handleRead(stream, nread, *buf);
     } catch (const std::bad_alloc&) {
         logLoopLine(kLogError, kLogTagDefault, "[%s:%d]out of memory", "OBaseSocket::readCb", __LINE__);
-        uv_read_stop(stream); // bytes are missing: what follows them means nothing
+        uv_read_stop(stream); // bytes are lost: what follows cannot be parsed
     }
 }
 
@@ -116,7 +116,7 @@ void OBaseSocket::handleRead(uv_stream_t* stream, ssize_t nread, const uv_buf_t&
         mUnfilled = buf.base;
         pauseReading(stream);
     }
-    if (nread < 0 && nread != UV_ENOBUFS) { // without a block to read into, the stream itself is well
+    if (nread < 0 && nread != UV_ENOBUFS) { // after an allocation failure the stream itself is intact
         noteBroken();
     }
     if (nread <= 0) {
@@ -129,9 +129,9 @@ void OBaseSocket::handleRead(uv_stream_t* stream, ssize_t nread, const uv_buf_t&
 }
 
 void OBaseSocket::pauseReading(uv_stream_t* stream) {
-    // On Windows libuv asks again at once, and does nothing else, until the frame under way is whole: a peer that writes
-    // a frame in two parts kept the loop busy, and one that never writes the second did so for ever. Stopped and started
-    // anew it waits (SplitFrame tests). Started in here it would not have been stopped.
+    // On Windows libuv spins until the current frame is complete: a peer that wrote a frame in two parts kept the loop
+    // busy, and one that never wrote the second part did so forever. After a stop and a start libuv waits (SplitFrame
+    // tests). Starting right here would cancel the stop.
     uv_read_stop(stream);
     mReadingPaused = true;
     if (mLoop == nullptr) {
@@ -144,12 +144,12 @@ void OBaseSocket::pauseReading(uv_stream_t* stream) {
             }
         });
     } catch (const std::bad_alloc&) {
-        readStart(); // busy, but it reads on
+        readStart(); // spins, but reads on
     }
 }
 
-// libuv may have several buffers out; the one it filled is known by its first byte. Moved and not copied: the bytes that
-// have arrived must not depend on memory that may be refused.
+// libuv may hold several buffers; the address of the first byte identifies the one it filled. Moved, not copied: received
+// bytes must survive an allocation failure.
 OBufList OBaseSocket::takePendingRead(const char* base) {
     OBufList taken;
     const auto place = std::find_if(pendingReads.begin(), pendingReads.end(), [base](const OBufView& view) {

@@ -14,11 +14,11 @@
 
 class OBaseSocket;
 
-/// One write handed to libuv. Owned by its socket's lists; when the socket goes first, by its own completion.
+/// One write handed to libuv. Owned by its socket's lists; if the socket is destroyed first, the completion deletes it.
 struct OWriteReq {
     std::uint32_t inUse = 0;      ///< 1 while in activeWriteReqs
     OBaseSocket* owner = nullptr; ///< null once the socket is gone
-    uv_write_t req = {};          ///< its data points back at this record
+    uv_write_t req = {};          ///< its data points to this record
     std::vector<uv_buf_t> bufs;
     OBufList views; ///< keeps the bytes alive until completion
 };
@@ -39,10 +39,9 @@ public:
     void clearCallbacks() override;
     virtual bool readStart() = 0;
     virtual bool readStop() = 0;
-    /// Hands the views to libuv in one write; they stay shared until it completes. The request pool is safe
-    /// from any thread; libuv itself is entered on the caller's thread, so the caller must be where it may be
-    /// entered (OUVLoop::dispatch). False when there is no writable stream or libuv refuses; no callback
-    /// follows then. Throws std::bad_alloc when memory runs out; nothing has been written then.
+    /// Hands the views to libuv in one write; they stay shared until it completes. Where libuv may be entered
+    /// (OUVLoop::dispatch); the request pool itself may be used by any thread. False when there is no writable stream or
+    /// libuv refuses; no callback follows then. Throws std::bad_alloc; nothing has been written then.
     virtual bool write(const OBufList& list) = 0;
     virtual void onRead(OBufList list, std::int32_t status);
     /// End of stream or a read error: `status` is libuv's, 0 for a read of no bytes.
@@ -60,18 +59,18 @@ protected:
     /// The stream has ended, failed or refused a write. Where libuv may be entered.
     virtual void noteBroken() {}
 
-    /// Refuses a stream whose peer passes more than bytes along it: stops reading, reports the error and gives true.
+    /// Refuses a peer that passes handles along the stream: stops reading, reports the error and returns true.
     virtual bool refuseTransfers() { return false; }
 
     /// A request filled from `list`, among the active ones. Any thread.
     OWriteReq* acquireWriteReq(const OBufList& list);
-    /// Puts a request behind the free ones. Any thread.
+    /// Appends a request to the free ones. Any thread.
     void recycle(OWriteReq* req);
 
     /// The common part of write: pools a request, fills it from `list` and gives it to libuv.
     bool writeTo(uv_stream_t* stream, const OBufList& list);
 
-    /// Expires when this object goes: for what is posted or queued.
+    /// Expires with this object: for tasks and calls that may outlive it.
     std::weak_ptr<const bool> alive() const { return mAlive; }
 
     static void allocCb(uv_handle_t* handle, std::size_t suggestedSize, uv_buf_t* buf);
@@ -89,11 +88,11 @@ protected:
 private:
     static void writeCb(uv_write_t* req, int status);
     void handleRead(uv_stream_t* stream, ssize_t nread, const uv_buf_t& buf);
-    /// After a read of no bytes: stops reading, and has the loop start it again when it has seen to everything else.
+    /// After a read of 0 bytes: stops reading, and starts it again after the loop's other events.
     void pauseReading(uv_stream_t* stream);
-    /// One view: the pending block that begins there, or an empty view.
+    /// The pending block that begins at `base`, as a list of one view; an empty view if there is none.
     OBufList takePendingRead(const char* base);
 
-    const char* mUnfilled = nullptr; ///< the pending block that the last read left as it was
+    const char* mUnfilled = nullptr; ///< the pending block that the last read did not fill
     std::shared_ptr<const bool> mAlive = std::make_shared<const bool>(true);
 };

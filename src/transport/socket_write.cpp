@@ -10,7 +10,7 @@
 
 namespace {
 
-/// When memory runs out the request is left without bytes.
+/// Throws std::bad_alloc; the request then has no bytes.
 void fill(OWriteReq& req, const OBufList& list) {
     try {
         req.views = list;
@@ -60,14 +60,14 @@ void OBaseSocket::writeCb(uv_write_t* req, int status) {
             logLoopLine(kLogError, kLogTagDefault, "[%s:%d]out of memory", "OBaseSocket::writeCb", __LINE__);
         }
     }
-    if (write->owner == nullptr) { // gone before, or in its own callback
+    if (write->owner == nullptr) { // destroyed before, or in its own callback
         delete write;
         return;
     }
     write->owner->recycle(write);
 }
 
-// Whatever memory is refused, the lists are as they were: the request becomes active when it is filled.
+// An allocation failure leaves the lists as they were: a request becomes active once it is filled.
 OWriteReq* OBaseSocket::acquireWriteReq(const OBufList& list) {
     std::list<OWriteReq*> taken;
     {
@@ -91,7 +91,7 @@ OWriteReq* OBaseSocket::acquireWriteReq(const OBufList& list) {
         }
         throw;
     }
-    static_cast<void>(fresh.release()); // the socket's from here on
+    static_cast<void>(fresh.release()); // the socket owns it from here on
     req->inUse = 1;
     req->owner = this;
     const std::lock_guard guard(writeMutex);
@@ -102,7 +102,7 @@ OWriteReq* OBaseSocket::acquireWriteReq(const OBufList& list) {
 void OBaseSocket::recycle(OWriteReq* req) {
     const std::lock_guard guard(writeMutex);
     if (req->inUse == 0) {
-        return; // GCOVR_EXCL_LINE no write request is given back twice
+        return; // GCOVR_EXCL_LINE no write request is recycled twice
     }
     const auto place = std::find(activeWriteReqs.begin(), activeWriteReqs.end(), req);
     if (place != activeWriteReqs.end()) {

@@ -9,7 +9,7 @@
 namespace {
 
 std::string nameFrom(int (*getName)(const uv_pipe_t*, char*, size_t*), const uv_pipe_t* pipe) {
-    std::array<char, 257> text = {}; // one more than libuv may fill: a name of 256 bytes still ends
+    std::array<char, 257> text = {}; // one more than libuv may fill: a name of 256 bytes is still terminated
     size_t size = text.size() - 1;
     if (pipe != nullptr) {
         getName(pipe, text.data(), &size);
@@ -32,7 +32,7 @@ OStreamPipe::~OStreamPipe() {
     }
 }
 
-// For a pipe that is libuv's alone now: its close frees the memory.
+// libuv owns the pipe now: closing frees the memory.
 void OStreamPipe::detachPipe() {
     static_cast<void>(pipe.release());
     initialized = false;
@@ -74,12 +74,12 @@ bool OStreamPipe::readStop() {
 
 bool OStreamPipe::write(const OBufList& list) {
     const Link link = mLink.load();
-    // Some systems make a pipe writable before its connect has been reported; bytes sent then would overtake
-    // what the owner sends first.
+    // On some systems a pipe is writable before its connect has been reported; bytes sent then would overtake what the
+    // owner sends first.
     if (link == Link::Connecting) {
         return false;
     }
-    // On Windows libuv leaks its copy of bytes that the system refuses at once, as it does when nobody is there
+    // On Windows libuv leaks its copy of bytes that the system refuses at once, which it does without a peer
     // (stress_memory).
     return (link == Link::None || hasPeer()) && writeTo(stream(), list);
 }
@@ -110,7 +110,7 @@ std::size_t OStreamPipe::unsentBytes() const {
     return pipe != nullptr ? uv_stream_get_write_queue_size(stream()) : 0;
 }
 
-// Asked of the system: who does not read does not hear that the peer has gone.
+// Asks the system: without reading, libuv does not report that the peer has gone.
 bool OStreamPipe::hasPeer() const {
     uv_os_fd_t end = {};
     return pipe != nullptr && uv_fileno(reinterpret_cast<const uv_handle_t*>(pipe.get()), &end) == 0 &&
@@ -123,8 +123,8 @@ void OStreamPipe::noteBroken() {
     }
 }
 
-// A peer that passes sockets along would have libuv keep each of them until the pipe is closed. None of ours does: it is
-// as wrong as any other frame that libuv does not accept.
+// libuv would keep every socket that a peer passes until the pipe is closed. The service passes none: a transfer is an
+// invalid frame.
 bool OStreamPipe::refuseTransfers() {
     if (pipe == nullptr || uv_is_closing(handle()) != 0 || uv_pipe_pending_count(pipe.get()) == 0) {
         return false;
@@ -150,7 +150,7 @@ bool OStreamPipe::accept(uv_stream_t* server) {
     pipe->data = static_cast<OBaseHandle*>(this);
     const int result = uv_accept(server, stream());
     mLink = result == 0 ? Link::Healthy : Link::None;
-    mConnectedName.clear(); // never asked for: a connect would be for another peer
+    mConnectedName.clear(); // has no name: a later connect is for another peer
     onAccept(result);
     return result == 0;
 }

@@ -25,17 +25,15 @@ public:
     bool readStop() override;
     bool write(const OBufList& list) override;
 
-    /// Creates the libuv pipe, once. Loop thread, or any while the loop does not run; so for connect's own
-    /// work.
+    /// Creates the libuv pipe, once. Loop thread, or any thread while the loop does not run.
     virtual void init();
 
-    /// Starts to connect to pipe prefix + `name`. Any thread: whether a connection may be started is decided
-    /// here and now, the libuv calls are made where libuv may be entered. False while an earlier connect is
-    /// under way, without a loop and when the loop has been stopped; otherwise true, and onConnect brings the result, for
-    /// which the loop must run. A healthy connection to the same name completes with 0, one to another name with
-    /// UV_EISCONN; both stay as they are. Throws std::bad_alloc, and then no connect is under way.
+    /// Starts to connect to pipe prefix + `name`. Any thread: the decision is made at once, the libuv calls where libuv may
+    /// be entered. False while an earlier connect is under way, without a loop, and after the loop was stopped. Otherwise
+    /// true; onConnect then reports the result, for which the loop must run. With a healthy connection the result is 0 for
+    /// the same name and UV_EISCONN for another; the connection stays. Throws std::bad_alloc; no connect is under way then.
     virtual bool connect(const std::string& name);
-    /// Ends a read that libuv waits in on the loop thread, which is to stop. Any thread.
+    /// Ends a read that blocks the loop thread inside libuv, so that the loop can stop. Any thread.
     void interruptReading();
 
     /// A connect has completed; 0 or a negative libuv error. Loop thread.
@@ -46,15 +44,15 @@ public:
     virtual std::string localName();
     virtual std::string peerName();
 
-    /// Replaces the default prefix "\\.\pipe\uv_pipe." where it is not empty. Process-wide; to be set before
-    /// any pipe connects. The library leaves it empty; tests give themselves a pipe of their own.
+    /// Replaces the default prefix "\\.\pipe\uv_pipe." unless it is empty. Process-wide; must be set before any pipe
+    /// connects. The library leaves it empty; tests use it for a pipe of their own.
     static std::string pipeNamePrefix;
 
 protected:
     void noteBroken() override;
     bool refuseTransfers() override;
 
-    /// Bytes that libuv has been handed and the system has not taken. Where libuv may be entered.
+    /// Bytes that libuv has queued and the system has not accepted yet. Where libuv may be entered.
     std::size_t unsentBytes() const;
 
     std::unique_ptr<uv_pipe_t, void (*)(void*)> pipe; ///< null until init and after close
@@ -63,13 +61,13 @@ protected:
     bool initialized = false;
 
 private:
-    /// What libuv knows of a connection of the current pipe. A pipe is tried once: on Windows libuv calls one that has
-    /// failed busy ever after, elsewhere it connects it and then neither reads nor writes.
+    /// The state of the current pipe's connection. A pipe is used for one attempt: after a failure libuv reports it as busy
+    /// on Windows; elsewhere it connects, but neither reads nor writes.
     enum class Link : std::uint8_t { None, Connecting, Healthy, UsedUp };
 
     static void connectCb(uv_connect_t* req, int status);
     void openConnection(const std::string& fullName);
-    /// Has the loop thread report the end of a connect that libuv was not asked for.
+    /// Posts the result of a connect that needed no libuv call.
     void completeLater(std::int32_t status);
     void finishConnection(uv_connect_t* req, std::int32_t status);
     void detachPipe();
@@ -77,10 +75,10 @@ private:
 
     uv_stream_t* stream() const { return reinterpret_cast<uv_stream_t*>(pipe.get()); }
 
-    /// Changed where libuv may be entered.
+    /// Written where libuv may be entered.
     std::atomic<Link> mLink{Link::None};
-    std::atomic<bool> mHasEnd{false}; ///< mEnd is this link's
+    std::atomic<bool> mHasEnd{false}; ///< mEnd belongs to the current link
     std::atomic<uv_os_fd_t> mEnd{};
     std::string mConnectedName; ///< the full name of the current link
-    OLoopCheck mTransferCheck;  ///< libuv keeps a transfer that comes without bytes, and calls nobody
+    OLoopCheck mTransferCheck;  ///< libuv makes no callback for a transfer without bytes
 };

@@ -36,14 +36,14 @@ bool OStreamPipe::connect(const std::string& name) {
     return accepted;
 }
 
-// When memory runs out, `connecting` falls and libuv has not been asked.
+// After an allocation failure `connecting` is false again, and libuv was not called.
 void OStreamPipe::openConnection(const std::string& fullName) {
     try {
         if (mLink.load() == Link::Healthy && !hasPeer()) {
             mLink = Link::UsedUp;
         }
         if (mLink.load() == Link::Healthy) {
-            // Another thread asked for this connection in the moment in which an earlier one completed.
+            // Another thread asked for this connection just as an earlier connect completed.
             completeLater(fullName == mConnectedName ? 0 : UV_EISCONN);
             return;
         }

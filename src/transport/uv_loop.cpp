@@ -32,9 +32,9 @@ void require(int result, const char* call) {
     }
 }
 
-// Made once, whichever threads ask, together with everything that libuv sets up once for a process: two hosts'
-// loops may come and go at the same time, and uv_default_loop has no lock of its own. The guard is inside as
-// well: a loop made beside the first one would remember the settings that libuv has just changed as the host's.
+// Created once for all threads, together with everything that libuv sets up once for a process: two loops may be created
+// at the same time, and uv_default_loop has no lock of its own. The settings are saved inside the lock, too: a second
+// thread would save the ones that libuv has just changed as the host's.
 uv_loop_t* defaultLoop() {
     static uv_loop_t* const kLoop = [] {
         const platform::HostSettingsGuard hostSettings;

@@ -10,8 +10,8 @@ struct UvLoop {
     uv_async_t* async = nullptr;
 };
 
-/// Makes a loop and its wake-up handle, whose `data` is `owner`. The process's error mode and the C runtime's handlers,
-/// which the first libuv loop of a process changes, are put back.
+/// Creates a loop and its wake-up handle, whose `data` is `owner`. Restores the process's error mode and the C runtime's
+/// handlers, which the first libuv loop of a process changes.
 ///
 /// Thread: any. Throws std::bad_alloc or std::system_error when the system refuses one of them.
 UvLoop makeUvLoop(uv_async_cb onAsync, void* owner);

@@ -69,7 +69,7 @@ TEST_F(NoSession, SetParamIsFalseAndTellsTheHostOfTheNewRecord) {
     EXPECT_EQ(record->loopThread, nullptr);
 }
 
-TEST_F(NoSession, SetAccountIDIsFalseInTheWordsOfSetParam) {
+TEST_F(NoSession, SetAccountIDFailsInTheWordsOfSetParamForCompatibility) {
     LogCapture log;
     EXPECT_FALSE(setAccountID(handle, "someone"));
     EXPECT_EQ(log.lines(), linesOf("setAccountID", 'D', "koru setAccountID!", 'E', "setParam failed!"));

@@ -288,7 +288,7 @@ TEST_F(Notify, CallbacksMayCallBackIntoTheSession) {
 }
 
 TEST_F(Notify, ServiceThatGoesEndsTheHandlersOfItsPayload) {
-    Host::whenEvent([this](int, int) { direct.session.noteServiceGone(); });
+    Host::whenEvent([this](int, int) { direct.session.serviceHasEnded(); });
     direct.receive(kAllSix); // "buffering-end" is the first in the order of the keys
     EXPECT_EQ(Host::events(), (Calls{{200002, 0}}));
     EXPECT_EQ(direct.session.getPlayerState(), 4U);

@@ -82,7 +82,7 @@ TEST_F(AccountId, ARefusedTextChangesNeitherTheIdNorTheSequence) {
     EXPECT_EQ(direct.stream.packets().back().seq, 1);
 }
 
-TEST_F(AccountId, AShorterIdLeavesTheTailOfALongerOne) {
+TEST_F(AccountId, AShorterIdLeavesTheTailOfALongerOneForCompatibility) {
     direct.session.setAccountID("abcdef");
     direct.session.setAccountID("abc");
     direct.session.setAccountID("xyz");

@@ -186,7 +186,7 @@ TEST(SessionThreads, WhatHasComeAtOnceIsNotToldOnceTheServiceHasGone) {
     direct.session.init(Host::record());
     Host::whenEvent([&](int, int value) {
         if (value == 2) {
-            direct.session.noteServiceGone();
+            direct.session.serviceHasEnded();
         }
     });
     wire::Bytes bytes;

@@ -34,7 +34,7 @@ TEST(Loop, IsNotRunningAtFirst) {
     EXPECT_FALSE(loop->onLoopThread());
 }
 
-TEST(Loop, SaysWhenItIsMadeAndWhenItGoes) {
+TEST(Loop, LogsItsLifeWithFixedLinesForCompatibility) {
     Steps lines;
     setLoopLogSink([&lines](int level, const char* tag, const char* text) {
         lines.push_back(std::to_string(level) + " " + tag + " " + text);
