@@ -9,8 +9,8 @@ set key outside right
 """
 
 
-def quantiles(file):
-    values = sorted(map(float, file.read_text().split()))
+def quantiles(values):
+    values = sorted(values)
     return [(values[int((len(values) - 1) * part / 1000)], part / 1000) for part in range(1001)]
 
 
@@ -47,7 +47,7 @@ def plot(folder, name, settings, curves):
 def distribution(out, folder, name, settings, prefix, scale):
     curves = {}
     for file in sorted((out / "samples").glob(f"{prefix}*.txt")):
-        curves[file.stem.removeprefix(prefix)] = [(value * scale, part) for value, part in quantiles(file)]
+        curves[file.stem.removeprefix(prefix)] = [(value * scale, part) for value, part in quantiles(map(float, file.read_text().split()))]
     plot(folder, name, settings, curves)
 
 

@@ -246,10 +246,13 @@ def check_proof(root=ROOT):
     import summary  # with a module that a machine without ./test need not have
 
     page = (root / "docs" / "proof.md").read_text()
-    match = re.search(r"^Commit (\S+), (\d+) cores:\n\n```text\n(== summary\n.*?\n\d+ passed, \d+ failed)\n```\n$", page,
+    match = re.search(r"^Commit (\S+), (\d+) cores:\n\n```text\n(== summary\n.*?\n\d+ passed, \d+ failed)\n```\n", page,
                       re.M | re.S)
-    if not match or page != summary.proof(match[3], match[1], match[2]):
+    pictures = re.findall(r"^!\[.*\]\(proof/(\w+)\.svg\)$", page, re.M)
+    if not match or page != summary.proof(match[3], match[1], match[2], pictures):
         return ["docs/proof.md has another form"]
+    if missing := [name for name in pictures if not (root / "docs" / "proof" / f"{name}.svg").is_file()]:
+        return [f"docs/proof.md shows pictures that are not there: {missing}"]
     return [] if "\n./test --long: " in match[3] else ["docs/proof.md is not of ./test --long"]
 
 

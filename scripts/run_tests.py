@@ -19,6 +19,7 @@ from pathlib import Path
 
 import coverage
 import gates
+import pictures
 import summary
 from gates import BUILD, JOBS, ROOT
 
@@ -218,7 +219,8 @@ class Run:
         if self.whole:
             commit = subprocess.run(["git", "-c", f"safe.directory={ROOT}", "-C", ROOT, "describe", "--always", "--dirty",
                                      "--exclude", "*"], capture_output=True, text=True).stdout.strip() or "unknown"
-            (ROOT / "docs" / "proof.md").write_text(summary.proof(text, commit, JOBS))
+            drawn = pictures.draw({preset: BUILD / preset / "testrun" for preset in PRESETS}, ROOT / "docs" / "proof")
+            (ROOT / "docs" / "proof.md").write_text(summary.proof(text, commit, JOBS, drawn))
         return not any(row.failed for row in rows) and any(row.passed for row in rows)
 
 

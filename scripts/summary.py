@@ -76,30 +76,33 @@ def checked_entries(analysis, labels, testrun):
                     test.findtext("Log") or "" if test else "", testrun / name)
 
 
-def cases_of(entry):
-    """The GoogleTest cases that the program wrote about when it ended, or an empty list."""
+def cases_in(file):
+    """The GoogleTest cases that a program wrote about when it ended, or an empty list."""
     try:
-        found = junitparser.JUnitXml.fromfile(str(entry.folder / "result.xml"))
+        found = junitparser.JUnitXml.fromfile(str(file))
     except (OSError, SyntaxError, junitparser.JUnitXmlError):  # none, torn, or something else
         return []
     suites = [found] if isinstance(found, junitparser.TestSuite) else found
     return [case for suite in suites for case in suite]
 
 
+def notes_of(case):
+    """What a test case noted about itself (tests/support/effort.h): pairs of a name and a value."""
+    return [(note.name, note.value) for properties in case.iterchildren(junitparser.Properties) for note in properties]
+
+
 def noted(case, part, failures):
-    """What a test case noted about itself (tests/support/effort.h)."""
-    for properties in case.iterchildren(junitparser.Properties):
-        for note in properties:
-            kind, _, what = note.name.partition(": ")
-            if kind == "tried":
-                yield Tried(what, part, int(note.value), failures)
-            elif kind == "longest":
-                yield Tried(f"longest {what}", part, int(note.value), merge=max)
+    for name, value in notes_of(case):
+        kind, _, what = name.partition(": ")
+        if kind == "tried":
+            yield Tried(what, part, int(value), failures)
+        elif kind == "longest":
+            yield Tried(f"longest {what}", part, int(value), merge=max)
 
 
 def count_cases(row, tried, entry):
     """Adds the entry of a GoogleTest program."""
-    cases, failed = cases_of(entry), False
+    cases, failed = cases_in(entry.folder / "result.xml"), False
     for case in cases:
         name = f"{case.classname}.{case.name}"
         failures = [one.message or "" for one in case.result if isinstance(one, junitparser.Failure)]
@@ -224,6 +227,7 @@ Commit {commit}, {cores} cores:
 """
 
 
-def proof(text, commit, cores):
-    """The page docs/proof.md, of the text that a whole long run ended with."""
-    return PROOF_PAGE.format(text=text.strip(), commit=commit, cores=cores)
+def proof(text, commit, cores, pictures):
+    """The page docs/proof.md, of the text that a whole long run ended with and the names of its pictures."""
+    return PROOF_PAGE.format(text=text.strip(), commit=commit, cores=cores) + "".join(
+        f"\n![{name.replace('_', ' ').capitalize()}](proof/{name}.svg)\n" for name in pictures)

@@ -1,5 +1,6 @@
 #include "stress/hostile_rounds.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <future>
@@ -41,7 +42,12 @@ void HostileRounds::repeat(const std::string& what, int times, const std::functi
     const support::ProcessSize after = support::ownSize();
     EXPECT_EQ(support::growth(before, after), "") << "since the first round";
     EXPECT_EQ(support::growth(*firstSize, after), "") << "since the first round of all";
-    support::longest("uninit, hostile service", mLongestRelease);
+    if (!mReleases.empty()) {
+        const auto longest = *std::max_element(mReleases.begin(), mReleases.end());
+        support::longest("uninit, hostile service",
+                         std::chrono::duration_cast<std::chrono::milliseconds>(longest));
+        support::durations("release times", "hostile service", mReleases);
+    }
     RecordProperty("all rounds, ms", std::to_string(since(begun).count()));
     RecordProperty("size", support::sizes(before, after));
     support::tried("hostile service: " + what, done);
@@ -59,8 +65,8 @@ void HostileRounds::release(Told told, End end, std::chrono::seconds bound) {
         std::fputs("uninitSonviaAudioService hangs\n", stderr);
         std::_Exit(1); // its thread cannot be ended, and the test cannot go on beside it
     }
-    const std::chrono::milliseconds lasted = since(begun);
-    mLongestRelease = std::max(mLongestRelease, lasted);
+    const auto lasted = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begun);
+    mReleases.push_back(lasted);
     mEventsAtRelease = events.count();
     handle = nullptr;
     EXPECT_TRUE(returned.get());

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "support/process.h"
 #include "support/service_fixture.h"
@@ -33,7 +34,7 @@ private:
     void expectTold(Told told);
     void expectServiceGone(End end);
 
-    std::chrono::milliseconds mLongestRelease{0};
+    std::vector<std::chrono::microseconds> mReleases; ///< how long each took
     std::size_t mEventsAtRelease = 0;
 };
 

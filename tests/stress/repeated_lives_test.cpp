@@ -1,4 +1,5 @@
 // One process, many handles after one another: nothing may be left behind by any of them.
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -48,21 +49,28 @@ protected:
             "wait packet key KORUInfo\nnotify int buffering-start 1\nnotify string phone-name A\n");
         ASSERT_TRUE(events.waitFor(support::event(SONVIA_EVENT_BUFFERING_STARTED, 0)));
         ASSERT_TRUE(api.exitProjection(handle));
+        const auto begun = std::chrono::steady_clock::now();
         stop();
+        releases.push_back(
+            std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - begun));
     }
+
+    std::vector<std::chrono::microseconds> releases;
 };
 
 TEST_F(RepeatedLives, LeaveNoHandlesThreadsOrMemoryBehind) {
+    const int lives = support::rounds(45, 495);
+    releases.reserve(static_cast<std::size_t>(kWarmUp + lives)); // not to count as growth
     for (int i = 0; i < kWarmUp; ++i) {
         ASSERT_NO_FATAL_FAILURE(live());
     }
     const support::ProcessSize before = support::ownSize();
-    const int lives = support::rounds(45, 495);
     for (int i = 0; i < lives; ++i) {
         ASSERT_NO_FATAL_FAILURE(live());
     }
     const support::ProcessSize after = support::ownSize();
     EXPECT_EQ(support::growth(before, after), "");
+    support::durations("release times", "orderly service", releases);
     support::tried("sessions after one another", kWarmUp + lives);
     RecordProperty("size", support::sizes(before, after));
 }

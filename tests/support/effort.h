@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -40,6 +41,16 @@ inline void tried(const std::string& what, long long times, const std::string& u
 // Notes how long the longest of them took: shown, and not judged.
 inline void longest(const std::string& what, std::chrono::milliseconds lasted) {
     testing::Test::RecordProperty("longest: " + what + " (ms)", std::to_string(lasted.count()));
+}
+
+// Notes how long each of them took, for a picture of ./test --long; `curve` is one of those in the picture.
+inline void durations(const std::string& picture, const std::string& curve,
+                      const std::vector<std::chrono::microseconds>& lasted) {
+    std::string list;
+    for (const std::chrono::microseconds each : lasted) {
+        list += std::to_string(each.count()) + " ";
+    }
+    testing::Test::RecordProperty("durations: " + picture + ": " + curve, list);
 }
 
 } // namespace support
