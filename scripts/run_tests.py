@@ -110,7 +110,8 @@ class Run:
         targets = sorted({target for part, (_, targets) in PRESETS[preset].items() if part in self.parts
                           for target in targets})
         everything = own or (preset == "native" and self.long)
-        options = [f"-DSONVIA_TIMEOUT_FACTOR={30 if self.long else 1}", f"-DSONVIA_FUZZ_SECONDS={300 if self.long else 30}"]
+        options = [f"-DSONVIA_TIMEOUT_FACTOR={30 if self.long else 1}", f"-DSONVIA_FUZZ_SECONDS={300 if self.long else 30}",
+                   f"-DSONVIA_UNITY_BUILD={'OFF' if preset == 'coverage' else 'ON'}"]
         good = self.logged("configuring", preset, ["cmake", "--preset", preset, *options])
         if good and (everything or targets):
             good = self.logged("building", preset, ["nice", "cmake", "--build", "--preset", preset, "--parallel", str(JOBS),

@@ -7,18 +7,9 @@ using support::error;
 using support::event;
 using support::HostEvent;
 
-constexpr int kModeChanged = SONVIA_EVENT_MODE_CHANGED;
-
 class Notifications : public support::ServiceTest {
 protected:
-    // Plays the steps once the device information has arrived, then waits until the library has handled them
-    // all: they are followed by a mode that no test uses otherwise.
-    void playAfterConnect(const std::string& steps) {
-        startAndConfigure(support::kAfterDeviceInformation + steps + "\nnotify int change-mode 777777\n");
-        ASSERT_TRUE(events.waitFor(event(kModeChanged, 777777)));
-    }
-
-    // All events but the last one, which playAfterConnect added.
+    // All events but the last one, which playConnected added.
     std::vector<HostEvent> seen() {
         std::vector<HostEvent> all = events.all();
         if (!all.empty()) {
@@ -29,53 +20,52 @@ protected:
 };
 
 TEST_F(Notifications, PlayerStateAndPhoneNameAreKeptForPolling) {
-    playAfterConnect("packet 34\n int player-state 2\n string phone-name \"Handset A\"\nend");
+    playConnected("packet 34\n int player-state 2\n string phone-name \"Handset A\"\nend");
     EXPECT_EQ(api.state(handle), 2U);
     EXPECT_STREQ(api.sourceName(handle), "Handset A");
     EXPECT_TRUE(seen().empty());
 }
 
 TEST_F(Notifications, PlayerStateIsUnsigned) {
-    playAfterConnect("notify int player-state -1");
+    playConnected("notify int player-state -1");
     EXPECT_EQ(api.state(handle), 0xFFFFFFFFU);
 }
 
 TEST_F(Notifications, EmptyPhoneNameFallsBackToPhone) {
-    playAfterConnect("notify string phone-name \"Handset A\"\nnotify string phone-name \"\"");
+    playConnected("notify string phone-name \"Handset A\"\nnotify string phone-name \"\"");
     EXPECT_STREQ(api.sourceName(handle), "phone");
 }
 
 TEST_F(Notifications, PhoneNameOfAnotherTypeIsNotTaken) {
-    playAfterConnect("notify string phone-name \"Handset A\"\nnotify int phone-name 5");
+    playConnected("notify string phone-name \"Handset A\"\nnotify int phone-name 5");
     EXPECT_STREQ(api.sourceName(handle), "Handset A");
 }
 
 TEST_F(Notifications, PhoneNameKeepsEveryByteOfItsEncoding) {
-    playAfterConnect(R"(notify string phone-name "\xe6\x89\x8b\xe6\x9c\xba")");
+    playConnected(R"(notify string phone-name "\xe6\x89\x8b\xe6\x9c\xba")");
     EXPECT_STREQ(api.sourceName(handle), "\xe6\x89\x8b\xe6\x9c\xba");
 }
 
 TEST_F(Notifications, BufferingAndFirstAudioAreEventsWhateverTheirValue) {
-    playAfterConnect("notify string buffering-start text\n"
-                     "notify byte buffering-end 9\n"
-                     "notify typed 8 first-audiopcm 0102030405060708\n"
-                     "notify int buffering-start -5");
+    playConnected("notify string buffering-start text\n"
+                  "notify byte buffering-end 9\n"
+                  "notify typed 8 first-audiopcm 0102030405060708\n"
+                  "notify int buffering-start -5");
     EXPECT_EQ(seen(), (std::vector<HostEvent>{event(200001, 0), event(200002, 0), event(200003, 0),
                                               event(200001, 0)}));
 }
 
 TEST_F(Notifications, ModeIsPassedAsItIs) {
-    playAfterConnect(
-        "notify int change-mode 3\nnotify int change-mode -3\nnotify int change-mode 0x80000000");
+    playConnected("notify int change-mode 3\nnotify int change-mode -3\nnotify int change-mode 0x80000000");
     EXPECT_EQ(seen(), (std::vector<HostEvent>{event(200006, 3), event(200006, -3),
                                               event(200006, std::numeric_limits<int>::min())}));
 }
 
 TEST_F(Notifications, SeveralKeysInOnePacketAreHandledInTheOrderOfTheKeys) {
-    playAfterConnect("packet 34\n"
-                     " int player-state 1\n string phone-name B\n int first-audiopcm 1\n"
-                     " int change-mode 4\n int buffering-start 1\n int buffering-end 1\n"
-                     "end");
+    playConnected("packet 34\n"
+                  " int player-state 1\n string phone-name B\n int first-audiopcm 1\n"
+                  " int change-mode 4\n int buffering-start 1\n int buffering-end 1\n"
+                  "end");
     EXPECT_EQ(seen(), (std::vector<HostEvent>{event(200002, 0), event(200001, 0), event(200006, 4),
                                               event(200003, 0)}));
     EXPECT_EQ(api.state(handle), 1U);
@@ -83,18 +73,18 @@ TEST_F(Notifications, SeveralKeysInOnePacketAreHandledInTheOrderOfTheKeys) {
 }
 
 TEST_F(Notifications, ValueOfAnotherTypeIsReadAsZero) {
-    playAfterConnect("notify int player-state 2\nnotify string player-state x\nnotify byte change-mode 7");
+    playConnected("notify int player-state 2\nnotify string player-state x\nnotify byte change-mode 7");
     EXPECT_EQ(api.state(handle), 0U);
     EXPECT_EQ(seen(), std::vector<HostEvent>{event(200006, 0)});
 }
 
 TEST_F(Notifications, LastOfTwoEntriesWithOneKeyCounts) {
-    playAfterConnect("packet 34\n int change-mode 1\n int change-mode 2\nend");
+    playConnected("packet 34\n int change-mode 1\n int change-mode 2\nend");
     EXPECT_EQ(seen(), std::vector<HostEvent>{event(200006, 2)});
 }
 
 TEST_F(Notifications, UnknownKeysChangeNothing) {
-    playAfterConnect(
+    playConnected(
         "packet 34\n int volume 3\n string Phone-Name X\n nested player\n  int player-state 1\n end\nend");
     EXPECT_TRUE(seen().empty());
     EXPECT_EQ(api.state(handle), 4U);
@@ -102,16 +92,16 @@ TEST_F(Notifications, UnknownKeysChangeNothing) {
 }
 
 TEST_F(Notifications, PacketsOfOtherCommandsChangeNothing) {
-    playAfterConnect("repeat 34 as c\n packet $c\n  int player-state 1\n  int buffering-start 1\n end\nend\n"
-                     "packet 35\n int player-state 1\n int change-mode 1\nend\n"
-                     "packet 8193\n int StopSonviaAudioService 200004\nend\n"
-                     "packet 65535\n int player-state 1\nend");
+    playConnected("repeat 34 as c\n packet $c\n  int player-state 1\n  int buffering-start 1\n end\nend\n"
+                  "packet 35\n int player-state 1\n int change-mode 1\nend\n"
+                  "packet 8193\n int StopSonviaAudioService 200004\nend\n"
+                  "packet 65535\n int player-state 1\nend");
     EXPECT_TRUE(seen().empty());
     EXPECT_EQ(api.state(handle), 4U);
 }
 
 TEST_F(Notifications, CallbacksAllComeFromOneThreadThatIsNotTheHosts) {
-    playAfterConnect("repeat 100\n notify int buffering-start 1\nend");
+    playConnected("repeat 100\n notify int buffering-start 1\nend");
     const std::vector<HostEvent> all = events.all();
     ASSERT_EQ(all.size(), 101U);
     for (const HostEvent& each : all) {
@@ -148,10 +138,10 @@ TEST_F(Notifications, NameThatWasReadStaysReadableWhileTheNextOneArrives) {
                     "small text object\"\nnotify int change-mode 1\n"
                     "wait packet key exitAudioProjection\n"
                     "notify string phone-name Second\nnotify int change-mode 2\n"));
-    ASSERT_TRUE(events.waitFor(event(kModeChanged, 1)));
+    ASSERT_TRUE(events.waitFor(event(SONVIA_EVENT_MODE_CHANGED, 1)));
     const char* first = api.sourceName(handle);
     EXPECT_TRUE(api.exitProjection(handle));
-    ASSERT_TRUE(events.waitFor(event(kModeChanged, 2)));
+    ASSERT_TRUE(events.waitFor(event(SONVIA_EVENT_MODE_CHANGED, 2)));
     EXPECT_EQ(std::string(first).substr(0, 10), "First name");
     EXPECT_STREQ(api.sourceName(handle), "Second");
 }

@@ -37,7 +37,7 @@ std::string untilZero(const std::string& text) {
 }
 
 /// Only whole numbers of 64 bits.
-bool number(const std::string& text, std::int64_t& value) {
+bool readNumber(const std::string& text, std::int64_t& value) {
     const bool isNegative = !text.empty() && text[0] == '-';
     const std::string digits = isNegative ? text.substr(1) : text;
     if (digits.empty() || digits.find_first_not_of("0123456789") != std::string::npos) {
@@ -105,9 +105,9 @@ void ConfiguredLoggers::applyPair(LoggerSettings& logger, const std::string& key
         logger.fileline = flag;
     } else if (key == "enable") {
         logger.enable = flag;
-    } else if (key == "limitsize" && number(value, read) && read >= 0 && read <= 4294967295) {
+    } else if (key == "limitsize" && readNumber(value, read) && read >= 0 && read <= 4294967295) {
         logger.limitMb = read == 0 ? 4294967295u : static_cast<std::uint32_t>(read);
-    } else if (key == "reserve" && number(value, read)) {
+    } else if (key == "reserve" && readNumber(value, read)) {
         logger.reserve = read < 0 ? 0 : read > 2147483647 ? 2147483647 : read;
     }
 }

@@ -52,6 +52,12 @@ void ServiceTest::startAndConfigure(const std::string& scenario) {
     }
 }
 
+void ServiceTest::playConnected(const std::string& steps) {
+    startAndConfigure(kAfterDeviceInformation + steps + "\nnotify int change-mode " +
+                      std::to_string(kLastMode) + '\n');
+    ASSERT_TRUE(events.waitFor(event(SONVIA_EVENT_MODE_CHANGED, kLastMode)));
+}
+
 void ServiceTest::stop() {
     if (handle != nullptr) {
         EXPECT_TRUE(api.uninit(handle));

@@ -25,8 +25,13 @@ protected:
     void start(const std::string& scenario);
     // start, then setParam with a complete record.
     void startAndConfigure(const std::string& scenario);
+    // startAndConfigure with steps that are played once the device information has arrived. Returns when the library has
+    // handled them all: they are followed by a mode that no test uses otherwise, kLastMode.
+    void playConnected(const std::string& steps);
     // uninitSonviaAudioService.
     void stop();
+
+    static constexpr int kLastMode = 777777;
 
     const HostApi& api = hostApi();
     HostEvents& events = HostEvents::instance();

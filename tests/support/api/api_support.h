@@ -12,6 +12,8 @@
 
 namespace support {
 
+inline constexpr const char* kApiTag = "SonviaPCAudioDll";
+
 /// A record among the live handles, as initSonviaAudioService leaves it.
 class ListedRecord {
 public:

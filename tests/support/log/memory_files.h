@@ -2,6 +2,7 @@
 
 #include "platform/file_system.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -13,6 +14,8 @@
 #include <vector>
 
 namespace support {
+
+inline constexpr std::size_t kMb = 1048576;
 
 /// Files in memory, any of whose calls a test can make fail. Both separators are understood. Any thread.
 class MemoryFiles final : public platform::FileSystem {

@@ -14,8 +14,6 @@
 
 namespace support {
 
-constexpr std::size_t kMb = 1048576;
-
 /// The zone of New York in 2026: clocks are put on at 2026-03-08 02:00 and back at 2026-11-01 02:00.
 inline std::int64_t newYork(std::int64_t utc) {
     return utc < 1772953200 || utc >= 1793512800 ? -5 * 3600 : -4 * 3600;

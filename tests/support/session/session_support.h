@@ -22,6 +22,8 @@
 
 namespace support {
 
+inline constexpr const char* kSessionTag = "Sonvia_PCAudioMessage";
+
 /// What the host's callbacks were called with. The callbacks are plain functions, so there is one host at a time:
 /// make one in each test.
 class Host {

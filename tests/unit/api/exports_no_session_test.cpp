@@ -13,8 +13,6 @@ using namespace support;
 
 namespace {
 
-constexpr const char* kTag = "SonviaPCAudioDll";
-
 using Calls = std::vector<Host::Call>;
 
 class NoSession : public testing::Test {
@@ -28,7 +26,7 @@ protected:
 
 std::vector<LogLine> linesOf(const char* function, char firstLetter, const std::string& firstText,
                              char letter, const std::string& text) {
-    return {{firstLetter, kTag, function, 0, firstText}, {letter, kTag, function, 0, text}};
+    return {{firstLetter, kApiTag, function, 0, firstText}, {letter, kApiTag, function, 0, text}};
 }
 
 } // namespace
@@ -126,8 +124,8 @@ TEST_F(NoSession, UninitKillsTheServiceByNameAndIsTrue) {
     EXPECT_TRUE(uninitSonviaAudioService(handle));
     EXPECT_EQ(log.lines(),
               (std::vector<LogLine>{
-                  {'I', kTag, "uninitSonviaAudioService", 0, "uninitSonviaAudioService"},
-                  {'I', kTag, "uninitSonviaAudioService", 0, "QuPCAudio is null, try kill QuPCAudio.exe."},
-                  {'I', kTag, "killExe", 0, "kill QuPCAudio process"}}));
+                  {'I', kApiTag, "uninitSonviaAudioService", 0, "uninitSonviaAudioService"},
+                  {'I', kApiTag, "uninitSonviaAudioService", 0, "QuPCAudio is null, try kill QuPCAudio.exe."},
+                  {'I', kApiTag, "killExe", 0, "kill QuPCAudio process"}}));
     EXPECT_TRUE(Host::errors().empty());
 }

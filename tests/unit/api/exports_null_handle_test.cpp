@@ -1,6 +1,7 @@
 // Every exported function survives a null handle, with the result and the line that its callers know.
 
 #include "SonviaPCAudioDll.h"
+#include "support/api/api_support.h"
 #include "support/log_capture.h"
 #include "support/session/session_support.h"
 
@@ -10,11 +11,10 @@ using namespace support;
 
 namespace {
 
-constexpr const char* kTag = "SonviaPCAudioDll";
-
 std::vector<LogLine> linesOf(const char* function, char firstLetter, const std::string& firstText,
                              char nullLetter) {
-    return {{firstLetter, kTag, function, 0, firstText}, {nullLetter, kTag, function, 0, "handle is NULL"}};
+    return {{firstLetter, kApiTag, function, 0, firstText},
+            {nullLetter, kApiTag, function, 0, "handle is NULL"}};
 }
 
 } // namespace

@@ -18,8 +18,6 @@ using wire::textEntry;
 
 namespace {
 
-constexpr const char* kTag = "SonviaPCAudioDll";
-
 class Exports : public testing::Test {
 protected:
     AudioServiceHandle* handle() { return direct.handle; }
@@ -112,7 +110,7 @@ TEST_F(Exports, SetAccountIDGivesTheSessionsResult) {
     EXPECT_FALSE(setAccountID(handle(), nullptr));
     EXPECT_FALSE(setAccountID(handle(), std::string(256, 'a').c_str()));
     EXPECT_TRUE(setAccountID(handle(), std::string(255, 'a').c_str()));
-    EXPECT_EQ(textsOf(log.lines(kTag)), std::vector<std::string>(5, "D setAccountID koru setAccountID!"));
+    EXPECT_EQ(textsOf(log.lines(kApiTag)), std::vector<std::string>(5, "D setAccountID koru setAccountID!"));
     EXPECT_EQ(direct.stream.packets().size(), 2U);
 }
 

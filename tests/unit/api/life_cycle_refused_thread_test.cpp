@@ -14,8 +14,6 @@ using namespace support;
 
 namespace {
 
-constexpr const char* kTag = "SonviaPCAudioDll";
-
 class RefusedThread : public testing::Test {
 protected:
     // As a host does: libuv holds the pipe until its loop has run.
@@ -37,7 +35,7 @@ TEST_F(RefusedThread, ForTheLoopMakesSetParamFailAndTheHandleCanBeReleased) {
     LogCapture log;
     EXPECT_FALSE(setParamWithoutThreads());
     bool told = false;
-    for (const LogLine& line : log.lines(kTag)) {
+    for (const LogLine& line : log.lines(kApiTag)) {
         told = told || (line.letter == 'E' && line.function == "setParam" &&
                         line.text.find("thread start failed: ") == 0);
     }

@@ -16,15 +16,13 @@ using namespace support;
 
 namespace {
 
-constexpr const char* kTag = "SonviaPCAudioDll";
-
 class ShutDown : public testing::Test {
 protected:
     std::vector<std::string> uninit() {
         LogCapture log;
         EXPECT_TRUE(uninitSonviaAudioService(direct.handle));
         std::vector<std::string> texts;
-        for (const LogLine& line : log.lines(kTag)) {
+        for (const LogLine& line : log.lines(kApiTag)) {
             texts.push_back(std::string(1, line.letter) + " " + line.text);
         }
         return texts;

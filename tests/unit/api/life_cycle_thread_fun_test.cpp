@@ -1,4 +1,5 @@
 #include "api/life_cycle.h"
+#include "support/api/api_support.h"
 #include "support/log_capture.h"
 
 #include <gtest/gtest.h>
@@ -10,10 +11,8 @@ using namespace support;
 
 namespace {
 
-constexpr const char* kTag = "SonviaPCAudioDll";
-
 LogLine warning(const std::string& text) {
-    return {'W', kTag, "ThreadFun", 0, text};
+    return {'W', kApiTag, "ThreadFun", 0, text};
 }
 
 } // namespace
@@ -21,7 +20,7 @@ LogLine warning(const std::string& text) {
 TEST(ThreadFun, EndsWithAWarningWithoutALoop) {
     LogCapture log;
     ThreadFun(nullptr);
-    EXPECT_EQ(log.lines(kTag), (std::vector<LogLine>{warning("loop is NULL")}));
+    EXPECT_EQ(log.lines(kApiTag), (std::vector<LogLine>{warning("loop is NULL")}));
 }
 
 TEST(ThreadFun, RunsTheLoopUntilItIsStopped) {
@@ -32,7 +31,7 @@ TEST(ThreadFun, RunsTheLoopUntilItIsStopped) {
     EXPECT_EQ(loop->runState.load(), OUVLoop::kRunning);
     EXPECT_EQ(loop->stop(), 0); // accepted from then on
     thread.join();
-    EXPECT_EQ(log.lines(kTag),
+    EXPECT_EQ(log.lines(kApiTag),
               (std::vector<LogLine>{warning("SonviaPCDll begin run"), warning("SonviaPCDll will out run")}));
     EXPECT_EQ(loop->runState.load(), OUVLoop::kNotRunning);
 }
@@ -43,7 +42,7 @@ TEST(ThreadFun, EndsWithAWarningWhenTheLoopRunsAlready) {
     loop->waitForRun();
     LogCapture log;
     ThreadFun(loop);
-    EXPECT_EQ(log.lines(kTag), (std::vector<LogLine>{warning("SonviaPCDll is running")}));
+    EXPECT_EQ(log.lines(kApiTag), (std::vector<LogLine>{warning("SonviaPCDll is running")}));
     loop->stop();
     thread.join();
 }
@@ -85,5 +84,5 @@ TEST(ThreadFun, StartingTheThreadTwiceStartsOne) {
     EXPECT_EQ(handle.loopThread.get(), first);
     handle.loop->stop();
     handle.loopThread->join();
-    EXPECT_EQ(log.lines(kTag).size(), 2U);
+    EXPECT_EQ(log.lines(kApiTag).size(), 2U);
 }

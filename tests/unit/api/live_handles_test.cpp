@@ -24,11 +24,10 @@ using namespace support;
 
 namespace {
 
-constexpr const char* kTag = "SonviaPCAudioDll";
 constexpr const char* kReleased = "handle has been released";
 
 std::vector<LogLine> linesOf(const char* function, char firstLetter, const std::string& firstText) {
-    return {{firstLetter, kTag, function, 0, firstText}, {'E', kTag, function, 0, kReleased}};
+    return {{firstLetter, kApiTag, function, 0, firstText}, {'E', kApiTag, function, 0, kReleased}};
 }
 
 class ReleasedHandle : public testing::Test {

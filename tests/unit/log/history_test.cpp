@@ -1,12 +1,12 @@
 #include "log/history.h"
+#include "support/log/memory_files.h"
 
 #include <gtest/gtest.h>
 
 using namespace orvel::log4z;
+using support::kMb;
 
 namespace {
-
-constexpr std::uint64_t kMb = 1048576;
 
 History historyOf(std::initializer_list<std::uint64_t> sizes, std::int64_t firstTime = 1000) {
     History history;

@@ -17,7 +17,6 @@ using namespace orvel::log4z;
 
 namespace {
 
-constexpr std::size_t kMb = 1048576;
 constexpr std::size_t kLine = 8192;
 
 class LogOverTime : public LogEngine {

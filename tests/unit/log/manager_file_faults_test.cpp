@@ -17,7 +17,6 @@ using Kind = MemoryFiles::Kind;
 
 namespace {
 
-constexpr std::size_t kMb = 1048576;
 constexpr int kLines = 14;
 constexpr int kLastLines = 4; ///< written after file output was set again
 

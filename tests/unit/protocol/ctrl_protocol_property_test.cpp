@@ -3,6 +3,7 @@
 #include "protocol/safety_data_deal.h"
 #include "support/effort.h"
 #include "support/log_capture.h"
+#include "support/protocol/protection_support.h"
 #include "support/protocol/protocol_support.h"
 
 #include <gtest/gtest.h>
@@ -20,12 +21,6 @@ using wire::Bytes;
 namespace {
 
 constexpr int kCutsOfEachStream = 6;
-
-Bytes randomBytes(std::mt19937& random, std::size_t size) {
-    Bytes bytes(size);
-    std::generate(bytes.begin(), bytes.end(), [&random] { return static_cast<std::uint8_t>(random()); });
-    return bytes;
-}
 
 /// Empty and small ones mostly; now and then one that fills several reads.
 Bytes randomPayload(std::mt19937& random) {

@@ -15,12 +15,10 @@ using wire::textEntry;
 
 namespace {
 
-constexpr const char* kTag = "Sonvia_PCAudioMessage";
-
 using Calls = std::vector<Host::Call>;
 
 LogLine debugLine(const std::string& handler, const std::string& text) {
-    return {'D', kTag, "QuPCAudioMessage::" + handler, 0, text};
+    return {'D', kSessionTag, "QuPCAudioMessage::" + handler, 0, text};
 }
 
 class Notify : public testing::Test {
@@ -168,7 +166,7 @@ TEST_F(Notify, HandlersOfOnePayloadRunInAscendingOrderOfTheirKeys) {
     LogCapture log;
     direct.receive(kAllSix);
     std::vector<std::string> functions;
-    for (const LogLine& line : log.lines(kTag)) {
+    for (const LogLine& line : log.lines(kSessionTag)) {
         functions.push_back(line.function.substr(line.function.rfind(':') + 1));
     }
     EXPECT_EQ(functions, (std::vector<std::string>{"handleBufferEnd", "handleBufferStart", "handleChangeMode",
@@ -250,7 +248,7 @@ TEST_F(Notify, WithoutARecordEventsAreOnlyLogged) {
     DirectSession fresh;
     LogCapture log;
     fresh.receive(kAllSix);
-    EXPECT_EQ(log.lines(kTag).size(), 5U);
+    EXPECT_EQ(log.lines(kSessionTag).size(), 5U);
     EXPECT_EQ(fresh.session.getPlayerState(), 2U);
     EXPECT_TRUE(Host::events().empty());
 }

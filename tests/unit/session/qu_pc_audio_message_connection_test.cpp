@@ -16,16 +16,14 @@ using namespace support;
 
 namespace {
 
-constexpr const char* kTag = "Sonvia_PCAudioMessage";
-
 using Calls = std::vector<Host::Call>;
 
 LogLine errorLine(const std::string& text) {
-    return {'E', kTag, "QuPCAudioMessage::onError", 0, text};
+    return {'E', kSessionTag, "QuPCAudioMessage::onError", 0, text};
 }
 
 LogLine warningLine(int code) {
-    return {'W', kTag, "QuPCAudioMessage::onError", 0, "nErrorCode:" + std::to_string(code)};
+    return {'W', kSessionTag, "QuPCAudioMessage::onError", 0, "nErrorCode:" + std::to_string(code)};
 }
 
 class ConnectionState : public testing::Test {
@@ -45,10 +43,10 @@ protected:
 TEST_F(ConnectionState, SuccessIsLoggedAndThenSendsTheDeviceInformation) {
     LogCapture log;
     direct.session.onConnect(nullptr, 0);
-    EXPECT_EQ(log.lines(kTag),
+    EXPECT_EQ(log.lines(kSessionTag),
               (std::vector<LogLine>{
-                  {'I', kTag, "QuPCAudioMessage::onConnect", 0, "Connect successed, start recv."},
-                  {'I', kTag, "QuPCAudioMessage::_setKORUInfoNotify", 0, "send notify koru info."}}));
+                  {'I', kSessionTag, "QuPCAudioMessage::onConnect", 0, "Connect successed, start recv."},
+                  {'I', kSessionTag, "QuPCAudioMessage::_setKORUInfoNotify", 0, "send notify koru info."}}));
     ASSERT_EQ(direct.stream.packets().size(), 1U);
     EXPECT_EQ(direct.stream.packets()[0].seq, 0);
     EXPECT_EQ(koruInfoOf(direct.stream.packets()[0].payload).size(), 6U);
@@ -57,11 +55,13 @@ TEST_F(ConnectionState, SuccessIsLoggedAndThenSendsTheDeviceInformation) {
 TEST_F(ConnectionState, ReadingBeginsBeforeTheLineAndTheSendComesAfterItsOwn) {
     LoggingSocket stream;
     direct.session.setStream(&stream);
-    direct.session.whenReadStart = [] { writeLog(kLogInfo, kTag, "[%s:%d]reading", "test", __LINE__); };
+    direct.session.whenReadStart = [] {
+        writeLog(kLogInfo, kSessionTag, "[%s:%d]reading", "test", __LINE__);
+    };
     LogCapture log;
     direct.session.onConnect(nullptr, 0);
     std::vector<std::string> texts;
-    for (const LogLine& line : log.lines(kTag)) {
+    for (const LogLine& line : log.lines(kSessionTag)) {
         texts.push_back(line.text);
     }
     EXPECT_EQ(texts, (std::vector<std::string>{"reading", "Connect successed, start recv.",
@@ -122,8 +122,9 @@ TEST_F(ConnectionState, FailureIsLoggedWithItsStatusAndReportedWithoutIt) {
     direct.stream.writes.clear();
     LogCapture log;
     direct.session.onConnect(nullptr, UV_ENOENT);
-    EXPECT_EQ(log.lines(kTag), (std::vector<LogLine>{{'E', kTag, "QuPCAudioMessage::onConnect", 0,
-                                                      "connect failed " + std::to_string(int{UV_ENOENT})}}));
+    EXPECT_EQ(log.lines(kSessionTag),
+              (std::vector<LogLine>{{'E', kSessionTag, "QuPCAudioMessage::onConnect", 0,
+                                     "connect failed " + std::to_string(int{UV_ENOENT})}}));
     EXPECT_EQ(Host::errors(), (Calls{{-2, 0}}));
     EXPECT_TRUE(direct.stream.writes.empty());
 }
@@ -146,7 +147,7 @@ TEST_F(ConnectionState, ResetAndEndOfStreamAreALostConnection) {
         connected();
         LogCapture log;
         direct.session.onError(code);
-        EXPECT_EQ(log.lines(kTag),
+        EXPECT_EQ(log.lines(kSessionTag),
                   (std::vector<LogLine>{warningLine(code), errorLine("kSinkErrorConnection,errorCode: " +
                                                                      std::to_string(code))}));
         EXPECT_EQ(Host::errors(), (Calls{{-2, code}}));
@@ -159,7 +160,7 @@ TEST_F(ConnectionState, EveryOtherCodeIsAStreamError) {
         connected();
         LogCapture log;
         direct.session.onError(code);
-        EXPECT_EQ(log.lines(kTag),
+        EXPECT_EQ(log.lines(kSessionTag),
                   (std::vector<LogLine>{warningLine(code),
                                         errorLine("kSinkErrorProtocol,errorCode: " + std::to_string(code))}));
         EXPECT_EQ(Host::errors(), (Calls{{-3, code}}));
@@ -200,7 +201,7 @@ TEST_F(ConnectionState, HalfAPacketIsKeptThroughAFailure) {
 TEST_F(ConnectionState, WithoutAConnectionAStreamErrorIsOnlyLogged) {
     LogCapture log;
     direct.session.onError(UV_EOF);
-    EXPECT_EQ(log.lines(kTag), (std::vector<LogLine>{warningLine(UV_EOF)}));
+    EXPECT_EQ(log.lines(kSessionTag), (std::vector<LogLine>{warningLine(UV_EOF)}));
     EXPECT_TRUE(Host::errors().empty());
 }
 
@@ -208,7 +209,7 @@ TEST_F(ConnectionState, WithoutACallbackAStreamErrorIsOnlyLogged) {
     direct.session.onConnect(nullptr, 0); // connected, but the host has handed nothing over
     LogCapture log;
     direct.session.onError(UV_EOF);
-    EXPECT_EQ(log.lines(kTag), (std::vector<LogLine>{warningLine(UV_EOF)}));
+    EXPECT_EQ(log.lines(kSessionTag), (std::vector<LogLine>{warningLine(UV_EOF)}));
 }
 
 TEST_F(ConnectionState, StreamErrorAfterTheSessionEndedIsOnlyLogged) {
@@ -217,7 +218,7 @@ TEST_F(ConnectionState, StreamErrorAfterTheSessionEndedIsOnlyLogged) {
     LogCapture log;
     direct.session.onError(UV_EOF);
     direct.session.onError(UV_EPIPE);
-    EXPECT_EQ(log.lines(kTag), (std::vector<LogLine>{warningLine(UV_EOF), warningLine(UV_EPIPE)}));
+    EXPECT_EQ(log.lines(kSessionTag), (std::vector<LogLine>{warningLine(UV_EOF), warningLine(UV_EPIPE)}));
     EXPECT_TRUE(Host::errors().empty());
 }
 

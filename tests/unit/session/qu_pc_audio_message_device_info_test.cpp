@@ -11,8 +11,6 @@ using namespace support;
 
 namespace {
 
-constexpr const char* kTag = "Sonvia_PCAudioMessage";
-
 using Texts = std::vector<std::pair<std::string, std::string>>;
 
 class DeviceInfo : public testing::Test {
@@ -34,8 +32,9 @@ TEST_F(DeviceInfo, HoldsTheSixTextsInTheirOrderInsideOneNestedEntry) {
     connected();
     LogCapture log;
     EXPECT_TRUE(direct.session.init(Host::record()));
-    EXPECT_EQ(log.lines(kTag), (std::vector<LogLine>{{'I', kTag, "QuPCAudioMessage::_setKORUInfoNotify", 0,
-                                                      "send notify koru info."}}));
+    EXPECT_EQ(log.lines(kSessionTag),
+              (std::vector<LogLine>{
+                  {'I', kSessionTag, "QuPCAudioMessage::_setKORUInfoNotify", 0, "send notify koru info."}}));
     ASSERT_EQ(direct.stream.packets().size(), 1U);
     EXPECT_EQ(direct.stream.packets()[0].cmdType, 34);
     EXPECT_EQ(sent(), (Texts{{"accountID", "the account"},
@@ -109,8 +108,8 @@ TEST_F(DeviceInfo, ARecordWithoutACallbackOrContextIsRefused) {
         }
         LogCapture log;
         EXPECT_FALSE(direct.session.init(param)) << missing;
-        EXPECT_EQ(log.lines(kTag), (std::vector<LogLine>{{'E', kTag, "QuPCAudioMessage::init", 0,
-                                                          "param error, init failed."}}));
+        EXPECT_EQ(log.lines(kSessionTag), (std::vector<LogLine>{{'E', kSessionTag, "QuPCAudioMessage::init",
+                                                                 0, "param error, init failed."}}));
         EXPECT_EQ(direct.session.handle(), nullptr); // no connect was begun
     }
     EXPECT_TRUE(direct.stream.writes.empty());
@@ -153,8 +152,8 @@ TEST_F(DeviceInfo, AConnectUnderWayRefusesAnotherOneAndSaysSo) {
     ASSERT_TRUE(pipe.session->init(Host::record()));
     LogCapture log;
     EXPECT_FALSE(pipe.session->init(Host::record()));
-    EXPECT_EQ(log.lines(kTag),
-              (std::vector<LogLine>{{'E', kTag, "QuPCAudioMessage::init", 0, "connect failed 0."}}));
+    EXPECT_EQ(log.lines(kSessionTag),
+              (std::vector<LogLine>{{'E', kSessionTag, "QuPCAudioMessage::init", 0, "connect failed 0."}}));
     release->set_value();
 }
 

@@ -21,8 +21,6 @@ using wire::textEntry;
 
 namespace {
 
-constexpr const char* kTag = "Sonvia_PCAudioMessage";
-
 using Calls = std::vector<Host::Call>;
 
 std::vector<std::string> textsOf(const std::vector<LogLine>& lines) {
@@ -52,7 +50,7 @@ protected:
 TEST_F(Session, TheServiceFirstReceivesTheDeviceInformationWithNumberZero) {
     LogCapture log;
     connect();
-    EXPECT_EQ(textsOf(log.lines(kTag)),
+    EXPECT_EQ(textsOf(log.lines(kSessionTag)),
               (std::vector<std::string>{"I Connect successed, start recv.", "I send notify koru info."}));
     const wire::Packet first = pipe.waitForPackets(1).at(0);
     EXPECT_EQ(first.magic, 0x24);
@@ -81,7 +79,7 @@ TEST_F(Session, WithNoServiceListeningInitIsTrueAndTheHostHearsLater) {
     pipe.runLoop();
     ASSERT_TRUE(Host::waitForErrors(1));
     EXPECT_EQ(Host::errors(), (Calls{{-2, 0}}));
-    EXPECT_EQ(textsOf(log.lines(kTag)),
+    EXPECT_EQ(textsOf(log.lines(kSessionTag)),
               std::vector<std::string>{"E connect failed " + std::to_string(int{UV_ENOENT})});
 }
 
@@ -149,7 +147,7 @@ TEST_F(Session, AfterALostConnectionTheNextRecordIsTakenAndNoConnectionIsMade) {
     ASSERT_TRUE(Host::waitForErrors(1));
     LogCapture log;
     EXPECT_TRUE(pipe.session->init(Host::record()));
-    EXPECT_EQ(textsOf(log.lines(kTag)), std::vector<std::string>{"I send notify koru info."});
+    EXPECT_EQ(textsOf(log.lines(kSessionTag)), std::vector<std::string>{"I send notify koru info."});
     EXPECT_EQ(pipe.session->connects.load(), 1);
 }
 
@@ -285,7 +283,7 @@ TEST_F(Session, ServiceThatDoesNotReadCostsABoundedNumberOfUnsentBytes) {
         ++sent;
     }
     EXPECT_EQ(stuffed.session->refusedWrites.load(), 1);
-    const std::vector<LogLine> lines = log.lines(kTag);
+    const std::vector<LogLine> lines = log.lines(kSessionTag);
     EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
                             [](const LogLine& line) {
                                 return line.letter == 'E' && line.function == "QuPCAudioMessage::write";
@@ -319,7 +317,7 @@ TEST_F(Session, LoopThatIsStuckCostsABoundedNumberOfWaitingPacketsAndTheStopIsNo
     goOn.set_value();
     EXPECT_EQ(direct.loop->stop(), 0);
     loopThread.join();
-    const std::vector<LogLine> lines = log.lines(kTag);
+    const std::vector<LogLine> lines = log.lines(kSessionTag);
     EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
                             [](const LogLine& line) {
                                 return line.letter == 'E' &&

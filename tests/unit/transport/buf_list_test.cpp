@@ -1,3 +1,4 @@
+#include "support/transport/view_texts.h"
 #include "transport/buf_list.h"
 
 #include <gtest/gtest.h>
@@ -8,29 +9,9 @@
 #include <utility>
 #include <vector>
 
+using namespace support;
+
 namespace {
-
-using Texts = std::vector<std::string>;
-
-OBufView viewOf(const std::string& text) {
-    return OBufView::make(text.data(), text.size());
-}
-
-OBufList listOf(const Texts& texts) {
-    OBufList list;
-    for (const std::string& text : texts) {
-        list.push_back(viewOf(text));
-    }
-    return list;
-}
-
-Texts textsOf(const OBufList& list) {
-    Texts texts;
-    for (const OBufView& view : list) {
-        texts.emplace_back(reinterpret_cast<const char*>(view.data()), static_cast<std::size_t>(view.length));
-    }
-    return texts;
-}
 
 /// "0", "1", ... : lists of every size around the one from which on views need memory of their own.
 Texts numbers(std::size_t count) {
@@ -47,7 +28,7 @@ constexpr std::size_t kSizes = 9;
 
 TEST(BufList, KeepsViewsInTheOrderInWhichTheyWereAdded) {
     for (std::size_t size = 0; size < kSizes; ++size) {
-        const OBufList list = listOf(numbers(size));
+        const OBufList list = listOfTexts(numbers(size));
         EXPECT_EQ(list.size(), size);
         EXPECT_EQ(list.empty(), size == 0);
         EXPECT_EQ(textsOf(list), numbers(size));
@@ -60,7 +41,7 @@ TEST(BufList, KeepsViewsInTheOrderInWhichTheyWereAdded) {
 
 TEST(BufList, CopiesShareTheBlocksAndMovesEmptyTheSource) {
     for (std::size_t size = 0; size < kSizes; ++size) {
-        OBufList list = listOf(numbers(size));
+        OBufList list = listOfTexts(numbers(size));
         OBufList copy = list;
         EXPECT_EQ(textsOf(copy), numbers(size));
         for (std::size_t index = 0; index < size; ++index) {
@@ -80,8 +61,8 @@ TEST(BufList, CopiesShareTheBlocksAndMovesEmptyTheSource) {
 TEST(BufList, AppendMovesAllViewsBehindThoseThatAreThere) {
     for (std::size_t first = 0; first < kSizes; ++first) {
         for (std::size_t second = 0; second < kSizes; ++second) {
-            OBufList list = listOf(numbers(first));
-            OBufList more = listOf(numbers(second));
+            OBufList list = listOfTexts(numbers(first));
+            OBufList more = listOfTexts(numbers(second));
             Texts expected = numbers(first);
             const Texts added = numbers(second);
             expected.insert(expected.end(), added.begin(), added.end());
@@ -95,7 +76,7 @@ TEST(BufList, AppendMovesAllViewsBehindThoseThatAreThere) {
 TEST(BufList, EraseTakesOutOneViewWhereverItIs) {
     for (std::size_t size = 1; size < kSizes; ++size) {
         for (std::size_t place = 0; place < size; ++place) {
-            OBufList list = listOf(numbers(size));
+            OBufList list = listOfTexts(numbers(size));
             Texts expected = numbers(size);
             expected.erase(expected.begin() + static_cast<std::ptrdiff_t>(place));
             list.erase(list.begin() + place);
@@ -105,11 +86,11 @@ TEST(BufList, EraseTakesOutOneViewWhereverItIs) {
 }
 
 TEST(BufList, ErasingToTheLastViewAndAddingAgainKeepsTheOrder) {
-    OBufList list = listOf(numbers(6));
+    OBufList list = listOfTexts(numbers(6));
     while (!list.empty()) {
         list.erase(list.begin());
     }
-    list.append(listOf(numbers(6)));
+    list.append(listOfTexts(numbers(6)));
     EXPECT_EQ(textsOf(list), numbers(6));
 }
 
@@ -118,7 +99,7 @@ TEST(BufList, WhatLeavesTheListIsReleased) {
         OBufView view = viewOf("x");
         const std::weak_ptr<ORefBuffer> block = std::exchange(view, {}).buffer;
         EXPECT_TRUE(block.expired());
-        OBufList list = listOf(numbers(size));
+        OBufList list = listOfTexts(numbers(size));
         const std::weak_ptr<ORefBuffer> last = list.back().buffer;
         const std::weak_ptr<ORefBuffer> first = list.front().buffer;
         list.erase(list.end() - 1);
@@ -132,8 +113,8 @@ TEST(BufList, WhatLeavesTheListIsReleased) {
 TEST(BufList, SwapExchangesListsOfAnySizes) {
     for (std::size_t first = 0; first < kSizes; ++first) {
         for (std::size_t second = 0; second < kSizes; ++second) {
-            OBufList one = listOf(numbers(first));
-            OBufList two = listOf(numbers(second));
+            OBufList one = listOfTexts(numbers(first));
+            OBufList two = listOfTexts(numbers(second));
             one.swap(two);
             EXPECT_EQ(textsOf(one), numbers(second));
             EXPECT_EQ(textsOf(two), numbers(first));

@@ -1,3 +1,4 @@
+#include "support/transport/view_texts.h"
 #include "transport/buf_reader.h"
 
 #include <gtest/gtest.h>
@@ -8,27 +9,9 @@
 #include <string>
 #include <vector>
 
+using namespace support;
+
 namespace {
-
-OBufView viewOf(const std::string& text) {
-    return OBufView::make(text.data(), text.size());
-}
-
-OBufList listOf(const std::vector<std::string>& pieces) {
-    OBufList list;
-    for (const std::string& piece : pieces) {
-        list.push_back(viewOf(piece));
-    }
-    return list;
-}
-
-std::vector<std::string> textsOf(const OBufList& list) {
-    std::vector<std::string> texts;
-    for (const OBufView& view : list) {
-        texts.emplace_back(reinterpret_cast<const char*>(view.data()), static_cast<std::size_t>(view.length));
-    }
-    return texts;
-}
 
 std::string contiguous(OBufReader& reader, std::uint64_t n) {
     const std::uint8_t* run = nullptr;
@@ -36,10 +19,8 @@ std::string contiguous(OBufReader& reader, std::uint64_t n) {
     return {reinterpret_cast<const char*>(run), static_cast<std::size_t>(n)};
 }
 
-using Texts = std::vector<std::string>;
-
 TEST(BufReader, StartsAtTheFirstViewOfTheList) {
-    OBufReader reader(listOf({"abc", "defgh"}));
+    OBufReader reader(listOfTexts({"abc", "defgh"}));
     EXPECT_EQ(reader.total, 8U);
     EXPECT_EQ(reader.posInView, 0U);
     EXPECT_EQ(reader.consumed, 0U);
@@ -56,7 +37,7 @@ TEST(BufReader, StartsAtTheOneView) {
 }
 
 TEST(BufReader, SixBytesOfThreeAndFiveAreTwoSlicesOfThree) {
-    OBufReader reader(listOf({"abc", "defgh"}));
+    OBufReader reader(listOfTexts({"abc", "defgh"}));
     OBufList out;
     ASSERT_TRUE(reader.read(6, out));
     EXPECT_EQ(textsOf(out), Texts({"abc", "def"}));
@@ -66,7 +47,7 @@ TEST(BufReader, SixBytesOfThreeAndFiveAreTwoSlicesOfThree) {
 }
 
 TEST(BufReader, SlicesShareTheBlocks) {
-    OBufReader reader(listOf({"abc", "defgh"}));
+    OBufReader reader(listOfTexts({"abc", "defgh"}));
     OBufList out;
     ASSERT_TRUE(reader.read(4, out));
     EXPECT_EQ(out.front().buffer, reader.views.front().buffer);
@@ -74,7 +55,7 @@ TEST(BufReader, SlicesShareTheBlocks) {
 }
 
 TEST(BufReader, ReadUpToTheEndOfAViewGoesOnToTheNext) {
-    OBufReader reader(listOf({"abc", "defgh"}));
+    OBufReader reader(listOfTexts({"abc", "defgh"}));
     OBufList out;
     ASSERT_TRUE(reader.read(3, out));
     EXPECT_EQ(reader.current, std::next(reader.views.begin()));
@@ -82,7 +63,7 @@ TEST(BufReader, ReadUpToTheEndOfAViewGoesOnToTheNext) {
 }
 
 TEST(BufReader, ReadOfEverythingEndsPastTheLastView) {
-    OBufReader reader(listOf({"abc", "defgh"}));
+    OBufReader reader(listOfTexts({"abc", "defgh"}));
     OBufList out;
     ASSERT_TRUE(reader.read(8, out));
     EXPECT_EQ(reader.current, reader.views.end());
@@ -93,7 +74,7 @@ TEST(BufReader, ReadOfEverythingEndsPastTheLastView) {
 }
 
 TEST(BufReader, EmptyViewsAreSteppedOver) {
-    OBufReader reader(listOf({"", "ab", "", "", "cd", ""}));
+    OBufReader reader(listOfTexts({"", "ab", "", "", "cd", ""}));
     OBufList out;
     ASSERT_TRUE(reader.read(3, out));
     EXPECT_EQ(textsOf(out), Texts({"ab", "c"}));
@@ -103,7 +84,7 @@ TEST(BufReader, EmptyViewsAreSteppedOver) {
 
 TEST(BufReader, ReadClearsTheListItIsGiven) {
     OBufReader reader(viewOf("abc"));
-    OBufList out = listOf({"old"});
+    OBufList out = listOfTexts({"old"});
     ASSERT_TRUE(reader.read(2, out));
     EXPECT_EQ(textsOf(out), Texts({"ab"}));
     EXPECT_FALSE(reader.read(2, out));
@@ -111,7 +92,7 @@ TEST(BufReader, ReadClearsTheListItIsGiven) {
 }
 
 TEST(BufReader, ReadBeyondTheTotalFailsAndConsumesNothing) {
-    OBufReader reader(listOf({"abc", "defgh"}));
+    OBufReader reader(listOfTexts({"abc", "defgh"}));
     OBufList out;
     ASSERT_TRUE(reader.read(4, out));
     EXPECT_FALSE(reader.read(5, out));
@@ -154,7 +135,7 @@ TEST(BufReader, ReaderOverNothingGivesNothing) {
 }
 
 TEST(BufReader, ReadBytesCopiesAcrossViews) {
-    OBufReader reader(listOf({"abc", "defgh", "ij"}));
+    OBufReader reader(listOfTexts({"abc", "defgh", "ij"}));
     std::array<char, 7> bytes = {};
     ASSERT_TRUE(reader.readBytes(nullptr, 2)); // skipped
     ASSERT_TRUE(reader.readBytes(bytes.data(), 7));
@@ -163,7 +144,7 @@ TEST(BufReader, ReadBytesCopiesAcrossViews) {
 }
 
 TEST(BufReader, ContiguousBytesInsideAViewAreNotCopied) {
-    OBufReader reader(listOf({"abcd", "efgh"}));
+    OBufReader reader(listOfTexts({"abcd", "efgh"}));
     const std::uint8_t* first = nullptr;
     const std::uint8_t* second = nullptr;
     ASSERT_TRUE(reader.readContiguous(&first, 1));
@@ -175,7 +156,7 @@ TEST(BufReader, ContiguousBytesInsideAViewAreNotCopied) {
 }
 
 TEST(BufReader, ContiguousBytesAcrossViewsEqualTheCopiedOnes) {
-    const OBufList list = listOf({"abc", "defgh"});
+    const OBufList list = listOfTexts({"abc", "defgh"});
     OBufReader copying{OBufList(list)};
     OBufReader pointing{OBufList(list)};
     std::array<char, 6> bytes = {};
@@ -191,7 +172,7 @@ TEST(BufReader, ContiguousBytesAcrossViewsEqualTheCopiedOnes) {
 }
 
 TEST(BufReader, ContiguousReadAfterOneThatEndedAViewUsesTheNextView) {
-    OBufReader reader(listOf({"abc", "defgh"}));
+    OBufReader reader(listOfTexts({"abc", "defgh"}));
     EXPECT_EQ(contiguous(reader, 3), "abc");
     EXPECT_EQ(contiguous(reader, 2), "de");
     OBufList out;
@@ -219,7 +200,7 @@ TEST(BufReader, EverySplitOfAStreamGivesTheSameBytes) {
     for (std::size_t a = 0; a <= stream.size(); ++a) {
         for (std::size_t b = a; b <= stream.size(); ++b) {
             const Texts pieces = {stream.substr(0, a), stream.substr(a, b - a), stream.substr(b)};
-            OBufReader reader(listOf(pieces));
+            OBufReader reader(listOfTexts(pieces));
             std::string joined = contiguous(reader, 2);
             OBufList out;
             ASSERT_TRUE(reader.read(3, out));
@@ -242,7 +223,7 @@ TEST(BufReader, ViewThatHasLostItsBlockIsNeverCopiedFrom) {
     const std::uint8_t* run = nullptr;
     OBufReader whole(lost);
     EXPECT_FALSE(whole.readContiguous(&run, 2));
-    OBufList pieces = listOf(Texts{"ab"});
+    OBufList pieces = listOfTexts(Texts{"ab"});
     pieces.push_back(lost);
     OBufReader across(std::move(pieces));
     EXPECT_FALSE(across.readContiguous(&run, 4));

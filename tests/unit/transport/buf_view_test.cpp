@@ -1,3 +1,4 @@
+#include "support/transport/view_texts.h"
 #include "transport/buf_view.h"
 
 #include <gtest/gtest.h>
@@ -5,18 +6,12 @@
 #include <limits>
 #include <string>
 
+using namespace support;
+
 namespace {
 
 constexpr std::uint64_t kMoreThanThereIs = std::numeric_limits<std::uint64_t>::max() / 4;
 constexpr std::uint64_t kLargest = std::numeric_limits<std::uint64_t>::max();
-
-OBufView viewOf(const std::string& text) {
-    return OBufView::make(text.data(), text.size());
-}
-
-std::string textOf(const OBufView& view) {
-    return {reinterpret_cast<const char*>(view.data()), static_cast<std::size_t>(view.length)};
-}
 
 OBufView sliceOf(const OBufView& view, std::uint64_t from, std::uint64_t n) {
     OBufView out;
