@@ -75,7 +75,10 @@ install(DIRECTORY "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/" DESTINATION dev/bin COMPO
     REGEX "/(integration_)?taskkill.exe$" EXCLUDE)
 install(DIRECTORY "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/gallery" DESTINATION dev/bin COMPONENT dev)
 install(FILES "$<TARGET_FILE:sonvia_tap>" DESTINATION dev/tap COMPONENT dev)
-install(FILES "${PROJECT_SOURCE_DIR}/tools/lnav/sonvia.json" DESTINATION dev/tools COMPONENT dev)
+install(FILES
+    "${PROJECT_SOURCE_DIR}/tools/lnav/sonvia.json"
+    "${PROJECT_SOURCE_DIR}/tools/wireshark/qupc.lua"
+    DESTINATION dev/tools COMPONENT dev)
 install(DIRECTORY "${PROJECT_BINARY_DIR}/bin_alone" DESTINATION dev COMPONENT dev FILES_MATCHING PATTERN "*.exe")
 
 # Last, so that it sees all of the component's files.

@@ -83,6 +83,7 @@ RUNTIME = """bin/SonviaPCAudioDll.dll bin/sonvia-host.exe include/SonviaPCAudioD
 SYMBOLS = ["bin/SonviaPCAudioDll.pdb"]
 DEV = """dev/verify.cmd dev/bin/QuPCAudio.exe dev/bin/standin_child.exe dev/bin/SonviaPCAudioDll.dll
     dev/bin/gallery/happy.scenario dev/bin/support-bundle.exe dev/tap/SonviaPCAudioDll.dll dev/tools/sonvia.json
+    dev/bin/qupc-inspect.exe dev/tools/qupc.lua
     dev/bin/SonviaPCAudioDll.map dev/bin/integration_lifecycle.exe dev/bin/unit_transport.exe
     dev/bin/stress_hostile_service.exe
     dev/bin/no_service/unit_api.exe dev/bin_alone/unit_platform_alone.exe dev/bin/demo_host.exe
