@@ -6,6 +6,7 @@ DEV is a folder as the dev zip has it. The page's user works in its `bin`; a cop
 page that follows a comment "run", lines with a prompt are commands: ">" for cmd, which runs under Wine, "$" for a shell
 of this machine. The other lines are what the command before them prints: numbers and spaces are not compared, and "..."
 stands for any lines, or for the end of one. A comment "edit: FILE COPY OLD NEW" is a change that the page asks its reader for.
+A block after "run with PROGRAM" is left out where there is no such program.
 """
 import os
 import re
@@ -16,7 +17,7 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
 PAGE = ROOT / "docs" / "tools.md"
-STEP = re.compile(r"<!-- run -->\n```\w*\n(?P<block>.*?)```|<!-- edit: (?P<edit>.*?) -->", re.S)
+STEP = re.compile(r"<!-- run(?: with (?P<needs>\w+))? -->\n```\w*\n(?P<block>.*?)```|<!-- edit: (?P<edit>.*?) -->", re.S)
 END = "-- end of a command --"
 
 
@@ -100,6 +101,9 @@ def main(dev):
     for step in STEP.finditer(PAGE.read_text()):
         if step["edit"]:
             edit(step["edit"], folder)
+            continue
+        if step["needs"] and not shutil.which(step["needs"]):
+            print(f"SKIPPED: there is no {step['needs']}; ./test --all installs it\n{step['block']}")
             continue
         count += len(commands_of(step["block"]))
         found += differences(step["block"], folder)
