@@ -139,8 +139,8 @@ Bytes encode(const Entry& entry) {
     return encodeRaw(entry.key, entry.type, join({bigEndian(entry.value.size(), width), entry.value}));
 }
 
-Bytes encodeInt(const std::string& key, std::uint32_t value) {
-    return encodeRaw(key, kTypeInt, bigEndian(value, 4));
+Bytes encodeInt(const std::string& key, std::int64_t value) {
+    return encodeRaw(key, kTypeInt, bigEndian(static_cast<std::uint64_t>(value), 4));
 }
 
 Bytes encodeText(const std::string& key, const std::string& value) {

@@ -94,7 +94,8 @@ Bytes encodeStart(const std::string& key, std::uint8_t type);
 Bytes encodeRaw(const std::string& key, std::uint8_t type, const Bytes& value);
 /// An entry with the length, where the type has one, put in front of the value.
 Bytes encode(const Entry& entry);
-Bytes encodeInt(const std::string& key, std::uint32_t value);
+/// The low 32 bits of the value.
+Bytes encodeInt(const std::string& key, std::int64_t value);
 Bytes encodeText(const std::string& key, const std::string& value);
 Bytes encodeNested(const std::string& key, const Bytes& inner);
 

@@ -1,4 +1,5 @@
 #include "support/api/api_support.h"
+#include "oracle/bytes.h"
 
 namespace support {
 
@@ -13,7 +14,7 @@ std::unique_ptr<AudioServiceHandle> DirectHandle::withSession() {
     return made;
 }
 
-void DirectHandle::receive(const wire::Bytes& payload) {
+void DirectHandle::receive(const oracle::Bytes& payload) {
     record->session->onRead(chainOf(notify(payload)), 0);
 }
 

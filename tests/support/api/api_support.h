@@ -3,6 +3,7 @@
 
 #include "api/audio_service_handle.h"
 #include "api/live_handles.h"
+#include "oracle/bytes.h"
 #include "support/session/session_support.h"
 
 #include <atomic>
@@ -51,7 +52,7 @@ struct DirectHandle {
     /// As if the service had answered.
     void connected() { record->session->onConnect(nullptr, 0); }
 
-    void receive(const wire::Bytes& payload);
+    void receive(const oracle::Bytes& payload);
 
     RecordingSocket stream;
     ListedRecord record{withSession()};

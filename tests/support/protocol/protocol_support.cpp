@@ -1,15 +1,16 @@
 #include "support/protocol/protocol_support.h"
+#include "oracle/packets.h"
 
 #include <algorithm>
 #include <cstring>
 
 namespace support {
 
-OBufList chainOf(const wire::Bytes& bytes) {
+OBufList chainOf(const oracle::Bytes& bytes) {
     return chainOfPieces(bytes, bytes.size());
 }
 
-OBufList chainOfPieces(const wire::Bytes& bytes, std::size_t pieceSize) {
+OBufList chainOfPieces(const oracle::Bytes& bytes, std::size_t pieceSize) {
     OBufList chain;
     for (std::size_t at = 0; at < bytes.size(); at += pieceSize) {
         chain.push_back(OBufView::make(bytes.data() + at, std::min(pieceSize, bytes.size() - at)));
@@ -25,22 +26,22 @@ OBufView readOf(const std::uint8_t* bytes, std::size_t size) {
     return view;
 }
 
-wire::Bytes bytesOf(const OBufList& list) {
-    wire::Bytes bytes;
+oracle::Bytes bytesOf(const OBufList& list) {
+    oracle::Bytes bytes;
     for (const OBufView& view : list) {
         bytes.insert(bytes.end(), view.data(), view.data() + view.length);
     }
     return bytes;
 }
 
-std::vector<wire::Packet> RecordingSocket::packets() const {
+std::vector<oracle::Packet> RecordingSocket::packets() const {
     const std::lock_guard<std::mutex> lock(mMutex);
-    wire::Bytes all;
+    oracle::Bytes all;
     for (const OBufList& write : writes) {
-        const wire::Bytes bytes = bytesOf(write);
+        const oracle::Bytes bytes = bytesOf(write);
         all.insert(all.end(), bytes.begin(), bytes.end());
     }
-    return wire::takePackets(all);
+    return oracle::takePackets(all);
 }
 
 void RecordingProtocol::onPacket(const CtrlPacketHeader* header, const std::uint8_t* payload,
@@ -55,8 +56,8 @@ void RecordingProtocol::onPacket(const CtrlPacketHeader* header, const std::uint
     payloadPlaces.push_back(payload);
 }
 
-std::vector<wire::Packet> RecordingProtocol::packets() const {
-    std::vector<wire::Packet> packets;
+std::vector<oracle::Packet> RecordingProtocol::packets() const {
+    std::vector<oracle::Packet> packets;
     for (const Received& packet : received) {
         packets.push_back({packet.header.magic, packet.header.cmdType, packet.header.seq, packet.payload});
     }

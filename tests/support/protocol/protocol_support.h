@@ -2,10 +2,10 @@
 // arrives, and chains of views cut as a test wants them.
 #pragma once
 
+#include "oracle/packets.h"
 #include "protocol/ctrl_protocol.h"
 #include "transport/buf_list.h"
 #include "transport/socket.h"
-#include "unit/protocol/wire_bytes.h"
 
 #include <cstdint>
 #include <mutex>
@@ -15,12 +15,12 @@
 namespace support {
 
 /// A chain of one piece.
-OBufList chainOf(const wire::Bytes& bytes);
+OBufList chainOf(const oracle::Bytes& bytes);
 /// A chain of pieces of at most `pieceSize` bytes, each in a block of its own.
-OBufList chainOfPieces(const wire::Bytes& bytes, std::size_t pieceSize);
+OBufList chainOfPieces(const oracle::Bytes& bytes, std::size_t pieceSize);
 /// One read as the loop makes it: the bytes at the start of a block of 64 KB.
 OBufView readOf(const std::uint8_t* bytes, std::size_t size);
-wire::Bytes bytesOf(const OBufList& list);
+oracle::Bytes bytesOf(const OBufList& list);
 
 /// A stream that goes nowhere.
 class RecordingSocket : public OBaseSocket {
@@ -42,7 +42,7 @@ public:
     }
 
     /// All bytes written so far, cut into packets. Any thread.
-    std::vector<wire::Packet> packets() const;
+    std::vector<oracle::Packet> packets() const;
 
     std::vector<OBufList> writes; ///< not to be looked at while another thread may write
     bool accepts = true;
@@ -53,7 +53,7 @@ private:
 
 struct Received {
     CtrlPacketHeader header = {};
-    wire::Bytes payload;
+    oracle::Bytes payload;
     bool nullPayload = false;
 };
 
@@ -62,9 +62,9 @@ public:
     void onPacket(const CtrlPacketHeader* header, const std::uint8_t* payload, std::uint32_t length) override;
 
     /// Hands bytes over as one chunk of one piece.
-    void feed(const wire::Bytes& bytes) { DepackPacket(chainOf(bytes)); }
+    void feed(const oracle::Bytes& bytes) { DepackPacket(chainOf(bytes)); }
 
-    std::vector<wire::Packet> packets() const;
+    std::vector<oracle::Packet> packets() const;
 
     std::vector<Received> received;
     std::vector<const std::uint8_t*> payloadPlaces;

@@ -1,4 +1,6 @@
 #include "support/session/session_support.h"
+#include "oracle/entries.h"
+#include "oracle/packets.h"
 
 #include "log/write_log.h"
 #include "support/wait.h"
@@ -118,33 +120,43 @@ void setText(char (&field)[SONVIA_TEXT_SIZE], const std::string& text) {
     std::memcpy(field, text.data(), std::min(text.size(), sizeof field));
 }
 
-std::vector<std::pair<std::string, std::string>> koruInfoOf(const wire::Bytes& payload) {
+namespace {
+
+/// None of a payload that is not well formed to its end.
+std::vector<oracle::Entry> wholeEntries(const oracle::Bytes& payload) {
+    const oracle::Decoded decoded = oracle::decode(payload);
+    return decoded.fault ? std::vector<oracle::Entry>() : decoded.entries;
+}
+
+} // namespace
+
+std::vector<std::pair<std::string, std::string>> koruInfoOf(const oracle::Bytes& payload) {
     std::vector<std::pair<std::string, std::string>> texts;
-    const std::vector<wire::Entry> outer = wire::entriesOf(payload);
-    if (outer.size() != 1 || outer[0].key != "KORUInfo" || outer[0].type != wire::kTypeNested) {
+    const std::vector<oracle::Entry> outer = wholeEntries(payload);
+    if (outer.size() != 1 || outer[0].key != "KORUInfo" || outer[0].type != oracle::kTypeNested) {
         return texts;
     }
-    for (const wire::Entry& entry : wire::entriesOf(outer[0].value)) {
+    for (const oracle::Entry& entry : wholeEntries(outer[0].value)) {
         texts.emplace_back(entry.key,
-                           entry.type == wire::kTypeText ? wire::textOf(entry.value) : "<no text>");
+                           entry.type == oracle::kTypeText ? oracle::text(entry.value) : "<no text>");
     }
     return texts;
 }
 
-std::string accountOf(const wire::Bytes& payload) {
-    const std::vector<wire::Entry> entries = wire::entriesOf(payload);
-    if (entries.size() != 1 || entries[0].key != "accountID" || entries[0].type != wire::kTypeText) {
+std::string accountOf(const oracle::Bytes& payload) {
+    const std::vector<oracle::Entry> entries = wholeEntries(payload);
+    if (entries.size() != 1 || entries[0].key != "accountID" || entries[0].type != oracle::kTypeText) {
         return "<none>";
     }
-    return wire::textOf(entries[0].value);
+    return oracle::text(entries[0].value);
 }
 
-wire::Bytes notify(const wire::Bytes& payload) {
-    return wire::packet(34, 0, payload);
+oracle::Bytes notify(const oracle::Bytes& payload) {
+    return oracle::encodePacket(34, 0, payload);
 }
 
-void DirectSession::receive(const wire::Bytes& payload, std::uint16_t cmdType) {
-    session.onRead(chainOf(wire::packet(cmdType, 0, payload)), 0);
+void DirectSession::receive(const oracle::Bytes& payload, std::uint16_t cmdType) {
+    session.onRead(chainOf(oracle::encodePacket(cmdType, 0, payload)), 0);
 }
 
 bool LoggingSocket::write(const OBufList& list) {
@@ -189,11 +201,11 @@ std::shared_ptr<std::promise<void>> PipeSession::holdLoop() {
     return released;
 }
 
-std::vector<wire::Packet> PipeSession::waitForPackets(std::size_t count) {
-    std::vector<wire::Packet> packets;
+std::vector<oracle::Packet> PipeSession::waitForPackets(std::size_t count) {
+    std::vector<oracle::Packet> packets;
     EXPECT_TRUE(reaches(count, "packets", [&] {
-        wire::Bytes bytes = wire::bytesOf(peer->received());
-        packets = wire::takePackets(bytes);
+        oracle::Bytes bytes = oracle::bytesOf(peer->received());
+        packets = oracle::takePackets(bytes);
         return packets.size();
     }));
     return packets;

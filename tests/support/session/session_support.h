@@ -2,11 +2,11 @@
 #pragma once
 
 #include "SonviaPCAudioDll.h"
+#include "oracle/packets.h"
 #include "protocol/ctrl_protocol.h"
 #include "session/qu_pc_audio_message.h"
 #include "support/pipe_peer.h"
 #include "support/protocol/protocol_support.h"
-#include "unit/protocol/wire_bytes.h"
 
 #include <atomic>
 #include <cstdint>
@@ -54,10 +54,10 @@ std::atomic<std::uint16_t>& seriesFrom(std::uint16_t next);
 
 void setText(char (&field)[SONVIA_TEXT_SIZE], const std::string& text);
 /// The entries inside the one "KORUInfo" of a payload; empty when the payload is anything else.
-std::vector<std::pair<std::string, std::string>> koruInfoOf(const wire::Bytes& payload);
+std::vector<std::pair<std::string, std::string>> koruInfoOf(const oracle::Bytes& payload);
 /// The account id of a payload with that one entry; "<none>" for any other.
-std::string accountOf(const wire::Bytes& payload);
-wire::Bytes notify(const wire::Bytes& payload);
+std::string accountOf(const oracle::Bytes& payload);
+oracle::Bytes notify(const oracle::Bytes& payload);
 
 /// A stream that says "written" in the log at each write: for the order of lines and writes.
 struct LoggingSocket : RecordingSocket {
@@ -93,7 +93,7 @@ struct DirectSession {
         std::function<void()> whenReadStart;
     };
 
-    void receive(const wire::Bytes& payload, std::uint16_t cmdType = 34);
+    void receive(const oracle::Bytes& payload, std::uint16_t cmdType = 34);
 
     RecordingSocket stream;
     std::shared_ptr<OUVLoop> loop = std::make_shared<OUVLoop>();
@@ -114,9 +114,9 @@ public:
     /// Keeps the loop thread inside a task until the promise is set: no connect completes meanwhile.
     std::shared_ptr<std::promise<void>> holdLoop();
     /// Waits for at least `count` packets and gives all there are. Fewer fail the test.
-    std::vector<wire::Packet> waitForPackets(std::size_t count);
+    std::vector<oracle::Packet> waitForPackets(std::size_t count);
 
-    void sendToSession(const wire::Bytes& bytes) { peer->send(wire::textOf(bytes)); }
+    void sendToSession(const oracle::Bytes& bytes) { peer->send(oracle::text(bytes)); }
 
     testing::AssertionResult waitForStreamErrors(std::size_t count) const;
     /// Until so many connects have completed.

@@ -1,6 +1,8 @@
 // The exported functions on a handle with a session.
 
 #include "SonviaPCAudioDll.h"
+#include "oracle/entries.h"
+#include "oracle/packets.h"
 #include "support/api/api_support.h"
 #include "support/log_capture.h"
 #include "support/wait.h"
@@ -13,8 +15,8 @@
 #include <utility>
 
 using namespace support;
-using wire::intEntry;
-using wire::textEntry;
+using oracle::encodeInt;
+using oracle::encodeText;
 
 namespace {
 
@@ -43,9 +45,9 @@ TEST_F(Exports, GetStateOfAFreshHandleIsFour) {
 }
 
 TEST_F(Exports, GetStateIsWhatTheServiceReportedLast) {
-    direct.receive(intEntry("player-state", 2));
+    direct.receive(encodeInt("player-state", 2));
     EXPECT_EQ(getState(handle()), 2U);
-    direct.receive(intEntry("player-state", -1));
+    direct.receive(encodeInt("player-state", -1));
     EXPECT_EQ(getState(handle()), 0xFFFFFFFFU);
 }
 
@@ -53,21 +55,21 @@ TEST_F(Exports, GetSourceNameIsPhoneUntilTheServiceNamesOne) {
     LogCapture log;
     EXPECT_STREQ(getSourceName(handle()), "phone");
     EXPECT_EQ(textsOf(log.lines()), std::vector<std::string>{"D getSourceName getSourceName!"});
-    direct.receive(textEntry("phone-name", "Handset A"));
+    direct.receive(encodeText("phone-name", "Handset A"));
     EXPECT_STREQ(getSourceName(handle()), "Handset A");
 }
 
 TEST_F(Exports, GetSourceNameIsPhoneAgainAfterAnEmptyName) {
-    direct.receive(textEntry("phone-name", "Handset A"));
-    direct.receive(textEntry("phone-name", ""));
+    direct.receive(encodeText("phone-name", "Handset A"));
+    direct.receive(encodeText("phone-name", ""));
     EXPECT_STREQ(getSourceName(handle()), "phone");
 }
 
 TEST_F(Exports, GetSourceNameIsTheSameTextUntilAnotherNameComes) {
-    direct.receive(textEntry("phone-name", "Handset A"));
+    direct.receive(encodeText("phone-name", "Handset A"));
     const char* name = getSourceName(handle());
     EXPECT_EQ(getSourceName(handle()), name);
-    direct.receive(textEntry("phone-name", "Handset B"));
+    direct.receive(encodeText("phone-name", "Handset B"));
     EXPECT_STREQ(name, "Handset A"); // not pulled away under a host that reads
     EXPECT_STREQ(getSourceName(handle()), "Handset B");
 }
@@ -77,7 +79,7 @@ TEST_F(Exports, ExitAudioProjectionSendsItsNotify) {
     EXPECT_TRUE(exitAudioProjection(handle()));
     EXPECT_EQ(textsOf(log.lines()), std::vector<std::string>{"I exitAudioProjection exitAudioProjection"});
     EXPECT_EQ(direct.stream.packets(),
-              (std::vector<wire::Packet>{{0x24, 34, 1, intEntry("exitAudioProjection", 200005)}}));
+              (std::vector<oracle::Packet>{{0x24, 34, 1, encodeInt("exitAudioProjection", 200005)}}));
 }
 
 TEST_F(Exports, ExitAudioProjectionCountsFromOneApartFromTheSession) {
@@ -87,8 +89,8 @@ TEST_F(Exports, ExitAudioProjectionCountsFromOneApartFromTheSession) {
     exitAudioProjection(handle());
     exitAudioProjection(handle());
     std::vector<int> numbers;
-    for (const wire::Packet& packet : direct.stream.packets()) {
-        numbers.push_back(packet.seq);
+    for (const oracle::Packet& packet : direct.stream.packets()) {
+        numbers.push_back(packet.sequence);
     }
     EXPECT_EQ(numbers, (std::vector<int>{0, 1, 1, 2, 3}));
 }
@@ -98,9 +100,9 @@ TEST_F(Exports, TheSequenceOfTheExportsWrapsAfterSixteenBits) {
     for (int call = 0; call < 3; ++call) {
         exitAudioProjection(handle());
     }
-    EXPECT_EQ(direct.stream.packets().at(0).seq, 65535);
-    EXPECT_EQ(direct.stream.packets().at(1).seq, 0);
-    EXPECT_EQ(direct.stream.packets().at(2).seq, 1);
+    EXPECT_EQ(direct.stream.packets().at(0).sequence, 65535);
+    EXPECT_EQ(direct.stream.packets().at(1).sequence, 0);
+    EXPECT_EQ(direct.stream.packets().at(2).sequence, 1);
 }
 
 TEST_F(Exports, SetAccountIDGivesTheSessionsResult) {
@@ -193,7 +195,7 @@ TEST_F(LiveHandle, SetParamConnectsAndStartsTheThreadOnce) {
     ASSERT_EQ(names.waitForPackets(1).size(), 1U);
     setText(param.sn, "another");
     ASSERT_TRUE(setParam(handle, &param)); // who hears of the connection finds it made
-    const std::vector<wire::Packet> packets = names.waitForPackets(2);
+    const std::vector<oracle::Packet> packets = names.waitForPackets(2);
     ASSERT_EQ(packets.size(), 2U);
     EXPECT_EQ(koruInfoOf(packets[1].payload).at(4).second, "another");
     EXPECT_EQ(record->loopThread.get(), thread);
@@ -218,10 +220,10 @@ TEST_F(LiveHandle, TheServiceSeesTheProjectionEndAndTheStop) {
     EXPECT_TRUE(exitAudioProjection(handle));
     EXPECT_TRUE(end());
     ASSERT_TRUE(names.peer->waitForEnd());
-    const std::vector<wire::Packet> packets = names.waitForPackets(3);
+    const std::vector<oracle::Packet> packets = names.waitForPackets(3);
     ASSERT_EQ(packets.size(), 3U);
-    EXPECT_EQ(packets[1], (wire::Packet{0x24, 34, 1, intEntry("exitAudioProjection", 200005)}));
-    EXPECT_EQ(packets[2], (wire::Packet{0x24, 8193, 2, intEntry("StopSonviaAudioService", 200004)}));
+    EXPECT_EQ(packets[1], (oracle::Packet{0x24, 34, 1, encodeInt("exitAudioProjection", 200005)}));
+    EXPECT_EQ(packets[2], (oracle::Packet{0x24, 8193, 2, encodeInt("StopSonviaAudioService", 200004)}));
     EXPECT_TRUE(Host::errors().empty());
 }
 
@@ -240,13 +242,13 @@ TEST_F(LiveHandle, EveryOtherFunctionMayBeCalledInsideACallback) {
         EXPECT_TRUE(exitAudioProjection(handle));
         done = true;
     });
-    names.sendToSession(notify(intEntry("change-mode", 1)));
+    names.sendToSession(notify(encodeInt("change-mode", 1)));
     EXPECT_TRUE(eventually("the callback has returned", [&done] { return done.load(); }));
-    const std::vector<wire::Packet> packets = names.waitForPackets(4);
+    const std::vector<oracle::Packet> packets = names.waitForPackets(4);
     ASSERT_EQ(packets.size(), 4U);
     EXPECT_EQ(accountOf(packets[1].payload), "someoneount");
     EXPECT_EQ(koruInfoOf(packets[2].payload).size(), 6U);
-    EXPECT_EQ(packets[3], (wire::Packet{0x24, 34, 1, intEntry("exitAudioProjection", 200005)}));
+    EXPECT_EQ(packets[3], (oracle::Packet{0x24, 34, 1, encodeInt("exitAudioProjection", 200005)}));
 }
 
 TEST_F(LiveHandle, UninitRightAfterSetParamAlwaysEnds) {
@@ -281,7 +283,7 @@ TEST_F(LiveHandle, HostThreadsMayCallEverythingWhileTheLoopRuns) {
     }
     for (int mode = 0; mode < 200; ++mode) {
         names.sendToSession(
-            notify(wire::join({intEntry("change-mode", mode), textEntry("phone-name", "x")})));
+            notify(oracle::join({encodeInt("change-mode", mode), encodeText("phone-name", "x")})));
     }
     for (std::thread& thread : threads) {
         thread.join();

@@ -1,6 +1,8 @@
 // What uninitSonviaAudioService does, step by step.
 
 #include "api/life_cycle.h"
+#include "oracle/entries.h"
+#include "oracle/packets.h"
 #include "support/api/api_support.h"
 #include "support/log_capture.h"
 
@@ -45,8 +47,9 @@ TEST_F(ShutDown, WithoutAThreadItStillSendsTheStopAndReleasesTheProcess) {
     giveProcess(true);
     EXPECT_EQ(uninit(),
               (Texts{"I uninitSonviaAudioService", "I send StopSonviaAudioService notify!", "I stop loop!"}));
-    EXPECT_EQ(direct.stream.packets(),
-              (std::vector<wire::Packet>{{0x24, 8193, 1, wire::intEntry("StopSonviaAudioService", 200004)}}));
+    EXPECT_EQ(
+        direct.stream.packets(),
+        (std::vector<oracle::Packet>{{0x24, 8193, 1, oracle::encodeInt("StopSonviaAudioService", 200004)}}));
     EXPECT_TRUE(seen.released);
 }
 
@@ -76,7 +79,7 @@ TEST_F(ShutDown, TheStopTakesTheNextNumberOfTheExports) {
     exitAudioProjection(direct.handle);
     exitAudioProjection(direct.handle);
     uninit();
-    EXPECT_EQ(direct.stream.packets().back().seq, 3);
+    EXPECT_EQ(direct.stream.packets().back().sequence, 3);
 }
 
 TEST_F(ShutDown, TheThreadIsStoppedAndJoined) {
@@ -139,8 +142,8 @@ TEST_F(ShutDown, ADisconnectionWhileTheStopIsBeingSentIsNotReportedEither) {
     direct.record->session->init(Host::record());
     direct.record->session->setStream(&stream);
     uninit();
-    EXPECT_EQ(stream.packets(),
-              (std::vector<wire::Packet>{{0x24, 8193, 1, wire::intEntry("StopSonviaAudioService", 200004)}}));
+    EXPECT_EQ(stream.packets(), (std::vector<oracle::Packet>{
+                                    {0x24, 8193, 1, oracle::encodeInt("StopSonviaAudioService", 200004)}}));
     EXPECT_TRUE(Host::errors().empty());
 }
 

@@ -1,6 +1,7 @@
 // Handles that hosts release twice, use after the release, or release from several threads at once.
 
 #include "api/life_cycle.h"
+#include "oracle/entries.h"
 #include "support/api/api_support.h"
 #include "support/log_capture.h"
 #include "support/wait.h"
@@ -145,7 +146,7 @@ TEST(LiveHandles, TheStateIsKnownWithoutTheSessionUntilTheRelease) {
     LogCapture quiet;
     DirectHandle direct;
     EXPECT_EQ(liveHandles().playerState(direct.handle), 4U);
-    direct.receive(wire::intEntry("player-state", 2));
+    direct.receive(oracle::encodeInt("player-state", 2));
     EXPECT_EQ(liveHandles().playerState(direct.handle), 2U);
     direct.record->process = std::make_unique<BusyProcess>(
         [&direct] { EXPECT_EQ(liveHandles().playerState(direct.handle), HandleEntry::kAskSession); });
@@ -159,7 +160,7 @@ TEST(LiveHandles, AStateOfAllOnesIsReportedToo) {
     Host host;
     LogCapture quiet;
     DirectHandle direct;
-    direct.receive(wire::intEntry("player-state", -1));
+    direct.receive(oracle::encodeInt("player-state", -1));
     EXPECT_EQ(getState(direct.handle), 0xFFFFFFFFU);
 }
 
@@ -184,7 +185,7 @@ TEST(LiveHandles, APolledStateIsNeverThatOfAnotherSession) {
     for (std::uint32_t life = 0; life < kLives; ++life) {
         DirectHandle direct;
         handles.at(life) = direct.handle;
-        direct.receive(wire::intEntry("player-state", stateOf(life)));
+        direct.receive(oracle::encodeInt("player-state", stateOf(life)));
         EXPECT_TRUE(uninitSonviaAudioService(direct.handle));
         ++lives;
     }
@@ -219,7 +220,7 @@ TEST(LiveHandles, AReleaseUnderWayIsOneForEveryOtherThread) {
     Host host;
     LogCapture quiet;
     DirectHandle direct;
-    direct.receive(wire::intEntry("player-state", 2));
+    direct.receive(oracle::encodeInt("player-state", 2));
     std::uint32_t state = 0;
     direct.record->process = std::make_unique<BusyProcess>([&] { // which waits for the thread that releases
         std::thread other([&] {
@@ -236,7 +237,7 @@ TEST(LiveHandles, ACallbackUnderWayIsAnsweredUntilTheReleaseIsDone) {
     Host host;
     LogCapture quiet;
     DirectHandle direct;
-    direct.receive(wire::intEntry("player-state", 2));
+    direct.receive(oracle::encodeInt("player-state", 2));
     ASSERT_TRUE(startLoopThread(*direct.record));
     std::promise<std::uint32_t> state;
     direct.record->process = std::make_unique<BusyProcess>([&] {
@@ -250,7 +251,7 @@ TEST(LiveHandles, ACallbackIsAnsweredAlsoWhileTheReleaseWaitsForACall) {
     Host host;
     LogCapture quiet;
     DirectHandle direct;
-    direct.receive(wire::intEntry("player-state", 2));
+    direct.receive(oracle::encodeInt("player-state", 2));
     ASSERT_TRUE(startLoopThread(*direct.record));
     auto call = std::make_unique<HandleUse>(liveHandles().use(direct.handle));
     std::future<bool> release =

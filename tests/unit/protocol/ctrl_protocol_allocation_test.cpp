@@ -1,6 +1,8 @@
 // A packet of many pieces needs one run of memory. When there is none, that packet is lost and nothing else. And what
 // keeping the pieces takes: each one's own share, however many wait before it.
 
+#include "oracle/entries.h"
+#include "oracle/packets.h"
 #include "protocol/payload_index.h"
 #include "support/counted_malloc.h"
 #include "support/log_capture.h"
@@ -12,8 +14,8 @@
 #include <vector>
 
 using namespace support;
-using wire::Bytes;
-using wire::Packet;
+using oracle::Bytes;
+using oracle::Packet;
 
 namespace {
 
@@ -32,7 +34,8 @@ struct Outcome {
 Outcome feedWithFailure(int failing) {
     RecordingProtocol protocol;
     Outcome outcome;
-    OBufList pieces = chainOfPieces(wire::packet(kLost.cmdType, kLost.seq, kLost.payload), kPieceSize);
+    OBufList pieces =
+        chainOfPieces(oracle::encodePacket(kLost.command, kLost.sequence, kLost.payload), kPieceSize);
     LogCapture log;
     try {
         const CountedMalloc refusing(failing);
@@ -43,7 +46,7 @@ Outcome feedWithFailure(int failing) {
     for (const LogLine& line : log.lines("Sonvia_Default")) {
         outcome.told = outcome.told || line.text == "malloc size:50000 failed";
     }
-    protocol.feed(wire::packet(kNext.cmdType, kNext.seq, kNext.payload));
+    protocol.feed(oracle::encodePacket(kNext.command, kNext.sequence, kNext.payload));
     outcome.packets = protocol.packets();
     return outcome;
 }
@@ -95,8 +98,8 @@ TEST(DepackAllocation, WholePacketsInOneReadAndTheirIndexAllocateNothing) {
         int found = 0;
     };
 
-    const Bytes packet = wire::packet(34, 1, wire::intEntry("change-mode", 3));
-    const OBufView read = OBufView::make(wire::join({packet, packet}).data(), packet.size() * 2);
+    const Bytes packet = oracle::encodePacket(34, 1, oracle::encodeInt("change-mode", 3));
+    const OBufView read = OBufView::make(oracle::join({packet, packet}).data(), packet.size() * 2);
     Indexing protocol;
     CountedMalloc counted;
     protocol.DepackPacket(OBufList(1, read));

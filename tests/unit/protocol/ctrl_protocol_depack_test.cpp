@@ -1,5 +1,7 @@
 // Received bytes cut back into packets.
 
+#include "oracle/entries.h"
+#include "oracle/packets.h"
 #include "support/protocol/protocol_support.h"
 
 #include <gtest/gtest.h>
@@ -8,8 +10,8 @@
 #include <string>
 
 using namespace support;
-using wire::Bytes;
-using wire::packet;
+using oracle::Bytes;
+using oracle::encodePacket;
 
 namespace {
 
@@ -23,9 +25,9 @@ Bytes payloadOf(std::size_t size) {
 
 /// Packets of many kinds: empty, tiny, ordinary, unknown command, highest numbers, another magic.
 Bytes validStream() {
-    return wire::join({packet(34, 0, wire::intEntry("player-state", 2)), packet(1, 1, {}),
-                       packet(65504, 65535, {0}), packet(34, 2, payloadOf(40)), packet(65535, 256, {}),
-                       packet(0, 3, payloadOf(3), 0xFF)});
+    return oracle::join({encodePacket(34, 0, oracle::encodeInt("player-state", 2)), encodePacket(1, 1, {}),
+                         encodePacket(65504, 65535, {0}), encodePacket(34, 2, payloadOf(40)),
+                         encodePacket(65535, 256, {}), encodePacket(0, 3, payloadOf(3), 0xFF)});
 }
 
 } // namespace
@@ -43,12 +45,12 @@ TEST(Depack, HeaderFieldsAreBigEndian) {
 }
 
 TEST(Depack, ChunkOfEightBytesIsKeptUntilTheRestArrives) {
-    const Bytes whole = packet(34, 7, {1, 2, 3});
+    const Bytes whole = encodePacket(34, 7, {1, 2, 3});
     RecordingProtocol protocol;
     protocol.feed({whole.begin(), whole.begin() + 8});
     EXPECT_TRUE(protocol.received.empty());
     protocol.feed({whole.begin() + 8, whole.end()});
-    EXPECT_EQ(protocol.packets(), (std::vector<wire::Packet>{{0x24, 34, 7, {1, 2, 3}}}));
+    EXPECT_EQ(protocol.packets(), (std::vector<oracle::Packet>{{0x24, 34, 7, {1, 2, 3}}}));
 }
 
 TEST(Depack, HeaderAndBodyMayComeInSeparateChunks) {
@@ -58,19 +60,19 @@ TEST(Depack, HeaderAndBodyMayComeInSeparateChunks) {
     protocol.feed({8});
     EXPECT_TRUE(protocol.received.empty());
     protocol.feed({9});
-    EXPECT_EQ(protocol.packets(), (std::vector<wire::Packet>{{0x24, 34, 5, {8, 9}}}));
+    EXPECT_EQ(protocol.packets(), (std::vector<oracle::Packet>{{0x24, 34, 5, {8, 9}}}));
 }
 
 TEST(Depack, TwoPacketsInOneChunkComeInOrder) {
     RecordingProtocol protocol;
-    protocol.feed(wire::join({packet(34, 1, {1}), packet(35, 2, {2, 2})}));
-    EXPECT_EQ(protocol.packets(), (std::vector<wire::Packet>{{0x24, 34, 1, {1}}, {0x24, 35, 2, {2, 2}}}));
+    protocol.feed(oracle::join({encodePacket(34, 1, {1}), encodePacket(35, 2, {2, 2})}));
+    EXPECT_EQ(protocol.packets(), (std::vector<oracle::Packet>{{0x24, 34, 1, {1}}, {0x24, 35, 2, {2, 2}}}));
 }
 
 TEST(Depack, EverySplitIntoTwoChunksGivesTheSamePackets) {
     Bytes stream = validStream();
     Bytes copy = stream;
-    const std::vector<wire::Packet> expected = wire::takePackets(copy);
+    const std::vector<oracle::Packet> expected = oracle::takePackets(copy);
     ASSERT_EQ(expected.size(), 6U);
     for (std::size_t cut = 0; cut <= stream.size(); ++cut) {
         RecordingProtocol protocol;
@@ -82,9 +84,10 @@ TEST(Depack, EverySplitIntoTwoChunksGivesTheSamePackets) {
 }
 
 TEST(Depack, EverySplitIntoThreeChunksGivesTheSamePackets) {
-    const Bytes stream = wire::join({packet(34, 1, {1, 2, 3}), packet(2, 2, {}), packet(34, 3, {4})});
+    const Bytes stream =
+        oracle::join({encodePacket(34, 1, {1, 2, 3}), encodePacket(2, 2, {}), encodePacket(34, 3, {4})});
     Bytes copy = stream;
-    const std::vector<wire::Packet> expected = wire::takePackets(copy);
+    const std::vector<oracle::Packet> expected = oracle::takePackets(copy);
     for (std::ptrdiff_t first = 0; first <= std::ssize(stream); ++first) {
         for (std::ptrdiff_t second = first; second <= std::ssize(stream); ++second) {
             RecordingProtocol protocol;
@@ -99,7 +102,7 @@ TEST(Depack, EverySplitIntoThreeChunksGivesTheSamePackets) {
 TEST(Depack, EveryFixedChunkSizeGivesTheSamePackets) {
     const Bytes stream = validStream();
     Bytes copy = stream;
-    const std::vector<wire::Packet> expected = wire::takePackets(copy);
+    const std::vector<oracle::Packet> expected = oracle::takePackets(copy);
     for (std::size_t size = 1; size <= stream.size(); ++size) { // 1: split byte by byte
         RecordingProtocol protocol;
         for (OBufView& view : chainOfPieces(stream, size)) {
@@ -112,7 +115,7 @@ TEST(Depack, EveryFixedChunkSizeGivesTheSamePackets) {
 TEST(Depack, OneChunkOfManyPiecesGivesTheSamePackets) {
     const Bytes stream = validStream();
     Bytes copy = stream;
-    const std::vector<wire::Packet> expected = wire::takePackets(copy);
+    const std::vector<oracle::Packet> expected = oracle::takePackets(copy);
     for (std::size_t size = 1; size <= stream.size(); ++size) {
         RecordingProtocol protocol;
         protocol.DepackPacket(chainOfPieces(stream, size));
@@ -121,7 +124,7 @@ TEST(Depack, OneChunkOfManyPiecesGivesTheSamePackets) {
 }
 
 TEST(Depack, EmptyChunksAndEmptyPiecesChangeNothing) {
-    const Bytes whole = packet(34, 7, {1, 2});
+    const Bytes whole = encodePacket(34, 7, {1, 2});
     RecordingProtocol protocol;
     protocol.DepackPacket({});
     protocol.feed({whole.begin(), whole.begin() + 4});
@@ -130,13 +133,13 @@ TEST(Depack, EmptyChunksAndEmptyPiecesChangeNothing) {
     chunk.append(chainOf({whole.begin() + 4, whole.end()}));
     chunk.push_back({});
     protocol.DepackPacket(std::move(chunk));
-    EXPECT_EQ(protocol.packets(), (std::vector<wire::Packet>{{0x24, 34, 7, {1, 2}}}));
+    EXPECT_EQ(protocol.packets(), (std::vector<oracle::Packet>{{0x24, 34, 7, {1, 2}}}));
 }
 
 TEST(Depack, ThousandPacketsInOneChunkComeInOrder) {
     Bytes stream;
     for (std::uint16_t seq = 0; seq < 1000; ++seq) {
-        const Bytes next = packet(34, seq, payloadOf(seq % 50U));
+        const Bytes next = encodePacket(34, seq, payloadOf(seq % 50U));
         stream.insert(stream.end(), next.begin(), next.end());
     }
     RecordingProtocol protocol;
@@ -150,7 +153,7 @@ TEST(Depack, ThousandPacketsInOneChunkComeInOrder) {
 
 TEST(Depack, PacketOfSixteenMegabytesArrivesWhole) {
     const Bytes payload = payloadOf(16 * 1024 * 1024);
-    const Bytes stream = wire::join({packet(34, 1, payload), packet(34, 2, {9})});
+    const Bytes stream = oracle::join({encodePacket(34, 1, payload), encodePacket(34, 2, {9})});
     RecordingProtocol protocol;
     for (OBufView& read : chainOfPieces(stream, 65536)) {
         protocol.DepackPacket(OBufList(1, read));
@@ -163,7 +166,7 @@ TEST(Depack, PacketOfSixteenMegabytesArrivesWhole) {
 TEST(Depack, MagicOtherThanDollarIsAccepted) {
     for (int magic = 0; magic < 256; ++magic) {
         RecordingProtocol protocol;
-        protocol.feed(packet(34, 1, {5}, static_cast<std::uint8_t>(magic)));
+        protocol.feed(encodePacket(34, 1, {5}, static_cast<std::uint8_t>(magic)));
         ASSERT_EQ(protocol.received.size(), 1U);
         EXPECT_EQ(protocol.received[0].header.magic, magic);
     }
@@ -171,7 +174,7 @@ TEST(Depack, MagicOtherThanDollarIsAccepted) {
 
 TEST(Depack, SizeZeroGivesANullPayload) {
     RecordingProtocol protocol;
-    protocol.feed(packet(34, 1, {}));
+    protocol.feed(encodePacket(34, 1, {}));
     ASSERT_EQ(protocol.received.size(), 1U);
     EXPECT_TRUE(protocol.received[0].nullPayload);
     EXPECT_EQ(+protocol.received[0].header.size, 0U);
@@ -179,7 +182,7 @@ TEST(Depack, SizeZeroGivesANullPayload) {
 
 TEST(Depack, SizeZeroGivesANullPayloadBetweenFullPacketsToo) {
     RecordingProtocol protocol;
-    protocol.feed(wire::join({packet(1, 1, {1}), packet(2, 2, {}), packet(3, 3, {3})}));
+    protocol.feed(oracle::join({encodePacket(1, 1, {1}), encodePacket(2, 2, {}), encodePacket(3, 3, {3})}));
     ASSERT_EQ(protocol.received.size(), 3U);
     EXPECT_FALSE(protocol.received[0].nullPayload);
     EXPECT_TRUE(protocol.received[1].nullPayload);
@@ -187,7 +190,8 @@ TEST(Depack, SizeZeroGivesANullPayloadBetweenFullPacketsToo) {
 }
 
 TEST(Depack, BodyInsideOnePieceIsHandedUpInPlace) {
-    const OBufList chunk = chainOf(wire::join({packet(34, 1, {1, 2, 3}), packet(34, 2, {4, 5})}));
+    const OBufList chunk =
+        chainOf(oracle::join({encodePacket(34, 1, {1, 2, 3}), encodePacket(34, 2, {4, 5})}));
     const std::uint8_t* start = chunk.front().data();
     RecordingProtocol protocol;
     protocol.DepackPacket(chunk);
@@ -195,9 +199,9 @@ TEST(Depack, BodyInsideOnePieceIsHandedUpInPlace) {
 }
 
 TEST(Depack, BodyInsideALaterPieceIsHandedUpInPlaceToo) {
-    OBufList chunk = chainOf(packet(34, 1, {1, 2, 3}));
-    chunk.append(chainOf(packet(34, 2, {4, 5})));
-    const Bytes third = packet(34, 3, {6, 7, 8}); // the header ends one piece, the body is another one
+    OBufList chunk = chainOf(encodePacket(34, 1, {1, 2, 3}));
+    chunk.append(chainOf(encodePacket(34, 2, {4, 5})));
+    const Bytes third = encodePacket(34, 3, {6, 7, 8}); // the header ends one piece, the body is another one
     chunk.append(chainOf({third.begin(), third.begin() + 9}));
     chunk.append(chainOf({third.begin() + 9, third.end()}));
     const std::uint8_t* second = std::next(chunk.begin())->data();
@@ -211,35 +215,35 @@ TEST(Depack, BodyInsideALaterPieceIsHandedUpInPlaceToo) {
 
 TEST(Depack, PacketThatAHandlerFeedsIsDeliveredBeforeThoseThatFollow) {
     CtrlProtocol protocol;
-    std::vector<wire::Packet> packets;
+    std::vector<oracle::Packet> packets;
     protocol.setHandler([&](const CtrlPacketHeader* header, const std::uint8_t* payload,
                             std::uint32_t length) {
         packets.push_back({header->magic, header->cmdType, header->seq, Bytes(payload, payload + length)});
         if (header->seq == 1) {
-            protocol.DepackPacket(chainOf(packet(36, 7, {7, 7, 7})));
+            protocol.DepackPacket(chainOf(encodePacket(36, 7, {7, 7, 7})));
             EXPECT_EQ(+header->seq, 1); // still this packet's
             EXPECT_EQ(+header->size, 2U);
         }
     });
-    protocol.DepackPacket(chainOf(wire::join({packet(34, 1, {1, 1}), packet(35, 2, {2})})));
-    EXPECT_EQ(packets, (std::vector<wire::Packet>{
+    protocol.DepackPacket(chainOf(oracle::join({encodePacket(34, 1, {1, 1}), encodePacket(35, 2, {2})})));
+    EXPECT_EQ(packets, (std::vector<oracle::Packet>{
                            {0x24, 34, 1, {1, 1}}, {0x24, 36, 7, {7, 7, 7}}, {0x24, 35, 2, {2}}}));
 }
 
 TEST(Depack, WithoutAHandlerPacketsAreDropped) {
     CtrlProtocol protocol;
-    protocol.DepackPacket(chainOf(packet(34, 1, {1})));
+    protocol.DepackPacket(chainOf(encodePacket(34, 1, {1})));
 }
 
 TEST(Depack, TheHandlerGetsEachPacketOfTheBaseProtocol) {
     CtrlProtocol protocol;
-    std::vector<wire::Packet> packets;
+    std::vector<oracle::Packet> packets;
     protocol.setHandler([&](const CtrlPacketHeader* header, const std::uint8_t* payload,
                             std::uint32_t length) {
         packets.push_back({header->magic, header->cmdType, header->seq, Bytes(payload, payload + length)});
     });
-    protocol.DepackPacket(chainOf(wire::join({packet(34, 1, {1}), packet(35, 2, {2, 3})})));
-    EXPECT_EQ(packets, (std::vector<wire::Packet>{{0x24, 34, 1, {1}}, {0x24, 35, 2, {2, 3}}}));
+    protocol.DepackPacket(chainOf(oracle::join({encodePacket(34, 1, {1}), encodePacket(35, 2, {2, 3})})));
+    EXPECT_EQ(packets, (std::vector<oracle::Packet>{{0x24, 34, 1, {1}}, {0x24, 35, 2, {2, 3}}}));
 }
 
 TEST(Depack, HeaderRecordIsPacked) {

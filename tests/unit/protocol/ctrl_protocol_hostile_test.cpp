@@ -1,5 +1,6 @@
 // A peer that announces much and delivers little: what is kept grows with what has arrived and nothing else.
 
+#include "oracle/packets.h"
 #include "support/heap.h"
 #include "support/protocol/protocol_support.h"
 
@@ -12,7 +13,7 @@
 #include <vector>
 
 using namespace support;
-using wire::Bytes;
+using oracle::Bytes;
 
 namespace {
 
@@ -120,7 +121,7 @@ TEST(DepackHostile, PacketOfManyThousandReadsCostsEachReadOnlyItself) {
     const OBufView block = OBufView::make(payload.data(), payload.size());
     RecordingProtocol protocol;
     for (int packet = 0; packet < 2; ++packet) {
-        const Bytes header = wire::join({{0x24, 0, 34, 0, 1}, wire::bigEndian(10 * kReads, 4)});
+        const Bytes header = oracle::join({{0x24, 0, 34, 0, 1}, oracle::bigEndian(10 * kReads, 4)});
         for (const std::uint8_t byte : header) {
             protocol.feed({byte});
         }
@@ -136,7 +137,7 @@ TEST(DepackHostile, PacketOfManyThousandReadsCostsEachReadOnlyItself) {
 TEST(DepackHostile, BlocksAreLetGoWhenTheirPacketIsComplete) {
     RecordingProtocol protocol;
     ReadBlocks blocks;
-    const Bytes stream = wire::packet(34, 1, Bytes(200000, 3));
+    const Bytes stream = oracle::encodePacket(34, 1, Bytes(200000, 3));
     for (std::size_t at = 0; at < stream.size(); at += 65536) {
         protocol.DepackPacket(
             blocks.read(stream.data() + at, std::min<std::size_t>(65536, stream.size() - at)));
@@ -152,11 +153,11 @@ TEST(DepackHostile, DrippedAndCrowdedReadsInAnyMixtureGiveTheSamePackets) {
         Bytes payload(random() % 40000);
         std::generate(payload.begin(), payload.end(),
                       [&random] { return static_cast<std::uint8_t>(random()); });
-        const Bytes next = wire::packet(34, seq, payload);
+        const Bytes next = oracle::encodePacket(34, seq, payload);
         stream.insert(stream.end(), next.begin(), next.end());
     }
     Bytes copy = stream;
-    const std::vector<wire::Packet> expected = wire::takePackets(copy);
+    const std::vector<oracle::Packet> expected = oracle::takePackets(copy);
     for (int round = 0; round < 10; ++round) {
         RecordingProtocol protocol;
         for (std::size_t at = 0; at < stream.size();) {

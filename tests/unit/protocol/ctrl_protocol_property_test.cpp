@@ -1,5 +1,6 @@
 // What holds for any stream of packets: wherever the pipe cuts it, the same packets come out.
 
+#include "oracle/packets.h"
 #include "protocol/safety_data_deal.h"
 #include "support/effort.h"
 #include "support/log_capture.h"
@@ -16,7 +17,7 @@
 #include <vector>
 
 using namespace support;
-using wire::Bytes;
+using oracle::Bytes;
 
 namespace {
 
@@ -29,12 +30,12 @@ Bytes randomPayload(std::mt19937& random) {
     return randomBytes(random, random() % kLimits[kind == 0 ? 4 : kind % 4]);
 }
 
-std::vector<wire::Packet> randomPackets(std::mt19937& random) {
-    std::vector<wire::Packet> packets(random() % 20);
-    for (wire::Packet& packet : packets) {
+std::vector<oracle::Packet> randomPackets(std::mt19937& random) {
+    std::vector<oracle::Packet> packets(random() % 20);
+    for (oracle::Packet& packet : packets) {
         packet.magic = random() % 4 == 0 ? static_cast<std::uint8_t>(random()) : 0x24;
-        packet.cmdType = random() % 2 == 0 ? 34 : static_cast<std::uint16_t>(random());
-        packet.seq = static_cast<std::uint16_t>(random());
+        packet.command = random() % 2 == 0 ? 34 : static_cast<std::uint16_t>(random());
+        packet.sequence = static_cast<std::uint16_t>(random());
         packet.payload = randomPayload(random);
     }
     return packets;
@@ -77,17 +78,18 @@ std::shared_ptr<SafetyDataDeal> randomContext(std::mt19937& random) {
 const Bytes kRefused = {0, 6, 1, 0x20, 'b', 'a', 'd', '!', 'd', 'a', 't', 'a'};
 
 /// The packets as the sending end writes them, with refused ones in between.
-Bytes protectedStream(const std::vector<wire::Packet>& packets, std::mt19937& random) {
+Bytes protectedStream(const std::vector<oracle::Packet>& packets, std::mt19937& random) {
     RecordingSocket out;
     CtrlProtocol sender;
     sender.setStream(&out);
     sender.setSafetyDataDeal(randomContext(random));
     Bytes stream;
-    for (const wire::Packet& packet : packets) {
-        sender.sendCommand(packet.cmdType, packet.seq, chainOfPieces(packet.payload, 1 + random() % 5000));
+    for (const oracle::Packet& packet : packets) {
+        sender.sendCommand(packet.command, packet.sequence,
+                           chainOfPieces(packet.payload, 1 + random() % 5000));
         append(stream, bytesOf(out.writes.back()));
         if (random() % 5 == 0) {
-            append(stream, wire::packet(34, 0, kRefused));
+            append(stream, oracle::encodePacket(34, 0, kRefused));
         }
     }
     return stream;
@@ -100,12 +102,13 @@ TEST(DepackProperty, AnyCutOfAnyStreamGivesTheSamePackets) {
     for (int seed = 0; seed < streams; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         std::mt19937 random(static_cast<unsigned>(seed));
-        const std::vector<wire::Packet> packets = randomPackets(random);
+        const std::vector<oracle::Packet> packets = randomPackets(random);
         Bytes stream;
-        for (const wire::Packet& packet : packets) {
-            append(stream, wire::packet(packet.cmdType, packet.seq, packet.payload, packet.magic));
+        for (const oracle::Packet& packet : packets) {
+            append(stream,
+                   oracle::encodePacket(packet.command, packet.sequence, packet.payload, packet.magic));
         }
-        Bytes torn = wire::packet(34, 1, randomBytes(random, 30));
+        Bytes torn = oracle::encodePacket(34, 1, randomBytes(random, 30));
         torn.resize(random() % torn.size());
         append(stream, torn);
         for (int cut = 0; cut < kCutsOfEachStream; ++cut) {
@@ -123,8 +126,8 @@ TEST(DepackProperty, AnyCutOfAnyProtectedStreamGivesThePacketsThatWereSent) {
     for (int seed = 0; seed < streams; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         std::mt19937 random(static_cast<unsigned>(seed));
-        std::vector<wire::Packet> packets = randomPackets(random);
-        for (wire::Packet& packet : packets) {
+        std::vector<oracle::Packet> packets = randomPackets(random);
+        for (oracle::Packet& packet : packets) {
             packet.magic = 0x24; // a sender writes no other
         }
         const Bytes stream = protectedStream(packets, random);

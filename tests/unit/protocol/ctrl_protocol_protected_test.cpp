@@ -1,5 +1,7 @@
 // Packets with a protection context on either side of the framing.
 
+#include "oracle/entries.h"
+#include "oracle/packets.h"
 #include "protocol/safety_data_deal.h"
 #include "support/log_capture.h"
 #include "support/protocol/protocol_support.h"
@@ -12,8 +14,8 @@
 #include <vector>
 
 using namespace support;
-using wire::Bytes;
-using wire::packet;
+using oracle::Bytes;
+using oracle::encodePacket;
 
 namespace {
 
@@ -55,13 +57,13 @@ struct Pair {
 
 TEST(ProtectedPackets, PayloadIsProtectedOnTheWayAndPlainAtTheEnd) {
     Pair pair;
-    pair.sender.sendCommand(34, 5, chainOfPieces(wire::bytesOf("a payload in pieces"), 4));
-    const wire::Packet sent = pair.stream.packets().at(0);
+    pair.sender.sendCommand(34, 5, chainOfPieces(oracle::bytesOf("a payload in pieces"), 4));
+    const oracle::Packet sent = pair.stream.packets().at(0);
     EXPECT_EQ(sent.payload.size(), 9U + 32U); // header of the protected message, two blocks
     EXPECT_EQ(Bytes(sent.payload.begin(), sent.payload.begin() + 4), (Bytes{0, 7, 1, 0xE0}));
     pair.transfer();
     EXPECT_EQ(pair.receiver.packets(),
-              (std::vector<wire::Packet>{{0x24, 34, 5, wire::bytesOf("a payload in pieces")}}));
+              (std::vector<oracle::Packet>{{0x24, 34, 5, oracle::bytesOf("a payload in pieces")}}));
 }
 
 TEST(ProtectedPackets, TheHeadersSizeCountsTheProtectedBytes) {
@@ -102,14 +104,14 @@ TEST(ProtectedPackets, PacketThatFailsItsIntegrityCheckIsDroppedAndTheNextOneIsD
     sender.setSafetyDataDeal(protection);
     sender.sendCommand(34, 1, chainOf({1, 1, 1}));
     sender.sendCommand(34, 2, chainOf({2, 2, 2}));
-    Bytes bytes = wire::join({bytesOf(stream.writes[0]), bytesOf(stream.writes[1])});
+    Bytes bytes = oracle::join({bytesOf(stream.writes[0]), bytesOf(stream.writes[1])});
     bytes[9 + 9] ^= 1; // the first data byte of the first packet
     RecordingProtocol receiver;
     receiver.setSafetyDataDeal(context());
     LogCapture log;
     receiver.feed(bytes);
     const std::vector<LogLine> lines = log.lines();
-    EXPECT_EQ(receiver.packets(), (std::vector<wire::Packet>{{0x24, 34, 2, {2, 2, 2}}}));
+    EXPECT_EQ(receiver.packets(), (std::vector<oracle::Packet>{{0x24, 34, 2, {2, 2, 2}}}));
     ASSERT_FALSE(lines.empty());
     EXPECT_EQ(lines.back(), (LogLine{'E', "Sonvia_Default", "CtrlProtocol::DepackPacket", 0,
                                      "cmdType:Notify size:25 decryptData failed"}));
@@ -119,7 +121,7 @@ TEST(ProtectedPackets, PlainPacketsAreDroppedByAProtectedReceiverWithOneLineEach
     RecordingProtocol receiver;
     receiver.setSafetyDataDeal(context());
     LogCapture log;
-    receiver.feed(wire::join({packet(65504, 1, {}), packet(35, 2, {1, 2})}));
+    receiver.feed(oracle::join({encodePacket(65504, 1, {}), encodePacket(35, 2, {1, 2})}));
     std::vector<std::string> texts;
     for (const LogLine& line : log.lines()) {
         if (line.function == "CtrlProtocol::DepackPacket") {
@@ -138,9 +140,9 @@ TEST(ProtectedPackets, PlainPayloadsThatBeginWithAKnownKeyAreDroppedHoweverLong)
     for (const char* key :
          {"accountID", "exitAudioProjection", "StopSonviaAudioService", "player-state", "first-audiopcm",
           "buffering-start", "buffering-end", "phone-name", "change-mode"}) {
-        receiver.feed(packet(34, 1, wire::intEntry(key, 1)));
+        receiver.feed(encodePacket(34, 1, oracle::encodeInt(key, 1)));
         for (const std::size_t size : {100U, 5000U, 70000U}) {
-            receiver.feed(packet(34, 1, wire::textEntry(key, std::string(size, 'x'))));
+            receiver.feed(encodePacket(34, 1, oracle::encodeText(key, std::string(size, 'x'))));
         }
     }
     EXPECT_TRUE(receiver.received.empty());
@@ -152,7 +154,8 @@ TEST(ProtectedPackets, PlainDeviceInformationIsDroppedUnlessItIsLongerThanItCanB
     const auto taken = [](std::size_t size) {
         RecordingProtocol receiver;
         receiver.setSafetyDataDeal(context());
-        receiver.feed(packet(34, 1, wire::entry({"KORUInfo", wire::kTypeNested, Bytes(size - 12)})));
+        receiver.feed(
+            encodePacket(34, 1, oracle::encode({"KORUInfo", oracle::kTypeNested, Bytes(size - 12)})));
         return !receiver.received.empty();
     };
     LogCapture quiet;
@@ -166,15 +169,15 @@ TEST(ProtectedPackets, PlainDeviceInformationIsDroppedUnlessItIsLongerThanItCanB
 TEST(ProtectedPackets, APlainPayloadWithAnEmptyFirstKeyMayPassForAMessage) {
     RecordingProtocol receiver;
     receiver.setSafetyDataDeal(context());
-    const Bytes rest = wire::intEntry("change-mode", 1);
-    receiver.feed(packet(34, 1, wire::join({wire::rawEntry("", 1, {0}), rest})));
-    EXPECT_EQ(receiver.packets(), (std::vector<wire::Packet>{{0x24, 34, 1, rest}}));
+    const Bytes rest = oracle::encodeInt("change-mode", 1);
+    receiver.feed(encodePacket(34, 1, oracle::join({oracle::encodeRaw("", 1, {0}), rest})));
+    EXPECT_EQ(receiver.packets(), (std::vector<oracle::Packet>{{0x24, 34, 1, rest}}));
 }
 
 TEST(ProtectedPackets, LengthHandedUpIsThatOfThePlainPayload) {
     RecordingProtocol receiver;
     receiver.setSafetyDataDeal(plainContext());
-    receiver.feed(packet(34, 1, {0, 1, 0, 7, 8})); // the shortest header: no flags
+    receiver.feed(encodePacket(34, 1, {0, 1, 0, 7, 8})); // the shortest header: no flags
     ASSERT_EQ(receiver.received.size(), 1U);
     EXPECT_EQ(receiver.received[0].payload, (Bytes{7, 8}));
     EXPECT_EQ(+receiver.received[0].header.size, 5U);
@@ -192,7 +195,7 @@ TEST(ProtectedPackets, TheCallersBytesAreNotProtectedInPlace) {
 
 TEST(ProtectedPackets, ThePayloadIsReleasedWhileTheStreamStillHoldsTheProtectedBytes) {
     Pair pair;
-    OBufList payload = chainOfPieces(wire::bytesOf("in pieces"), 4);
+    OBufList payload = chainOfPieces(oracle::bytesOf("in pieces"), 4);
     std::vector<std::weak_ptr<ORefBuffer>> blocks;
     for (const OBufView& piece : payload) {
         blocks.push_back(piece.buffer);
@@ -209,9 +212,9 @@ TEST(ProtectedPackets, TakingTheContextOffMakesPacketsPlainAgain) {
     pair.sender.setSafetyDataDeal(nullptr);
     pair.receiver.setSafetyDataDeal(nullptr);
     pair.sender.sendCommand(34, 1, chainOf({1}));
-    EXPECT_EQ(pair.stream.packets(), (std::vector<wire::Packet>{{0x24, 34, 1, {1}}}));
+    EXPECT_EQ(pair.stream.packets(), (std::vector<oracle::Packet>{{0x24, 34, 1, {1}}}));
     pair.transfer();
-    EXPECT_EQ(pair.receiver.packets(), (std::vector<wire::Packet>{{0x24, 34, 1, {1}}}));
+    EXPECT_EQ(pair.receiver.packets(), (std::vector<oracle::Packet>{{0x24, 34, 1, {1}}}));
 }
 
 TEST(ProtectedPackets, WithoutAStreamTheChainDoesNotAdvance) {
@@ -221,5 +224,5 @@ TEST(ProtectedPackets, WithoutAStreamTheChainDoesNotAdvance) {
     pair.sender.setStream(&pair.stream);
     pair.sender.sendCommand(34, 2, chainOf({4, 5, 6}));
     pair.transfer();
-    EXPECT_EQ(pair.receiver.packets(), (std::vector<wire::Packet>{{0x24, 34, 2, {4, 5, 6}}}));
+    EXPECT_EQ(pair.receiver.packets(), (std::vector<oracle::Packet>{{0x24, 34, 2, {4, 5, 6}}}));
 }

@@ -1,5 +1,6 @@
 // Commands packed and written to a stream.
 
+#include "oracle/packets.h"
 #include "protocol/key_value.h"
 #include "support/log_capture.h"
 #include "support/protocol/protocol_support.h"
@@ -9,7 +10,7 @@
 #include <memory>
 
 using namespace support;
-using wire::Bytes;
+using oracle::Bytes;
 
 TEST(SendCommand, EmptyPayloadWritesExactlyNineBytes) {
     RecordingSocket stream;
@@ -35,7 +36,7 @@ TEST(SendCommand, SizeIsTheSumOfAllPieces) {
     protocol.setStream(&stream);
     const Bytes payload(0x012345, 9);
     protocol.sendCommand(34, 1, chainOfPieces(payload, 1000));
-    EXPECT_EQ(stream.packets(), (std::vector<wire::Packet>{{0x24, 34, 1, payload}}));
+    EXPECT_EQ(stream.packets(), (std::vector<oracle::Packet>{{0x24, 34, 1, payload}}));
     const Bytes written = bytesOf(stream.writes[0]);
     EXPECT_EQ(Bytes(written.begin() + 5, written.begin() + 9), (Bytes{0x00, 0x01, 0x23, 0x45}));
 }
@@ -123,5 +124,5 @@ TEST(SendCommand, WhatIsSentIsReceivedAgain) {
         receiver.DepackPacket(write);
     }
     EXPECT_EQ(receiver.packets(),
-              (std::vector<wire::Packet>{{0x24, 34, 1, {1, 2}}, {0x24, 65535, 65535, {}}}));
+              (std::vector<oracle::Packet>{{0x24, 34, 1, {1, 2}}, {0x24, 65535, 65535, {}}}));
 }

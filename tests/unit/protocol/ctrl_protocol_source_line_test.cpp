@@ -1,5 +1,6 @@
 // The number in the bracket of a log line leads to the place in the source that wrote it.
 
+#include "oracle/packets.h"
 #include "protocol/safety_data_deal.h"
 #include "support/log_capture.h"
 #include "support/protocol/protocol_support.h"
@@ -14,7 +15,7 @@
 #include <vector>
 
 using namespace support;
-using wire::Bytes;
+using oracle::Bytes;
 
 namespace {
 
@@ -49,9 +50,9 @@ TEST(SourceLine, EveryLineAboutABadMessageNamesItsPlace) {
     RecordingProtocol receiver;
     receiver.setSafetyDataDeal(context());
     LogCapture log;
-    receiver.feed(wire::packet(34, 1, {1, 2}));                         // too short
-    receiver.feed(wire::packet(34, 2, {0, 9, 1, 0}));                   // a header larger than the message
-    receiver.feed(wire::packet(34, 3, {0, 6, 1, 0x20, 0, 0, 0, 0, 7})); // another integrity value
+    receiver.feed(oracle::encodePacket(34, 1, {1, 2}));       // too short
+    receiver.feed(oracle::encodePacket(34, 2, {0, 9, 1, 0})); // a header larger than the message
+    receiver.feed(oracle::encodePacket(34, 3, {0, 6, 1, 0x20, 0, 0, 0, 0, 7})); // another integrity value
     const std::vector<LogLine> lines = log.lines();
     EXPECT_EQ(lines.size(), 7U); // one, one and two from the message, and one each from its packet
     for (const LogLine& line : lines) {

@@ -1,7 +1,7 @@
 // The walk over a payload, which the index and the session's dispatch use.
 
+#include "oracle/entries.h"
 #include "protocol/entry_walk.h"
-#include "unit/protocol/wire_bytes.h"
 
 #include <gtest/gtest.h>
 
@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
+using oracle::Bytes;
 using protocol::EntryView;
-using wire::Bytes;
 
 namespace {
 
@@ -26,7 +26,7 @@ std::vector<EntryView> entriesOf(const Bytes& payload) {
 
 TEST(EntryWalk, VisitsEveryEntryWithItsKeyAndThePlaceOfItsType) {
     const Bytes payload =
-        wire::join({wire::intEntry("a", 1), wire::textEntry("bc", "x"), wire::intEntry("a", 2)});
+        oracle::join({oracle::encodeInt("a", 1), oracle::encodeText("bc", "x"), oracle::encodeInt("a", 2)});
     const std::vector<EntryView> entries = entriesOf(payload);
     ASSERT_EQ(entries.size(), 3U);
     EXPECT_EQ(entries[0].key(), "a");
@@ -37,8 +37,9 @@ TEST(EntryWalk, VisitsEveryEntryWithItsKeyAndThePlaceOfItsType) {
 }
 
 TEST(EntryWalk, AnEntryGivesItsValueToTheGetterOfItsTypeOnly) {
-    const Bytes payload = wire::join({wire::intEntry("number", -2), wire::textEntry("text", "Handset A"),
-                                      wire::rawEntry("byte", wire::kTypeByte, {200})});
+    const Bytes payload =
+        oracle::join({oracle::encodeInt("number", -2), oracle::encodeText("text", "Handset A"),
+                      oracle::encodeRaw("byte", oracle::kTypeByte, {200})});
     const std::vector<EntryView> entries = entriesOf(payload);
     ASSERT_EQ(entries.size(), 3U);
     EXPECT_EQ(entries[0].getInt(), -2);
@@ -66,8 +67,8 @@ TEST(EntryWalk, GivesUpWithinAFewThousandEntries) {
 }
 
 TEST(EntryWalk, EntryThatThePayloadTruncatesIsNotVisited) {
-    for (const Bytes& whole : {wire::textEntry("k", "text"), wire::intEntry("k", 1),
-                               wire::entry({"k", wire::kTypeNested, Bytes(300, 1)})}) {
+    for (const Bytes& whole : {oracle::encodeText("k", "text"), oracle::encodeInt("k", 1),
+                               oracle::encode({"k", oracle::kTypeNested, Bytes(300, 1)})}) {
         for (std::size_t size = 0; size < whole.size(); ++size) {
             // In memory of exactly that size, so that a sanitizer sees a read past it.
             const Bytes truncated(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));

@@ -1,5 +1,6 @@
 // Payloads as they are built.
 
+#include "oracle/entries.h"
 #include "protocol/key_value.h"
 #include "support/protocol/protocol_support.h"
 
@@ -8,7 +9,7 @@
 #include <string>
 
 using namespace support;
-using wire::Bytes;
+using oracle::Bytes;
 using Builder = CtrlProtocol::KeyValueBuf;
 
 namespace {
@@ -114,7 +115,7 @@ TEST(KeyValueBuf, KeyOf256BytesIsWrittenWithALengthByteOfZero) {
     const Bytes bytes = bytesFrom(builder);
     EXPECT_EQ(bytes[0], 0);
     EXPECT_EQ(bytes.size(), 1U + 256 + 1 + 4);
-    EXPECT_EQ(wire::textOf(Bytes(bytes.begin() + 1, bytes.begin() + 257)), std::string(256, 'k'));
+    EXPECT_EQ(oracle::text(Bytes(bytes.begin() + 1, bytes.begin() + 257)), std::string(256, 'k'));
 }
 
 TEST(KeyValueBuf, EmptyKeyIsWritten) {
@@ -131,8 +132,8 @@ TEST(KeyValueBuf, CallsChainOnOneBuffer) {
     EXPECT_EQ(&afterInt, &builder);
     EXPECT_EQ(&afterString, &builder);
     EXPECT_EQ(&afterNested, &builder);
-    const Bytes expected = wire::join(
-        {wire::intEntry("a", 1), wire::textEntry("b", "2"), wire::entry({"c", wire::kTypeNested, {}})});
+    const Bytes expected = oracle::join({oracle::encodeInt("a", 1), oracle::encodeText("b", "2"),
+                                         oracle::encode({"c", oracle::kTypeNested, {}})});
     EXPECT_EQ(bytesFrom(builder), expected);
 }
 
@@ -156,7 +157,7 @@ TEST(KeyValueBuf, FinishSharesTheStorage) {
 TEST(KeyValueBuf, FinishedBytesOutliveTheBuilder) {
     OBufList chain;
     Builder().addInt("a", 1).finish(chain);
-    EXPECT_EQ(bytesOf(chain), wire::intEntry("a", 1));
+    EXPECT_EQ(bytesOf(chain), oracle::encodeInt("a", 1));
 }
 
 TEST(KeyValueBuf, ANewBufferReserves255Bytes) {
@@ -198,7 +199,7 @@ TEST(KeyValueBuf, GrowingKeepsWhatWasWritten) {
     for (int index = 0; index < 500; ++index) {
         const std::string key = "key" + std::to_string(index);
         builder.addInt(key, static_cast<std::uint32_t>(index));
-        expected = wire::join({expected, wire::intEntry(key, index)});
+        expected = oracle::join({expected, oracle::encodeInt(key, index)});
     }
     EXPECT_EQ(bytesFrom(builder), expected);
 }
@@ -224,9 +225,9 @@ TEST(KeyValueBuf, EntriesAreTheSameWhetherTheyFitOrGrowTheStorage) {
         Builder builder;
         addEntryOfSize(builder, filled);
         builder.addInt("number", 0x01020304).addString("text", "value").addKeyValueBuf("nested", Builder());
-        const Bytes expected = wire::join(
-            {wire::textEntry("", std::string(filled - 6, 'x')), wire::intEntry("number", 0x01020304),
-             wire::textEntry("text", "value"), wire::entry({"nested", wire::kTypeNested, {}})});
+        const Bytes expected = oracle::join(
+            {oracle::encodeText("", std::string(filled - 6, 'x')), oracle::encodeInt("number", 0x01020304),
+             oracle::encodeText("text", "value"), oracle::encode({"nested", oracle::kTypeNested, {}})});
         EXPECT_EQ(bytesFrom(builder), expected) << filled;
     }
 }

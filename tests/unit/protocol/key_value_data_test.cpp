@@ -1,5 +1,6 @@
 // Received payloads indexed and read.
 
+#include "oracle/entries.h"
 #include "protocol/key_value.h"
 #include "support/log_capture.h"
 #include "support/protocol/protocol_support.h"
@@ -10,9 +11,9 @@
 #include <string>
 
 using namespace support;
-using wire::Bytes;
-using wire::intEntry;
-using wire::textEntry;
+using oracle::Bytes;
+using oracle::encodeInt;
+using oracle::encodeText;
 using Data = CtrlProtocol::KeyValueData;
 
 namespace {
@@ -49,7 +50,7 @@ Value textOf(const Data& data, const std::string& key) {
 
 Value bytesValueOf(const Data& data, const std::string& key) {
     Value value;
-    value.text = wire::textOf(bytesOf(data.getBytes(key, value.ok)));
+    value.text = oracle::text(bytesOf(data.getBytes(key, value.ok)));
     return value;
 }
 
@@ -73,8 +74,8 @@ TEST(KeyValueData, AnEmptyPayloadHasNoKeysAndEveryGetterFails) {
 }
 
 TEST(KeyValueData, EachGetterReadsItsType) {
-    const Data data(chainOf(wire::join({intEntry("int", -2), textEntry("text", "Handset A"),
-                                        wire::rawEntry("byte", wire::kTypeByte, {200})})));
+    const Data data(chainOf(oracle::join({encodeInt("int", -2), encodeText("text", "Handset A"),
+                                          oracle::encodeRaw("byte", oracle::kTypeByte, {200})})));
     EXPECT_EQ(intOf(data, "int"), (Value{true, -2, ""}));
     EXPECT_EQ(textOf(data, "text"), (Value{true, -1, "Handset A"}));
     EXPECT_EQ(bytesValueOf(data, "text"), (Value{true, -1, "Handset A"}));
@@ -82,36 +83,36 @@ TEST(KeyValueData, EachGetterReadsItsType) {
 }
 
 TEST(KeyValueData, GetIntIsSigned) {
-    const Data data(
-        chainOf(wire::join({intEntry("low", INT32_MIN), intEntry("high", INT32_MAX), intEntry("one", -1)})));
+    const Data data(chainOf(
+        oracle::join({encodeInt("low", INT32_MIN), encodeInt("high", INT32_MAX), encodeInt("one", -1)})));
     EXPECT_EQ(intOf(data, "low").number, INT32_MIN);
     EXPECT_EQ(intOf(data, "high").number, INT32_MAX);
     EXPECT_EQ(intOf(data, "one").number, -1);
 }
 
 TEST(KeyValueData, OfTwoEntriesWithOneKeyTheLaterWins) {
-    const Data data(chainOf(wire::join({intEntry("k", 1), intEntry("other", 5), intEntry("k", 2)})));
+    const Data data(chainOf(oracle::join({encodeInt("k", 1), encodeInt("other", 5), encodeInt("k", 2)})));
     EXPECT_EQ(intOf(data, "k"), (Value{true, 2, ""}));
     EXPECT_EQ(data.entries().size(), 2U);
 }
 
 TEST(KeyValueData, ALaterEntryOfAnotherTypeHidesTheEarlierOne) {
-    const Data data(chainOf(wire::join({intEntry("k", 1), textEntry("k", "x")})));
+    const Data data(chainOf(oracle::join({encodeInt("k", 1), encodeText("k", "x")})));
     EXPECT_EQ(intOf(data, "k"), kNoNumber);
     EXPECT_EQ(textOf(data, "k"), (Value{true, -1, "x"}));
 }
 
 TEST(KeyValueData, ALaterEntryOfAnUnknownTypeHidesNothing) {
-    const Data data(chainOf(wire::join({intEntry("k", 1), wire::rawEntry("k", 99, {})})));
+    const Data data(chainOf(oracle::join({encodeInt("k", 1), oracle::encodeRaw("k", 99, {})})));
     EXPECT_EQ(intOf(data, "k"), (Value{true, 1, ""}));
 }
 
 TEST(KeyValueData, GettersRefuseEveryTypeButTheirOwn) {
     for (int type = 0; type < 256; ++type) {
         const auto code = static_cast<std::uint8_t>(type);
-        const wire::Layout layout = wire::layoutOf(code);
+        const oracle::Layout layout = oracle::layoutOf(code);
         const std::size_t size = layout.lengthWidth != 0 ? 3 : layout.fixedWidth;
-        const Data data(chainOf(wire::entry({"k", code, Bytes(size, 'v')})));
+        const Data data(chainOf(oracle::encode({"k", code, Bytes(size, 'v')})));
         EXPECT_EQ(byteOf(data, "k").ok, type == 3) << type;
         EXPECT_EQ(intOf(data, "k").ok, type == 6) << type;
         EXPECT_EQ(textOf(data, "k").ok, type == 20) << type;
@@ -120,7 +121,7 @@ TEST(KeyValueData, GettersRefuseEveryTypeButTheirOwn) {
 }
 
 TEST(KeyValueData, AWrongTypeGivesZeroOrEmpty) {
-    const Data data(chainOf(wire::join({intEntry("int", 7), textEntry("text", "7777")})));
+    const Data data(chainOf(oracle::join({encodeInt("int", 7), encodeText("text", "7777")})));
     EXPECT_EQ(textOf(data, "int"), kNoText);
     EXPECT_EQ(bytesValueOf(data, "int"), kNoText);
     EXPECT_EQ(byteOf(data, "int"), kNoNumber);
@@ -128,7 +129,7 @@ TEST(KeyValueData, AWrongTypeGivesZeroOrEmpty) {
 }
 
 TEST(KeyValueData, TextOfLengthZeroIsFoundAndEmpty) {
-    const Data data(chainOf(textEntry("phone-name", "")));
+    const Data data(chainOf(encodeText("phone-name", "")));
     EXPECT_EQ(textOf(data, "phone-name"), (Value{true, -1, ""}));
     EXPECT_EQ(bytesValueOf(data, "phone-name"), (Value{true, -1, ""}));
 }
@@ -136,11 +137,11 @@ TEST(KeyValueData, TextOfLengthZeroIsFoundAndEmpty) {
 TEST(KeyValueData, EveryKnownTypeIsIndexedAtItsTypeByteAndSkippedByItsLayout) {
     for (int type = 0; type < 256; ++type) {
         const auto code = static_cast<std::uint8_t>(type);
-        const wire::Layout layout = wire::layoutOf(code);
+        const oracle::Layout layout = oracle::layoutOf(code);
         const std::size_t size = layout.lengthWidth != 0 ? 5 : layout.fixedWidth;
         const bool known = size != 0;
-        const Data data(chainOf(wire::join(
-            {intEntry("a", 1), wire::entry({"key", code, Bytes(size, 0xEE)}), intEntry("z", 26)})));
+        const Data data(chainOf(oracle::join(
+            {encodeInt("a", 1), oracle::encode({"key", code, Bytes(size, 0xEE)}), encodeInt("z", 26)})));
         std::map<std::string, std::uint32_t> expected = {{"a", 2}};
         std::uint32_t next = 7 + 5; // behind the first entry, and the key and type of the second
         if (known) {
@@ -162,7 +163,7 @@ TEST(KeyValueData, TheByteBehindTypeFifteenIsTheNextKeysLength) {
 
 TEST(KeyValueData, PrefixedValuesOfLengthZeroSkipNothing) {
     for (const std::uint8_t type : Bytes{12, 13, 14, 20, 21, 22}) {
-        const Data data(chainOf(wire::join({wire::entry({"k", type, {}}), intEntry("z", 1)})));
+        const Data data(chainOf(oracle::join({oracle::encode({"k", type, {}}), encodeInt("z", 1)})));
         EXPECT_EQ(data.entries().size(), 2U) << +type;
         EXPECT_EQ(intOf(data, "z"), (Value{true, 1, ""})) << +type;
     }
@@ -170,9 +171,10 @@ TEST(KeyValueData, PrefixedValuesOfLengthZeroSkipNothing) {
 
 TEST(KeyValueData, LengthThatRunsPastThePayloadIsNotIndexedAndEndsIt) {
     for (const std::uint8_t type : Bytes{12, 13, 14, 20, 21, 22}) {
-        const unsigned width = wire::layoutOf(type).lengthWidth;
-        const Bytes cut = wire::rawEntry("k", type, wire::join({wire::bigEndian(6, width), {1, 2, 3, 4, 5}}));
-        const Data data(chainOf(wire::join({intEntry("a", 1), cut})));
+        const unsigned width = oracle::layoutOf(type).lengthWidth;
+        const Bytes cut =
+            oracle::encodeRaw("k", type, oracle::join({oracle::bigEndian(6, width), {1, 2, 3, 4, 5}}));
+        const Data data(chainOf(oracle::join({encodeInt("a", 1), cut})));
         EXPECT_EQ(data.entries().size(), 1U) << +type;
         expectNothingAt(data, "k");
     }
@@ -180,31 +182,32 @@ TEST(KeyValueData, LengthThatRunsPastThePayloadIsNotIndexedAndEndsIt) {
 
 TEST(KeyValueData, TheGreatestLengthsAreSurvived) {
     for (const std::uint8_t type : Bytes{14, 20}) {
-        const unsigned width = wire::layoutOf(type).lengthWidth;
-        const Data data(chainOf(wire::rawEntry("k", type, wire::join({wire::bigEndian(~0ULL, width), {1}}))));
+        const unsigned width = oracle::layoutOf(type).lengthWidth;
+        const Data data(
+            chainOf(oracle::encodeRaw("k", type, oracle::join({oracle::bigEndian(~0ULL, width), {1}}))));
         EXPECT_TRUE(data.entries().empty());
         expectNothingAt(data, "k");
     }
 }
 
 TEST(KeyValueData, ACutLaterEntryLeavesTheEarlierOneInForce) {
-    const Bytes cut = wire::rawEntry("k", wire::kTypeInt, {0, 0, 0});
-    const Data data(chainOf(wire::join({intEntry("k", 1), cut})));
+    const Bytes cut = oracle::encodeRaw("k", oracle::kTypeInt, {0, 0, 0});
+    const Data data(chainOf(oracle::join({encodeInt("k", 1), cut})));
     EXPECT_EQ(intOf(data, "k"), (Value{true, 1, ""}));
 }
 
 TEST(KeyValueData, EveryTruncationOfAValidPayloadHoldsExactlyTheWholeEntries) {
-    const std::vector<Bytes> entries = {intEntry("player-state", 2),
-                                        textEntry("phone-name", "Handset A"),
-                                        wire::rawEntry("byte", wire::kTypeByte, {5}),
-                                        wire::rawEntry("none", 99, {}),
-                                        wire::entry({"KORUInfo", wire::kTypeNested, intEntry("n", 1)}),
-                                        wire::rawEntry("wide", 8, Bytes(8, 1))};
+    const std::vector<Bytes> entries = {encodeInt("player-state", 2),
+                                        encodeText("phone-name", "Handset A"),
+                                        oracle::encodeRaw("byte", oracle::kTypeByte, {5}),
+                                        oracle::encodeRaw("none", 99, {}),
+                                        oracle::encode({"KORUInfo", oracle::kTypeNested, encodeInt("n", 1)}),
+                                        oracle::encodeRaw("wide", 8, Bytes(8, 1))};
     Bytes payload;
     std::vector<std::pair<std::size_t, std::string>> ends; // where each known entry ends, and its key
     for (const Bytes& next : entries) {
-        payload = wire::join({payload, next});
-        const std::string key = wire::textOf(Bytes(next.begin() + 1, next.begin() + 1 + next[0]));
+        payload = oracle::join({payload, next});
+        const std::string key = oracle::text(Bytes(next.begin() + 1, next.begin() + 1 + next[0]));
         if (key != "none") {
             ends.emplace_back(payload.size(), key);
         }
@@ -221,8 +224,8 @@ TEST(KeyValueData, EveryTruncationOfAValidPayloadHoldsExactlyTheWholeEntries) {
 }
 
 TEST(KeyValueData, KeysAreOrderedByteByByte) {
-    const Data data(chainOf(wire::join({intEntry("b", 1), intEntry("\xC3\xA4", 1), intEntry("a", 1),
-                                        intEntry("B", 1), intEntry("ab", 1), intEntry("", 1)})));
+    const Data data(chainOf(oracle::join({encodeInt("b", 1), encodeInt("\xC3\xA4", 1), encodeInt("a", 1),
+                                          encodeInt("B", 1), encodeInt("ab", 1), encodeInt("", 1)})));
     std::vector<std::string> keys;
     for (const auto& [key, offset] : data.entries()) {
         keys.push_back(key);
@@ -232,14 +235,14 @@ TEST(KeyValueData, KeysAreOrderedByteByByte) {
 
 TEST(KeyValueData, KeysMayHoldAnyBytes) {
     const std::string key("a\0\xFF", 3);
-    const Data data(chainOf(intEntry(key, 3)));
+    const Data data(chainOf(encodeInt(key, 3)));
     EXPECT_EQ(intOf(data, key), (Value{true, 3, ""}));
     expectNothingAt(data, "a");
 }
 
 TEST(KeyValueData, EverySplitOfAPayloadIntoPiecesReadsTheSame) {
-    const Bytes payload = wire::join({intEntry("int", 0x01020304), textEntry("text", "Handset A"),
-                                      wire::rawEntry("byte", wire::kTypeByte, {7})});
+    const Bytes payload = oracle::join({encodeInt("int", 0x01020304), encodeText("text", "Handset A"),
+                                        oracle::encodeRaw("byte", oracle::kTypeByte, {7})});
     const Data whole(chainOf(payload));
     for (std::size_t size = 1; size <= payload.size(); ++size) {
         const Data data(chainOfPieces(payload, size));
@@ -251,7 +254,7 @@ TEST(KeyValueData, EverySplitOfAPayloadIntoPiecesReadsTheSame) {
 }
 
 TEST(KeyValueData, ThePayloadIsSharedAndNotCopied) {
-    const OBufList payload = chainOf(textEntry("k", "value"));
+    const OBufList payload = chainOf(encodeText("k", "value"));
     const Data data{OBufList(payload)};
     bool ok = false;
     const OBufList value = data.getBytes("k", ok);
@@ -260,7 +263,7 @@ TEST(KeyValueData, ThePayloadIsSharedAndNotCopied) {
 }
 
 TEST(KeyValueData, AViewIsTheTextWhereItLies) {
-    const OBufList payload = chainOf(wire::join({textEntry("k", "value"), intEntry("n", 1)}));
+    const OBufList payload = chainOf(oracle::join({encodeText("k", "value"), encodeInt("n", 1)}));
     const Data data{OBufList(payload)};
     bool ok = false;
     const std::string_view text = data.getView("k", ok);
@@ -272,7 +275,7 @@ TEST(KeyValueData, AViewIsTheTextWhereItLies) {
 }
 
 TEST(KeyValueData, AViewIsWholeWhereverThePayloadIsSplit) {
-    const Bytes payload = textEntry("key", "value");
+    const Bytes payload = encodeText("key", "value");
     for (std::size_t size = 1; size <= payload.size(); ++size) {
         const Data data(chainOfPieces(payload, size));
         bool ok = false;
@@ -285,14 +288,14 @@ TEST(KeyValueData, ValuesGivenOutOutliveTheIndex) {
     OBufList value;
     bool ok = false;
     {
-        const Data data(chainOf(textEntry("k", "value")));
+        const Data data(chainOf(encodeText("k", "value")));
         value = data.getBytes("k", ok);
     }
-    EXPECT_EQ(wire::textOf(bytesOf(value)), "value");
+    EXPECT_EQ(oracle::text(bytesOf(value)), "value");
 }
 
 TEST(KeyValueData, NestedBuffersAreIndexedAsOneEntry) {
-    const Data data(chainOf(wire::entry({"KORUInfo", wire::kTypeNested, intEntry("inner", 1)})));
+    const Data data(chainOf(oracle::encode({"KORUInfo", oracle::kTypeNested, encodeInt("inner", 1)})));
     EXPECT_EQ(data.entries().size(), 1U);
     EXPECT_EQ(data.entries().count("KORUInfo"), 1U);
     expectNothingAt(data, "KORUInfo");
@@ -308,7 +311,7 @@ TEST(KeyValueData, AKeyOf256BytesIsNotReadBackAndHarmsNobody) {
 }
 
 TEST(KeyValueData, PayloadsThatAreNoneAreReadInSilence) {
-    const Bytes valid = wire::join({intEntry("number", 7), textEntry("text", "abc")});
+    const Bytes valid = oracle::join({encodeInt("number", 7), encodeText("text", "abc")});
     LogCapture log;
     for (std::size_t size = 0; size <= valid.size(); ++size) {
         Bytes cut(valid.begin(), valid.begin() + static_cast<std::ptrdiff_t>(size));

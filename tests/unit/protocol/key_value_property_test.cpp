@@ -1,5 +1,6 @@
 // What holds for any payload: built entries are read back, and any bytes at all are survived.
 
+#include "oracle/entries.h"
 #include "protocol/key_value.h"
 #include "support/effort.h"
 #include "support/protocol/protocol_support.h"
@@ -13,7 +14,7 @@
 #include <string>
 
 using namespace support;
-using wire::Bytes;
+using oracle::Bytes;
 using Data = CtrlProtocol::KeyValueData;
 
 namespace {
@@ -41,18 +42,18 @@ void readEverything(const Data& data) {
 }
 
 /// Just the getter of the entry's type finds it.
-void requireValue(const Data& data, const wire::Entry& entry) {
+void requireValue(const Data& data, const oracle::Entry& entry) {
     bool ok = false;
     const std::uint8_t byte = data.getByte(entry.key, ok);
-    ASSERT_EQ(ok, entry.type == wire::kTypeByte);
+    ASSERT_EQ(ok, entry.type == oracle::kTypeByte);
     ASSERT_EQ(byte, ok ? entry.value[0] : 0);
     const std::int32_t number = data.getInt(entry.key, ok);
-    ASSERT_EQ(ok, entry.type == wire::kTypeInt);
-    ASSERT_EQ(number, ok ? wire::intOf(entry.value) : 0);
+    ASSERT_EQ(ok, entry.type == oracle::kTypeInt);
+    ASSERT_EQ(number, ok ? oracle::intOf(entry.value) : 0);
     const std::string text = data.getString(entry.key, ok);
-    ASSERT_EQ(ok, entry.type == wire::kTypeText);
-    ASSERT_EQ(text, ok ? wire::textOf(entry.value) : "");
-    ASSERT_EQ(bytesOf(data.getBytes(entry.key, ok)), wire::bytesOf(text));
+    ASSERT_EQ(ok, entry.type == oracle::kTypeText);
+    ASSERT_EQ(text, ok ? oracle::text(entry.value) : "");
+    ASSERT_EQ(bytesOf(data.getBytes(entry.key, ok)), oracle::bytesOf(text));
 }
 
 } // namespace
@@ -63,18 +64,18 @@ TEST(KeyValueProperty, WhatIsBuiltIsReadBackHoweverItIsCut) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         std::mt19937 random(static_cast<unsigned>(seed));
         CtrlProtocol::KeyValueBuf builder;
-        std::map<std::string, wire::Entry> last;
+        std::map<std::string, oracle::Entry> last;
         const std::size_t count = random() % 12;
         for (std::size_t index = 0; index < count; ++index) {
             const std::string key = keyOf(random);
             if (random() % 2 == 0) {
                 const auto value = static_cast<std::uint32_t>(random());
                 builder.addInt(key, value);
-                last[key] = {key, wire::kTypeInt, wire::bigEndian(value, 4)};
+                last[key] = {key, oracle::kTypeInt, oracle::bigEndian(value, 4)};
             } else {
                 const std::string value = randomText(random, 300);
                 builder.addString(key, value);
-                last[key] = {key, wire::kTypeText, wire::bytesOf(value)};
+                last[key] = {key, oracle::kTypeText, oracle::bytesOf(value)};
             }
         }
         OBufList chain;
@@ -83,10 +84,10 @@ TEST(KeyValueProperty, WhatIsBuiltIsReadBackHoweverItIsCut) {
         ASSERT_EQ(data.entries().size(), last.size());
         for (const auto& [key, entry] : last) {
             bool ok = false;
-            if (entry.type == wire::kTypeInt) {
-                ASSERT_EQ(data.getInt(key, ok), wire::intOf(entry.value));
+            if (entry.type == oracle::kTypeInt) {
+                ASSERT_EQ(data.getInt(key, ok), oracle::intOf(entry.value));
             } else {
-                ASSERT_EQ(data.getString(key, ok), wire::textOf(entry.value));
+                ASSERT_EQ(data.getString(key, ok), oracle::text(entry.value));
             }
             ASSERT_TRUE(ok);
         }
@@ -96,21 +97,21 @@ TEST(KeyValueProperty, WhatIsBuiltIsReadBackHoweverItIsCut) {
 
 TEST(KeyValueProperty, OfEntriesWithTheSameKeyTheLastOneWinsWhateverItsType) {
     constexpr std::uint8_t kTypes[] = {
-        0, wire::kTypeByte, 5, wire::kTypeInt, 8, wire::kTypeNested, wire::kTypeText, 22};
+        0, oracle::kTypeByte, 5, oracle::kTypeInt, 8, oracle::kTypeNested, oracle::kTypeText, 22};
     const int rounds = support::rounds(300, 30000);
     for (int seed = 0; seed < rounds; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         std::mt19937 random(static_cast<unsigned>(seed));
         Bytes payload;
-        std::map<std::string, wire::Entry> last;
+        std::map<std::string, oracle::Entry> last;
         for (int count = 0; count < 12; ++count) {
-            wire::Entry next{std::string(1, static_cast<char>('a' + random() % 3)),
-                             kTypes[random() % std::size(kTypes)], wire::bytesOf(randomText(random, 20))};
-            const wire::Layout layout = wire::layoutOf(next.type);
+            oracle::Entry next{std::string(1, static_cast<char>('a' + random() % 3)),
+                               kTypes[random() % std::size(kTypes)], oracle::bytesOf(randomText(random, 20))};
+            const oracle::Layout layout = oracle::layoutOf(next.type);
             if (layout.lengthWidth == 0) {
                 next.value.resize(layout.fixedWidth);
             }
-            payload = wire::join({payload, wire::entry(next)});
+            payload = oracle::join({payload, oracle::encode(next)});
             last[next.key] = next;
         }
         const Data data(chainOfPieces(payload, 1 + random() % 40));
@@ -126,19 +127,21 @@ TEST(KeyValueProperty, ThePlainDecoderOfTheTestsReadsWhatIsBuilt) {
     std::mt19937 random(20);
     for (int round = 0; round < 100; ++round) {
         CtrlProtocol::KeyValueBuf builder;
-        std::vector<wire::Entry> expected;
+        std::vector<oracle::Entry> expected;
         for (std::size_t index = random() % 8; index-- > 0;) {
             const std::string key = keyOf(random);
             const std::string value = randomText(random, 600);
             CtrlProtocol::KeyValueBuf inner;
             inner.addString(key, value);
             builder.addString(key, value).addKeyValueBuf(key, inner);
-            expected.push_back({key, wire::kTypeText, wire::bytesOf(value)});
-            expected.push_back({key, wire::kTypeNested, wire::textEntry(key, value)});
+            expected.push_back({key, oracle::kTypeText, oracle::bytesOf(value)});
+            expected.push_back({key, oracle::kTypeNested, oracle::encodeText(key, value)});
         }
         OBufList chain;
         builder.finish(chain);
-        ASSERT_EQ(wire::entriesOf(bytesOf(chain)), expected);
+        const oracle::Decoded decoded = oracle::decode(bytesOf(chain));
+        ASSERT_EQ(decoded.entries, expected);
+        ASSERT_FALSE(decoded.fault);
     }
 }
 
@@ -173,8 +176,8 @@ TEST(KeyValueProperty, AnyBytesAreSurvived) {
         readEverything(data);
         for (const auto& [key, offset] : data.entries()) {
             ASSERT_LT(offset, bytes.size());
-            ASSERT_TRUE(wire::layoutOf(bytes[offset]).lengthWidth != 0 ||
-                        wire::layoutOf(bytes[offset]).fixedWidth != 0);
+            ASSERT_TRUE(oracle::layoutOf(bytes[offset]).lengthWidth != 0 ||
+                        oracle::layoutOf(bytes[offset]).fixedWidth != 0);
         }
     }
     tried("random bytes as a payload", rounds, "payloads");

@@ -1,5 +1,5 @@
+#include "oracle/entries.h"
 #include "protocol/payload_index.h"
-#include "unit/protocol/wire_bytes.h"
 
 #include <gtest/gtest.h>
 
@@ -8,15 +8,15 @@
 #include <string>
 #include <vector>
 
+using oracle::Bytes;
 using protocol::PayloadIndex;
-using wire::Bytes;
 
 namespace {
 
 Bytes numberedEntries(const std::vector<std::string>& keys) {
     Bytes payload;
     for (std::size_t index = 0; index < keys.size(); ++index) {
-        const Bytes entry = wire::intEntry(keys[index], static_cast<std::int32_t>(index));
+        const Bytes entry = oracle::encodeInt(keys[index], static_cast<std::int32_t>(index));
         payload.insert(payload.end(), entry.begin(), entry.end());
     }
     return payload;

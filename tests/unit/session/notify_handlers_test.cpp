@@ -1,5 +1,6 @@
 // What each notification of the service does.
 
+#include "oracle/entries.h"
 #include "support/log_capture.h"
 #include "support/session/session_support.h"
 
@@ -8,10 +9,10 @@
 #include <string>
 
 using namespace support;
-using wire::Bytes;
-using wire::intEntry;
-using wire::join;
-using wire::textEntry;
+using oracle::Bytes;
+using oracle::encodeInt;
+using oracle::encodeText;
+using oracle::join;
 
 namespace {
 
@@ -39,32 +40,33 @@ protected:
 };
 
 const Bytes kAllSix =
-    join({intEntry("player-state", 2), textEntry("phone-name", "Handset A"), intEntry("first-audiopcm", 1),
-          intEntry("change-mode", 3), intEntry("buffering-start", 1), intEntry("buffering-end", 1)});
+    join({encodeInt("player-state", 2), encodeText("phone-name", "Handset A"), encodeInt("first-audiopcm", 1),
+          encodeInt("change-mode", 3), encodeInt("buffering-start", 1), encodeInt("buffering-end", 1)});
 
 } // namespace
 
 TEST_F(Notify, PlayerStateIsStoredAndLoggedWithoutACallback) {
     LogCapture log;
-    direct.receive(intEntry("player-state", 2));
+    direct.receive(encodeInt("player-state", 2));
     EXPECT_EQ(log.lines(), (std::vector<LogLine>{debugLine("handlePlayerState", "Player state is 2.")}));
     EXPECT_EQ(direct.session.getPlayerState(), 2U);
     EXPECT_TRUE(Host::events().empty());
 }
 
 TEST_F(Notify, PlayerStateKeepsAllThirtyTwoBits) {
-    direct.receive(intEntry("player-state", -1));
+    direct.receive(encodeInt("player-state", -1));
     EXPECT_EQ(direct.session.getPlayerState(), 0xFFFFFFFFU);
-    direct.receive(intEntry("player-state", INT32_MIN));
+    direct.receive(encodeInt("player-state", INT32_MIN));
     EXPECT_EQ(direct.session.getPlayerState(), 0x80000000U);
 }
 
 TEST_F(Notify, PlayerStateOfAnotherTypeStoresZero) {
-    const std::vector<Bytes> others = {textEntry("player-state", "2"), wire::rawEntry("player-state", 3, {2}),
-                                       wire::rawEntry("player-state", 7, {0, 0, 0, 2}),
-                                       wire::entry({"player-state", 14, intEntry("player-state", 2)})};
+    const std::vector<Bytes> others = {encodeText("player-state", "2"),
+                                       oracle::encodeRaw("player-state", 3, {2}),
+                                       oracle::encodeRaw("player-state", 7, {0, 0, 0, 2}),
+                                       oracle::encode({"player-state", 14, encodeInt("player-state", 2)})};
     for (const Bytes& other : others) {
-        direct.receive(intEntry("player-state", 7));
+        direct.receive(encodeInt("player-state", 7));
         LogCapture log;
         direct.receive(other);
         EXPECT_EQ(log.lines(), (std::vector<LogLine>{debugLine("handlePlayerState", "Player state is 0.")}));
@@ -74,7 +76,7 @@ TEST_F(Notify, PlayerStateOfAnotherTypeStoresZero) {
 
 TEST_F(Notify, FirstAudioIsAnEventWithValueZero) {
     LogCapture log;
-    direct.receive(intEntry("first-audiopcm", 17));
+    direct.receive(encodeInt("first-audiopcm", 17));
     EXPECT_EQ(log.lines(),
               (std::vector<LogLine>{debugLine("handleFirstPCM", "kKORUSinkInfoFirstAudioPCM.")}));
     EXPECT_EQ(Host::events(), (Calls{{200003, 0}}));
@@ -82,7 +84,7 @@ TEST_F(Notify, FirstAudioIsAnEventWithValueZero) {
 
 TEST_F(Notify, BufferingStartIsAnEventWithValueZero) {
     LogCapture log;
-    direct.receive(intEntry("buffering-start", 17));
+    direct.receive(encodeInt("buffering-start", 17));
     EXPECT_EQ(log.lines(),
               (std::vector<LogLine>{debugLine("handleBufferStart", "kKORUSinkInfoBufferingStart.")}));
     EXPECT_EQ(Host::events(), (Calls{{200001, 0}}));
@@ -90,7 +92,7 @@ TEST_F(Notify, BufferingStartIsAnEventWithValueZero) {
 
 TEST_F(Notify, BufferingEndIsAnEventWithValueZero) {
     LogCapture log;
-    direct.receive(intEntry("buffering-end", 17));
+    direct.receive(encodeInt("buffering-end", 17));
     EXPECT_EQ(log.lines(),
               (std::vector<LogLine>{debugLine("handleBufferEnd", "kKORUSinkInfoBufferingEnd.")}));
     EXPECT_EQ(Host::events(), (Calls{{200002, 0}}));
@@ -99,9 +101,9 @@ TEST_F(Notify, BufferingEndIsAnEventWithValueZero) {
 TEST_F(Notify, ValuesOfTheThreePlainEventsAreNeverRead) {
     for (const std::string key : {"first-audiopcm", "buffering-start", "buffering-end"}) {
         for (const std::uint8_t type : Bytes{0, 3, 4, 6, 7, 8, 12, 14, 20, 22}) {
-            const unsigned width = wire::layoutOf(type).fixedWidth;
+            const unsigned width = oracle::layoutOf(type).fixedWidth;
             Host fresh;
-            direct.receive(wire::entry({key, type, Bytes(width == 0 ? 5 : width, 0xEE)}));
+            direct.receive(oracle::encode({key, type, Bytes(width == 0 ? 5 : width, 0xEE)}));
             ASSERT_EQ(Host::events().size(), 1U) << key << " of type " << +type;
             EXPECT_EQ(Host::events()[0].second, 0);
         }
@@ -110,15 +112,15 @@ TEST_F(Notify, ValuesOfTheThreePlainEventsAreNeverRead) {
 
 TEST_F(Notify, ChangeModeIsAnEventWithTheMode) {
     LogCapture log;
-    direct.receive(intEntry("change-mode", 3));
+    direct.receive(encodeInt("change-mode", 3));
     EXPECT_EQ(log.lines(), (std::vector<LogLine>{debugLine("handleChangeMode", "change mode to 3.")}));
     EXPECT_EQ(Host::events(), (Calls{{200006, 3}}));
 }
 
 TEST_F(Notify, NegativeModeIsPassedAsItIs) {
     LogCapture log;
-    direct.receive(intEntry("change-mode", -3));
-    direct.receive(intEntry("change-mode", INT32_MIN));
+    direct.receive(encodeInt("change-mode", -3));
+    direct.receive(encodeInt("change-mode", INT32_MIN));
     EXPECT_EQ(log.lines(),
               (std::vector<LogLine>{debugLine("handleChangeMode", "change mode to -3."),
                                     debugLine("handleChangeMode", "change mode to -2147483648.")}));
@@ -126,38 +128,38 @@ TEST_F(Notify, NegativeModeIsPassedAsItIs) {
 }
 
 TEST_F(Notify, ChangeModeOfAnotherTypeIsAnEventWithModeZero) {
-    direct.receive(textEntry("change-mode", "3"));
+    direct.receive(encodeText("change-mode", "3"));
     EXPECT_EQ(Host::events(), (Calls{{200006, 0}}));
 }
 
 TEST_F(Notify, PhoneNameIsStoredWithoutALineOrACallback) {
     LogCapture log;
-    direct.receive(textEntry("phone-name", "Handset A"));
+    direct.receive(encodeText("phone-name", "Handset A"));
     EXPECT_TRUE(log.lines().empty());
     EXPECT_EQ(phoneName(), "Handset A");
     EXPECT_TRUE(Host::events().empty());
 }
 
 TEST_F(Notify, EmptyPhoneNameMakesTheStoredOneEmpty) {
-    direct.receive(textEntry("phone-name", "Handset A"));
-    direct.receive(textEntry("phone-name", ""));
+    direct.receive(encodeText("phone-name", "Handset A"));
+    direct.receive(encodeText("phone-name", ""));
     EXPECT_EQ(phoneName(), "<null>");
 }
 
 TEST_F(Notify, PhoneNameOfAnotherTypeKeepsTheStoredOne) {
-    direct.receive(textEntry("phone-name", "Handset A"));
-    direct.receive(intEntry("phone-name", 1));
+    direct.receive(encodeText("phone-name", "Handset A"));
+    direct.receive(encodeInt("phone-name", 1));
     EXPECT_EQ(phoneName(), "Handset A");
 }
 
 TEST_F(Notify, LongPhoneNameIsStoredWhole) {
     const std::string name(100000, 'n');
-    direct.receive(textEntry("phone-name", name));
+    direct.receive(encodeText("phone-name", name));
     EXPECT_EQ(phoneName(), name);
 }
 
 TEST_F(Notify, NameAndStateInOnePayloadAreBothStored) {
-    direct.receive(join({intEntry("player-state", 2), textEntry("phone-name", "Handset A")}));
+    direct.receive(join({encodeInt("player-state", 2), encodeText("phone-name", "Handset A")}));
     EXPECT_EQ(direct.session.getPlayerState(), 2U);
     EXPECT_EQ(phoneName(), "Handset A");
 }
@@ -185,14 +187,14 @@ TEST_F(Notify, NameAndStateAreStoredAfterTheEventsOfTheirPayload) {
 
 TEST_F(Notify, AKeyThatComesTwiceRunsItsHandlerOnceWithTheLaterValue) {
     direct.receive(
-        join({intEntry("change-mode", 1), intEntry("buffering-end", 0), intEntry("change-mode", 2)}));
+        join({encodeInt("change-mode", 1), encodeInt("buffering-end", 0), encodeInt("change-mode", 2)}));
     EXPECT_EQ(Host::events(), (Calls{{200002, 0}, {200006, 2}}));
 }
 
 TEST_F(Notify, UnknownKeysAreSkippedSilently) {
     LogCapture log;
-    direct.receive(join({intEntry("volume", 3), textEntry("Phone-Name", "x"), intEntry("player-state ", 1),
-                         intEntry("", 1), intEntry("player-stat", 1)}));
+    direct.receive(join({encodeInt("volume", 3), encodeText("Phone-Name", "x"), encodeInt("player-state ", 1),
+                         encodeInt("", 1), encodeInt("player-stat", 1)}));
     EXPECT_TRUE(log.lines().empty());
     EXPECT_TRUE(Host::events().empty());
     EXPECT_TRUE(Host::errors().empty());
@@ -202,8 +204,8 @@ TEST_F(Notify, UnknownKeysAreSkippedSilently) {
 }
 
 TEST_F(Notify, UnknownKeysBetweenKnownOnesAreSkipped) {
-    direct.receive(join(
-        {intEntry("a", 1), intEntry("change-mode", 3), textEntry("zzz", "z"), intEntry("player-state", 1)}));
+    direct.receive(join({encodeInt("a", 1), encodeInt("change-mode", 3), encodeText("zzz", "z"),
+                         encodeInt("player-state", 1)}));
     EXPECT_EQ(Host::events(), (Calls{{200006, 3}}));
     EXPECT_EQ(direct.session.getPlayerState(), 1U);
 }
@@ -222,8 +224,8 @@ TEST_F(Notify, EveryTruncationRunsOnlyTheHandlersOfWholeEntries) {
         cut.session.onConnect(nullptr, 0);
         cut.session.init(Host::record());
         cut.receive(Bytes(kAllSix.begin(), kAllSix.begin() + static_cast<std::ptrdiff_t>(size)));
-        const std::size_t state = intEntry("player-state", 2).size();
-        const std::size_t name = state + textEntry("phone-name", "Handset A").size();
+        const std::size_t state = encodeInt("player-state", 2).size();
+        const std::size_t name = state + encodeText("phone-name", "Handset A").size();
         EXPECT_EQ(cut.session.getPlayerState(), size >= state ? 2U : 4U) << size;
         EXPECT_EQ(cut.session.lendPhoneName() != nullptr, size >= name) << size;
         EXPECT_LT(Host::events().size(), 4U) << size;
@@ -255,12 +257,12 @@ TEST_F(Notify, WithoutARecordEventsAreOnlyLogged) {
 
 TEST_F(Notify, EventsStillArriveAfterTheSessionEnded) {
     direct.session.stopService(seriesFrom(1)); // silences errors only
-    direct.receive(intEntry("buffering-end", 0));
+    direct.receive(encodeInt("buffering-end", 0));
     EXPECT_EQ(Host::events(), (Calls{{200002, 0}}));
 }
 
 TEST_F(Notify, ReadsAreHandedOnHoweverTheyAreCut) {
-    const Bytes stream = join({notify(intEntry("change-mode", 1)), notify(intEntry("change-mode", 2))});
+    const Bytes stream = join({notify(encodeInt("change-mode", 1)), notify(encodeInt("change-mode", 2))});
     for (const std::uint8_t byte : stream) {
         direct.session.onRead(chainOf({byte}), 0);
     }
@@ -280,7 +282,7 @@ TEST_F(Notify, CallbacksMayCallBackIntoTheSession) {
         EXPECT_EQ(direct.session.getPlayerState(), 4U);
         EXPECT_EQ(direct.session.lendPhoneName(), nullptr);
     });
-    direct.receive(intEntry("change-mode", 3));
+    direct.receive(encodeInt("change-mode", 3));
     EXPECT_EQ(depth, 1);
     EXPECT_EQ(direct.stream.packets().size(), 3U);
 }
@@ -293,7 +295,7 @@ TEST_F(Notify, ServiceThatGoesEndsTheHandlersOfItsPayload) {
 }
 
 TEST_F(Notify, PayloadOfAHundredThousandKeysIsDispatchedWithoutAnIndexOfThem) {
-    Bytes payload = intEntry("change-mode", 7);
+    Bytes payload = encodeInt("change-mode", 7);
     for (int entry = 0; entry < 100000; ++entry) {
         const Bytes next = {4,
                             'k',

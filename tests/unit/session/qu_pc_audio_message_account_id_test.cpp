@@ -1,3 +1,5 @@
+#include "oracle/entries.h"
+#include "oracle/packets.h"
 #include "support/log_capture.h"
 #include "support/session/session_support.h"
 
@@ -17,7 +19,7 @@ protected:
 
 std::vector<std::string> accountsOf(const RecordingSocket& stream) {
     std::vector<std::string> accounts;
-    for (const wire::Packet& packet : stream.packets()) {
+    for (const oracle::Packet& packet : stream.packets()) {
         accounts.push_back(accountOf(packet.payload));
     }
     return accounts;
@@ -32,7 +34,7 @@ TEST_F(AccountId, IsSentAsANotifyAndLogged) {
               (std::vector<LogLine>{{'I', "Sonvia_PCAudioMessage", "QuPCAudioMessage::setAccountID", 0,
                                      "send notify accountid."}}));
     EXPECT_EQ(direct.stream.packets(),
-              (std::vector<wire::Packet>{{0x24, 34, 0, wire::textEntry("accountID", "someone")}}));
+              (std::vector<oracle::Packet>{{0x24, 34, 0, oracle::encodeText("accountID", "someone")}}));
 }
 
 TEST_F(AccountId, IsLoggedWhenItHasBeenSent) {
@@ -79,7 +81,7 @@ TEST_F(AccountId, ARefusedTextChangesNeitherTheIdNorTheSequence) {
     direct.session.setAccountID(std::string(256, 'x').c_str());
     direct.session.setAccountID("x");
     EXPECT_EQ(accountsOf(direct.stream), (std::vector<std::string>{"abcdef", "xbcdef"}));
-    EXPECT_EQ(direct.stream.packets().back().seq, 1);
+    EXPECT_EQ(direct.stream.packets().back().sequence, 1);
 }
 
 TEST_F(AccountId, AShorterIdLeavesTheTailOfALongerOneForCompatibility) {
@@ -120,8 +122,8 @@ TEST_F(AccountId, EachSendTakesTheNextSequenceNumberFromZero) {
         direct.session.setAccountID("a");
     }
     std::vector<int> numbers;
-    for (const wire::Packet& packet : direct.stream.packets()) {
-        numbers.push_back(packet.seq);
+    for (const oracle::Packet& packet : direct.stream.packets()) {
+        numbers.push_back(packet.sequence);
     }
     EXPECT_EQ(numbers, (std::vector<int>{0, 1, 2, 3, 4}));
 }
@@ -135,11 +137,11 @@ TEST_F(AccountId, SequenceNumbersAreTheLowSixteenBitsOfACounter) {
     direct.session.setAccountID("a");
     direct.session.setAccountID("a");
     direct.session._setKORUInfoNotify();
-    const std::vector<wire::Packet> packets = direct.stream.packets();
+    const std::vector<oracle::Packet> packets = direct.stream.packets();
     ASSERT_EQ(packets.size(), 3U);
-    EXPECT_EQ(packets[0].seq, 65535);
-    EXPECT_EQ(packets[1].seq, 0);
-    EXPECT_EQ(packets[2].seq, 1);
+    EXPECT_EQ(packets[0].sequence, 65535);
+    EXPECT_EQ(packets[1].sequence, 0);
+    EXPECT_EQ(packets[2].sequence, 1);
 }
 
 TEST_F(AccountId, IsTakenAndTrueWithoutAnyConnection) {

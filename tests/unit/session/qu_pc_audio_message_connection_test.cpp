@@ -1,6 +1,7 @@
 // What a completed connect and a stream error do to the session, told by calling it as the loop does.
 
 #include "log/write_log.h"
+#include "oracle/entries.h"
 #include "support/log_capture.h"
 #include "support/session/session_support.h"
 
@@ -48,7 +49,7 @@ TEST_F(ConnectionState, SuccessIsLoggedAndThenSendsTheDeviceInformation) {
                   {'I', kSessionTag, "QuPCAudioMessage::onConnect", 0, "Connect successed, start recv."},
                   {'I', kSessionTag, "QuPCAudioMessage::_setKORUInfoNotify", 0, "send notify koru info."}}));
     ASSERT_EQ(direct.stream.packets().size(), 1U);
-    EXPECT_EQ(direct.stream.packets()[0].seq, 0);
+    EXPECT_EQ(direct.stream.packets()[0].sequence, 0);
     EXPECT_EQ(koruInfoOf(direct.stream.packets()[0].payload).size(), 6U);
 }
 
@@ -186,7 +187,7 @@ TEST_F(ConnectionState, EveryErrorIsLoggedBeforeTheHostHearsOfIt) {
 // The bytes are the same stream's, whatever it has reported in between.
 TEST_F(ConnectionState, HalfAPacketIsKeptThroughAFailure) {
     connected();
-    const wire::Bytes packet = notify(wire::intEntry("change-mode", 7));
+    const oracle::Bytes packet = notify(oracle::encodeInt("change-mode", 7));
     LogCapture quiet;
     for (std::ptrdiff_t cut = 0; cut <= std::ssize(packet); ++cut) {
         Host fresh;

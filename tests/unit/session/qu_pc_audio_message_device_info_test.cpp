@@ -1,5 +1,6 @@
 // The record that the host hands over, and how it reaches the service.
 
+#include "oracle/packets.h"
 #include "support/log_capture.h"
 #include "support/session/session_support.h"
 
@@ -36,7 +37,7 @@ TEST_F(DeviceInfo, HoldsTheSixTextsInTheirOrderInsideOneNestedEntry) {
               (std::vector<LogLine>{
                   {'I', kSessionTag, "QuPCAudioMessage::_setKORUInfoNotify", 0, "send notify koru info."}}));
     ASSERT_EQ(direct.stream.packets().size(), 1U);
-    EXPECT_EQ(direct.stream.packets()[0].cmdType, 34);
+    EXPECT_EQ(direct.stream.packets()[0].command, 34);
     EXPECT_EQ(sent(), (Texts{{"accountID", "the account"},
                              {"bluetoothMac", "the mac"},
                              {"deviceID", "the device"},
@@ -92,10 +93,10 @@ TEST_F(DeviceInfo, ALaterRecordIsSentAgainOverTheOpenConnection) {
     direct.session.init(param);
     setText(param.pcName, "another");
     EXPECT_TRUE(direct.session.init(param));
-    const std::vector<wire::Packet> packets = direct.stream.packets();
+    const std::vector<oracle::Packet> packets = direct.stream.packets();
     ASSERT_EQ(packets.size(), 3U);
     EXPECT_EQ(sent(2).at(5).second, "another");
-    EXPECT_EQ(packets[2].seq, 2);
+    EXPECT_EQ(packets[2].sequence, 2);
 }
 
 TEST_F(DeviceInfo, ARecordWithoutACallbackOrContextIsRefused) {
@@ -168,7 +169,7 @@ TEST_F(DeviceInfo, ARecordThatIsRefusedDuringAConnectIsTheOneThatIsSent) {
     setText(later.model, "later");
     EXPECT_FALSE(pipe.session->init(later));
     release->set_value();
-    const std::vector<wire::Packet> packets = pipe.waitForPackets(1);
+    const std::vector<oracle::Packet> packets = pipe.waitForPackets(1);
     ASSERT_EQ(packets.size(), 1U);
     EXPECT_EQ(koruInfoOf(packets[0].payload).at(3).second, "later");
 }
@@ -181,7 +182,7 @@ TEST_F(DeviceInfo, AConnectThatNoThreadRunsTheLoopForYetIsTheNextRecordsToo) {
     setText(later.model, "later");
     EXPECT_TRUE(pipe.session->init(later));
     pipe.runLoop();
-    const std::vector<wire::Packet> packets = pipe.waitForPackets(1);
+    const std::vector<oracle::Packet> packets = pipe.waitForPackets(1);
     ASSERT_EQ(packets.size(), 1U);
     EXPECT_EQ(koruInfoOf(packets[0].payload).at(3).second, "later");
 }

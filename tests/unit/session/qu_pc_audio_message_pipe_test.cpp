@@ -1,5 +1,7 @@
 // The session against a real pipe whose other end is plain libuv.
 
+#include "oracle/entries.h"
+#include "oracle/packets.h"
 #include "support/log_capture.h"
 #include "support/session/session_support.h"
 #include "support/wait.h"
@@ -15,9 +17,9 @@
 #include <thread>
 
 using namespace support;
-using wire::Bytes;
-using wire::intEntry;
-using wire::textEntry;
+using oracle::Bytes;
+using oracle::encodeInt;
+using oracle::encodeText;
 
 namespace {
 
@@ -52,10 +54,10 @@ TEST_F(Session, TheServiceFirstReceivesTheDeviceInformationWithNumberZero) {
     connect();
     EXPECT_EQ(textsOf(log.lines(kSessionTag)),
               (std::vector<std::string>{"I Connect successed, start recv.", "I send notify koru info."}));
-    const wire::Packet first = pipe.waitForPackets(1).at(0);
+    const oracle::Packet first = pipe.waitForPackets(1).at(0);
     EXPECT_EQ(first.magic, 0x24);
-    EXPECT_EQ(first.cmdType, 34);
-    EXPECT_EQ(first.seq, 0);
+    EXPECT_EQ(first.command, 34);
+    EXPECT_EQ(first.sequence, 0);
     EXPECT_EQ(koruInfoOf(first.payload).size(), 6U);
     EXPECT_TRUE(Host::errors().empty());
 }
@@ -66,10 +68,10 @@ TEST_F(Session, NothingOvertakesTheDeviceInformation) {
     EXPECT_TRUE(pipe.session->setAccountID("early"));
     pipe.session->endProjection(seriesFrom(77));
     pipe.runLoop();
-    const std::vector<wire::Packet> packets = pipe.waitForPackets(1);
+    const std::vector<oracle::Packet> packets = pipe.waitForPackets(1);
     ASSERT_EQ(packets.size(), 1U);
     EXPECT_EQ(koruInfoOf(packets[0].payload).at(0).second, "earlyccount"); // "early" over "the account"
-    EXPECT_EQ(packets[0].seq, 1);                                          // setAccountID took 0
+    EXPECT_EQ(packets[0].sequence, 1);                                     // setAccountID took 0
 }
 
 TEST_F(Session, WithNoServiceListeningInitIsTrueAndTheHostHearsLater) {
@@ -89,9 +91,9 @@ TEST_F(Session, ALaterRecordConnectsAgainAfterAFailure) {
     ASSERT_TRUE(Host::waitForErrors(1));
     pipe.listen();
     EXPECT_TRUE(pipe.session->init(Host::record()));
-    const std::vector<wire::Packet> packets = pipe.waitForPackets(1);
+    const std::vector<oracle::Packet> packets = pipe.waitForPackets(1);
     ASSERT_EQ(packets.size(), 1U);
-    EXPECT_EQ(packets[0].seq, 0);
+    EXPECT_EQ(packets[0].sequence, 0);
     EXPECT_EQ(Host::errors().size(), 1U);
 }
 
@@ -132,8 +134,8 @@ TEST_F(Session, AServiceThatClosesIsALostConnectionReportedOnce) {
 
 TEST_F(Session, AServiceThatClosesInTheMiddleOfAPacketIsReportedOnceToo) {
     connect();
-    const Bytes whole = notify(intEntry("change-mode", 1));
-    pipe.sendToSession(wire::join({whole, Bytes(whole.begin(), whole.begin() + 12)}));
+    const Bytes whole = notify(encodeInt("change-mode", 1));
+    pipe.sendToSession(oracle::join({whole, Bytes(whole.begin(), whole.begin() + 12)}));
     ASSERT_TRUE(Host::waitForEvents(1));
     pipe.peer->disconnect();
     ASSERT_TRUE(Host::waitForErrors(1));
@@ -162,10 +164,10 @@ TEST_F(Session, AStreamErrorAfterTheEndOfTheSessionProducesNoCallback) {
 TEST_F(Session, AnIdIsSentOverTheOpenConnection) {
     connect();
     EXPECT_TRUE(pipe.session->setAccountID("someone"));
-    const std::vector<wire::Packet> packets = pipe.waitForPackets(2);
+    const std::vector<oracle::Packet> packets = pipe.waitForPackets(2);
     ASSERT_EQ(packets.size(), 2U);
     EXPECT_EQ(accountOf(packets[1].payload), "someoneount");
-    EXPECT_EQ(packets[1].seq, 1);
+    EXPECT_EQ(packets[1].sequence, 1);
 }
 
 TEST_F(Session, ALaterRecordIsSentOverTheOpenConnection) {
@@ -173,7 +175,7 @@ TEST_F(Session, ALaterRecordIsSentOverTheOpenConnection) {
     AudioServiceParam param = Host::record();
     setText(param.model, "another");
     EXPECT_TRUE(pipe.session->init(param));
-    const std::vector<wire::Packet> packets = pipe.waitForPackets(2);
+    const std::vector<oracle::Packet> packets = pipe.waitForPackets(2);
     ASSERT_EQ(packets.size(), 2U);
     EXPECT_EQ(koruInfoOf(packets[1].payload).at(3).second, "another");
     EXPECT_EQ(pipe.session->connects.load(), 1);
@@ -182,7 +184,7 @@ TEST_F(Session, ALaterRecordIsSentOverTheOpenConnection) {
 TEST_F(Session, NotificationsReachTheHostHoweverTheServiceCutsThem) {
     connect();
     const Bytes stream =
-        wire::join({notify(intEntry("change-mode", 1)), notify({}), notify(intEntry("change-mode", 2))});
+        oracle::join({notify(encodeInt("change-mode", 1)), notify({}), notify(encodeInt("change-mode", 2))});
     for (const std::uint8_t byte : stream) {
         pipe.sendToSession({byte});
     }
@@ -195,7 +197,7 @@ TEST_F(Session, ThousandPacketsInOneWriteReachTheHostInOrder) {
     Bytes stream;
     Calls expected;
     for (int mode = 0; mode < 1000; ++mode) {
-        const Bytes next = notify(intEntry("change-mode", mode));
+        const Bytes next = notify(encodeInt("change-mode", mode));
         stream.insert(stream.end(), next.begin(), next.end());
         expected.emplace_back(200006, mode);
     }
@@ -208,7 +210,7 @@ TEST_F(Session, ANameOfSixteenMegabytesArrivesWhole) {
     connect();
     const std::string name(16 * 1024 * 1024, 'n');
     pipe.sendToSession(
-        wire::join({notify(textEntry("phone-name", name)), notify(intEntry("change-mode", 1))}));
+        oracle::join({notify(encodeText("phone-name", name)), notify(encodeInt("change-mode", 1))}));
     ASSERT_TRUE(Host::waitForEvents(1));
     ASSERT_NE(pipe.session->lendPhoneName(), nullptr);
     EXPECT_TRUE(pipe.session->lendPhoneName() == name);
@@ -225,10 +227,10 @@ TEST_F(Session, CallbacksOnTheLoopThreadMayCallBackIntoTheSession) {
         EXPECT_STREQ(pipe.session->lendPhoneName(), "Handset A");
         ++done;
     });
-    pipe.sendToSession(notify(textEntry("phone-name", "Handset A")));
-    pipe.sendToSession(notify(intEntry("change-mode", 1)));
+    pipe.sendToSession(notify(encodeText("phone-name", "Handset A")));
+    pipe.sendToSession(notify(encodeInt("change-mode", 1)));
     ASSERT_TRUE(Host::waitForEvents(1));
-    const std::vector<wire::Packet> packets = pipe.waitForPackets(3);
+    const std::vector<oracle::Packet> packets = pipe.waitForPackets(3);
     ASSERT_EQ(packets.size(), 3U);
     EXPECT_EQ(accountOf(packets[1].payload), "abc account");
     EXPECT_EQ(koruInfoOf(packets[2].payload).size(), 6U);
@@ -244,10 +246,10 @@ TEST_F(Session, AStopThatComesBeforeTheConnectIsDoneFollowsTheDeviceInformation)
     ASSERT_TRUE(service.waitForConnections(1)); // the service has taken it, the session has not heard of that
     hasty.session->stopService(seriesFrom(1));
     hasty.runLoop();
-    const std::vector<wire::Packet> packets = hasty.waitForPackets(2);
+    const std::vector<oracle::Packet> packets = hasty.waitForPackets(2);
     ASSERT_EQ(packets.size(), 2U);
     EXPECT_EQ(koruInfoOf(packets[0].payload).size(), 6U);
-    EXPECT_EQ(packets[1].cmdType, kStop);
+    EXPECT_EQ(packets[1].command, kStop);
 }
 
 TEST_F(Session, DestroyingASessionClosesItsEndOfThePipe) {
@@ -325,5 +327,5 @@ TEST_F(Session, LoopThatIsStuckCostsABoundedNumberOfWaitingPacketsAndTheStopIsNo
                             }),
               2);
     ASSERT_EQ(direct.stream.packets().size(), 1U);
-    EXPECT_EQ(direct.stream.packets()[0].payload, wire::intEntry("StopSonviaAudioService", 200004));
+    EXPECT_EQ(direct.stream.packets()[0].payload, oracle::encodeInt("StopSonviaAudioService", 200004));
 }

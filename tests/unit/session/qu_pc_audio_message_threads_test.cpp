@@ -1,5 +1,7 @@
 // Host threads and the loop thread at the same time: nothing is lost, nothing is torn.
 
+#include "oracle/entries.h"
+#include "oracle/packets.h"
 #include "support/log_capture.h"
 #include "support/session/session_support.h"
 #include "support/wait.h"
@@ -15,7 +17,7 @@
 #include <thread>
 
 using namespace support;
-using wire::Bytes;
+using oracle::Bytes;
 
 namespace {
 
@@ -50,7 +52,7 @@ TEST(SessionThreads, SendsOfEachThreadArriveInTheirOrderAndNoneIsLost) {
     for (std::thread& thread : threads) {
         thread.join();
     }
-    const std::vector<wire::Packet> packets = pipe.waitForPackets(1 + kThreads * kEach);
+    const std::vector<oracle::Packet> packets = pipe.waitForPackets(1 + kThreads * kEach);
     ASSERT_EQ(packets.size(), 1U + kThreads * kEach);
     std::map<char, int> next;
     std::set<int> numbers;
@@ -59,7 +61,7 @@ TEST(SessionThreads, SendsOfEachThreadArriveInTheirOrderAndNoneIsLost) {
         ASSERT_FALSE(account.empty());
         const int thread = account[0] - 'a';
         ASSERT_EQ(account, numbered(thread, next[account[0]]++));
-        numbers.insert(packets[index].seq);
+        numbers.insert(packets[index].sequence);
     }
     EXPECT_EQ(numbers.size(), 1U * kThreads * kEach); // each sequence number once
     EXPECT_EQ(*numbers.begin(), 1);
@@ -82,14 +84,14 @@ TEST(SessionThreads, ARecordThatRacesWithACompletingConnectNeverBreaksTheConnect
         racer.join();
         ASSERT_TRUE(pipe.waitForConnects(1));
         ASSERT_TRUE(pipe.session->setAccountID("last"));
-        std::vector<wire::Packet> packets;
+        std::vector<oracle::Packet> packets;
         ASSERT_TRUE(eventually("the account arrives last", [&] {
             packets = pipe.waitForPackets(1);
             return !packets.empty() && accountOf(packets.back().payload) != "<none>";
         }));
         std::set<int> numbers;
-        for (const wire::Packet& packet : packets) {
-            numbers.insert(packet.seq);
+        for (const oracle::Packet& packet : packets) {
+            numbers.insert(packet.sequence);
         }
         EXPECT_EQ(koruInfoOf(packets[0].payload).size(), 6U);
         EXPECT_EQ(numbers.size(), packets.size());
@@ -126,11 +128,11 @@ TEST(SessionThreads, NamesStayReadableWhileThousandsArrive) {
     Bytes stream;
     for (int number = 0; number < kNames; ++number) {
         const std::string name(static_cast<std::size_t>(number % 200), static_cast<char>('a' + number % 26));
-        const Bytes next =
-            notify(wire::join({wire::textEntry("phone-name", name), wire::intEntry("player-state", number)}));
+        const Bytes next = notify(oracle::join(
+            {oracle::encodeText("phone-name", name), oracle::encodeInt("player-state", number)}));
         stream.insert(stream.end(), next.begin(), next.end());
     }
-    const Bytes end = notify(wire::intEntry("change-mode", 1));
+    const Bytes end = notify(oracle::encodeInt("change-mode", 1));
     stream.insert(stream.end(), end.begin(), end.end());
     pipe.sendToSession(stream);
     EXPECT_TRUE(Host::waitForEvents(1));
@@ -165,8 +167,8 @@ TEST(SessionThreads, EveryCallAtOnceFromFourThreadsWhileNotificationsArrive) {
         });
     }
     for (int mode = 0; mode < 500; ++mode) {
-        pipe.sendToSession(
-            notify(wire::join({wire::intEntry("change-mode", mode), wire::textEntry("phone-name", "x")})));
+        pipe.sendToSession(notify(
+            oracle::join({oracle::encodeInt("change-mode", mode), oracle::encodeText("phone-name", "x")})));
     }
     for (std::thread& thread : threads) {
         thread.join();
@@ -189,9 +191,9 @@ TEST(SessionThreads, WhatHasComeAtOnceIsNotToldOnceTheServiceHasGone) {
             direct.session.serviceHasEnded();
         }
     });
-    wire::Bytes bytes;
+    oracle::Bytes bytes;
     for (int mode = 0; mode < 100; ++mode) {
-        bytes = wire::join({bytes, notify(wire::intEntry("change-mode", mode))});
+        bytes = oracle::join({bytes, notify(oracle::encodeInt("change-mode", mode))});
     }
     direct.session.onRead(chainOf(bytes), 0);
     EXPECT_EQ(Host::events(), (std::vector<Host::Call>{{200006, 0}, {200006, 1}, {200006, 2}}));
