@@ -74,7 +74,7 @@ install(DIRECTORY "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/" DESTINATION dev/bin COMPO
     PATTERN "sonvia-host.exe" EXCLUDE
     REGEX "/(integration_)?taskkill.exe$" EXCLUDE)
 install(DIRECTORY "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/gallery" DESTINATION dev/bin COMPONENT dev)
-install(FILES "$<TARGET_FILE:sonvia_tap>" DESTINATION dev/tap COMPONENT dev)
+install(FILES "$<TARGET_FILE:sonvia_tap>" DESTINATION dev/bin/tap COMPONENT dev)
 install(FILES
     "${PROJECT_SOURCE_DIR}/tools/lnav/sonvia.json"
     "${PROJECT_SOURCE_DIR}/tools/wireshark/qupc.lua"

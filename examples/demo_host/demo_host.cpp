@@ -20,8 +20,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
+/// The scenario of which the host knows what must come.
+constexpr const char* kExpected = "happy";
+
 struct Options {
-    std::string scenario = "happy"; // a file, or a name of the gallery beside QuPCAudio.exe
+    std::string scenario = kExpected; // a file, or a name of the gallery beside QuPCAudio.exe
     std::string library = "SonviaPCAudioDll.dll";
     std::string color = "auto";
     std::string folder = (fs::temp_directory_path() / "sonvia_demo").string();
@@ -161,9 +164,8 @@ bool prepareTerminal() {
     return SetConsoleMode(output, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
 }
 
-void printPicture(const fs::path& record, const std::string& color) {
+void printPicture(const std::vector<Mark>& services, const std::string& color) {
     std::vector<Mark> marks = timeline.marks();
-    const std::vector<Mark> services = serviceMarks(record);
     marks.insert(marks.end(), services.begin(), services.end());
     const bool isTerminal = prepareTerminal();
     timeline.heading("The same on one time axis:");
@@ -182,8 +184,7 @@ bool session(const Options& options, const fs::path& logDir) {
     if (service == nullptr) {
         return false;
     }
-    options.scenario == Options().scenario ? followProjection(library, service)
-                                           : followAnything(library, service);
+    options.scenario == kExpected ? followProjection(library, service) : followAnything(library, service);
     timeline.call(std::string("uninitSonviaAudioService(handle)") + result(library.uninit(service)));
     return true;
 }
@@ -204,10 +205,17 @@ int show(const Options& options) {
         return 1;
     }
     timeline.call("FreeLibrary");
-    expect(fs::exists(record), "a record of the service");
+    const std::vector<Mark> services = serviceMarks(record);
+    expect(!services.empty(), "a record of the service");
     printLog(logDir);
-    printPicture(record, options.color);
-    timeline.heading(failures == 0 ? "Everything happened as it should." : "Not everything happened.");
+    printPicture(services, options.color);
+    for (const Mark& mark : services) {
+        if (mark.text.rfind("scenario-error", 0) == 0) {
+            expect(false, mark.text.c_str());
+        }
+    }
+    const char* good = options.scenario == kExpected ? "Everything happened as it should." : "That was it.";
+    timeline.heading(failures == 0 ? good : "Not everything happened.");
     return failures == 0 ? 0 : 1;
 }
 

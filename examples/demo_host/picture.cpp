@@ -7,7 +7,8 @@
 namespace {
 
 constexpr std::int64_t kPause = 50'000;
-constexpr std::size_t kShownOfAKind = 4;
+constexpr std::size_t kMostOfAKind = 6; // of more, the first three and the last one are shown
+constexpr std::size_t kFirstOfAKind = 3;
 constexpr std::size_t kTimeWidth = 12;
 constexpr std::size_t kHostWidth = 56;
 constexpr std::size_t kLongestText = 60;
@@ -92,7 +93,7 @@ std::string markLine(const Mark& mark, std::int64_t start, bool color) {
 
 /// What becomes of a mark that is the `number`th of `count` of its kind.
 bool isShown(std::size_t number, std::size_t count) {
-    return count <= kShownOfAKind || number < kShownOfAKind || number == count;
+    return count <= kMostOfAKind || number <= kFirstOfAKind || number == count;
 }
 
 } // namespace
@@ -110,8 +111,9 @@ std::string draw(std::vector<Mark> marks, bool color) {
         const std::size_t count = counts[mark.kind];
         const std::size_t number = ++numbers[mark.kind];
         if (!mark.kind.empty() && !isShown(number, count)) {
-            if (number == kShownOfAKind) {
-                picture += plainLine("⋮ " + std::to_string(count - kShownOfAKind) + " more: " + mark.kind);
+            if (number == kFirstOfAKind + 1) {
+                picture +=
+                    plainLine("⋮ " + std::to_string(count - kFirstOfAKind - 1) + " more: " + mark.kind);
             }
             continue;
         }

@@ -42,7 +42,7 @@ Timeline& Timeline::instance() {
 
 void Timeline::call(const std::string& text) {
     const std::lock_guard guard(mMutex);
-    mMarks.push_back({now(), Lane::Call, text, {}});
+    mMarks.push_back({now(), Lane::Call, text, text});
     print("call ", mMarks.back());
 }
 

@@ -47,4 +47,10 @@ TEST(Examples, TheDemoHostPlaysAnyScenarioAndDrawsAFloodAsAFewLines) {
     EXPECT_NE(shown.find("\x1b[33m◀ onEvent(200003, 0)   first audio"), std::string::npos) << shown;
 }
 
+TEST(Examples, TheDemoHostFailsOnAScenarioThatIsNone) {
+    support::enterTestFolder();
+    EXPECT_EQ(support::runProgram(support::programFolder() / "demo_host.exe", {"--scenario", "floods"}), 1);
+    EXPECT_NE(output().find("did you mean"), std::string::npos) << output();
+}
+
 } // namespace

@@ -82,7 +82,7 @@ RUNTIME = """bin/SonviaPCAudioDll.dll bin/sonvia-host.exe include/SonviaPCAudioD
     examples/node_host/host.js examples/electron_host/main.js docs/hosts/node.md""".split()
 SYMBOLS = ["bin/SonviaPCAudioDll.pdb"]
 DEV = """dev/verify.cmd dev/bin/QuPCAudio.exe dev/bin/standin_child.exe dev/bin/SonviaPCAudioDll.dll
-    dev/bin/gallery/happy.scenario dev/bin/support-bundle.exe dev/tap/SonviaPCAudioDll.dll dev/tools/sonvia.json
+    dev/bin/gallery/happy.scenario dev/bin/support-bundle.exe dev/bin/tap/SonviaPCAudioDll.dll dev/tools/sonvia.json
     dev/bin/qupc-inspect.exe dev/tools/qupc.lua
     dev/bin/SonviaPCAudioDll.map dev/bin/integration_lifecycle.exe dev/bin/unit_transport.exe
     dev/bin/stress_hostile_service.exe
@@ -107,7 +107,7 @@ def contents():
     expect(files == set().union(*lists.values(), lists), f"not listed: {sorted(files - set().union(*lists.values()))}")
     for path in ("bin/SonviaPCAudioDll.dll", "dev/bin/SonviaPCAudioDll.dll", "bin/SonviaPCAudioDll.pdb"):
         expect((PACKAGE / path).read_bytes() == (BUILD / "bin" / Path(path).name).read_bytes(), f"{path} is another")
-    expect(abi.exports(pefile.PE(PACKAGE / "dev/tap/SonviaPCAudioDll.dll")) == gates.EXPORTS, "the tap exports something else")
+    expect(abi.exports(pefile.PE(PACKAGE / "dev/bin/tap/SonviaPCAudioDll.dll")) == gates.EXPORTS, "the tap exports something else")
     expect(json.loads((PACKAGE / "abi.json").read_text()) == abi.manifest(), "abi.json is not that of the DLL")
     notices = " ".join((PACKAGE / "THIRD-PARTY-NOTICES.txt").read_text().split())
     for licence in (*(ROOT / "build/deps/src").glob("libuv-*/LICENSE*"), *(ROOT / "build/deps/src").glob("miniz-*/LICENSE")):

@@ -27,8 +27,7 @@ def prepare(dev):
     shutil.rmtree(page, ignore_errors=True)
     tests = shutil.ignore_patterns("unit_*", "integration_*", "stress_*", "bench_*", "fuzz_*", "no_service", "*.map")
     shutil.copytree(dev / "bin", page / "bin", ignore=tests)
-    for folder in ("tap", "tools"):
-        shutil.copytree(dev / folder, page / folder)
+    shutil.copytree(dev / "tools", page / "tools")
     return page / "bin"
 
 
