@@ -1,4 +1,4 @@
-// Written by scripts/bindings.py from src/api/abi.json and bindings/texts.json: change those.
+// Written by bindings/declarations.py from src/api/abi.json and bindings/texts.json: change those.
 #ifndef SONVIA_PC_AUDIO_NAMES_HPP
 #define SONVIA_PC_AUDIO_NAMES_HPP
 

@@ -18,10 +18,9 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 import coverage
-import gates
 import pictures
 import summary
-from gates import BUILD, JOBS, ROOT
+from tree import BUILD, JOBS, ROOT, compile_commands
 
 SUMMARY = BUILD / "summary.txt"
 SMALL = ["windows", "gates", "canaries"]
@@ -143,7 +142,7 @@ class Run:
             for old in (BUILD / preset / "testrun").glob(f"*/{kind}"):
                 old.unlink()
         if preset == "coverage":
-            coverage.forget_counts(BUILD / preset, gates.compile_commands(preset))
+            coverage.forget_counts(BUILD / preset, compile_commands(preset))
         if "memcheck" in labels:
             labels = labels - {"memcheck"}
             self.ctest(preset, "memcheck", ["-T", "memcheck", "-R", self.filter or (
@@ -206,7 +205,7 @@ class Run:
                 one.result()
         if self.size == "coverage":
             for found in coverage.findings(BUILD / "coverage", ROOT, sorted(
-                    str(Path(entry["file"]).relative_to(ROOT)) for entry in gates.compile_commands("coverage")
+                    str(Path(entry["file"]).relative_to(ROOT)) for entry in compile_commands("coverage")
                     if Path(entry["file"]).is_relative_to(ROOT / "src"))):
                 self.row("coverage").fail(found)
 

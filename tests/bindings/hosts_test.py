@@ -15,7 +15,7 @@ import time
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
-sys.path += [str(ROOT / "tests" / "package"), str(ROOT / "scripts")]
+sys.path.append(str(ROOT / "tests" / "package"))
 from package_test import PACKAGE, expect, run  # noqa: E402
 
 HERE = Path(__file__).resolve().parent

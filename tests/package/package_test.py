@@ -20,7 +20,7 @@ VERSION = re.search(r"^    VERSION (\S+)$", (ROOT / "CMakeLists.txt").read_text(
 NAME = f"SonviaPCAudioDll-{VERSION}-win-x64"
 PACKAGE = UNPACKED / NAME
 
-sys.path.insert(0, str(ROOT / "scripts"))
+sys.path.insert(0, str(ROOT / "tests" / "gates"))
 import abi  # noqa: E402
 import gates  # noqa: E402
 import pefile  # noqa: E402

@@ -1,4 +1,4 @@
-// Written by scripts/bindings.py from src/api/abi.json and bindings/texts.json: change those.
+// Written by bindings/declarations.py from src/api/abi.json and bindings/texts.json: change those.
 
 export type LogLevelName =
     | 'debug'

@@ -1,4 +1,4 @@
-# Written by scripts/bindings.py from src/api/abi.json and bindings/texts.json: change those.
+# Written by bindings/declarations.py from src/api/abi.json and bindings/texts.json: change those.
 import ctypes
 import enum
 from typing import Any, Dict, Final, List, Tuple

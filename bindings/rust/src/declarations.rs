@@ -1,4 +1,4 @@
-// Written by scripts/bindings.py from src/api/abi.json and bindings/texts.json: change those.
+// Written by bindings/declarations.py from src/api/abi.json and bindings/texts.json: change those.
 use std::os::raw::{c_char, c_int, c_void};
 
 #[derive(Clone, Copy, Debug, Eq, PartialEq)]

@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 """What hosts were compiled against: the manifest src/api/abi.json, made from the built DLL and the public header.
 
-usage: scripts/abi.py            writes the manifest
-       scripts/abi.py --check    names what differs from it, and exits with 1 when something does
+usage: tests/gates/abi.py            writes the manifest
+       tests/gates/abi.py --check    names what differs from it, and exits with 1 when something does
 """
 import difflib
 import json
@@ -13,7 +13,7 @@ from pathlib import Path
 
 import pefile
 
-ROOT = Path(__file__).resolve().parent.parent
+ROOT = Path(__file__).resolve().parents[2]
 DLL = ROOT / "build" / "windows" / "bin" / "SonviaPCAudioDll.dll"
 HEADER = "include/SonviaPCAudioDll.h"
 MANIFEST = "src/api/abi.json"

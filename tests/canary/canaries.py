@@ -1,10 +1,10 @@
 #!/usr/bin/python3
 """Proof that the gates, and what else ./test judges by, can turn red: each canary plants a fault where no one else sees
-it and fails when nothing is found. Faults that take no more than a file stand in tests/canary/faults.toml, programs with
-a fault beside it. Each is a ctest entry of the build that its judge belongs to.
+it and fails when nothing is found. Faults that take no more than a file stand in faults.toml next to it, programs with a fault
+too. Each is a ctest entry of the build that its judge belongs to.
 
-usage: scripts/canaries.py CANARY...
-       scripts/canaries.py --list BUILD     names the canaries of a build
+usage: tests/canary/canaries.py CANARY...
+       tests/canary/canaries.py --list BUILD     names the canaries of a build
 """
 import contextlib
 import functools
@@ -16,9 +16,11 @@ import tempfile
 import tomllib
 from pathlib import Path
 
-import gates
+HERE = Path(__file__).resolve().parent
+sys.path.insert(0, str(HERE.parent / "gates"))
+import gates  # noqa: E402
 
-FAULTS = tomllib.loads((gates.ROOT / "tests" / "canary" / "faults.toml").read_text())
+FAULTS = tomllib.loads((HERE / "faults.toml").read_text())
 
 
 @contextlib.contextmanager

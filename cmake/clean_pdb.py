@@ -1,6 +1,6 @@
 """Makes a PDB of GNU ld the same wherever and whenever it was linked, and free of the build machine's folders.
 
-usage: python3 scripts/clean_pdb.py FILE.pdb
+usage: python3 cmake/clean_pdb.py FILE.pdb
 
 ld writes the time, the folder it ran in, its own command line and the whole path of each object file. None of it helps
 to resolve an address: debuggers match a PDB to its DLL by the GUID, which ld derives from what the DLL holds.

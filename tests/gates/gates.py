@@ -1,10 +1,10 @@
 #!/usr/bin/python3
 """The checks of the tree and the product that no compiler makes: functions that return a list of findings, empty when
-the gate is green. Each is a ctest entry of the build that it judges, and so is its canary (scripts/canaries.py).
+the gate is green. Each is a ctest entry of the build that it judges, and so is its canary (tests/canary/canaries.py).
 
-usage: scripts/gates.py GATE...
-       scripts/gates.py --list BUILD     names the gates of a build, and the label of each
-       scripts/gates.py --write-samples  puts the files' text into the pages that show them
+usage: tests/gates/gates.py GATE...
+       tests/gates/gates.py --list BUILD     names the gates of a build, and the label of each
+       tests/gates/gates.py --write-samples  puts the files' text into the pages that show them
 """
 import json
 import os
@@ -15,10 +15,11 @@ import tempfile
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
-ROOT = Path(__file__).resolve().parent.parent
-BUILD = ROOT / "build"
+HERE = Path(__file__).resolve().parent
+sys.path[:0] = [str(HERE.parents[1] / folder) for folder in ("scripts", "bindings")]
+from tree import BUILD, JOBS, ROOT, compile_commands  # noqa: E402
+
 SOURCE_SUFFIXES = {".c", ".cpp", ".h", ".hpp"}
-JOBS = int(os.environ.get("SONVIA_JOBS") or os.cpu_count() or 1)
 
 
 def tracked(root=ROOT):
@@ -48,11 +49,6 @@ def check_format(root=ROOT):
             [] if run.returncode == 0 else run.stderr.splitlines())
     paths = sources(root)
     return in_parallel(some, [part for number in range(JOBS) if (part := paths[number::JOBS])])
-
-
-def compile_commands(preset):
-    path = BUILD / preset / "compile_commands.json"
-    return json.loads(path.read_text()) if path.is_file() else []
 
 
 def cross_include_options():
@@ -220,7 +216,7 @@ def fresh_pages(root):
 
 def check_samples(root=ROOT):
     """A sample in a page is the file that it is taken from, letter for letter."""
-    return [f"{path}: a sample differs from its file (scripts/gates.py --write-samples)"
+    return [f"{path}: a sample differs from its file (tests/gates/gates.py --write-samples)"
             for path, text, fresh in fresh_pages(root) if text != fresh]
 
 
@@ -350,7 +346,7 @@ DLL = BUILD / "windows" / "bin" / "SonviaPCAudioDll.dll"
 EXPORTS = {"initSonviaAudioService", "uninitSonviaAudioService", "exitAudioProjection", "getState", "getSourceName",
            "setParam", "setAccountID", "getVersion"}
 # What the lowest supported Windows has, by DLL.
-SYSTEM_FUNCTIONS = ROOT / "scripts" / "windows-functions.txt"
+SYSTEM_FUNCTIONS = HERE / "windows-functions.txt"
 
 
 def system_functions(root=ROOT):
@@ -399,17 +395,17 @@ def check_tap(dll=DLL):
 
 
 def check_abi(root=ROOT, dll=DLL):
-    """What hosts were compiled against is what abi.json says; scripts/abi.py records an intended change."""
+    """What hosts were compiled against is what abi.json says; tests/gates/abi.py records an intended change."""
     import abi
 
     return abi.differences(root, dll) if dll.is_file() else [f"{dll.name} is not built"]
 
 
 def check_bindings(root=ROOT):
-    """The names, codes, texts and layouts of every binding are those of the header; scripts/bindings.py writes them."""
-    import bindings
+    """The names, codes, texts and layouts of every binding are those of the header; bindings/declarations.py writes them."""
+    import declarations
 
-    return bindings.differences(root)
+    return declarations.differences(root)
 
 
 def check_identity(dll=DLL):

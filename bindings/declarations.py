@@ -1,8 +1,8 @@
 """The names, codes, texts and layouts that every binding needs, written from src/api/abi.json (the header and the DLL)
 and bindings/texts.json (what people read), so that no binding has a list of its own.
 
-usage: python3 scripts/bindings.py            writes the files
-       python3 scripts/bindings.py --check    names the files that differ from it, and exits with 1 when one does
+usage: python3 bindings/declarations.py            writes the files
+       python3 bindings/declarations.py --check    names the files that differ from it, and exits with 1 when one does
 """
 import json
 import re
@@ -12,7 +12,7 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parent.parent
 MANIFEST = "src/api/abi.json"
 TEXTS = "bindings/texts.json"
-NOTICE = f"Written by scripts/bindings.py from {MANIFEST} and {TEXTS}: change those."
+NOTICE = f"Written by bindings/declarations.py from {MANIFEST} and {TEXTS}: change those."
 # Prefix of the constants and the name of the enumeration that they become.
 GROUPS = {"SONVIA_LOG_": "LogLevel", "SONVIA_EVENT_": "EventKind", "SONVIA_ERROR_": "ErrorKind"}
 LONE = {"SONVIA_STATE_UNKNOWN": "stateUnknown", "SONVIA_TEXT_SIZE": "textSize"}
@@ -48,7 +48,7 @@ class Interface:
                              f"{sorted(set(constants) ^ set(described))}")
         unknown = [name for name in constants if name not in LONE and not name.startswith(tuple(GROUPS))]
         if unknown:
-            raise ValueError(f"scripts/bindings.py does not know what {unknown} are")
+            raise ValueError(f"bindings/declarations.py does not know what {unknown} are")
         self.groups = {group: [(camel(name.removeprefix(prefix)), value, described[name])
                                for name, value in constants.items() if name.startswith(prefix)]
                        for prefix, group in GROUPS.items()}
@@ -65,7 +65,7 @@ class Interface:
 def mapped(kinds, kind):
     """The binding's type for one of the manifest's; a type that it has not is an error here and not at run time."""
     if kind not in kinds:
-        raise ValueError(f"scripts/bindings.py has no type for {kind}")
+        raise ValueError(f"bindings/declarations.py has no type for {kind}")
     return kinds[kind]
 
 
@@ -318,7 +318,7 @@ def written(root=ROOT):
 
 
 def differences(root=ROOT):
-    return [f"{path} differs from {MANIFEST} and {TEXTS}: run scripts/bindings.py"
+    return [f"{path} differs from {MANIFEST} and {TEXTS}: run bindings/declarations.py"
             for path, text in written(root).items()
             if not (root / path).is_file() or (root / path).read_text() != text]
 
