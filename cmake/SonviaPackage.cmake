@@ -62,7 +62,7 @@ install(FILES
     "$<TARGET_FILE:SonviaPCAudioDll>"
     "$<TARGET_FILE_DIR:SonviaPCAudioDll>/SonviaPCAudioDll.map"
     DESTINATION dev/bin COMPONENT dev)
-install(PROGRAMS "${PROJECT_SOURCE_DIR}/scripts/verify.cmd" DESTINATION dev COMPONENT dev)
+install(PROGRAMS "${PROJECT_SOURCE_DIR}/tests/package/verify.cmd" DESTINATION dev COMPONENT dev)
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/examples/demo_host" DESTINATION dev/examples COMPONENT dev
     FILES_MATCHING PATTERN "*.cpp" PATTERN "*.h")
 install(FILES "${PROJECT_SOURCE_DIR}/tools/standin_service/README.md" DESTINATION dev/standin_service COMPONENT dev)

@@ -123,7 +123,8 @@ class Run:
     def selection(self, preset, labels, own):
         """The options that choose the tests of a build."""
         left_out = {label for label, _ in PRESETS[preset].values()} - labels - {"canary"} if own else set()
-        left_out |= {"bindings"} if self.size == "small" else set()  # other languages' tools take long to install
+        # Other languages' tools take long to install; to refuse memory at every place takes long to run.
+        left_out |= {"bindings", "memory"} if self.size == "small" else set()
         left_out |= set() if self.long else {"long"}
         return ([] if own else ["-L", f"^({'|'.join(sorted(labels))})$"]) + (
             ["-LE", f"^({'|'.join(sorted(left_out))})$"] if left_out else []) + (
