@@ -5,6 +5,7 @@
 #include "log/write_log.h"
 
 #include <array>
+#include <cstdint>
 #include <cstring>
 #include <exception>
 #include <memory>
@@ -44,12 +45,10 @@ void logReleased(const char* name) {
 
 /// The record behind a host's handle; empty, with a line in the log, when there is none.
 HandleUse useOf(const AudioServiceHandle* handle, const char* name) {
+    HandleUse use = liveHandles().use(handle);
     if (handle == nullptr) {
         writeLog(kLogError, kLogTagDll, "[%s:%d]handle is NULL", name, __LINE__);
-        return {};
-    }
-    HandleUse use = liveHandles().use(handle);
-    if (!use) {
+    } else if (!use) {
         logReleased(name);
     }
     return use;
@@ -72,6 +71,16 @@ bool hasSession(HandleUse& use, const char* name, int logLevel, const char* logT
         onError(SONVIA_ERROR_CONNECTION, 0);
     }
     return false;
+}
+
+/// What getState gives when the table of live handles does not know. Apart from it, so that a host that polls does not pay
+/// for the registers that are saved here.
+[[gnu::noinline]] std::uint32_t askForState(const AudioServiceHandle* handle, const char* name) {
+    HandleUse use = useOf(handle, name);
+    if (!use || !hasSession(use, name, kLogWarning, "quPCAudio is NULL")) {
+        return SONVIA_STATE_UNKNOWN;
+    }
+    return use->session->getPlayerState();
 }
 
 } // namespace
@@ -124,14 +133,8 @@ bool exitAudioProjection(AudioServiceHandle* handle) {
 
 uint32_t getState(AudioServiceHandle* handle) {
     writeLog(kLogDebug, kLogTagDll, "[%s:%d]getState!", __func__, __LINE__);
-    if (const std::uint32_t state = liveHandles().playerState(handle); state != HandleEntry::kAskSession) {
-        return state;
-    }
-    HandleUse use = useOf(handle, __func__);
-    if (!use || !hasSession(use, __func__, kLogWarning, "quPCAudio is NULL")) {
-        return SONVIA_STATE_UNKNOWN;
-    }
-    return use->session->getPlayerState();
+    const std::uint32_t state = liveHandles().playerState(handle);
+    return state != HandleEntry::kAskSession ? state : askForState(handle, __func__);
 }
 
 const char* getSourceName(AudioServiceHandle* handle) {

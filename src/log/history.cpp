@@ -5,15 +5,19 @@
 
 namespace orvel::log4z {
 
+// From the end: the files of one folder differ there, and a day's first line compares its path with all of them.
 bool isSameFile(std::string_view a, std::string_view b) {
     const auto isSeparator = [](char c) { return c == '/' || c == '\\'; };
+    const auto dropSeparators = [](std::string_view& path) {
+        path = path.substr(0, path.find_last_not_of("/\\") + 1);
+    };
     while (!a.empty() && !b.empty()) {
-        if (isSeparator(a.front()) && isSeparator(b.front())) {
-            a.remove_prefix(std::min(a.find_first_not_of("/\\"), a.size()));
-            b.remove_prefix(std::min(b.find_first_not_of("/\\"), b.size()));
-        } else if (a.front() == b.front()) {
-            a.remove_prefix(1);
-            b.remove_prefix(1);
+        if (isSeparator(a.back()) && isSeparator(b.back())) {
+            dropSeparators(a);
+            dropSeparators(b);
+        } else if (a.back() == b.back()) {
+            a.remove_suffix(1);
+            b.remove_suffix(1);
         } else {
             return false;
         }

@@ -21,7 +21,9 @@ const char* SourceName::lend() {
     const auto own = std::find_if(mLeases.begin(), mLeases.end(),
                                   [reader](const Lease& lease) { return lease.threadId == reader; });
     if (own != mLeases.end()) {
-        own->name = mName;
+        if (own->name != mName) { // counting a use of the same text would cost more than all the rest
+            own->name = mName;
+        }
         mLeases.splice(mLeases.begin(), mLeases, own);
     } else {
         mLeases.push_front({reader, mName});
