@@ -44,10 +44,12 @@ def plot(folder, name, settings, curves):
     subprocess.run(["gnuplot"], input=script + "\n", text=True, check=True, cwd=folder)
 
 
-def distribution(out, folder, name, settings, prefix, scale):
+def distribution(out, folder, name, settings, prefix, scale, shown=1.0):
+    """Shares of the samples up to `shown`: the slowest few would make all others one vertical line."""
     curves = {}
     for file in sorted((out / "samples").glob(f"{prefix}*.txt")):
-        curves[file.stem.removeprefix(prefix)] = [(value * scale, part) for value, part in quantiles(map(float, file.read_text().split()))]
+        samples = map(float, file.read_text().split())
+        curves[file.stem.removeprefix(prefix)] = [(value * scale, part) for value, part in quantiles(samples) if part <= shown]
     plot(folder, name, settings, curves)
 
 
@@ -65,8 +67,8 @@ def by_number(found, pattern, figure, scale=1):
 def draw(out, folder):
     distribution(out, folder, "event_latency",
                  'set title "One event over the pipe, both ends on one processor"\n'
-                 'set xlabel "write to callback, microseconds"\nset ylabel "share of events"\nset xrange [0:20]\n',
-                 "latency_", 1e6)
+                 'set xlabel "write to callback, microseconds"\nset ylabel "share of events"\nset xrange [0:*]\n',
+                 "latency_", 1e6, 0.99)
     distribution(out, folder, "caller_cost",
                  'set title "Logging one short line, four threads at once"\nset logscale x\n'
                  'set xlabel "caller\'s nanoseconds"\nset ylabel "share of lines"\n', "caller_", 1e9)
@@ -79,6 +81,8 @@ def draw(out, folder):
     sizes = medians(out, ["codec", "framing"])
     plot(folder, "cost_by_size",
          'set title "Cost by payload size"\nset logscale xy\nset xlabel "bytes"\nset ylabel "nanoseconds"\n',
-         {title: by_number(sizes, pattern, "real_time") for title, pattern in (
-             ("cut in 64 KB reads", "cut_by_size/#/ours"), ("encode one text", "encode_by_size/#/ours"),
-             ("index and read it", "read_by_size/#/ours"), ("memcpy", "copy_by_size/#/memcpy"))})
+         {title: by_number(sizes, pattern, figure) for title, pattern, figure in (
+             ("cut in 64 KB reads", "cut_by_size/#/ours", "cpu_ns_per_packet"),
+             ("encode one text", "encode_by_size/#/ours", "cpu_time"),
+             ("index and read it", "read_by_size/#/ours", "cpu_time"),
+             ("copy of it", "copy_by_size/#/string", "cpu_time"))})

@@ -4,9 +4,11 @@
 #include "identity.h"
 #include "ours.h"
 #include "peers.h"
+#include "protocol/wire_format.h"
 #include "support/results.h"
 
 #include <cstdio>
+#include <string>
 #include <vector>
 
 namespace {
@@ -49,6 +51,9 @@ bool resultsAreRight() {
     right &= report(ours::readViews(in.ourTexts, views) && textsOf(views) == expected, "our views");
     right &= report(ours::readInt(in.ourNumber, kNumberKey) == kNumber + static_cast<std::int32_t>(planted()),
                     "our number");
+    const std::string large(100'000, 'a');
+    right &=
+        report(ours::readText(ours::encodeText(kNumberKey, large), kNumberKey) == large, "our long text");
     const msgpack_peer::Owned owned = msgpack_peer::encodeIdentity(in.record);
     right &= report(msgpack_peer::readIdentity({owned.bytes.get(), owned.size}, texts) && texts == expected,
                     "msgpack's identity");
@@ -106,6 +111,22 @@ void registerAll() {
     add("read_int/msgpack", [&] { DoNotOptimize(msgpack_peer::readInt(in.msgpackNumber, kNumberKey)); });
 }
 
+/// One text of each size, for a plot that shows that the cost grows with it and no faster.
+void registerBySize() {
+    static constexpr std::size_t kSizes[] = {64, 512, 4096, 32768, 262144};
+    static constexpr std::string_view kKey = protocol::kKeyPhoneName;
+    for (const std::size_t size : kSizes) {
+        const std::string of = "_by_size/" + std::to_string(size);
+        const std::string text(size, 'a');
+        add(("encode" + of + "/ours").c_str(),
+            [text] { benchmark::DoNotOptimize(ours::encodeText(kKey, text)); });
+        add(("read" + of + "/ours").c_str(), [payload = ours::encodeText(kKey, text)] {
+            benchmark::DoNotOptimize(ours::readText(payload, kKey));
+        });
+        add(("copy" + of + "/string").c_str(), [text] { benchmark::DoNotOptimize(std::string(text)); });
+    }
+}
+
 std::vector<Target> targets() {
     return {
         {"encode six nested texts", "encode_identity/ours", "encode_identity/msgpack_kept", kTime, 1.5,
@@ -127,5 +148,6 @@ int main(int argc, char** argv) {
         return 2;
     }
     registerAll();
+    registerBySize();
     return runInTurns(argc, argv, targets());
 }

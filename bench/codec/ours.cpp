@@ -36,6 +36,12 @@ OBufList encodeInt(std::string_view key, std::uint32_t value) {
     return payload;
 }
 
+OBufList encodeText(std::string_view key, std::string_view text) {
+    OBufList payload;
+    CtrlProtocol::KeyValueBuf().addString(key, text).finish(payload);
+    return payload;
+}
+
 OBufList encodeTexts(const AudioServiceParam& record) {
     CtrlProtocol::KeyValueBuf builder;
     addTexts(builder, record);
@@ -66,6 +72,11 @@ bool readViews(const OBufList& payload, IdentityViews& out) {
         out[field] = *text;
     }
     return true;
+}
+
+std::string readText(const OBufList& payload, std::string_view key) {
+    bool ok = false;
+    return CtrlProtocol::KeyValueData{OBufList(payload)}.getString(key, ok);
 }
 
 std::int32_t readInt(const OBufList& payload, std::string_view key) {

@@ -138,10 +138,14 @@ const Row& keep(std::string name, const Packets& packets, std::size_t readSize) 
     return *rows.back();
 }
 
-void addCuts(const Row& row) {
+void addOurCut(const Row& row) {
     benchmark::RegisterBenchmark((row.name + "/ours").c_str(), [&row](benchmark::State& state) {
         cutByUs(state, row.reads, row.expected);
     });
+}
+
+void addCuts(const Row& row) {
+    addOurCut(row);
     benchmark::RegisterBenchmark((row.name + "/appended").c_str(), [&row](benchmark::State& state) {
         cutFromAppended(state, row.reads, row.expected);
     });
@@ -152,6 +156,12 @@ void registerAll() {
     addCuts(keep<ShortReads>("cut_60_in_7", packetsOf(1024, kPacketSize), 7));
     for (const std::size_t size : {std::size_t{1} << 16, std::size_t{1} << 20}) {
         addCuts(keep<ShortReads>("cut_" + std::to_string(size) + "_in_7", packetsOf(1, size), 7));
+    }
+    // For a plot that shows that the cost grows with the packet's size and no faster.
+    for (const std::size_t size :
+         {std::size_t{64}, std::size_t{512}, std::size_t{4096}, kReadSize / 2, kReadSize * 4}) {
+        addOurCut(keep<Reads>("cut_by_size/" + std::to_string(size),
+                              packetsOf((std::size_t{1} << 20) / size, size), kReadSize));
     }
     const Row& row = keep<Reads>("cut_16MB", packetsOf(1, kLargeSize), kReadSize);
     addCuts(row);
