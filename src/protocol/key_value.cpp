@@ -2,7 +2,7 @@
 
 #include "transport/buf_reader.h"
 
-#include <algorithm>
+#include <cstring>
 #include <new>
 #include <optional>
 #include <utility>
@@ -98,7 +98,8 @@ void CtrlProtocol::KeyValueBuf::addFront(std::string_view key, std::uint8_t type
         return;
     }
     *next++ = static_cast<std::uint8_t>(key.size());
-    next = std::copy(key.begin(), key.end(), next);
+    std::memcpy(next, key.data(), key.size());
+    next += key.size();
     *next++ = type;
     if (width == sizeof(std::uint32_t)) {
         protocol::storeU32(next, number);
