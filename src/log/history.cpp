@@ -1,6 +1,5 @@
 #include "log/history.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace orvel::log4z {
