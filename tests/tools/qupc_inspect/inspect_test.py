@@ -145,6 +145,7 @@ def follow():
     path.write_text("")
     process = subprocess.Popen([*INSPECT, "show", "--follow", path.name], stdout=subprocess.PIPE, text=True)
     watchdog = threading.Timer(HANG, process.kill)
+    watchdog.daemon = True
     watchdog.start()
 
     def write(text):
