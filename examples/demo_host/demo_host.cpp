@@ -112,10 +112,11 @@ void followAnything(const HostLibrary& library, AudioServiceHandle* service) {
     constexpr int kAttempts = 30;
     const AudioServiceParam param = identity();
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        const std::size_t before = timeline.count();
         timeline.call(std::string("setParam(handle, {callbacks, six texts})") +
                       result(library.setParam(service, &param)));
         timeline.waitForQuiet(200ms);
-        if (!timeline.lastWas(SONVIA_ERROR_CONNECTION, 0)) {
+        if (timeline.count() == before || !timeline.lastWas(SONVIA_ERROR_CONNECTION, 0)) {
             break;
         }
     }
