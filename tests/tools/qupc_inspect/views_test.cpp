@@ -38,7 +38,7 @@ std::string let(const std::string& conditions) {
     return numbers;
 }
 
-std::string mistakeIn(const std::string& conditions) {
+std::string mistakeInFilter(const std::string& conditions) {
     try {
         const inspect::Filter filter(conditions);
     } catch (const std::invalid_argument& error) {
@@ -111,10 +111,11 @@ TEST(InspectFilter, ConditionsMustAllBeMet) {
 TEST(InspectFilter, UnknownConditionsAreRefused) {
     const std::string expected =
         "expected from=host, from=service, command=, key=, seq= or malformed, found ";
-    EXPECT_EQ(expected + "\"form=host\"", mistakeIn("form=host"));
-    EXPECT_EQ(expected + "\"from=phone\"", mistakeIn("from=phone"));
-    EXPECT_EQ(expected + "\"seq=70000\"", mistakeIn("seq=70000"));
-    EXPECT_EQ(expected + "\"key=\"", mistakeIn("key="));
-    EXPECT_EQ(expected + "\"malformed=1\"", mistakeIn("malformed=1"));
-    EXPECT_EQ("expected the name of a command or its number, found \"Notice\"", mistakeIn("command=Notice"));
+    EXPECT_EQ(expected + "\"form=host\"", mistakeInFilter("form=host"));
+    EXPECT_EQ(expected + "\"from=phone\"", mistakeInFilter("from=phone"));
+    EXPECT_EQ(expected + "\"seq=70000\"", mistakeInFilter("seq=70000"));
+    EXPECT_EQ(expected + "\"key=\"", mistakeInFilter("key="));
+    EXPECT_EQ(expected + "\"malformed=1\"", mistakeInFilter("malformed=1"));
+    EXPECT_EQ("expected the name of a command or its number, found \"Notice\"",
+              mistakeInFilter("command=Notice"));
 }
