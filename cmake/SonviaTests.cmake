@@ -7,7 +7,7 @@
 # sonvia_run_as_test(<target> [NAME <name>] [ARGS <argument>...] [LABELS <label>...] [SERIAL] [TIMEOUT <seconds>]
 #     [ENVIRONMENT <variable>...])
 #
-# Makes a ctest entry of any program whose exit code tells success. Each runs in a folder of its own,
+# Makes a ctest entry of any program whose exit code reports success. Each runs in a folder of its own,
 # build/<preset>/testrun/<name>.
 #
 # SERIAL: the test uses what there is only one of, the service's process name and pipe. Natively no two of these run at

@@ -1,7 +1,7 @@
 # Warnings for everything built in this tree. Dependencies come in through find_package, as system headers, and
 # are not judged.
 if(MSVC)
-    # Without C4324, which tells that alignas made a structure larger: that is what it stands there for.
+    # Without C4324, which reports that alignas enlarged a structure: that is its purpose.
     add_compile_options(/W4 /wd4324 /utf-8 /permissive-)
     # Microsoft calls functions of the standard deprecated (C4996: getenv, fopen, strcpy, mbstowcs); no other
     # compiler knows what it has in their place.

@@ -21,13 +21,13 @@ using namespace orvel::log4z;
 
 namespace {
 
-constexpr std::size_t kMostFiles = 60;
-constexpr std::size_t kLongestName = 255;
-constexpr int kMostLarge = 1;
+constexpr std::size_t kMaxFiles = 60;
+constexpr std::size_t kMaxName = 255;
+constexpr int kMaxLarge = 1;
 constexpr std::int64_t kStart = 1773043200; // 2026-03-09 08:00:00
 
 /// Any bytes, and perhaps the mark of an archive's last record with its 18 bytes, or more, or fewer. With bit 6 they
-/// stand about where a reader of 4096 bytes takes its second piece.
+/// lie about where a reader of 4096 bytes takes its second piece.
 std::string takeBytes(Input& input) {
     const unsigned form = input.takeByte();
     std::string content((form & 64u) != 0 ? 4080 : 0, 'o');
@@ -42,7 +42,7 @@ std::string takeBytes(Input& input) {
 /// A megabyte is what the limits count in. Where logs are packed a few hundred bytes must do: packing takes its time.
 std::string takeContent(Input& input, bool zip, int& large) {
     const unsigned kind = input.takeByte();
-    if (kind == 'M' && (zip || large < kMostLarge)) {
+    if (kind == 'M' && (zip || large < kMaxLarge)) {
         ++large;
         return std::string(zip ? 600 : 1048576, 'o');
     }
@@ -66,10 +66,10 @@ bool isObstacle(const std::string& name) {
 
 void takeFiles(Input& input, MemoryFiles& disk, LogModel& model) {
     int large = 0;
-    for (std::size_t count = 0; !input.empty() && count < kMostFiles; ++count) {
+    for (std::size_t count = 0; !input.empty() && count < kMaxFiles; ++count) {
         const std::string content = takeContent(input, model.settings.zip, large);
         const std::string name = modelPath(oracle::text(input.takeLine()));
-        const bool isPossible = !name.empty() && name.size() <= kLongestName && name.find('\0') == name.npos;
+        const bool isPossible = !name.empty() && name.size() <= kMaxName && name.find('\0') == name.npos;
         if (isPossible && !isObstacle(name)) {
             put(disk, model, name, content);
         }

@@ -3,7 +3,7 @@
 fuzz/make_seeds.py
 
 The traffic is that of docs/protocol.md, read from the page, and more of its kind. Inputs that were kept because they
-once broke something are not made here; they only stand in the corpus.
+once broke something are not made here; they are only in the corpus.
 """
 import pathlib
 import re
@@ -194,12 +194,12 @@ def log_folders():
     def log(kind, day, ending="", content=b""):
         return file(kind, f"sonvia_Test_2026-03-{day}-08-00-00.log{ending}", content)
 
-    def beside(day, content):
+    def another(day, content):
         return log(b"3", day) + log(b"B", day, ".zip", content)
 
-    def marked(before, behind):
+    def marked(before, after):
         """Bytes, an archive's end mark, more bytes; as `takeBytes` reads them."""
-        return bytes([128 + len(before) + (64 if len(before) > 10 else 0)]) + before + bytes([len(behind)]) + behind
+        return bytes([128 + len(before) + (64 if len(before) > 10 else 0)]) + before + bytes([len(after)]) + after
 
     used = [file(b"M", f"sonvia_Test_2026-03-09-08-00-0{second}.log") for second in range(3)]
     used += [file(b"3", f"sonvia_Test_2026-03-09-08-00-0{second}.log.zip") for second in (3, 4)]
@@ -228,9 +228,9 @@ def log_folders():
         "torn_and_whole_archives": folder(packs, b"2.1", log(b"3", "07") + log(b"2", "07", ".zip") + log(b"3", "08") +
                                           log(b"Z", "08", ".zip")),
         "archives_that_end_in_any_bytes": folder(
-            current, b"2.1", beside("01", marked(b"", bytes(range(18)))), beside("02", marked(b"PK", b"x" * 17)),
-            beside("03", marked(b"PK", b"x" * 19)), beside("04", b"\x04PK\5\6"),
-            beside("05", marked(b"a" * 14, b"PK\5\6" + b"y" * 14)), beside("06", marked(b"a" * 14, b"PK\5\6"))),
+            current, b"2.1", another("01", marked(b"", bytes(range(18)))), another("02", marked(b"PK", b"x" * 17)),
+            another("03", marked(b"PK", b"x" * 19)), another("04", b"\x04PK\5\6"),
+            another("05", marked(b"a" * 14, b"PK\5\6" + b"y" * 14)), another("06", marked(b"a" * 14, b"PK\5\6"))),
     }
 
 

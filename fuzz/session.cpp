@@ -2,7 +2,7 @@
 // follow (at most 31); the rest is the stream that arrives. Each byte of control is a step: some of the stream arrives,
 // as it is or as the recipe of a whole notification, or the connection fails, or the host does something. What remains
 // of the stream arrives at once in the end. A plain model of the session must agree on every callback (and on what the
-// host is told inside it), on the state, on the source's name and on all that is sent.
+// host gets inside it), on the state, on the source's name and on all that is sent.
 
 #include "oracle/session.h"
 #include "api/live_handles.h"
@@ -39,7 +39,7 @@ public:
         return true;
     }
 
-    /// In as many reads as the blocks make of it that are lent.
+    /// In as many reads as the provided blocks make of it.
     void arrive(const Bytes& bytes, std::size_t blockSize) {
         for (std::size_t done = 0; done < bytes.size();) {
             uv_buf_t block = {};
@@ -88,7 +88,7 @@ Bytes takeNotification(Input& stream, std::size_t entries) {
     return oracle::encodePacket(oracle::kNotify, 0, payload);
 }
 
-/// Session and model, told the same.
+/// Session and model, given the same input.
 class Meeting {
 public:
     Meeting();
@@ -260,9 +260,9 @@ void Meeting::compare() {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    constexpr std::size_t kMostControl = 32;
+    constexpr std::size_t kMaxControl = 32;
     Input stream(data, size);
-    const Bytes controls = stream.take(stream.takeByte() % kMostControl);
+    const Bytes controls = stream.take(stream.takeByte() % kMaxControl);
     Meeting meeting;
     for (const std::uint8_t control : controls) {
         meeting.step(control, stream);

@@ -108,7 +108,7 @@ void cutFromAppended(benchmark::State& state, const std::vector<OBufView>& reads
     finish(state, counter.delivered, expected);
 }
 
-/// The least that a packet of many reads costs: its bytes in one run, in memory that is asked for each time.
+/// The lower bound for a packet of many reads: its bytes in one run, in memory that is allocated each time.
 void copyOnce(benchmark::State& state, const std::vector<OBufView>& reads) {
     for (auto _ : state) {
         auto* whole = static_cast<std::uint8_t*>(std::malloc(kLargeSize));

@@ -1,4 +1,4 @@
-// Archives beside minizip's, and what opening a file costs as its folder fills.
+// Archives compared with minizip's, and the cost of opening a file as its folder fills.
 
 #include "log/archive.h"
 #include "log/log_names.h"

@@ -1,4 +1,4 @@
-// The log's speed beside other loggers, in one run: lines a second, a caller's cost, processor time, archives, opening
+// The log's speed compared with other loggers, in one run: lines a second, a caller's cost, processor time, archives, opening
 // a file. Whatever was written is counted before a speed is shown. Ends with 1 when a bound is missed and with 2 when
 // a result is wrong.
 

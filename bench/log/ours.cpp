@@ -37,7 +37,7 @@ private:
     const std::int64_t mStart = milliseconds();
 };
 
-/// Swallows the engine's own messages: they would stand among the results.
+/// Swallows the engine's own messages, which would be printed among the results.
 class NoConsole final : public platform::Console {
 public:
     bool printColoured(unsigned, const char*) override { return false; }

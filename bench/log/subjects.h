@@ -18,7 +18,7 @@ inline constexpr char kPhone[] = "Galaxy S23 of Anna";
 /// The message alone, as a peer is fed with it; returns its length.
 int formatMessage(char* out, std::size_t size, Line line, int number);
 
-/// The whole line as it stands in a file, its time given: the floor of every logger.
+/// The whole line as in a file, with a given time: the lower bound for every logger.
 int formatWholeLine(char* out, std::size_t size, Line line, int number);
 
 /// A logger under test that writes to a folder of its own, empty at first, in files of 2 MB.

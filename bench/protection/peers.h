@@ -15,7 +15,7 @@ class OpenSslCbc {
 public:
     OpenSslCbc(const std::uint8_t* key, const std::uint8_t* iv, bool encrypting);
 
-    /// Goes on with the chain of the call before: the least that OpenSSL can be asked to do.
+    /// Continues the chain of the previous call: the least work for OpenSSL.
     void update(const std::uint8_t* in, std::uint8_t* out, std::size_t size);
 
     /// A message of its own: starts at `iv`, and is finished.

@@ -1,5 +1,5 @@
-// What a handle's life costs beside what it has to wait for: initSonviaAudioService beyond its 200 ms and the ending of
-// old services, the first setParam until the connection stands, uninitSonviaAudioService beyond the service's end. And
+// What a handle's life costs apart from its waits: initSonviaAudioService beyond its 200 ms and the ending of
+// old services, the first setParam until it is connected, uninitSonviaAudioService beyond the service's end. And
 // the memory of it: the log's first lines, a thousand events.
 
 #include "api/service_process.h"
@@ -56,7 +56,7 @@ void initialise(benchmark::State& state) {
     }
 }
 
-/// The whole life beside a service that is there and never ends by itself: no process is waited for.
+/// The whole life with a running service that never ends by itself: no process is waited for.
 void connectAndRelease(benchmark::State& state, bool timesRelease) {
     for (auto _ : state) {
         const std::string prefix = freshPipePrefix();

@@ -76,7 +76,7 @@ void PipeEnd::open(Role role, const std::string& name) {
 }
 
 void PipeEnd::startReading() {
-    const auto lend = [](uv_handle_t* handle, std::size_t, uv_buf_t* buf) {
+    const auto allocate = [](uv_handle_t* handle, std::size_t, uv_buf_t* buf) {
         PipeEnd* self = ownerOf(handle->data);
         buf->base = self->mBuffer;
         buf->len = sizeof self->mBuffer;
@@ -90,7 +90,7 @@ void PipeEnd::startReading() {
         }
     };
     mIsOpen = true;
-    require(uv_read_start(reinterpret_cast<uv_stream_t*>(&mConnection), lend, take), "uv_read_start");
+    require(uv_read_start(reinterpret_cast<uv_stream_t*>(&mConnection), allocate, take), "uv_read_start");
     become(true);
 }
 

@@ -9,7 +9,7 @@
 
 namespace {
 
-/// Newer versions of Google Benchmark tell failed runs from left-out ones.
+/// Newer versions of Google Benchmark distinguish failed runs from skipped ones.
 template <typename Run>
 bool failed(const Run& run) {
     if constexpr (requires { run.error_occurred; }) {

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-/// Keeps every repetition's figures beside what Google Benchmark prints.
+/// Keeps every repetition's figures, which Google Benchmark only summarises.
 class Results final : public benchmark::ConsoleReporter {
 public:
     Results() : ConsoleReporter(OO_Tabular) {}

@@ -1,4 +1,4 @@
-# Cross build with MinGW-w64: the 64-bit Windows DLL and the programs beside it, complete in themselves (the
+# Cross build with MinGW-w64: the 64-bit Windows DLL and the programs next to it, complete in themselves (the
 # compiler's runtime libraries are linked in, so a machine needs nothing but Windows).
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR AMD64)

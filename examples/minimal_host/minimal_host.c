@@ -55,7 +55,7 @@ int main(int argc, char** argv) {
 
     AudioServiceHandle* service = initSonviaAudioService.call(logDir, SONVIA_LOG_INFO);
     if (service == NULL) {
-        fprintf(stderr, "QuPCAudio.exe did not start: it belongs beside this program\n");
+        fprintf(stderr, "QuPCAudio.exe did not start: it belongs next to this program\n");
         return 1;
     }
     AudioServiceParam param;
@@ -70,7 +70,7 @@ int main(int argc, char** argv) {
         uninitSonviaAudioService.call(service);
         return 1;
     }
-    /* The name is "phone" until a phone has told its own. */
+    /* The name is "phone" until a phone has sent its own. */
     for (DWORD waited = 0; waited < milliseconds && strcmp(getSourceName.call(service), "phone") == 0;
          waited += 100) {
         Sleep(100);

@@ -11,7 +11,7 @@ constexpr std::uint8_t kEveryByte = 1;
 
 /// A few bytes mostly: headers and lengths are to be torn apart.
 constexpr std::size_t kPieceLimits[] = {2, 4, 12, 40, 5000, 20000};
-/// Work grows with the square of the pieces; behind so many, what is left comes in a few large ones.
+/// Work grows with the square of the pieces; after this many, the rest comes in a few large ones.
 constexpr std::size_t kManyPieces = 24;
 constexpr std::size_t kSparse = 8;
 constexpr std::size_t kSpareFactors[] = {0, 0, 1, kSparse};

@@ -144,7 +144,7 @@ const char* getSourceName(AudioServiceHandle* handle) {
         return kDefaultSourceName;
     }
     return guarded(__func__, kDefaultSourceName, [&use] {
-        const char* name = use->session->lendPhoneName();
+        const char* name = use->session->getPhoneName();
         return name != nullptr ? name : kDefaultSourceName;
     });
 }

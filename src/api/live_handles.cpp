@@ -110,16 +110,16 @@ HandleEntry* LiveHandles::beginRelease(const AudioServiceHandle* handle) {
     if (found == nullptr || found->number.load() != numberOf(handle)) {
         return nullptr;
     }
-    const auto noteLoopThread = [found] {
+    const auto recordLoopThread = [found] {
         const std::shared_ptr<OUVLoop>& loop = found->record->loop;
         found->loopThread = loop != nullptr ? loop->threadId.load() : 0;
     };
-    noteLoopThread(); // its callbacks may call while the release waits
+    recordLoopThread(); // its callbacks may call while the release waits
     found->number = numberOf(handle) | HandleEntry::kReleasing;
     while (found->uses.load() != 0) {
         mUseEnded.wait(mMutex);
     }
-    noteLoopThread(); // one of those calls may have started the thread
+    recordLoopThread(); // one of those calls may have started the thread
     return found;
 }
 

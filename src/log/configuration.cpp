@@ -18,7 +18,7 @@ bool LogConfiguration::load(const char* configFile) {
     std::string text;
     try {
         {
-            const std::lock_guard<LockHelper> lock(mLock);
+            const std::lock_guard guard(mLock);
             if (mHasFile) {
                 // Kept for compatibility: two spaces after the comma, as in every text of this message so far. A
                 // search for the message would miss the corrected one.
@@ -79,7 +79,7 @@ void LogConfiguration::checkIfDue() {
 bool LogConfiguration::readFile(std::string& text) {
     std::string path;
     {
-        const std::lock_guard<LockHelper> lock(mLock);
+        const std::lock_guard guard(mLock);
         if (!mHasFile) {
             return false;
         }
@@ -97,7 +97,7 @@ bool LogConfiguration::readFile(std::string& text) {
 }
 
 bool LogConfiguration::applyIfChanged(std::string_view text) {
-    const std::lock_guard<LockHelper> lock(mLock);
+    const std::lock_guard guard(mLock);
     const std::uint32_t checksum = configChecksum(text);
     if (checksum == mChecksum) {
         return true;

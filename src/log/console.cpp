@@ -68,7 +68,7 @@ void ConsoleEcho::show(int level, const char* text) {
         mConsole.print(text);
         return;
     }
-    const std::lock_guard<LockHelper> lock(mLock);
+    const std::lock_guard guard(mLock);
     mConsole.printColoured(attribute, text);
 }
 

@@ -25,7 +25,7 @@ bool FlushRequests::wait(unsigned milliseconds) {
 
 /// Enters a caller that waits; false when its records are in the files by now.
 bool FlushRequests::announce(std::uint64_t records) {
-    const std::lock_guard<LockHelper> lock(mLock);
+    const std::lock_guard guard(mLock);
     if (isDone(records)) {
         return false;
     }
@@ -39,7 +39,7 @@ bool FlushRequests::waitForRelease(unsigned milliseconds) {
     if (mReleased.wait(milliseconds)) {
         return true;
     }
-    const std::lock_guard<LockHelper> lock(mLock);
+    const std::lock_guard guard(mLock);
     if (mWaiting > 0) {
         --mWaiting;
         return false;
@@ -48,7 +48,7 @@ bool FlushRequests::waitForRelease(unsigned milliseconds) {
 }
 
 void FlushRequests::release(std::uint64_t records) {
-    const std::lock_guard<LockHelper> lock(mLock);
+    const std::lock_guard guard(mLock);
     mFlushed.store(records, std::memory_order_release);
     mAreWaiting.store(false, std::memory_order_relaxed);
     for (; mWaiting > 0; --mWaiting) {

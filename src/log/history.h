@@ -17,7 +17,7 @@ enum ReserveDelType : std::int32_t {
 };
 
 /// As a limit in megabytes: none.
-inline constexpr std::uint32_t kNoLimit = 4294967295u;
+inline constexpr std::uint32_t kNoLimit = 4294967295U;
 
 /// The settings that decide which old files are deleted.
 struct Retention {

@@ -58,7 +58,7 @@ LogRecord* RecordPool::take() {
 }
 
 LogRecord* RecordPool::takeFree() {
-    const std::lock_guard<LockHelper> lock(mLock);
+    const std::lock_guard guard(mLock);
     if (mCount == 0) {
         return nullptr;
     }
@@ -71,7 +71,7 @@ LogRecord* RecordPool::takeFree() {
 void RecordPool::put(LogRecord* const* records, std::size_t count) {
     std::size_t kept = 0;
     {
-        const std::lock_guard<LockHelper> lock(mLock);
+        const std::lock_guard guard(mLock);
         kept = std::min(count, kLimit - mCount);
         std::copy_n(records, kept, mFree + mCount);
         mCount += kept;
@@ -82,14 +82,14 @@ void RecordPool::put(LogRecord* const* records, std::size_t count) {
 }
 
 void RecordPool::clear() {
-    const std::lock_guard<LockHelper> lock(mLock);
+    const std::lock_guard guard(mLock);
     while (mCount > 0) {
         ::operator delete(mFree[--mCount]);
     }
 }
 
 std::size_t RecordPool::size() {
-    const std::lock_guard<LockHelper> lock(mLock);
+    const std::lock_guard guard(mLock);
     return mCount;
 }
 

@@ -9,9 +9,9 @@ namespace orvel::log4z {
 
 unsigned nextRandom() {
     static std::atomic<std::uint32_t> count{1};
-    std::uint32_t mixed = count.fetch_add(1, std::memory_order_relaxed) * 2654435761u;
+    std::uint32_t mixed = count.fetch_add(1, std::memory_order_relaxed) * 2654435761U;
     mixed ^= mixed >> 16;
-    mixed *= 2246822519u;
+    mixed *= 2246822519U;
     return mixed ^ mixed >> 13;
 }
 
@@ -26,7 +26,7 @@ unsigned backPressureDelay(std::uint64_t waiting) {
 bool RecordQueue::push(LogRecord* record, bool isLine) {
     bool wakeWriter = false;
     {
-        const std::lock_guard<LockHelper> lock(mLock);
+        const std::lock_guard guard(mLock);
         if (!mOpen) {
             return false;
         }
@@ -59,25 +59,25 @@ bool RecordQueue::isLongerThan(std::uint64_t limit, std::uint64_t& waiting) {
 }
 
 std::uint64_t RecordQueue::waitingNow() {
-    const std::lock_guard<LockHelper> lock(mLock);
+    const std::lock_guard guard(mLock);
     return mPushed.load(std::memory_order_relaxed) - mTaken.load(std::memory_order_relaxed);
 }
 
 void RecordQueue::takeAll(std::vector<LogRecord*>& batch) {
-    const std::lock_guard<LockHelper> lock(mLock);
+    const std::lock_guard guard(mLock);
     mRecords.swap(batch);
 }
 
 void RecordQueue::waitForRecords(std::size_t enough, unsigned milliseconds) {
     {
-        const std::lock_guard<LockHelper> lock(mLock);
+        const std::lock_guard guard(mLock);
         if (mRecords.size() >= enough) {
             return;
         }
         mWakeAt = enough;
     }
     mEvent->wait(milliseconds);
-    const std::lock_guard<LockHelper> lock(mLock);
+    const std::lock_guard guard(mLock);
     mWakeAt = 0;
 }
 
@@ -99,18 +99,18 @@ void RecordQueue::spinForRecords(std::size_t enough) {
 }
 
 bool RecordQueue::closeIfEmpty() {
-    const std::lock_guard<LockHelper> lock(mLock);
+    const std::lock_guard guard(mLock);
     mOpen = !mRecords.empty();
     return !mOpen;
 }
 
 void RecordQueue::open() {
-    const std::lock_guard<LockHelper> lock(mLock);
+    const std::lock_guard guard(mLock);
     mOpen = true;
 }
 
 bool RecordQueue::isOpen() {
-    const std::lock_guard<LockHelper> lock(mLock);
+    const std::lock_guard guard(mLock);
     return mOpen;
 }
 

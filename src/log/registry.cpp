@@ -28,7 +28,7 @@ int LoggerRegistry::create(const char* key) {
 }
 
 int LoggerRegistry::findOrMake(const std::string& key) {
-    const std::lock_guard<LockHelper> lock(mLock);
+    const std::lock_guard guard(mLock);
     const auto known = mIds.find(key);
     if (known != mIds.end()) {
         return known->second;
@@ -55,7 +55,7 @@ int LoggerRegistry::find(const char* key) {
     }
     try {
         const std::string full = fullKey(key);
-        const std::lock_guard<LockHelper> lock(mLock);
+        const std::lock_guard guard(mLock);
         const auto known = mIds.find(full);
         return known == mIds.end() ? -1 : known->second;
     } catch (const std::bad_alloc&) {
@@ -102,7 +102,7 @@ void LoggerRegistry::pushOrMake(int id, SettingChange code, std::int32_t number,
     if (pushChange(id, code, number, text)) {
         return;
     }
-    const std::lock_guard<LockHelper> lock(mLock);
+    const std::lock_guard guard(mLock);
     // `handOver` opens the queue under this lock: the slots may be the writer's by now.
     if (!pushChange(id, code, number, text)) {
         makeIt();
@@ -146,7 +146,7 @@ void LoggerRegistry::applyRecord(const LogRecord& record) {
     }
     LoggerSlot& changed = slot(record.loggerId);
     changed.file.close(); // the next line opens it with the new setting
-    const std::lock_guard<LockHelper> lock(mLock);
+    const std::lock_guard guard(mLock);
     changed.apply(code, record.typeValue,
                   std::string_view(record.content, static_cast<std::size_t>(record.contentLength)));
 }
@@ -163,12 +163,12 @@ void LoggerRegistry::loadHistories() {
 }
 
 void LoggerRegistry::handOver() {
-    const std::lock_guard<LockHelper> lock(mLock);
+    const std::lock_guard guard(mLock);
     mQueue.open();
 }
 
 void LoggerRegistry::closeAll() {
-    const std::lock_guard<LockHelper> lock(mLock);
+    const std::lock_guard guard(mLock);
     const int made = count();
     for (int id = 0; id < made; ++id) {
         slot(id).file.close();

@@ -21,7 +21,7 @@ constexpr unsigned kConfigPollInterval = 50;
 /// After a burst the writer sleeps this long, in ms, or until so many records wait: a caller that logs line after line
 /// must not pay for waking it each time. Fewer than the pool holds, so that the pool is not used up.
 constexpr unsigned kSleepAfterBurst = 2;
-constexpr std::size_t kEnoughToWake = 96;
+constexpr std::size_t kWakeThreshold = 96;
 
 /// A batch of this size is part of a burst.
 constexpr std::size_t kBurstBatch = 16;
@@ -46,7 +46,7 @@ void add(std::atomic<std::uint64_t>& counter, std::uint64_t value) {
 } // namespace
 
 bool LogWriter::start() {
-    const std::lock_guard<LockHelper> lock(mLifeLock);
+    const std::lock_guard guard(mLifeLock);
     if (isRunning() || !mRooms.thread.threadHasEnded()) {
         mRooms.services.console.report("log already start \r\n");
         return false;
@@ -82,7 +82,7 @@ void LogWriter::drainWithoutThread() {
 }
 
 bool LogWriter::stop() {
-    const std::lock_guard<LockHelper> lock(mLifeLock);
+    const std::lock_guard guard(mLifeLock);
     if (!isRunning() && mRooms.thread.threadHasEnded()) {
         return false;
     }
@@ -109,7 +109,7 @@ void LogWriter::run() {
             const bool isBurst = batch.size() >= kBurstBatch;
             writeBatch(batch);
             if (isBurst) {
-                mRooms.queue.spinForRecords(kEnoughToWake);
+                mRooms.queue.spinForRecords(kWakeThreshold);
             }
         } else if (!waitForWork()) {
             break;
@@ -128,7 +128,7 @@ bool LogWriter::waitForWork() {
     }
     if (mWasBusy) {
         mWasBusy = false;
-        mRooms.queue.waitForRecords(kEnoughToWake, kSleepAfterBurst);
+        mRooms.queue.waitForRecords(kWakeThreshold, kSleepAfterBurst);
     } else {
         mRooms.pool.endBurst();
         mRooms.queue.waitForRecords(1, mRooms.configuration.isWatched() ? kConfigPollInterval

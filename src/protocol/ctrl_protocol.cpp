@@ -16,7 +16,7 @@
 namespace {
 
 constexpr std::uint64_t kTailCapacity = 65536;
-constexpr std::uint64_t kShortestShared = 4096; // bytes: copying fewer is cheaper than a block of their own
+constexpr std::uint64_t kMinShared = 4096; // bytes: copying fewer is cheaper than a block of their own
 
 using MallocBytes = std::unique_ptr<std::uint8_t, void (*)(void*)>;
 
@@ -202,7 +202,7 @@ void CtrlProtocol::deliver(const CtrlPacketHeader& header, const std::uint8_t* b
 // by byte must not cost a block for each, so sparse and short views are copied together; long and well filled ones are
 // shared.
 void CtrlProtocol::keep(const OBufView& rest) {
-    if (rest.length >= kShortestShared && rest.length >= rest.buffer->capacity / 4) {
+    if (rest.length >= kMinShared && rest.length >= rest.buffer->capacity / 4) {
         mPending.push_back(rest);
         mPendingSize += rest.length;
         return;

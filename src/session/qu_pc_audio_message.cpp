@@ -136,7 +136,7 @@ void QuPCAudioMessage::onConnect(uv_connect_t* /*req*/, std::int32_t status) {
     if (status != 0) {
         connectFailed(status);
     } else if (!readStart()) {
-        noteBroken(); // unusable without reading: the next connect makes a new pipe
+        markBroken(); // unusable without reading: the next connect makes a new pipe
         connectFailed(UV_ENOTCONN);
     } else {
         connectionIsReadable();

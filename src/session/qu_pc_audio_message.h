@@ -63,8 +63,8 @@ public:
 
     Connection connection() const { return mConnection.load(); }
 
-    /// See SourceName::lend.
-    const char* lendPhoneName() { return phoneName.lend(); }
+    /// See SourceName::get.
+    const char* getPhoneName() { return phoneName.get(); }
 
     /// Drops the packet, with a line in the log, while too many bytes are unsent.
     bool write(const OBufList& list) override;

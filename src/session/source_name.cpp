@@ -12,7 +12,7 @@ void SourceName::set(std::string name) {
     mName = std::move(next);
 }
 
-const char* SourceName::lend() {
+const char* SourceName::get() {
     const std::uint32_t reader = platform::currentThreadId();
     const std::lock_guard guard(mMutex);
     if (mName->c_str()[0] == '\0') { // a name that begins with a zero byte reads as an empty one, too

@@ -17,7 +17,7 @@ public:
 
     void set(std::string name);
     /// The name for the calling thread, or null while it is empty.
-    const char* lend();
+    const char* get();
 
 private:
     struct Lease {

@@ -15,7 +15,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 /// Limits how long unrelated work of the loop can delay a host's call.
-constexpr std::chrono::milliseconds kLongestWait{50};
+constexpr std::chrono::milliseconds kMaxWait{50};
 
 } // namespace
 
@@ -69,7 +69,7 @@ void LoopEntry::finish(const CallPtr& call) {
     if (isInside()) {
         runQueuedUpTo(call.get());
     } else {
-        const auto giveUp = Clock::now() + kLongestWait;
+        const auto giveUp = Clock::now() + kMaxWait;
         bool woken = false;
         std::unique_lock lock(mMutex);
         const CountedScope waiting(mWaiters);

@@ -117,7 +117,7 @@ void OBaseSocket::handleRead(uv_stream_t* stream, ssize_t nread, const uv_buf_t&
         pauseReading(stream);
     }
     if (nread < 0 && nread != UV_ENOBUFS) { // after an allocation failure the stream itself is intact
-        noteBroken();
+        markBroken();
     }
     if (nread <= 0) {
         onError(static_cast<std::int32_t>(nread));

@@ -57,7 +57,7 @@ public:
 
 protected:
     /// The stream has ended, failed or refused a write. Where libuv may be entered.
-    virtual void noteBroken() {}
+    virtual void markBroken() {}
 
     /// Refuses a peer that passes handles along the stream: stops reading, reports the error and returns true.
     virtual bool refuseTransfers() { return false; }

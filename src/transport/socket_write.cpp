@@ -44,7 +44,7 @@ bool OBaseSocket::writeTo(uv_stream_t* stream, const OBufList& list) {
     if (result == UV_ENOMEM) {
         throw std::bad_alloc();
     }
-    noteBroken();
+    markBroken();
     return false;
 }
 
@@ -52,7 +52,7 @@ void OBaseSocket::writeCb(uv_write_t* req, int status) {
     auto* write = static_cast<OWriteReq*>(req->data);
     if (write->owner != nullptr) {
         if (status < 0) {
-            write->owner->noteBroken();
+            write->owner->markBroken();
         }
         try {
             write->owner->onWrite(write->views, status);

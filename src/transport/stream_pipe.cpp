@@ -117,7 +117,7 @@ bool OStreamPipe::hasPeer() const {
            platform::pipeHasPeer(end);
 }
 
-void OStreamPipe::noteBroken() {
+void OStreamPipe::markBroken() {
     if (mLink.load() == Link::Healthy) {
         mLink = Link::UsedUp;
     }
@@ -131,7 +131,7 @@ bool OStreamPipe::refuseTransfers() {
     }
     mTransferCheck.stop();
     readStop();
-    noteBroken();
+    markBroken();
     onError(UV_ECONNABORTED);
     return true;
 }

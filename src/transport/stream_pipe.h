@@ -49,7 +49,7 @@ public:
     static std::string pipeNamePrefix;
 
 protected:
-    void noteBroken() override;
+    void markBroken() override;
     bool refuseTransfers() override;
 
     /// Bytes that libuv has queued and the system has not accepted yet. Where libuv may be entered.

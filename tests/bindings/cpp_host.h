@@ -1,4 +1,4 @@
-// A host in C++ with a session of its own: what its handlers saw, and a stand-in service beside it.
+// A host in C++ with a session of its own: what its handlers saw, and a stand-in service.
 #pragma once
 
 #include <exception>

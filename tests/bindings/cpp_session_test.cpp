@@ -34,7 +34,7 @@ TEST_F(CppSession, EventsArriveTypedAndInOrder) {
 }
 
 // Only the system decides when the library reports a frame in pieces, so the library is a table of functions here.
-TEST_F(CppSession, FrameThatComesInPiecesIsNoError) {
+TEST_F(CppSession, FrameInSeveralPiecesIsNoError) {
     static AudioServiceParam given;
     sonvia::Library library;
     library.init = [](const char*, int) { return reinterpret_cast<AudioServiceHandle*>(&given); };

@@ -1,4 +1,4 @@
-// A fuzz target whose oracle is wrong: it believes that no byte stands beside its like.
+// A fuzz target whose oracle is wrong: it believes that no byte is next to an equal one.
 
 #include "support/require.h"
 

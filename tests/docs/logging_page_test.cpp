@@ -1,4 +1,4 @@
-// The configuration in docs/logging.md can be copied as it stands.
+// The configuration in docs/logging.md can be copied unchanged.
 
 #include "log/log_level.h"
 #include "support/log/log_fixture.h"

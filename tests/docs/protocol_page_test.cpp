@@ -114,5 +114,5 @@ TEST(ProtocolPage, AReceivedPacketDoesWhatThePageSays) {
     CapturedSession session;
     session.onRead(OBufList(1, OBufView::make(packet.data(), packet.size())), 0);
     EXPECT_EQ(session.getPlayerState(), 2U);
-    EXPECT_STREQ(session.lendPhoneName(), "Handset A");
+    EXPECT_STREQ(session.getPhoneName(), "Handset A");
 }

@@ -12,7 +12,7 @@ using support::Json;
 
 class Arguments : public support::ServiceTest {
 protected:
-    // A service that is connected ends at once when it is told to.
+    // A connected service ends at once when it is asked to.
     void connect() {
         ASSERT_TRUE(standin.waitForEvent("listen"));
         const AudioServiceParam param = support::completeParam();

@@ -75,7 +75,7 @@ TEST_F(Connection, ServiceThatLeavesIsReportedOnce) {
     ASSERT_TRUE(events.waitForCount(1));
     EXPECT_EQ(api.state(handle), 4U);
     EXPECT_TRUE(api.exitProjection(handle));
-    EXPECT_TRUE(api.setAccountID(handle, "nobody hears it"));
+    EXPECT_TRUE(api.setAccountID(handle, "nobody receives it"));
     stop();
     expectOneConnectionError();
 }

@@ -39,7 +39,7 @@ Result runWholeLifeAt(int level) {
     return support::wholeLife(library.api(), support::logFolder(), level);
 }
 
-// The log folder stands in the file "folder.txt": no command line holds every name that a host may pass.
+// The log folder is in the file "folder.txt": no command line can hold every name that a host may pass.
 Result runWholeLifeWithFolder() {
     std::ifstream file("folder.txt", std::ios::binary);
     const std::string folder{std::istreambuf_iterator<char>(file), {}};
@@ -51,7 +51,7 @@ Result runWholeLifeWithFolder() {
 constexpr std::size_t kLogWriter = 1;
 constexpr std::size_t kThreadsOfTheSystem = 2;
 
-// Compared with what was before the library was loaded for the first time, which nothing but a new process can tell.
+// Compared with the state before the library was loaded for the first time, which only a new process has.
 Result runSettings() {
     const std::string folder = support::logFolder();
     const std::map<std::string, std::string> before = support::hostSettings();
@@ -78,7 +78,7 @@ Result runSettings() {
     return result;
 }
 
-// There is no service beside this program, which ends at once: what is not in the log by then never will be.
+// This program has no service and ends at once: what is not in the log by then never will be.
 Result runNoService() {
     if (support::startHost(support::hostApi()) != nullptr) {
         return support::kUnexpectedHandle;

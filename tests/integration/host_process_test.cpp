@@ -91,7 +91,7 @@ protected:
 
 constexpr const char* kOneEvent = "wait packet key KORUInfo\nnotify int buffering-start 1\n";
 
-TEST_F(HostProcess, NoServiceBesideTheHostGivesNoHandleAndIsInTheLogAtOnce) {
+TEST_F(HostProcess, NoServiceNextToTheHostGivesNoHandleAndIsLoggedAtOnce) {
     EXPECT_EQ(run("no-service", "", folderWithoutService()), 0);
     EXPECT_TRUE(standin.recorded("start").empty());
     const std::vector<LoggedLine> lines = logLines();
@@ -164,7 +164,7 @@ TEST_F(HostProcess, OnlyLinesFromTheHostsLevelOnAreLogged) {
 }
 
 // The host calls getState in each callback, so that its line follows what was logged before the callback.
-TEST_F(HostProcess, WhatHappenedIsLoggedBeforeTheHostHearsOfIt) {
+TEST_F(HostProcess, EventsAreLoggedBeforeTheyAreReportedToTheHost) {
     ASSERT_EQ(run("call-in-callbacks", "wait file open\nlisten\nwait packet key KORUInfo\n"
                                        "notify int buffering-start 1\nnotify int buffering-end 1\n"
                                        "notify int first-audiopcm 1\nnotify int change-mode 7\nexit\n"),
@@ -209,7 +209,7 @@ constexpr int kAborted = 3;
 constexpr int kAborted = -SIGABRT;
 #endif
 
-TEST_F(HostProcess, CallbackThatThrowsEndsTheProcessAndTheLogSaysWhatItWas) {
+TEST_F(HostProcess, CallbackThatThrowsEndsTheProcessAndItsExceptionIsLogged) {
     EXPECT_EQ(
         run("throw-in-callback",
             std::string(kOneEvent) + "wait packet key exitAudioProjection\nnotify int buffering-end 1\n"),
@@ -218,7 +218,7 @@ TEST_F(HostProcess, CallbackThatThrowsEndsTheProcessAndTheLogSaysWhatItWas) {
     EXPECT_NE(log.find("the host's callback threw: the host's own trouble"), std::string::npos);
 }
 
-TEST_F(HostProcess, ReleaseInsideACallbackEndsTheProcessAndSaysWhy) {
+TEST_F(HostProcess, ReleaseInsideACallbackEndsTheProcessAndLogsWhy) {
     EXPECT_EQ(
         run("uninit-in-callback",
             std::string(kOneEvent) + "wait packet key exitAudioProjection\nnotify int buffering-end 1\n"),

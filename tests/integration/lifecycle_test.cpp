@@ -210,7 +210,7 @@ TEST_F(Lifecycle, OfStartsMadeAtOnceOneServiceIsLeft) {
     EXPECT_TRUE(support::reaches(
         1, "services", [this] { return runningServices(); }, support::kProcessTimeout));
     EXPECT_EQ(runningServices(), 1U);
-    for (const Json& start : standin.recorded("start")) { // none of them was ever told of a connection
+    for (const Json& start : standin.recorded("start")) { // none of them ever saw a connection
         support::killProcess(start.at("pid").number(), "QuPCAudio.exe");
     }
     for (AudioServiceHandle* each : handles) {

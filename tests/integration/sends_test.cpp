@@ -54,7 +54,7 @@ TEST_F(Sends, StopAndWhatWasSentBeforeItReachAReaderThatOutlivesTheStartedProces
     }
 }
 
-TEST_F(Sends, ServiceHearsTheStopWhileAHostCallbackIsUnderWay) {
+TEST_F(Sends, ServiceReceivesTheStopWhileAHostCallbackRuns) {
     startAndConfigure(kEventWhenTold);
     std::promise<void> begun;
     bool heard = false;

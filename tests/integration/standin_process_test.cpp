@@ -62,7 +62,7 @@ TEST_F(StandinProcess, WaitThatLastsTooLongEndsItAndNamesTheLine) {
     EXPECT_EQ(exitReason(), "guard of line 2");
 }
 
-TEST_F(StandinProcess, OverallGuardEndsItWhateverHappens) {
+TEST_F(StandinProcess, OverallTimeoutEndsItWhateverHappens) {
     EXPECT_EQ(run("guard 1\nrepeat forever\n wait 1\nend\n"), 89);
 }
 

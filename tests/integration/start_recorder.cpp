@@ -1,5 +1,5 @@
 // Stands in for a program that the library starts, and writes down how it was started: its command line, whether it
-// has a console to itself, and how its parent was told to show its window. Into "<file name>.txt" in the current folder.
+// has a console to itself, and how its parent was asked to show its window. Into "<file name>.txt" in the current folder.
 #include <array>
 #include <cstdio>
 #include <string>

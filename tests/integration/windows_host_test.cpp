@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 
 class WindowsHost : public support::ServiceTest {};
 
-TEST_F(WindowsHost, LogFolderIsCutAt255CharactersOnTheServicesCommandLine) {
+TEST_F(WindowsHost, LogFolderIsTruncatedTo255CharactersOnTheServicesCommandLine) {
     // The library keeps the folder of the first handle for its log; it must not be this one.
     start("");
     stop();

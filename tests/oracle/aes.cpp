@@ -74,7 +74,7 @@ Block substituted(Block block, const Table& table) {
     return block;
 }
 
-/// The state stands in columns: row r of column c is byte 4c + r.
+/// The state is stored in columns: row r of column c is byte 4c + r.
 Block rowsShifted(const Block& block, unsigned columns) {
     Block result = {};
     for (unsigned place = 0; place < 16; ++place) {

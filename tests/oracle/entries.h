@@ -15,7 +15,7 @@ inline constexpr std::uint8_t kTypeInt = 6;
 inline constexpr std::uint8_t kTypeNested = 14;
 inline constexpr std::uint8_t kTypeText = 20;
 
-/// What a type code says about the bytes behind it: a length in front of the value, or the value's own width.
+/// What a type code says about the bytes after it: a length before the value, or the value's own width.
 struct Layout {
     unsigned lengthWidth = 0; ///< 0: no length
     unsigned fixedWidth = 0;
@@ -28,7 +28,7 @@ struct Entry {
     std::string key;
     std::uint8_t type = 0;
     Bytes value; ///< without the length in front of it
-    /// Where the type byte stands in the payload.
+    /// The offset of the type byte in the payload.
     std::size_t typeOffset = 0;
     /// Where the value begins there, after its length.
     std::size_t valueOffset = 0;
@@ -51,7 +51,7 @@ class EntryReader {
 public:
     explicit EntryReader(const Bytes& payload) : mPayload(payload) {}
 
-    /// False at the end and at the first entry that is not wholly there; `fault` tells the two apart. An entry of a type
+    /// False at the end and at the first entry that is not wholly there; `fault` distinguishes the two. An entry of a type
     /// without a value ends after its type byte.
     bool next(Entry& entry);
 
@@ -90,7 +90,7 @@ std::int32_t intOf(const Bytes& value);
 
 /// What every entry begins with; of a key's length only the low 8 bits are written.
 Bytes encodeStart(const std::string& key, std::uint8_t type);
-/// An entry with its value as it stands: the caller supplies any length in front of it.
+/// An entry with a raw value: the caller supplies any length before it.
 Bytes encodeRaw(const std::string& key, std::uint8_t type, const Bytes& value);
 /// An entry with the length, where the type has one, put in front of the value.
 Bytes encode(const Entry& entry);

@@ -8,8 +8,8 @@ namespace oracle {
 
 namespace {
 
-constexpr std::size_t kMostLoggers = 20;
-constexpr std::size_t kLongestText = 8191;
+constexpr std::size_t kMaxLoggers = 20;
+constexpr std::size_t kMaxText = 8191;
 
 std::string strip(std::string text, const char* unwanted) {
     const auto isUnwanted = [&](char c) { return c != '\0' && std::strchr(unwanted, c) != nullptr; };
@@ -72,7 +72,7 @@ int ConfiguredLoggers::logger(const std::string& section) {
             return static_cast<int>(i);
         }
     }
-    if (loggers.size() == kMostLoggers) {
+    if (loggers.size() == kMaxLoggers) {
         messages.emplace_back(
             "log: CreateLogger can not create|writeover, because loggerid need < LOGGER_MAX! \r\n");
         return -1;
@@ -89,9 +89,9 @@ void ConfiguredLoggers::applyPair(LoggerSettings& logger, const std::string& key
     const std::string folder =
         !text.empty() && (text.back() == '/' || text.back() == '\\') ? text : text + "/";
     std::int64_t read = 0;
-    if (key == "path" && folder.size() <= kLongestText) {
+    if (key == "path" && folder.size() <= kMaxText) {
         logger.path = folder;
-    } else if (key == "name" && text.size() <= kLongestText) {
+    } else if (key == "name" && text.size() <= kMaxText) {
         logger.name = text;
     } else if (key == "level" && levelOf(value) >= 0) {
         logger.level = levelOf(value);
@@ -121,7 +121,7 @@ bool ConfiguredLoggers::apply(const std::string& text) {
         return true;
     }
 
-    // Warnings are told before anything is applied, so the text is gone through first.
+    // Warnings come before anything is applied, so the text is checked first.
     struct Pair {
         std::string section, key, value;
     };

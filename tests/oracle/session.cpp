@@ -106,7 +106,7 @@ void Session::exitProjection() {
 void Session::end() {
     mEnded = true;
     mConnected = false;
-    if (mConnecting) { // a service that takes the connection is to hear it
+    if (mConnecting) { // a service that accepts the connection must receive it
         mConnecting = false;
         mStopWaits = true;
     } else {

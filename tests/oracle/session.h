@@ -20,7 +20,7 @@ struct HostCall {
     friend bool operator==(const HostCall&, const HostCall&) = default;
 };
 
-/// What one session does with what it is told and with what arrives: its callbacks, its answers, what it sends. In the
+/// What one session does with calls and with what arrives: its callbacks, its answers, what it sends. In the
 /// callback of a change of mode this host sends an account id.
 class Session {
 public:

@@ -19,10 +19,10 @@ namespace {
 namespace fs = std::filesystem;
 
 using stress::End;
-using stress::Told;
+using stress::Reported;
 
 constexpr std::chrono::seconds kWaitOfTheSystem{30};
-// What ending a service takes at most on a busy machine, beside that wait; and a bound that excludes the wait.
+// The longest time to end a service on a busy machine, without that wait; and a bound that excludes the wait.
 constexpr std::chrono::seconds kBusyPipeBound = kWaitOfTheSystem + stress::kReleaseBound;
 constexpr std::chrono::seconds kWithoutThatWait = kWaitOfTheSystem / 2;
 
@@ -92,7 +92,7 @@ private:
 TEST_F(BusyPipe, OwnerThatEndsWithTheServiceLetsUninitGoAtOnce) {
     repeat("busy pipe, freed by ending the service", support::rounds(2, 50), [this](int) {
         ASSERT_NO_FATAL_FAILURE(startBeside("QuPCAudio.exe"));
-        release(Told::kNeverConnected, End::kLibrary, kWithoutThatWait);
+        release(Reported::kNeverConnected, End::kLibrary, kWithoutThatWait);
         EXPECT_FALSE(ownerRuns());
     });
 }
@@ -106,7 +106,7 @@ TEST_F(BusyPipe, OwnerThatLetsGoMeanwhileLetsUninitGoAtOnce) {
             support::processEnds(service, "QuPCAudio.exe");
             endOwner();
         });
-        release(Told::kNeverConnected, End::kLibrary, kWithoutThatWait);
+        release(Reported::kNeverConnected, End::kLibrary, kWithoutThatWait);
         freed.get();
     });
 }
@@ -114,12 +114,12 @@ TEST_F(BusyPipe, OwnerThatLetsGoMeanwhileLetsUninitGoAtOnce) {
 TEST_F(BusyPipe, OwnerThatNeverLetsGoCostsUninitTheWaitOfTheSystem) {
     repeat("busy pipe, never freed", support::rounds(1, 3), [this](int) {
         ASSERT_NO_FATAL_FAILURE(startBeside("stranger.exe"));
-        release(Told::kNeverConnected, End::kLibrary, kBusyPipeBound);
+        release(Reported::kNeverConnected, End::kLibrary, kBusyPipeBound);
         endOwner();
     });
 }
 
-// What stands before the payload of a frame between processes: flags, 0, the payload's length, 0.
+// What precedes the payload of a frame between processes: flags, 0, the payload's length, 0.
 std::string frameHeader(std::uint32_t flags, std::uint32_t length) {
     const std::array<std::uint32_t, 4> fields = {flags, 0, length, 0};
     std::string bytes(sizeof fields, '\0');
@@ -137,7 +137,7 @@ TEST_F(BusyPipe, StrangerThatSendsHalfAHeaderDoesNotKeepUninit) {
         ASSERT_NO_FATAL_FAILURE(startBesideFrames(frameHeader(kPayload, 5).substr(0, 8), 1));
         ASSERT_NO_FATAL_FAILURE(waitUntilWritten());
         ASSERT_NO_FATAL_FAILURE(waitUntilStuck());
-        release(Told::kNothing, End::kLibrary, kWithoutThatWait);
+        release(Reported::kNothing, End::kLibrary, kWithoutThatWait);
         EXPECT_TRUE(ownerRuns());
         endOwner();
     });
@@ -149,18 +149,18 @@ TEST_F(BusyPipe, StrangerThatSendsHalfASocketDoesNotKeepUninit) {
             startBesideFrames(frameHeader(kSocket, 0) + std::string(kSocketRecord / 2, '\0'), 1));
         ASSERT_NO_FATAL_FAILURE(waitUntilWritten());
         ASSERT_NO_FATAL_FAILURE(waitUntilStuck());
-        release(Told::kNothing, End::kLibrary, kWithoutThatWait);
+        release(Reported::kNothing, End::kLibrary, kWithoutThatWait);
         EXPECT_TRUE(ownerRuns());
         endOwner();
     });
 }
 
-TEST_F(BusyPipe, StrangerThatPassesAHundredThousandSocketsIsOneErrorAndCostsNoMemory) {
+TEST_F(BusyPipe, PeerThatPassesAHundredThousandSocketsIsOneErrorAndCostsNoMemory) {
     repeat("stranger, sockets passed along", support::rounds(2, 20), [this](int) {
         ASSERT_NO_FATAL_FAILURE(
             startBesideFrames(frameHeader(kSocket, 0) + std::string(kSocketRecord, '\0'), 100000));
         ASSERT_TRUE(events.waitForCount(1));
-        release(Told::kStreamError, End::kLibrary, kWithoutThatWait);
+        release(Reported::kStreamError, End::kLibrary, kWithoutThatWait);
         EXPECT_TRUE(ownerRuns());
         endOwner();
     });

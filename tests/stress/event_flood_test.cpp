@@ -43,7 +43,7 @@ TEST_F(EventFlood, EveryEventArrivesInOrder) {
     repeat("floods with events as fast as the pipe takes them", support::processRounds(2, 100), [&](int) {
         startAndConfigure(flood(count));
         ASSERT_NO_FATAL_FAILURE(takeInOrder(count));
-        release(stress::Told::kNothing, stress::End::kItself);
+        release(stress::Reported::kNothing, stress::End::kItself);
         taken += count;
     });
     support::tried("hostile service: events of these floods", taken, "events");

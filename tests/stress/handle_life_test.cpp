@@ -28,7 +28,7 @@ struct Kind {
     const char* what;
     std::string scenario;
     int callbacks;     // at least so many, and the loss, come while the host's threads call
-    bool losesItsPipe; // and the host is told so, once
+    bool losesItsPipe; // which is reported to the host, once
     bool isReplaced;   // by a second handle's service
 };
 
@@ -82,7 +82,7 @@ protected:
         const AudioServiceParam param = support::completeParam();
         api.setParam(other, &param);
         api.state(other);
-        api.setAccountID(other, "beside");
+        api.setAccountID(other, "another");
         mRefused += api.uninit(other) ? 0 : 1;
     }
 

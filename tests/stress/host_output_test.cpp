@@ -91,7 +91,7 @@ TEST_F(HostOutput, StandardOutputMayBeAPipeWhoseReaderHasGone) {
     CloseHandle(writer);
 }
 
-// The log's writer stands in the middle of a line that the pipe does not take.
+// The log's writer is in the middle of a line that the pipe does not accept.
 TEST_F(HostOutput, UnreadPipeDoesNotHoldTheHostsEnd) {
     SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
     int ends = 0;

@@ -1,5 +1,5 @@
 // Hosts that do the same over and over: host_rounds WHAT TIMES. The exit code says what went wrong; the file
-// "rounds.txt" tells how many rounds went well, and the process's size after the first ones and after the last one.
+// "rounds.txt" says how many rounds went well, and the process's size after the first ones and after the last one.
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>

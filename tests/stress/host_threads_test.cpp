@@ -20,7 +20,7 @@ constexpr int kFlood = 10000;
 
 class HostThreads : public support::ServiceTest {
 protected:
-    // "t2-0000000017": always of one length, so that no tail of an earlier one stays behind.
+    // "t2-0000000017": always of one length, so that no tail of an earlier one remains.
     static std::string account(int thread, int round) {
         char text[32];
         std::snprintf(text, sizeof text, "t%d-%010d", thread, round);

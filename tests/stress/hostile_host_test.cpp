@@ -159,16 +159,16 @@ TEST_F(HostileHost, ServiceThatDiesAndWhoseFileIsGoneIsMissedAndFoundAgain) {
 
 // Windows lets a program's path have 259 characters; the library's file name is the longest one in the folder.
 TEST_F(HostileHost, FolderMayBeLongAndHaveSpacesAndAccents) {
-    constexpr std::size_t kLongestFolder = 238;
+    constexpr std::size_t kMaxFolder = 238;
     const std::u8string accents = u8" d\u00e9j\u00e0 \u00fc\u00f1";
     fs::path folder = fs::current_path() / u8"Sp\u00e9cial folder";
     std::u8string name;
-    while (folder.u16string().size() + 1 + 40 < kLongestFolder) {
+    while (folder.u16string().size() + 1 + 40 < kMaxFolder) {
         folder /= accents.substr(1) + std::u8string(20, 'f');
     }
-    name.assign(kLongestFolder - folder.u16string().size() - 1, 'x');
+    name.assign(kMaxFolder - folder.u16string().size() - 1, 'x');
     folder /= name;
-    ASSERT_EQ(folder.u16string().size(), kLongestFolder);
+    ASSERT_EQ(folder.u16string().size(), kMaxFolder);
     furnish(folder, "host_child");
     standin.play(kOneEvent);
     EXPECT_EQ(support::runProgram(folder / program("host_child").filename(), {"whole-life"}), 0);

@@ -58,7 +58,7 @@ void HostileRounds::configure() {
     ASSERT_TRUE(api.setParam(handle, &param));
 }
 
-void HostileRounds::release(Told told, End end, std::chrono::seconds bound) {
+void HostileRounds::release(Reported reported, End end, std::chrono::seconds bound) {
     const Clock::time_point begun = Clock::now();
     std::future<bool> returned = std::async(std::launch::async, [this] { return api.uninit(handle); });
     if (returned.wait_for(bound + support::kTimeout) != std::future_status::ready) {
@@ -71,24 +71,24 @@ void HostileRounds::release(Told told, End end, std::chrono::seconds bound) {
     handle = nullptr;
     EXPECT_TRUE(returned.get());
     EXPECT_LE(lasted, bound);
-    expectTold(told);
+    expectReported(reported);
     expectServiceGone(end);
 }
 
-void HostileRounds::expectTold(Told told) {
+void HostileRounds::expectReported(Reported reported) {
     std::vector<support::HostEvent> errors;
     for (const support::HostEvent& each : events.all()) {
         if (each.isError) {
             errors.push_back(each);
         }
     }
-    ASSERT_EQ(errors.size(), told == Told::kNothing ? 0U : 1U);
-    if (told == Told::kNeverConnected) {
+    ASSERT_EQ(errors.size(), reported == Reported::kNothing ? 0U : 1U);
+    if (reported == Reported::kNeverConnected) {
         EXPECT_EQ(errors[0], support::error(SONVIA_ERROR_CONNECTION, 0));
-    } else if (told == Told::kStreamError) {
+    } else if (reported == Reported::kStreamError) {
         EXPECT_EQ(errors[0].code, SONVIA_ERROR_STREAM);
         EXPECT_LT(errors[0].value, 0);
-    } else if (told == Told::kConnectionLost) {
+    } else if (reported == Reported::kConnectionLost) {
         EXPECT_EQ(errors[0].code, SONVIA_ERROR_CONNECTION);
         EXPECT_TRUE(errors[0].value == UV_EOF || errors[0].value == UV_ECONNRESET) << errors[0].value;
     }

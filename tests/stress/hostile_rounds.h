@@ -1,4 +1,4 @@
-// Ground of the tests with services that do their worst: the same round over and over, each with a life of its own from
+// Fixture of the tests with services that do their worst: the same round over and over, each with a life of its own from
 // initSonviaAudioService to uninitSonviaAudioService, and after each of them nothing that is left or still to come.
 #pragma once
 
@@ -13,8 +13,8 @@
 
 namespace stress {
 
-// What the host is told by onError, in one round.
-enum class Told { kNothing, kNeverConnected, kConnectionLost, kStreamError };
+// What onError reports to the host, in one round.
+enum class Reported { kNothing, kNeverConnected, kConnectionLost, kStreamError };
 
 // Who ends the service.
 enum class End { kItself, kLibrary };
@@ -27,11 +27,11 @@ protected:
     // Runs `round` `times` times. The first one loads what is loaded once; after it this process may not grow.
     void repeat(const std::string& what, int times, const std::function<void(int)>& round);
     void configure();
-    // uninitSonviaAudioService, which must come back within `bound` at the latest, and what must be true behind it.
-    void release(Told told, End end, std::chrono::seconds bound = kReleaseBound);
+    // uninitSonviaAudioService, which must come back within `bound` at the latest, and what must be true after it.
+    void release(Reported reported, End end, std::chrono::seconds bound = kReleaseBound);
 
 private:
-    void expectTold(Told told);
+    void expectReported(Reported reported);
     void expectServiceGone(End end);
 
     std::vector<std::chrono::microseconds> mReleases; ///< how long each took

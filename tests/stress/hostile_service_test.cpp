@@ -1,5 +1,5 @@
 // Services that do their worst, round after round. One row says what the service plays, what the host does meanwhile,
-// what the host is told, and who has to end the service.
+// what is reported to the host, and who has to end the service.
 #include <cstring>
 #include <iterator>
 #include <ostream>
@@ -11,7 +11,7 @@
 namespace {
 
 using stress::End;
-using stress::Told;
+using stress::Reported;
 using support::event;
 
 constexpr int kModeChanged = SONVIA_EVENT_MODE_CHANGED;
@@ -24,7 +24,7 @@ struct Hostility {
     const char* what;
     std::string (*scenario)(int round);
     void (HostileService::*host)(int round);
-    Told told;
+    Reported reported;
     End end;
 
     friend void PrintTo(const Hostility& row, std::ostream* out) { *out << row.what; }
@@ -173,50 +173,50 @@ std::string modes(int count) {
 
 const Hostility kHostilities[] = {
     {"NeverCreatesItsPipe", "never creates its pipe", [](int) -> std::string { return "no-pipe\n"; },
-     &HostileService::waitForError, Told::kNeverConnected, End::kLibrary},
+     &HostileService::waitForError, Reported::kNeverConnected, End::kLibrary},
     {"CreatesItsPipeLate", "creates its pipe late",
      [](int round) {
          return "wait file open" + std::to_string(round) +
                 "\nlisten\nwait packet key KORUInfo\nnotify int buffering-start 1\n";
      },
-     &HostileService::connectAgain, Told::kNeverConnected, End::kItself},
+     &HostileService::connectAgain, Reported::kNeverConnected, End::kItself},
     {"AcceptsAndNeverReads", "accepts and never reads",
      [](int) -> std::string { return "stop-reading\nwait connection\nnote hostile\n"; },
-     &HostileService::sendUnheard, Told::kNothing, End::kLibrary},
+     &HostileService::sendUnheard, Reported::kNothing, End::kLibrary},
     {"NeverAnswers", "never answers",
      [](int) -> std::string { return "wait packet key KORUInfo\nnote hostile\n"; },
-     &HostileService::askInVain, Told::kNothing, End::kItself},
+     &HostileService::askInVain, Reported::kNothing, End::kItself},
     {"ReadsOneByteASecond", "reads one byte a second",
      [](int) -> std::string { return "read-slowly 1 1000\nwait connection\nnote hostile\n"; },
-     &HostileService::sendUnheard, Told::kNothing, End::kLibrary},
+     &HostileService::sendUnheard, Reported::kNothing, End::kLibrary},
     {"DripsOneByteAWrite", "drips one byte a write",
      [](int) {
          return support::kAfterDeviceInformation + ("split\n" + modes(HostileService::kDrippedModes)) +
                 "end\n";
      },
-     &HostileService::takeModes, Told::kNothing, End::kItself},
+     &HostileService::takeModes, Reported::kNothing, End::kItself},
     {"SendsSixtyFourMegabytesInOnePacket", "64 MB in one packet",
      [](int) -> std::string {
          return "wait packet key KORUInfo\nnotify fill-string phone-name 67108864\nnotify int "
                 "change-mode 1\n";
      },
-     &HostileService::takeHugeName, Told::kNothing, End::kItself},
-    {"SendsGarbage", "garbage", garbage, &HostileService::waitForNote, Told::kNothing, End::kItself},
+     &HostileService::takeHugeName, Reported::kNothing, End::kItself},
+    {"SendsGarbage", "garbage", garbage, &HostileService::waitForNote, Reported::kNothing, End::kItself},
     {"SendsGarbageInPackets", "garbage in whole packets", garbageInPackets,
-     &HostileService::takeEventBehindGarbage, Told::kNothing, End::kItself},
+     &HostileService::takeEventBehindGarbage, Reported::kNothing, End::kItself},
     {"SendsHalfAHeaderAndFallsSilent", "half a header, then silence",
      [](int) -> std::string { return "bytes 24 00 22 00\nflush\nnote hostile\n"; },
-     &HostileService::waitForNote, Told::kNothing, End::kItself},
+     &HostileService::waitForNote, Reported::kNothing, End::kItself},
     {"DiesAtARandomByte", "dies at a random byte", deathAtAByte, &HostileService::countWholePackets,
-     Told::kConnectionLost, End::kItself},
+     Reported::kConnectionLost, End::kItself},
     {"RefusesToDie", "refuses to die",
      [](int) -> std::string { return "on-stop ignore\nwait packet key KORUInfo\nnote hostile\n"; },
-     &HostileService::waitForNote, Told::kNothing, End::kLibrary},
+     &HostileService::waitForNote, Reported::kNothing, End::kLibrary},
     {"StartsChildrenThatRefuseToDie", "starts children that refuse to die",
      [](int) -> std::string {
          return "on-stop ignore\nchildren 3\nwait packet key KORUInfo\nnote hostile\n";
      },
-     &HostileService::waitForNote, Told::kNothing, End::kLibrary},
+     &HostileService::waitForNote, Reported::kNothing, End::kLibrary},
 };
 
 // One round each: what the log and the heap keep of these is of another size in each round.
@@ -230,7 +230,7 @@ TEST_F(OneHostileRound, TwentyThousandSendsThatNobodyReadsDoNotKeepUninit) {
     for (int i = 0; i < kSends; ++i) {
         ASSERT_TRUE(api.setAccountID(handle, account.c_str()));
     }
-    release(Told::kNothing, End::kLibrary);
+    release(Reported::kNothing, End::kLibrary);
     EXPECT_NE(support::logText().find("bytes are unsent, a packet is dropped"), std::string::npos);
     support::tried("hostile service: sends that nobody reads", kSends, "sends");
 }
@@ -240,7 +240,7 @@ TEST_F(OneHostileRound, ElevenMillionEntriesInOnePacketDoNotKeepUninit) {
     startAndConfigure("on-stop ignore\nwait packet key KORUInfo\nbytes 24 0022 0001 04000000\n"
                       "fill 67108864 3\nflush\nnote hostile\n");
     ASSERT_TRUE(standin.waitForNote("hostile"));
-    release(Told::kNothing, End::kLibrary);
+    release(Reported::kNothing, End::kLibrary);
     support::tried("hostile service: 11 million entries in one packet", 1);
 }
 
@@ -249,7 +249,7 @@ TEST_P(HostileService, CostsTheHostNothingButTheSession) {
     repeat(row.what, support::processRounds(2, 100), [&](int round) {
         startAndConfigure(row.scenario(round));
         ASSERT_NO_FATAL_FAILURE((this->*row.host)(round));
-        release(row.told, row.end);
+        release(row.reported, row.end);
     });
 }
 

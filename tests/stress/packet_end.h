@@ -33,11 +33,11 @@ public:
     /// Ends the loop and joins the thread.
     void stop();
 
-    /// The connection stands: packets may be sent.
+    /// Connected: packets may be sent.
     std::function<void()> onReady;
     /// The connection failed or ended.
     std::function<void(std::int32_t status)> onBroken;
-    /// What the pipe gets instead of a packet; unset leaves every packet as it is.
+    /// What the pipe gets instead of a packet; if empty, every packet is unchanged.
     std::function<std::vector<Packet>(Packet)> interfere;
 
     bool write(const OBufList& list) override;

@@ -218,7 +218,7 @@ std::vector<PacketEnd::Packet> harmed(std::uint32_t number, PacketEnd::Packet pa
     return {packet};
 }
 
-/// What arrived at the end behind a harmed connection, in order.
+/// What arrived at the far end of a damaged connection, in order.
 struct Arrival {
     std::uint16_t seq = 0;
     Bytes payload;
@@ -254,7 +254,7 @@ std::vector<Arrival> sendHarmed(std::uint32_t packets) {
     return arrivals;
 }
 
-/// The chain stands elsewhere than the sender's: the first block is lost, the rest of the payload is not.
+/// The chain differs from the sender's: the first block is lost, the rest of the payload is not.
 bool lostItsFirstBlock(const Bytes& payload, std::uint32_t number) {
     const auto [expected, size] = payloadOf(number);
     if (payload.size() != size) {

@@ -1,4 +1,4 @@
-// One process, many handles after one another: nothing may be left behind by any of them.
+// One process, many handles after one another: none of them may leak anything.
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -58,7 +58,7 @@ protected:
     std::vector<std::chrono::microseconds> releases;
 };
 
-TEST_F(RepeatedLives, LeaveNoHandlesThreadsOrMemoryBehind) {
+TEST_F(RepeatedLives, LeakNoHandlesThreadsOrMemory) {
     const int lives = support::rounds(45, 495);
     releases.reserve(static_cast<std::size_t>(kWarmUp + lives)); // not to count as growth
     for (int i = 0; i < kWarmUp; ++i) {

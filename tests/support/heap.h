@@ -11,7 +11,7 @@ extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
 
 namespace support {
 
-/// Bytes that the program holds on its heap, where a sanitizer's runtime can tell; 0 elsewhere.
+/// Bytes that the program holds on its heap, where a sanitizer's runtime reports them; 0 elsewhere.
 inline std::size_t heapInUse() {
 #if defined(SONVIA_ADDRESS_SANITIZER) || defined(SONVIA_THREAD_SANITIZER)
     return __sanitizer_get_current_allocated_bytes();

@@ -15,7 +15,7 @@ HostEvents& HostEvents::instance() {
 
 void HostEvents::reset() {
     mMonitor.change([this] {
-        // With the room for them, which would else count as memory that the library has left behind.
+        // With the room for them, which would otherwise count as memory that the library leaks.
         mEvents = std::vector<HostEvent>();
         mReaction = nullptr;
     });

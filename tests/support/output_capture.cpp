@@ -92,7 +92,7 @@ std::string readAll(int file) {
 class Failures : public testing::EmptyTestEventListener {
     void OnTestStart(const testing::TestInfo& /*test*/) override {
         Capture& own = capture();
-        const std::lock_guard lock(own.mutex);
+        const std::lock_guard guard(own.mutex);
         own.last.clear();
         own.wasShown = false;
     }
@@ -102,7 +102,7 @@ class Failures : public testing::EmptyTestEventListener {
             return;
         }
         Capture& own = capture();
-        const std::lock_guard lock(own.mutex);
+        const std::lock_guard guard(own.mutex);
         std::string text;
         if (own.file >= 0) {
             text = std::string(result.file_name() != nullptr ? result.file_name() : "somewhere") + ":" +
@@ -128,7 +128,7 @@ const bool kListens = [] {
 
 OutputCapture::OutputCapture() {
     Capture& own = capture();
-    const std::lock_guard lock(own.mutex);
+    const std::lock_guard guard(own.mutex);
     if (own.file >= 0) {
         throw std::logic_error("the output is captured already");
     }
@@ -149,7 +149,7 @@ OutputCapture::~OutputCapture() {
 
 std::string OutputCapture::end() {
     Capture& own = capture();
-    const std::lock_guard lock(own.mutex);
+    const std::lock_guard guard(own.mutex);
     if (own.file < 0) {
         return {};
     }

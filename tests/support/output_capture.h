@@ -7,7 +7,7 @@ namespace support {
 
 /// Captures the process's standard output from its construction until end(), from every thread. One at a time. A failure
 /// meanwhile is shown on the real output all the same, and after a test's first failure come the last lines of what was
-/// captured. The file behind it has no name, or is deleted with its last handle, however the process ends.
+/// captured. Its file has no name, or is deleted with its last handle, however the process ends.
 class OutputCapture {
 public:
     OutputCapture();

@@ -29,7 +29,7 @@ public:
     void startReading();
     // Dropped when no client is connected.
     void send(std::string bytes);
-    // Closes the connection as it stands.
+    // Closes the connection without flushing.
     void disconnect();
 
     // Everything that clients have sent so far.

@@ -14,13 +14,13 @@
 
 namespace support {
 
-// True while a process of that number runs the program file of that name. The name guards against a number
+// True while a process of that number runs the program file of that name. The name protects against a number
 // that the system has given to another process since.
 bool processRuns(std::int64_t pid, const std::string& program);
 // Until no process of that number runs the program.
 testing::AssertionResult processEnds(std::int64_t pid, const std::string& program);
 void killProcess(std::int64_t pid, const std::string& program);
-// Running processes of the program that stands beside this one.
+// Running processes of the program in this one's folder.
 std::size_t running(const std::string& program);
 
 struct ProcessSize {
@@ -31,10 +31,10 @@ struct ProcessSize {
 
 ProcessSize ownSize();
 
-// How many bytes more `ownSize` may count although nothing was left behind but so many threads of the system.
+// How many bytes more `ownSize` may count when only this many threads of the system remain.
 std::size_t levelMemory(std::size_t moreThreads = 0);
 
-// What has grown by more than rounds that leave nothing behind let it, with its figures; empty when all is level.
+// What has grown by more than rounds without a leak explain, with its figures; empty when nothing has.
 std::string growth(const ProcessSize& before, const ProcessSize& after);
 // Both sizes side by side.
 std::string sizes(const ProcessSize& before, const ProcessSize& after);
@@ -47,7 +47,7 @@ int runProgram(const std::filesystem::path& program, const std::vector<std::stri
 // Starts `program` and leaves it to itself. Returns its process number.
 std::int64_t startProgram(const std::filesystem::path& program);
 
-// Folder of the running test program: the service, the DLL and the other programs stand in it too.
+// Folder of the running test program: the service, the DLL and the other programs are in it too.
 std::filesystem::path programFolder();
 
 // File name of a program of this build: "host_child" is host_child.exe on Windows.

@@ -1,4 +1,4 @@
-// One host with one handle and one stand-in service: the ground that most integration tests stand on.
+// One host with one handle and one stand-in service: the fixture of most integration tests.
 #pragma once
 
 #include <iosfwd>
@@ -21,7 +21,7 @@ protected:
 
     // initSonviaAudioService with the service playing the scenario. Returns when the service has opened its pipe, unless
     // the scenario decides itself when it does: the library connects once, and a busy machine may need longer than the
-    // 200 ms that it gives the service. Throws when anything fails: no test goes on without its ground.
+    // 200 ms that it gives the service. Throws when anything fails: no test runs without its fixture.
     void start(const std::string& scenario);
     // start, then setParam with a complete record.
     void startAndConfigure(const std::string& scenario);

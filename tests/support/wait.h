@@ -71,7 +71,7 @@ public:
     template <typename Change>
     void change(Change change) {
         {
-            const std::lock_guard lock(mMutex);
+            const std::lock_guard guard(mMutex);
             change();
         }
         mChanged.notify_all();
@@ -79,7 +79,7 @@ public:
 
     template <typename Read>
     auto read(Read read) const {
-        const std::lock_guard lock(mMutex);
+        const std::lock_guard guard(mMutex);
         return read();
     }
 

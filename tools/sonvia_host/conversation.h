@@ -1,4 +1,4 @@
-// What stands between lines of JSON and a session: each line that comes is a call and gets one line back; events and
+// Translates between lines of JSON and a session: each line that comes is a call and gets one line back; events and
 // errors of the service are lines of their own.
 #pragma once
 

@@ -10,7 +10,7 @@ namespace host {
 
 namespace {
 
-constexpr std::size_t kMostWaiting = 2000;
+constexpr std::size_t kMaxWaiting = 2000;
 constexpr std::chrono::seconds kWaitForReader{2};
 
 bool writeAll(HANDLE output, const std::string& text) {
@@ -52,7 +52,7 @@ LineOutput::~LineOutput() {
 
 void LineOutput::write(std::string line) {
     const std::lock_guard<std::mutex> lock(mMutex);
-    if (mLines.size() >= kMostWaiting) {
+    if (mLines.size() >= kMaxWaiting) {
         ++mDropped;
         return;
     }

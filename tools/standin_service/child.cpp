@@ -1,5 +1,5 @@
 // A child process of the stand-in service: sleeps and takes no notice of anything, until it is killed or its
-// own guard ends it.
+// own timeout ends it.
 #include <chrono>
 #include <thread>
 

@@ -1,4 +1,4 @@
-// The ready scenarios beside the program, and how one of them or a file is found.
+// The ready scenarios next to the program, and how one of them or a file is found.
 #pragma once
 
 #include <optional>

@@ -1,4 +1,4 @@
-// What is wrong with a scenario, and where: told as compilers tell it.
+// What is wrong with a scenario, and where: in the form of a compiler's message.
 #pragma once
 
 #include <cstddef>

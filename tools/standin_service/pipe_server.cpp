@@ -39,7 +39,7 @@ int PipeServer::listen() {
     uv_pipe_init(mLoop, listener, 0);
     listener->data = this;
 #ifndef _WIN32
-    // There the name is a socket file, and one that a killed service left behind would keep the name taken.
+    // There the name is a socket file, and one that a killed service left would keep the name taken.
     std::remove(mPipeName.c_str());
 #endif
     int result = uv_pipe_bind(listener, mPipeName.c_str());

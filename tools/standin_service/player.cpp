@@ -337,7 +337,7 @@ bool Player::perform(const StartChildren& step) {
         options.file = program.c_str();
         options.args = arguments;
         // Detached: otherwise libuv itself would end the child together with this process, and a test could
-        // not tell whether the one who killed the service also killed its children.
+        // not show whether the one who killed the service also killed its children.
         options.flags = UV_PROCESS_DETACHED | UV_PROCESS_WINDOWS_HIDE;
         auto* child = new uv_process_t;
         const int result = uv_spawn(mLoop, child, &options);

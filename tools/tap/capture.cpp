@@ -81,7 +81,7 @@ void Capture::writePackets(Side& side) {
             break;
         }
         const std::uint32_t size = oracle::announcedSize(side.waiting, at);
-        if (size > kLongestPacket) {
+        if (size > kMaxPacket) {
             write(standin::bytesLine(take(oracle::kHeaderSize), side.from));
             side.rest = size;
             continue;

@@ -13,7 +13,7 @@
 
 namespace tap {
 
-/// Texts are masked always: a capture is made to be passed on. Memory is bounded by kLongestPacket for each side.
+/// Texts are masked always: a capture is made to be passed on. Memory is bounded by kMaxPacket for each side.
 ///
 /// Thread: any. Blocks: for the write to the file, never for another process or thread of the host.
 /// On failure: reported once; from then on nothing is written and the host goes on as if there were no capture.
@@ -23,7 +23,7 @@ public:
 
     static constexpr std::uint64_t kDefaultLimit = 16U << 20U;
     /// A packet that announces more is kept as bytes, all of them masked but the header.
-    static constexpr std::uint32_t kLongestPacket = 1U << 20U;
+    static constexpr std::uint32_t kMaxPacket = 1U << 20U;
 
     /// Appends to the file, which several connections of a host may share; it grows up to `limit` bytes.
     Capture(const std::filesystem::path& path, std::uint64_t limit, Report report);

@@ -14,9 +14,9 @@ constexpr int kExitOk = 0;
 constexpr int kExitUsage = 1;
 constexpr int kExitNotEnded = 1;
 constexpr int kExitNotFound = 128;
-// New matches may appear while the first ones are being ended; something that restarts for ever is left
+// New matches may appear while the first ones are being ended; something that restarts forever is left
 // alone.
-constexpr int kMostRounds = 10;
+constexpr int kMaxRounds = 10;
 
 struct Options {
     std::wstring image;
@@ -49,7 +49,7 @@ Options parse(int argc, wchar_t** argv) {
 int endAll(const Options& options) {
     std::vector<taskkill::Process> ended;
     bool failed = false;
-    for (int round = 0; round < kMostRounds; ++round) {
+    for (int round = 0; round < kMaxRounds; ++round) {
         const std::vector<taskkill::Process> found =
             selectTrees(taskkill::listProcesses(), options.image, options.tree, ended);
         bool progress = false;

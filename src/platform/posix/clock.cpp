@@ -32,7 +32,7 @@ public:
     CalendarTime toLocal(std::int64_t seconds) override {
         const auto time = static_cast<std::time_t>(seconds);
         std::tm local{};
-        const std::lock_guard lock(timeZoneMutex());
+        const std::lock_guard guard(timeZoneMutex());
         if (::localtime_r(&time, &local) == nullptr) {
             return {}; // GCOVR_EXCL_LINE a time beyond what the C library can put in a calendar
         }
@@ -49,7 +49,7 @@ public:
         time.tm_min = local.minute;
         time.tm_sec = local.second;
         time.tm_isdst = -1;
-        const std::lock_guard lock(timeZoneMutex());
+        const std::lock_guard guard(timeZoneMutex());
         return std::mktime(&time);
     }
 

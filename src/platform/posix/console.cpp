@@ -27,7 +27,7 @@ public:
         }
         // A terminal counts red as 1 and blue as 4.
         // GCOVR_EXCL_START Tests write into files and pipes, not on a terminal.
-        const unsigned colour = ((attribute & 1u) << 2) | (attribute & 2u) | ((attribute & 4u) >> 2);
+        const unsigned colour = ((attribute & 1U) << 2) | (attribute & 2U) | ((attribute & 4U) >> 2);
         const char begin[] = {'\033', '[', '3', static_cast<char>('0' + colour), 'm'};
         writeText({begin, sizeof begin});
         writeText(text);

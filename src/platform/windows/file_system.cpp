@@ -73,7 +73,7 @@ public:
 
 private:
     static DWORD stepSize(std::size_t count) {
-        return static_cast<DWORD>(std::min<std::size_t>(count, 1u << 30));
+        return static_cast<DWORD>(std::min<std::size_t>(count, 1U << 30));
     }
 
     HANDLE mHandle = INVALID_HANDLE_VALUE; ///< this value when it is not open

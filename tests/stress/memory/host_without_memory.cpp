@@ -1,5 +1,5 @@
 // A host whose library is refused memory: host_without_memory WHAT. It refuses one request after the other until a round saw
-// none refused, and looks after each whether the library still does what it says. The file "progress.txt" tells what was
+// none refused, and looks after each whether the library still does what it says. The file "progress.txt" says what was
 // refused and what was wrong then; a line "again" that the next process is to go on.
 #include <cstdio>
 #include <filesystem>
@@ -34,7 +34,7 @@ void warmUp(StarvedHost& host) {
 void wholeLives() {
     StarvedHost host;
     warmUp(host);
-    for (int life = 0; life < kMostRounds; ++life) {
+    for (int life = 0; life < kMaxRounds; ++life) {
         if (!host.startLife("init")) {
             return;
         }
@@ -68,7 +68,7 @@ void calls() {
 void notifications() {
     StarvedHost host;
     warmUp(host);
-    for (int life = 0; life < kMostRounds; ++life) {
+    for (int life = 0; life < kMaxRounds; ++life) {
         host.startLife();
         host.connect(false);
         while (host.round() < kRoundsOfOneLife &&
@@ -87,7 +87,7 @@ void notifications() {
 void losses() {
     StarvedHost host;
     warmUp(host);
-    for (int life = 0; life < kMostRounds; ++life) {
+    for (int life = 0; life < kMaxRounds; ++life) {
         host.startLife();
         host.connect(false);
         const bool refused = host.loses("loss");
@@ -108,7 +108,7 @@ void connectsInVain() {
 // The log is made in the first init of a process that has the memory for it, and only then.
 void firstInit() {
     StarvedHost host;
-    for (int attempt = 0; attempt < kMostRounds; ++attempt) {
+    for (int attempt = 0; attempt < kMaxRounds; ++attempt) {
         refused_memory::newThreadsAre(refused_memory::kWriter);
         if (!host.startLife("first")) {
             return;

@@ -1,5 +1,5 @@
 // Every request for memory that the library makes is refused once, in every call of the host's and in every callback of
-// libuv's: the host's process lives, nothing is left behind, nothing is made up, and all works again afterwards. A host in a
+// libuv's: the host's process lives, nothing is leaked, nothing is made up, and all works again afterwards. A host in a
 // process of its own does it (host_without_memory); one that dies of it is named here, and the next one goes on after it.
 #include <algorithm>
 #include <fstream>
@@ -18,9 +18,9 @@
 
 namespace {
 
-constexpr int kMostProcesses = 400;
-constexpr std::size_t kMostFramesShown = 12;
-constexpr int kMostShown = 20; // to find the names takes a while
+constexpr int kMaxProcesses = 400;
+constexpr std::size_t kMaxFramesShown = 12;
+constexpr int kMaxShown = 20; // to find the names takes a while
 // Thousands of allocations fail in one run of the host, one at a time.
 constexpr std::chrono::seconds kSweepTimeout{600};
 
@@ -40,7 +40,7 @@ protected:
     void sweep(const char* what) {
         int processes = 0;
         bool goesOn = true;
-        while (goesOn && processes < kMostProcesses) {
+        while (goesOn && processes < kMaxProcesses) {
             ++processes;
             const int code = support::runProgram(mHost, {what}, kSweepTimeout);
             goesOn = read(code);
@@ -60,7 +60,7 @@ protected:
     }
 
 private:
-    // What the host's process has told. False when it was the last one.
+    // What the host's process has reported. False when it was the last one.
     bool read(int code) {
         std::ifstream file("progress.txt");
         std::string last = "nothing";
@@ -97,7 +97,7 @@ private:
 
     std::string shown(const std::string& line, std::size_t from) {
         std::vector<std::string> words = wordsOf(line);
-        if (words.size() <= from || ++mShown > kMostShown) {
+        if (words.size() <= from || ++mShown > kMaxShown) {
             return line + "\n";
         }
         std::string text;
@@ -105,7 +105,7 @@ private:
             text += words[i] + " ";
         }
         words.erase(words.begin(), words.begin() + static_cast<std::ptrdiff_t>(from));
-        words.resize(std::min(words.size(), kMostFramesShown));
+        words.resize(std::min(words.size(), kMaxFramesShown));
         return text + "\n" + placeNames(mHost.string(), words);
     }
 

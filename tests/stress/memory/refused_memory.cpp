@@ -42,7 +42,7 @@ private:
 };
 
 struct Stack {
-    std::array<std::uintptr_t, kMostFrames> frames;
+    std::array<std::uintptr_t, kMaxFrames> frames;
     int count = 0;
 };
 
@@ -68,19 +68,19 @@ struct Phase {
 };
 
 constexpr std::size_t kBlocks = std::size_t{1} << 15U;
-constexpr std::size_t kMostDone = 8192;
-constexpr int kMostOrigins = 4096;
-constexpr int kNearest = 5; // callers that tell where a block comes from, whoever began it
+constexpr std::size_t kMaxDone = 8192;
+constexpr int kMaxOrigins = 4096;
+constexpr int kNearest = 5; // callers that show where a block comes from
 
 SpinLock gLock;
 std::atomic<bool> gWatching{false};
 std::atomic<Role> gNewThreads{kWriter};
 std::array<Phase, kRoles> gPhases;
-std::array<std::uint64_t, kMostDone> gDone;
+std::array<std::uint64_t, kMaxDone> gDone;
 std::size_t gDoneCount = 0;
 std::array<Block, kBlocks> gBlocks;
 std::size_t gBlockCount = 0;
-std::array<Times, kMostOrigins> gOrigins; // blocks that there were when the round began
+std::array<Times, kMaxOrigins> gOrigins; // blocks that there were when the round began
 int gOriginCount = 0;
 int gMostTimes = 1;
 std::FILE* gProgress = nullptr;
@@ -94,7 +94,7 @@ std::uint64_t mix(std::uint64_t hash, std::uint64_t value) {
     return hash * 0xBF58476D1CE4E5B9U;
 }
 
-std::uint64_t hashOf(const Stack& stack, int frames = kMostFrames) {
+std::uint64_t hashOf(const Stack& stack, int frames = kMaxFrames) {
     std::uint64_t hash = 1;
     for (int i = 0; i < std::min(stack.count, frames); ++i) {
         hash = mix(hash, stack.frames[static_cast<std::size_t>(i)]);
@@ -143,7 +143,7 @@ int& blocksOf(std::uint64_t origin) {
             return gOrigins[static_cast<std::size_t>(i)].times;
         }
     }
-    gOriginCount = std::min(gOriginCount + 1, kMostOrigins - 1);
+    gOriginCount = std::min(gOriginCount + 1, kMaxOrigins - 1);
     Times& added = gOrigins[static_cast<std::size_t>(gOriginCount - 1)];
     added = {origin, 0};
     return added.times;
@@ -168,7 +168,7 @@ void tell(const char* kind, const char* phase, std::uint64_t key, std::size_t si
 Stack walk() {
     Stack stack;
     tBusy = true;
-    stack.count = callers(stack.frames.data(), kMostFrames);
+    stack.count = callers(stack.frames.data(), kMaxFrames);
     tBusy = false;
     return stack;
 }
@@ -187,7 +187,7 @@ void begin(const char* progress, int times) {
         std::string phase;
         std::uint64_t key = 0;
         words >> kind >> phase >> std::hex >> key;
-        if ((kind == "refused" || kind == "spared") && gDoneCount < kMostDone) {
+        if ((kind == "refused" || kind == "spared") && gDoneCount < kMaxDone) {
             gDone[gDoneCount++] = key;
         }
     }
@@ -272,7 +272,7 @@ std::vector<std::string> blocksLeft(std::size_t keptSize) {
     left.reserve(4096);
     {
         const Locked locked(gLock);
-        const std::array<Times, kMostOrigins> before = gOrigins;
+        const std::array<Times, kMaxOrigins> before = gOrigins;
         const int count = gOriginCount;
         for (const Block& block : gBlocks) {
             // One for one may have been exchanged: a longer text, a newer callback.
@@ -320,7 +320,7 @@ bool mayHaveMemory(std::size_t size) {
     const std::uint64_t place = mix(hashOf(stack), hashOf(phase.name));
     const int times = countPlace(phase, place);
     const std::uint64_t key = mix(place, static_cast<std::uint64_t>(times));
-    if (times > gMostTimes || isDone(key) || gDoneCount == kMostDone) {
+    if (times > gMostTimes || isDone(key) || gDoneCount == kMaxDone) {
         return true;
     }
     gDone[gDoneCount++] = key;
@@ -367,7 +367,7 @@ void returned(void* memory) {
         return;
     }
     --gBlockCount;
-    // What stands after the gap moves up, so that every block is found from its own slot on.
+    // What comes after the gap moves up, so that every block is found from its own slot on.
     std::size_t gap = at;
     for (std::size_t next = (gap + 1) % kBlocks; gBlocks[next].hidden != 0; next = (next + 1) % kBlocks) {
         const std::size_t home = slotOf(gBlocks[next].hidden);

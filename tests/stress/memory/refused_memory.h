@@ -1,4 +1,4 @@
-// Refuses the library single requests for memory, each of them once: every place in the code that asks, told by its call
+// Refuses the library single requests for memory, each of them once: every place in the code that asks, identified by its call
 // stack, and how often it has asked in the same call. So no request is missed because a thread was quicker or slower this
 // time, and what has been refused in one process is not refused again in the next one.
 #pragma once
@@ -13,7 +13,7 @@ namespace refused_memory {
 // Which of the library's threads. Hosts' threads are the caller only while they are inside the library.
 enum Role : std::size_t { kCaller, kLoop, kWriter, kRoles };
 
-// Begins to watch the library's requests; the calling thread is the host's. `progress` is a file that tells what has been
+// Begins to watch the library's requests; the calling thread is the host's. `progress` is a file that says what has been
 // refused, also by the processes before, and survives this one's end. `times` is how often one place is refused in one call.
 void begin(const char* progress, int times);
 
@@ -68,7 +68,7 @@ std::vector<std::string> blocksLeft(std::size_t keptSize);
 
 // ---- The system's side (refused_memory_wrap.cpp, refused_memory_import.cpp) ----
 
-constexpr int kMostFrames = 24;
+constexpr int kMaxFrames = 24;
 
 // Puts itself between the library and the allocator.
 void install();

@@ -1,4 +1,4 @@
-// The allocator's functions stand in the table of what the DLL imports from the C runtime: there each is exchanged for one
+// The allocator's functions are in the table of what the DLL imports from the C runtime: there each is exchanged for one
 // of these. The runtime's own requests, and those of the test's program, never come here.
 #include <cstdlib>
 #include <cstring>
@@ -181,8 +181,8 @@ void install() {
 }
 
 int callers(std::uintptr_t* frames, int most) {
-    void* addresses[kMostFrames + 16] = {};
-    const int all = RtlCaptureStackBackTrace(0, kMostFrames + 16, addresses, nullptr);
+    void* addresses[kMaxFrames + 16] = {};
+    const int all = RtlCaptureStackBackTrace(0, kMaxFrames + 16, addresses, nullptr);
     int count = 0;
     for (int i = 0; i < all && count < most; ++i) {
         const auto address = reinterpret_cast<std::uintptr_t>(addresses[i]);

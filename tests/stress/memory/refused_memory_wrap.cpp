@@ -29,8 +29,8 @@ thread_local int tStartingIo = 0;
 void install() {}
 
 int callers(std::uintptr_t* frames, int most) {
-    void* addresses[kMostFrames + 8] = {};
-    const int all = backtrace(addresses, kMostFrames + 8);
+    void* addresses[kMaxFrames + 8] = {};
+    const int all = backtrace(addresses, kMaxFrames + 8);
     int count = 0;
     for (int i = 3; i < all && count < most; ++i) { // the first ones are this file's
         const auto address = reinterpret_cast<std::uintptr_t>(addresses[i]);

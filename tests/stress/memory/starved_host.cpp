@@ -39,7 +39,7 @@ std::string scenarioOf(int life) {
 bool StarvedHost::start(const std::string& scenario, const char* phase) {
     refused_memory::startRound();
     mRound = 0;
-    for (int attempt = 0; attempt < kMostRounds; ++attempt) {
+    for (int attempt = 0; attempt < kMaxRounds; ++attempt) {
         mEvents.reset();
         mStandin.play(scenario);
         bool refused = false;
@@ -71,7 +71,7 @@ bool StarvedHost::startLife(const char* phase) {
 }
 
 bool StarvedHost::connect(bool refuse) {
-    for (int attempt = 0; attempt < kMostRounds; ++attempt) {
+    for (int attempt = 0; attempt < kMaxRounds; ++attempt) {
         mEvents.reset();
         const std::size_t logged = support::logText().size();
         bool taken = false;
@@ -108,7 +108,7 @@ bool StarvedHost::connect(bool refuse) {
             continue; // the connect may be tried again
         }
         if (!events.empty() && refused) {
-            return false; // told that it reads no more
+            return false; // it was reported that nothing more is read
         }
         if (!refused || !saysLackOfMemory(logged)) {
             failed("no connection: neither an event nor an error");
@@ -196,7 +196,7 @@ bool StarvedHost::notifications(refused_memory::Role role, const char* phase) {
 void StarvedHost::sends(refused_memory::Role role, const char* what) {
     const std::string phase = std::string(what) + (role == refused_memory::kCaller ? "" : ".loop");
     const char* name = keep(phase);
-    for (int round = 0; round < kMostRounds; ++round) {
+    for (int round = 0; round < kMaxRounds; ++round) {
         const int n = ++mSent;
         const std::string text = textOf(n);
         const int exits = countExits();
@@ -239,7 +239,7 @@ void StarvedHost::sends(refused_memory::Role role, const char* what) {
 }
 
 void StarvedHost::asks() {
-    for (int round = 0; round < kMostRounds; ++round) {
+    for (int round = 0; round < kMaxRounds; ++round) {
         std::uint32_t state = 0;
         std::string name;
         bool refused = false;
@@ -278,10 +278,10 @@ bool StarvedHost::loses(const char* phase) {
     const std::size_t before = mEvents.count();
     Refusing refusing(refused_memory::kLoop, phase);
     support::killProcess(mStandin.pid(), "QuPCAudio.exe");
-    const bool told = support::poll([&] { return mEvents.count() > before; }, support::kTimeout);
+    const bool reported = support::poll([&] { return mEvents.count() > before; }, support::kTimeout);
     const bool refused = refusing.end();
-    // It may be reported as a read that gets no memory.
-    if (!told || (!refused && mEvents.all()[before].code != SONVIA_ERROR_CONNECTION)) {
+    // It may be reported as a read whose allocation failed.
+    if (!reported || (!refused && mEvents.all()[before].code != SONVIA_ERROR_CONNECTION)) {
         failed("the loss of the connection was not reported");
     }
     return refused;
@@ -292,7 +292,7 @@ void StarvedHost::connectsInVain() {
     if (!start("guard 600\nno-pipe\n")) {
         return;
     }
-    for (int round = 0; round < kMostRounds; ++round) {
+    for (int round = 0; round < kMaxRounds; ++round) {
         mEvents.reset();
         bool taken = false;
         bool refused = false;
@@ -312,7 +312,7 @@ void StarvedHost::connectsInVain() {
             failed("setParam gave false though nothing was refused");
         }
         if (taken && !(mEvents.all()[0] == support::error(SONVIA_ERROR_CONNECTION, 0))) {
-            failed("a connect that failed was told wrongly");
+            failed("a connect that failed was reported wrongly");
         }
         if (!refused) {
             break;

@@ -13,7 +13,7 @@
 #include "support/host_library.h"
 #include "support/standin.h"
 
-inline constexpr int kMostRounds = 400;
+inline constexpr int kMaxRounds = 400;
 inline constexpr int kRoundsOfOneLife = 60;
 
 void failed(const std::string& text);
@@ -29,7 +29,7 @@ public:
 
     bool startLife(const char* phase = nullptr);
 
-    // setParam until the first event has come. False when it never does; what then is wrong has been told.
+    // setParam until the first event has come. False when it never does; the fault has then been reported.
     bool connect(bool refuse);
 
     void stop(bool refuse);
@@ -41,10 +41,10 @@ public:
     void setWarm() { mIsWarm = true; }
 
     // Has the service send the packets of the next round, and waits for the last one. False when the connection is of no
-    // more use, which the host was told then.
+    // more use, as was reported to the host.
     bool notifications(refused_memory::Role role, const char* phase);
 
-    // One call, refused on one thread, and the packet that it says it has sent; told by one that follows it.
+    // One call, refused on one thread, and the packet that it claims to have sent; recognised by the next one.
     void sends(refused_memory::Role role, const char* what);
 
     void asks();

@@ -1,4 +1,4 @@
-// What must hold after a round: nothing forged, nothing lost in silence, nothing left behind.
+// What must hold after a round: nothing forged, nothing lost silently, nothing leaked.
 #include "stress/memory/starved_host.h"
 
 #include <algorithm>

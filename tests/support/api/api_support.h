@@ -21,7 +21,7 @@ public:
     explicit ListedRecord(std::unique_ptr<AudioServiceHandle> record = std::make_unique<AudioServiceHandle>())
         : mRecord(record.get()), handle(liveHandles().add(entryOf(std::move(record)))) {}
 
-    /// Takes it away as it stands when no test has released it.
+    /// Removes it without a shut-down when no test has released it.
     ~ListedRecord() { const HandleRelease release(liveHandles(), handle); }
 
     ListedRecord(const ListedRecord&) = delete;

@@ -1,4 +1,4 @@
-// A system that has no thread to give. The test program's own pthread_create stands before the C library's.
+// A system that cannot create a thread. The test program's pthread_create overrides the C library's.
 #pragma once
 
 namespace support {

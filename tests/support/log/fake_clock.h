@@ -11,7 +11,7 @@
 
 namespace support {
 
-/// A clock that stands where a test has put it, in a time zone the test chooses. Any thread.
+/// A clock that shows the time a test has set, in a time zone the test chooses. Any thread.
 class FakeClock final : public platform::Clock {
 public:
     /// Seconds east of UTC at a moment; UTC by default.

@@ -5,7 +5,7 @@
 namespace support {
 
 /// Another program that keeps a file to itself: while this lives, nobody else opens or removes it. On Windows the file
-/// is open without sharing. Elsewhere nothing keeps a file so; a folder that is not empty stands in its place instead.
+/// is open without sharing. Elsewhere nothing locks a file like that: a folder that is not empty takes its place.
 class HeldFile {
 public:
     explicit HeldFile(std::string path);

@@ -17,7 +17,7 @@ std::string lastComponent(const std::string& path) {
     return path.substr(path.rfind('/') + 1);
 }
 
-/// Whether the archive beside a removed log holds it, or another log of that name; not when it is torn or short.
+/// Whether the archive next to a removed log holds it, or another log of that name; not when it is torn or short.
 bool isPacked(const MemoryFiles::Removed& gone) {
     const std::string text = unpackedText(gone.archive);
     return numbersIn(gone.content).empty() || text == gone.content ||

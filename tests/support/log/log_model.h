@@ -1,4 +1,4 @@
-// What the log's files must look like, told plainly: one logger, its settings, and the lines one after the other. Slow,
+// What the log's files must look like, as a plain model: one logger, its settings, and the lines one after the other. Slow,
 // without threads and without faults. Times are UTC.
 #pragma once
 
@@ -81,7 +81,7 @@ public:
         std::uint64_t size; ///< 0 while the file is written for the first time
     };
 
-    /// The logger starts, or is told to read its history anew.
+    /// The logger starts, or is asked to read its history again.
     void load(std::int64_t now);
 
     /// `time` is the line's own, `now` that of its writing.
@@ -118,7 +118,7 @@ private:
 /// One way to write a path: no empty components, single forward slashes.
 std::string modelPath(const std::string& text);
 
-/// The time that a file's name tells, by a reading of its own.
+/// The time in a file's name, parsed independently.
 std::optional<std::int64_t> modelTimeInName(const std::string& name);
 
 } // namespace support

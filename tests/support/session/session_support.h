@@ -35,7 +35,7 @@ public:
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;
 
-    /// A record with this host's callbacks and six texts that tell the fields apart.
+    /// A record with this host's callbacks and six texts that differ in each field.
     static AudioServiceParam record();
     static void onEvent(int event, int value);
     static void onError(int code, int value);

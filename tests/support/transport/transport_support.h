@@ -1,5 +1,5 @@
 // What the transport's tests share: a loop on its own thread, work done on that thread, a pipe that records what
-// it is told and shows its insides.
+// it is given and exposes its insides.
 #pragma once
 
 #include "transport/loop.h"
@@ -88,7 +88,7 @@ public:
     using OStreamPipe::pipe;
 };
 
-/// What a pipe's three callbacks were told. Outlives the pipe.
+/// The arguments of a pipe's three callbacks. Outlives the pipe.
 class Reports {
 public:
     using Event = std::pair<std::int32_t, std::int32_t>; // code and status

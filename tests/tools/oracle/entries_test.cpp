@@ -83,7 +83,7 @@ TEST(OracleEntries, MaskKeepsEverythingButTexts) {
     EXPECT_EQ(masked({}), Bytes());
 }
 
-TEST(OracleEntries, MaskLetsNothingThroughBehindAFault) {
+TEST(OracleEntries, MaskLetsNothingThroughAfterAFault) {
     const Bytes whole = join({encodeInt("i", 5), encodeText("accountID", "secret")});
     for (std::size_t size = 0; size <= whole.size(); ++size) {
         const Bytes cut = masked(part(whole, 0, size));

@@ -13,7 +13,7 @@ namespace {
 
 using namespace std::string_literals;
 
-// The steps that the text adds behind the one that creates the pipe.
+// The steps that the text adds after the one that creates the pipe.
 std::vector<Step> stepsOf(const std::string& text) {
     Scenario scenario = parseScenario(text);
     EXPECT_FALSE(scenario.mistake) << text;
@@ -97,7 +97,7 @@ TEST(StandinScenario, BlocksKnowTheirEnds) {
     EXPECT_FALSE(std::get<RepeatBegin>(scenario.steps.at(6).action).count);
 }
 
-TEST(StandinScenario, WaitsCarryTheirConditionsAndGuards) {
+TEST(StandinScenario, WaitsCarryTheirConditionsAndTimeouts) {
     const std::vector<Step> steps = stepsOf(
         "wait packet command 34 key KORUInfo count 2 guard 5\nwait file \"go on\"\nwait connection\nwait 7");
     const auto& packet = std::get<WaitPacket>(steps.at(0).action);

@@ -78,7 +78,7 @@ TEST_F(TapCapture, OfAPacketThatBreaksOffOnlyTheHeaderIsKept) {
 }
 
 TEST_F(TapCapture, PacketThatIsTooLongToWaitForIsMaskedAndTheNextOneIsCutRight) {
-    constexpr std::uint32_t kSize = Capture::kLongestPacket + 1;
+    constexpr std::uint32_t kSize = Capture::kMaxPacket + 1;
     const oracle::Bytes header = oracle::encodeHeader(oracle::kMagic, oracle::kNotify, 1, kSize);
     {
         Capture capture = open();

@@ -31,7 +31,7 @@ std::vector<LogLine> linesOf(const char* function, char firstLetter, const std::
 
 } // namespace
 
-TEST_F(NoSession, ExitAudioProjectionIsFalseAndTellsTheHost) {
+TEST_F(NoSession, ExitAudioProjectionIsFalseAndReportsAnError) {
     LogCapture log;
     EXPECT_FALSE(exitAudioProjection(handle));
     EXPECT_EQ(log.lines(),
@@ -40,21 +40,21 @@ TEST_F(NoSession, ExitAudioProjectionIsFalseAndTellsTheHost) {
     EXPECT_EQ(record->sequence.load(), 0);
 }
 
-TEST_F(NoSession, GetStateIsFourAndTellsTheHost) {
+TEST_F(NoSession, GetStateIsFourAndReportsAnError) {
     LogCapture log;
     EXPECT_EQ(getState(handle), 4U);
     EXPECT_EQ(log.lines(), linesOf("getState", 'D', "getState!", 'W', "quPCAudio is NULL"));
     EXPECT_EQ(Host::errors(), (Calls{{-2, 0}}));
 }
 
-TEST_F(NoSession, GetSourceNameIsPhoneAndTellsTheHost) {
+TEST_F(NoSession, GetSourceNameIsPhoneAndReportsAnError) {
     LogCapture log;
     EXPECT_STREQ(getSourceName(handle), "phone");
     EXPECT_EQ(log.lines(), linesOf("getSourceName", 'D', "getSourceName!", 'W', "quPCAudio is NULL!"));
     EXPECT_EQ(Host::errors(), (Calls{{-2, 0}}));
 }
 
-TEST_F(NoSession, SetParamIsFalseAndTellsTheHostOfTheNewRecord) {
+TEST_F(NoSession, SetParamIsFalseAndReportsAnErrorToTheNewRecord) {
     static int other;
     other = 0;
     AudioServiceParam param = Host::record();

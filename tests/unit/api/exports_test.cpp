@@ -65,7 +65,7 @@ TEST_F(Exports, GetSourceNameIsPhoneAgainAfterAnEmptyName) {
     EXPECT_STREQ(getSourceName(handle()), "phone");
 }
 
-TEST_F(Exports, GetSourceNameIsTheSameTextUntilAnotherNameComes) {
+TEST_F(Exports, GetSourceNameIsTheSameTextUntilAnotherNameArrives) {
     direct.receive(encodeText("phone-name", "Handset A"));
     const char* name = getSourceName(handle());
     EXPECT_EQ(getSourceName(handle()), name);
@@ -194,14 +194,14 @@ TEST_F(LiveHandle, SetParamConnectsAndStartsTheThreadOnce) {
     const platform::Thread* thread = record->loopThread.get();
     ASSERT_EQ(names.waitForPackets(1).size(), 1U);
     setText(param.sn, "another");
-    ASSERT_TRUE(setParam(handle, &param)); // who hears of the connection finds it made
+    ASSERT_TRUE(setParam(handle, &param)); // reported once it is connected
     const std::vector<oracle::Packet> packets = names.waitForPackets(2);
     ASSERT_EQ(packets.size(), 2U);
     EXPECT_EQ(koruInfoOf(packets[1].payload).at(4).second, "another");
     EXPECT_EQ(record->loopThread.get(), thread);
 }
 
-TEST_F(LiveHandle, WithoutAServiceSetParamIsTrueAndTheHostHearsLater) {
+TEST_F(LiveHandle, WithoutAServiceSetParamIsTrueAndTheErrorFollows) {
     LogCapture quiet;
     const AudioServiceParam param = Host::record();
     EXPECT_TRUE(setParam(handle, &param));

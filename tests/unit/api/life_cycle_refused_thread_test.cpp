@@ -34,12 +34,12 @@ protected:
 TEST_F(RefusedThread, ForTheLoopMakesSetParamFailAndTheHandleCanBeReleased) {
     LogCapture log;
     EXPECT_FALSE(setParamWithoutThreads());
-    bool told = false;
+    bool reported = false;
     for (const LogLine& line : log.lines(kApiTag)) {
-        told = told || (line.letter == 'E' && line.function == "setParam" &&
-                        line.text.find("thread start failed: ") == 0);
+        reported = reported || (line.letter == 'E' && line.function == "setParam" &&
+                                line.text.find("thread start failed: ") == 0);
     }
-    EXPECT_TRUE(told);
+    EXPECT_TRUE(reported);
     EXPECT_EQ(direct.record->loopThread, nullptr);
 }
 

@@ -58,7 +58,7 @@ TEST_F(ShutDown, AServiceThatEndsInTimeIsNotKilled) {
     uninit();
     EXPECT_EQ(seen.waits, 1);
     EXPECT_EQ(seen.limit, std::chrono::milliseconds(1000));
-    EXPECT_EQ(seen.packetsBefore, 1U); // it is told before it is waited for
+    EXPECT_EQ(seen.packetsBefore, 1U); // the request is sent before the wait
     EXPECT_EQ(seen.forced, 0);
 }
 

@@ -1,4 +1,4 @@
-// Start-up where no service stands beside the program. It initialises logging, so the lines are looked for in the
+// Start-up without a service in the program's folder. It initialises logging, so the lines are looked for in the
 // log's files, or in the output while there are none.
 
 #include "SonviaPCAudioDll.h"
@@ -73,7 +73,7 @@ protected:
 
 } // namespace
 
-TEST_F(StartUp, WithoutAServiceItIsNullAndSaysSoAndWhyOnce) {
+TEST_F(StartUp, WithoutAServiceItIsNullAndTheCauseIsLoggedOnce) {
     AudioServiceHandle* handle = nullptr;
     const std::string log = logOf([&handle] { handle = initSonviaAudioService(kLogDir, SONVIA_LOG_DEBUG); });
     EXPECT_EQ(handle, nullptr);

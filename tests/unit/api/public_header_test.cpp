@@ -11,7 +11,7 @@ using namespace support;
 
 namespace {
 
-// The type is not the function's, which is what the sanitizer would tell and the test is about.
+// The type is not the function's: the sanitizer would report what this test is about.
 #ifdef __clang__
 [[clang::no_sanitize("function")]]
 #endif
@@ -52,7 +52,7 @@ TEST(PublicHeader, TheConstantsHaveTheirNumbers) {
 }
 
 TEST(PublicHeader, ResultsHaveTheWidthThatHostsCompiledAgainst) {
-    // A caller looks at one byte of a bool, whatever stands in the rest of the register.
+    // A caller looks at one byte of a bool, whatever is in the rest of the register.
     EXPECT_EQ(sizeof(uninitSonviaAudioService(nullptr)), 1U);
     EXPECT_EQ(sizeof(exitAudioProjection(nullptr)), 1U);
     EXPECT_EQ(sizeof(setParam(nullptr, nullptr)), 1U);

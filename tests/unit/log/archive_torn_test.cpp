@@ -1,4 +1,4 @@
-// What a process that was killed while packing leaves behind.
+// What a process that was killed while packing leaves.
 
 #include "log/archive.h"
 #include "support/effort.h"
@@ -48,7 +48,7 @@ bool isTried(std::size_t length, std::size_t whole) {
 
 } // namespace
 
-TEST_F(TornArchive, AnArchiveTornAnywhereBesideItsLogIsRemovedAndTheLogKept) {
+TEST_F(TornArchive, ATruncatedArchiveNextToItsLogIsRemovedAndTheLogKept) {
     const std::string text = oldText();
     const std::string archive = archiveOf(text);
     long long tried = 0;
@@ -76,7 +76,7 @@ TEST_F(TornArchive, AnArchiveTornAnywhereBesideItsLogIsRemovedAndTheLogKept) {
     support::tried("log: archives torn at any byte", tried, "archives");
 }
 
-TEST_F(TornArchive, AWholeArchiveBesideALogOfItsNameIsKeptAsItIs) {
+TEST_F(TornArchive, AWholeArchiveNextToALogOfItsNameIsKept) {
     const std::string archive = archiveOf("03-07 08:00:00.000 [host] [1234] INFO  tag: earlier lines\r\n");
     for (const bool zip : {false, true}) {
         MemoryFiles disk;

@@ -25,7 +25,7 @@ using namespace orvel::log4z;
 
 namespace {
 
-/// Takes no memory for what it is shown.
+/// Allocates nothing for what it receives.
 class SilentConsole final : public platform::Console {
 public:
     bool printColoured(unsigned, const char*) override { return true; }
@@ -38,7 +38,7 @@ std::string readAll(const std::string& path) {
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-/// One logger's life. All that is prepared here takes no memory later.
+/// One logger's life. What is prepared here allocates nothing later.
 class Life {
 public:
     explicit Life(const std::string& folder) : mFolder(folder), mConfigFile(folder + "/log.ini") {

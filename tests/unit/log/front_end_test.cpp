@@ -85,7 +85,7 @@ TEST(FrontEnd, ALevelBelowTheThresholdPrintsNothing) {
     EXPECT_EQ(printedBy([] { writeLog(-1, "tag", "x"); }), "");
 }
 
-TEST(FrontEnd, BeforeInitialisationALongMessageIsCut) {
+TEST(FrontEnd, BeforeInitialisationALongMessageIsTruncated) {
     const std::string printed = printedBy([] { writeLog(4, "t", "%s", std::string(10000, 'm').c_str()); });
     EXPECT_EQ(printed.size(), (threadText() + " E t: \n").size() + 4095);
 }
@@ -145,7 +145,7 @@ TEST(FrontEnd, ASecondInitialisationLogsItsSettingsAndChangesNothingElse) {
     EXPECT_NE(lastLine().find(" path:null "), std::string::npos);
 }
 
-TEST(FrontEnd, FilesLieInTheirMonthAndTheVersionBesideThem) {
+TEST(FrontEnd, FilesAreInTheirMonthsFolderAndTheVersionNextToIt) {
     EXPECT_TRUE(std::filesystem::exists(kFolder + "/sonvia_version"));
     bool inMonth = false;
     for (const auto& entry : std::filesystem::directory_iterator(kFolder)) {
@@ -154,7 +154,7 @@ TEST(FrontEnd, FilesLieInTheirMonthAndTheVersionBesideThem) {
     EXPECT_TRUE(inMonth);
 }
 
-TEST(FrontEnd, ALongMessageIsCutInTheFileToo) {
+TEST(FrontEnd, ALongMessageIsTruncatedInTheFileToo) {
     writeLog(4, "t", "%s", std::string(10000, 'm').c_str());
     const std::string line = lastLine();
     EXPECT_EQ(line.size() - line.find("ERROR t: ") - 9, 4095u);

@@ -45,7 +45,7 @@ TEST(LogSettings, AreAppliedToTheLogger) {
     EXPECT_EQ(slot.settings.limitSizeMb, 2u);
     EXPECT_EQ(slot.settings.totalSizeMb, 5u);
     EXPECT_FALSE(slot.settings.isZip);
-    EXPECT_EQ(slot.settings.level, kLogError) << "the number as it is";
+    EXPECT_EQ(slot.settings.level, kLogError) << "the number unchanged";
     EXPECT_EQ(slot.settings.path, "logs/");
     EXPECT_EQ(slot.settings.version, "2.1.2110122");
     EXPECT_TRUE(slot.settings.monthdir && slot.settings.display);

@@ -51,7 +51,7 @@ TEST(LogFolder, AMissingFolderHoldsNothing) {
     EXPECT_EQ(readVersionFile(files, "nowhere/"), "");
 }
 
-TEST(LogFolder, TheVersionFileGivesBackTwoHundredFiftyFourBytesWithoutTrailingBlanks) {
+TEST(LogFolder, TheVersionFileKeeps254BytesWithoutTrailingSpaces) {
     MemoryFiles files;
     files.put("logs/sonvia_version", "2.1.2110122 \r\n\t");
     EXPECT_EQ(readVersionFile(files, "logs/"), "2.1.2110122");

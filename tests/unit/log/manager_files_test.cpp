@@ -202,7 +202,7 @@ TEST_F(ManagerFiles, AFullDiskStopsNeitherTheWriterNorTheCallers) {
     EXPECT_NE(all.find("] ERROR kept again\r\n"), std::string::npos);
 }
 
-TEST_F(ManagerFiles, LostLinesAreToldInTheLogAsSoonAsItTakesLinesAgain) {
+TEST_F(ManagerFiles, LostLinesAreReportedInTheLogAsSoonAsItTakesLinesAgain) {
     const int id = makeQuietLogger();
     manager.setLoggerDisplay(id, true);
     manager.start();
@@ -213,19 +213,19 @@ TEST_F(ManagerFiles, LostLinesAreToldInTheLogAsSoonAsItTakesLinesAgain) {
         }
         files.failNothing();
     };
-    const auto told = [&](const std::string& numbers) {
+    const auto reported = [&](const std::string& numbers) {
         const std::string text = files.content(files.pathsWith(".log").back());
         const std::size_t note = text.find("WARN  Sonvia_Default: [orvel::log4z::LogerManager::tellLosses:");
         return note != std::string::npos &&
                text.find("]lines lost:" + numbers + "\r\n", note) != std::string::npos;
     };
     lose(3);
-    EXPECT_FALSE(told("3 in all:3")) << "not while it loses lines";
+    EXPECT_FALSE(reported("3 in all:3")) << "not while it loses lines";
     logNow(id, "kept");
-    EXPECT_TRUE(told("3 in all:3"));
+    EXPECT_TRUE(reported("3 in all:3"));
     lose(2);
     logNow(id, "kept again");
-    EXPECT_TRUE(told("2 in all:5"));
+    EXPECT_TRUE(reported("2 in all:5"));
     logNow(id, "and again");
     manager.stop();
     const std::string text = files.content(files.pathsWith(".log").back());
@@ -251,7 +251,7 @@ TEST_F(ManagerFiles, ALogOfErrorsAloneDoesNotTellOfLostLines) {
     EXPECT_EQ(files.content(files.pathsWith(".log").back()).find("lines lost:"), std::string::npos);
 }
 
-TEST_F(ManagerFiles, AFolderThatCannotBeWrittenIsToldOnceAndOtherLoggersGoOn) {
+TEST_F(ManagerFiles, AFolderThatCannotBeWrittenIsReportedOnceAndOtherLoggersGoOn) {
     const int bad = makeQuietLogger("Bad");
     const int good = makeQuietLogger("Good");
     manager.start();

@@ -16,7 +16,7 @@ using namespace orvel::log4z;
 
 namespace {
 
-/// One sequence, done to an engine on files in memory and told to the model.
+/// One sequence of operations on an engine with files in memory and on the model.
 class Sequence {
 public:
     explicit Sequence(unsigned seed) : mRandom(seed), mManager({mClock, mPacked, mConsole, "host"}) {
@@ -196,7 +196,7 @@ private:
         switch (pick(5)) {
         case 0:
             mManager.setLoggerLevel(mId, set.level = static_cast<int>(pick(4)));
-            sync(); // callers are told by the level that the writer has set
+            sync(); // callers use the level that the writer has set
             break;
         case 1:
             mManager.enableLogger(mId, set.enable = pick(4) != 0);

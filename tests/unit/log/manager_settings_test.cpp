@@ -158,7 +158,7 @@ TEST_F(ManagerSettings, WhileItRunsSettingsTakeEffectInOrderWithTheLines) {
     EXPECT_EQ(manager.totalRecordsPopped(), 4u) << "settings are no lines";
 }
 
-TEST_F(ManagerSettings, SettersAndStopFromTwoThreadsLeaveNothingBehind) {
+TEST_F(ManagerSettings, SettersAndStopFromTwoThreadsLeakNothing) {
     for (int round = 0; round < 20; ++round) {
         const int id = makeQuietLogger();
         manager.enableLogger(id, true);
@@ -275,7 +275,7 @@ TEST_F(ManagerConfig, AConfigurationFileThatCannotBeOpenedIsReported) {
 
 namespace {
 
-/// An engine with a configuration file whose level tells whether it was read again.
+/// An engine with a configuration file whose level shows whether it was read again.
 class ManagerHotUpdate : public LogEngine {
 protected:
     void startWith(std::uint32_t interval) {
@@ -323,7 +323,7 @@ TEST_F(ManagerHotUpdate, AChangedFileIsReadAgainWhenMoreThanTheIntervalIsOver) {
     EXPECT_EQ(levelAfterRest(), kLevelError);
 }
 
-TEST_F(ManagerHotUpdate, TheFirstLookComesAnIntervalAfterTheStart) {
+TEST_F(ManagerHotUpdate, TheFirstCheckIsAnIntervalAfterTheStart) {
     put("error");
     ASSERT_TRUE(manager.config("conf/log.ini"));
     manager.setConfigCheckInterval(10);

@@ -87,7 +87,7 @@ TEST_F(ManagerStart, AfterAFailedStartAnotherOneSucceeds) {
     manager.stop();
 }
 
-TEST_F(ManagerStart, AThreadThatDoesNotComeInTimeIsReportedAndTakesWhatWasQueuedWhenItComes) {
+TEST_F(ManagerStart, AThreadThatStartsLateIsReportedAndTakesWhatWasQueued) {
     startLate();
     EXPECT_TRUE(manager.start()) << "there is a thread";
     EXPECT_EQ(console.timesPlain("log: the log thread did not start within 1 ms! \r\n"), 1);
@@ -103,7 +103,7 @@ TEST_F(ManagerStart, AThreadThatDoesNotComeInTimeIsReportedAndTakesWhatWasQueued
     EXPECT_TRUE(manager.stop());
 }
 
-TEST_F(ManagerStart, AThreadThatComesAfterStopEndsAtOnce) {
+TEST_F(ManagerStart, AThreadThatStartsAfterStopEndsAtOnce) {
     startLate();
     EXPECT_TRUE(manager.start());
     EXPECT_TRUE(manager.setLoggerName(id, "sonvia_Queued"));

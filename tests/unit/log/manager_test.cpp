@@ -122,7 +122,7 @@ TEST_F(Manager, WithoutFilelineNoSourceIsNamed) {
     EXPECT_EQ(files.content(files.pathsWith(".log").at(0)).find("file.cpp"), std::string::npos);
 }
 
-TEST_F(Manager, ALineLongerThanItsRecordIsCutAndStillEndsInItsLineEnd) {
+TEST_F(Manager, ALineLongerThanItsRecordIsTruncatedAndStillHasItsLineEnd) {
     const int id = makeQuietLogger();
     manager.start();
     for (const std::int32_t length : {8188, 8189, 8190, 8191, 8192, 9000, -1}) {
@@ -140,7 +140,7 @@ TEST_F(Manager, ALineLongerThanItsRecordIsCutAndStillEndsInItsLineEnd) {
     EXPECT_TRUE(text == expected);
 }
 
-TEST_F(Manager, ASourceThatDoesNotFitIsCut) {
+TEST_F(Manager, ASourceThatDoesNotFitIsTruncated) {
     const int id = makeQuietLogger();
     manager.start();
     LogRecord* record = manager.makeRecord(id, kLevelError);

@@ -21,7 +21,7 @@ std::string compressible(std::size_t size) {
 
 } // namespace
 
-TEST_F(Packing, AClosedFileIsPackedAndItsArchiveStandsInTheHistory) {
+TEST_F(Packing, AClosedFileIsPackedAndItsArchiveIsInTheHistory) {
     slot.settings.isZip = true;
     slot.settings.limitSizeMb = 1;
     const std::string text = compressible(kMb + 1);
@@ -33,14 +33,15 @@ TEST_F(Packing, AClosedFileIsPackedAndItsArchiveStandsInTheHistory) {
                                                 "logs/sonvia_Test_2026-03-09-08-00-01.log"}));
     EXPECT_EQ(slot.file.history().oldest().path, "logs/sonvia_Test_2026-03-09-08-00-00.log.zip");
     EXPECT_EQ(slot.file.history().writeLength(), files.content(logs()[0]).size());
-    const std::string told = screen.plain();
-    EXPECT_EQ(
-        told.find("logLen:1048577 zipLen:" + std::to_string(slot.file.history().writeLength()) + " ratio0."),
-        0u)
-        << told;
-    EXPECT_NE(told.find(" historyWriteLen:0 back second name:logs/sonvia_Test_2026-03-09-08-00-00.log.zip "),
-              std::string::npos)
-        << told;
+    const std::string printed = screen.plain();
+    EXPECT_EQ(printed.find("logLen:1048577 zipLen:" + std::to_string(slot.file.history().writeLength()) +
+                           " ratio0."),
+              0u)
+        << printed;
+    EXPECT_NE(
+        printed.find(" historyWriteLen:0 back second name:logs/sonvia_Test_2026-03-09-08-00-00.log.zip "),
+        std::string::npos)
+        << printed;
 }
 
 TEST_F(Packing, TheTimeItTookIsShownInSecondsAndMilliseconds) {

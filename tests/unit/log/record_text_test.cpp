@@ -44,7 +44,7 @@ TEST(RecordText, AMessageThatOverflowsItsRecordMarksItFull) {
     }
 }
 
-TEST(RecordText, ASourceIsNamedWithoutItsFolderAndCutWhereItDoesNotFit) {
+TEST(RecordText, ASourceIsNamedWithoutItsFolderAndTruncatedWhereItDoesNotFit) {
     LogRecord record;
     record.contentLength = 0;
     appendSource(record, "src\\api/exports.cpp", 42);

@@ -68,7 +68,7 @@ private:
     std::vector<std::string> mHostsLinks;
 };
 
-/// A logger on the system's files, and a folder beside it that is not the log's.
+/// A logger on the system's files, and a folder next to it that is not the log's.
 class LogLinks : public ::testing::Test {
 protected:
     LogLinks() {
@@ -120,7 +120,7 @@ TEST_F(LogLinks, AFolderThatIsALinkIsNotSearchedForLogsToDeleteOrToPack) {
         GTEST_SKIP() << "no links here";
     }
     EXPECT_TRUE(platform::systemFiles().isLink(folder.path("logs/2026_02")));
-    for (const char* version : {"", "2", "2"}) { // as it is, changed, and once more
+    for (const char* version : {"", "2", "2"}) { // unchanged, changed, and once more
         slot.settings.version = version;
         slot.settings.isZip = true;
         slot.file.loadHistory(0);
@@ -163,7 +163,7 @@ TEST_F(LogLinks, ALogThatIsALinkIsNeitherListedNorWrittenThrough) {
         GTEST_SKIP() << "no links here";
     }
     if (!platform::systemFiles().isLink(folder.path("logs/sonvia_Test_2026-03-09-08-00-00.log"))) {
-        GTEST_SKIP() << "Wine tells no link to a file from a file";
+        GTEST_SKIP() << "Wine does not distinguish a link to a file from a file";
     }
     slot.file.loadHistory(0);
     EXPECT_TRUE(slot.file.history().empty());
@@ -182,7 +182,7 @@ TEST_F(LogLinks, AVersionFileThatIsALinkIsReplaced) {
         GTEST_SKIP() << "no links here";
     }
     if (!platform::systemFiles().isLink(folder.path("logs/sonvia_version"))) {
-        GTEST_SKIP() << "Wine tells no link to a file from a file";
+        GTEST_SKIP() << "Wine does not distinguish a link to a file from a file";
     }
     slot.settings.version = "2";
     slot.file.loadHistory(0);

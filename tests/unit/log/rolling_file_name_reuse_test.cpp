@@ -1,4 +1,4 @@
-// What happens to a file whose name comes up a second time: the clock stands or steps back, and all names are in use.
+// What happens to a file whose name comes up a second time: the clock stops or steps back, and all names are in use.
 
 #include "support/log/rolling_file_fixture.h"
 

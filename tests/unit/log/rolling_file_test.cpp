@@ -28,8 +28,8 @@ TEST_F(RollingFileTest, AFileTakesLinesUntilItIsOverItsLimit) {
 TEST_F(RollingFileTest, WithoutALimitAFileStaysBelowFourGigabytesForCompatibility) {
     slot.settings.limitSizeMb = kNoLimit;
     slot.settings.totalSizeMb = kNoLimit;
-    constexpr std::uint64_t kMost = 4293918720;
-    files.claimSize(kMost - 100);
+    constexpr std::uint64_t kLimit = 4293918720;
+    files.claimSize(kLimit - 100);
     EXPECT_TRUE(line(100));
     clock.advance(10);
     EXPECT_TRUE(line(1));
@@ -112,7 +112,7 @@ TEST_F(RollingFileTest, MonthFoldersFollowTheLocalTimeOfTheLine) {
                                                 "logs/2026_02/sonvia_Test_2026-02-01-00-00-00.log"}));
 }
 
-TEST_F(RollingFileTest, AUsedNameAddsASecondAndIsToldFromTheSecondTryOn) {
+TEST_F(RollingFileTest, AUsedNameAddsASecondAndIsReportedFromTheSecondTryOn) {
     files.put("logs/sonvia_Test_2026-03-09-08-00-00.log", "old");
     files.put("logs/sonvia_Test_2026-03-09-08-00-01.log", ""); // an empty one is taken over
     EXPECT_TRUE(line());

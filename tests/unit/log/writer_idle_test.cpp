@@ -35,9 +35,9 @@ struct Sleeps {
     /// row: it looks again and again.
     bool comeToRest() {
         // One follows lines, so that a caller in full flow does not pay for waking the writer.
-        constexpr int kMostLimited = 20;
+        constexpr int kMaxLimited = 20;
         std::unique_lock<std::mutex> lock(mutex);
-        return changed.wait_for(lock, kRestLimit, [&] { return isAsleep || limitedInARow > kMostLimited; }) &&
+        return changed.wait_for(lock, kRestLimit, [&] { return isAsleep || limitedInARow > kMaxLimited; }) &&
                isAsleep;
     }
 

@@ -1,4 +1,4 @@
-// What callers and the writer do while the writer stands still.
+// What callers and the writer do while the writer is stuck.
 
 #include "support/log/log_fixture.h"
 #include "support/wait.h"
@@ -12,7 +12,7 @@ using namespace orvel::log4z;
 
 namespace {
 
-/// A console that does not return while the gate is shut stands for any slow device the writer may meet.
+/// A console that blocks while the gate is shut: any slow device the writer may meet.
 class StuckConsole final : public platform::Console {
 public:
     bool printColoured(unsigned, const char*) override { return false; }
@@ -26,7 +26,7 @@ public:
     std::atomic<bool> go{true};
 };
 
-/// An engine whose writer stands still at the line that `shut` pushes, until `open`.
+/// An engine whose writer is stuck at the line that `shut` pushes, until `open`.
 class ManagerWithStuckWriter : public LogEngine {
 protected:
     ManagerWithStuckWriter() {

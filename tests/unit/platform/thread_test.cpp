@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-TEST(Thread, RunsItsEntryAndTellsWhenItHasEnded) {
+TEST(Thread, RunsItsEntryAndReportsItsEnd) {
     platform::Thread thread;
     EXPECT_TRUE(thread.hasEnded()) << "never started";
     thread.join();

@@ -164,7 +164,7 @@ TEST(CommandNames, TheMediaPlayerGroupsHaveHardEdges) {
     EXPECT_EQ(commandName(4111), "4111 is unknown");
 }
 
-TEST(CommandNames, OpenDebugLogStandsApartFromItsAcknowledgement) {
+TEST(CommandNames, OpenDebugLogHasAnAcknowledgementFarFromItsId) {
     EXPECT_EQ(commandName(61808), "OpenDebugLog");
     EXPECT_EQ(commandName(65504), "65504 is unknown");
     EXPECT_EQ(commandName(65505), "OpenDebugLog_Ack");

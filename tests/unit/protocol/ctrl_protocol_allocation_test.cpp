@@ -26,7 +26,7 @@ const Packet kNext{0x24, 34, 2, Bytes(50, 8)};
 
 struct Outcome {
     std::vector<Packet> packets;
-    bool told = false;
+    bool reported = false;
     bool outOfObjects = false; ///< not the packet's run was refused, but an object of a few bytes
 };
 
@@ -44,7 +44,7 @@ Outcome feedWithFailure(int failing) {
         outcome.outOfObjects = true;
     }
     for (const LogLine& line : log.lines("Sonvia_Default")) {
-        outcome.told = outcome.told || line.text == "malloc size:50000 failed";
+        outcome.reported = outcome.reported || line.text == "malloc size:50000 failed";
     }
     protocol.feed(oracle::encodePacket(kNext.command, kNext.sequence, kNext.payload));
     outcome.packets = protocol.packets();
@@ -53,12 +53,12 @@ Outcome feedWithFailure(int failing) {
 
 } // namespace
 
-TEST(DepackAllocation, WithoutMemoryForAPacketOnlyThatPacketIsLostAndTheLogSaysSo) {
+TEST(DepackAllocation, AfterAnAllocationFailureOnlyThatPacketIsLostAndLogged) {
     constexpr int kRequests = 40;
     int lost = 0;
     for (int failing = 1; failing <= kRequests; ++failing) {
         const Outcome outcome = feedWithFailure(failing);
-        if (outcome.told) {
+        if (outcome.reported) {
             ++lost;
             EXPECT_EQ(outcome.packets, (std::vector<Packet>{kNext})) << failing;
         } else if (!outcome.outOfObjects) {

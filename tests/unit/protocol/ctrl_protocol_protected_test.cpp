@@ -149,7 +149,7 @@ TEST(ProtectedPackets, PlainPayloadsThatBeginWithAKnownKeyAreDroppedHoweverLong)
 }
 
 TEST(ProtectedPackets, PlainDeviceInformationIsDroppedUnlessItIsLongerThanItCanBe) {
-    constexpr std::size_t kLongest =
+    constexpr std::size_t kMaxLength =
         12 + 42 + 6 * (6 + 256); // six texts of 256 bytes, their keys, the outer entry
     const auto taken = [](std::size_t size) {
         RecordingProtocol receiver;
@@ -159,7 +159,7 @@ TEST(ProtectedPackets, PlainDeviceInformationIsDroppedUnlessItIsLongerThanItCanB
         return !receiver.received.empty();
     };
     LogCapture quiet;
-    for (std::size_t size = 12; size <= kLongest; ++size) {
+    for (std::size_t size = 12; size <= kMaxLength; ++size) {
         EXPECT_FALSE(taken(size)) << size;
     }
     EXPECT_FALSE(taken(2124));

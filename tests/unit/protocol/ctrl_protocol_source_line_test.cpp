@@ -26,7 +26,7 @@ std::shared_ptr<SafetyDataDeal> context() {
     return SafetyDataDeal::create(block, block, block);
 }
 
-/// What stands in that line of a file below src/; empty when the file has no such line.
+/// That line of a file below src/; empty when the file has no such line.
 std::string sourceLine(const std::string& file, int number) {
     std::ifstream source(std::string(SONVIA_SOURCE_DIR) + "/" + file);
     std::string text;

@@ -91,7 +91,7 @@ TEST(KeyValueBuf, AddKeyValueBufOfAnEmptyBufferWritesALengthOfZero) {
     EXPECT_EQ(bytesFrom(outer), (Bytes{1, 'k', 14, 0, 0}));
 }
 
-TEST(KeyValueBuf, LengthOfANestedBufferIsCutToSixteenBits) {
+TEST(KeyValueBuf, LengthOfANestedBufferIsTruncatedToSixteenBits) {
     Builder inner;
     addEntryOfSize(inner, 0x10003);
     Builder outer;

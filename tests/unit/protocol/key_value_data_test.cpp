@@ -154,7 +154,7 @@ TEST(KeyValueData, EveryKnownTypeIsIndexedAtItsTypeByteAndSkippedByItsLayout) {
     }
 }
 
-TEST(KeyValueData, TheByteBehindTypeFifteenIsTheNextKeysLength) {
+TEST(KeyValueData, TheByteAfterTypeFifteenIsTheNextKeysLength) {
     // If the value bytes of type 15 were skipped, "b" would be lost.
     const Data data(chainOf(Bytes{1, 'a', 15, 1, 'b', 6, 0, 0, 0, 9}));
     EXPECT_EQ(data.entries(), (std::map<std::string, std::uint32_t>{{"b", 5}}));
@@ -190,7 +190,7 @@ TEST(KeyValueData, TheGreatestLengthsAreSurvived) {
     }
 }
 
-TEST(KeyValueData, ACutLaterEntryLeavesTheEarlierOneInForce) {
+TEST(KeyValueData, ATruncatedLaterEntryLeavesTheEarlierOneInForce) {
     const Bytes cut = oracle::encodeRaw("k", oracle::kTypeInt, {0, 0, 0});
     const Data data(chainOf(oracle::join({encodeInt("k", 1), cut})));
     EXPECT_EQ(intOf(data, "k"), (Value{true, 1, ""}));
@@ -316,7 +316,7 @@ TEST(KeyValueData, PayloadsThatAreNoneAreReadInSilence) {
     for (std::size_t size = 0; size <= valid.size(); ++size) {
         Bytes cut(valid.begin(), valid.begin() + static_cast<std::ptrdiff_t>(size));
         for (const std::uint8_t last : Bytes{0, 6, 20, 99, 255}) {
-            cut.push_back(last); // unknown types and lengths that go on behind the end
+            cut.push_back(last); // unknown types, and lengths past the end
             const Data data(chainOf(cut));
             intOf(data, "number");
             intOf(data, "text");

@@ -58,7 +58,7 @@ TEST(PayloadIndex, OfEntriesWithOneKeyTheLastIsFoundAmongFewAndAmongMany) {
     }
 }
 
-TEST(PayloadIndex, KeysThatBeginAlikeAreToldApart) {
+TEST(PayloadIndex, KeysThatBeginAlikeAreDistinguished) {
     const Bytes payload = numberedEntries({"a", std::string("a\0", 2), "ab", "", "abcdefgh", "abcdefghi"});
     const PayloadIndex index(payload.data(), payload.size());
     EXPECT_EQ(intAt(index, "a"), 0);

@@ -107,7 +107,7 @@ const std::string kHeaderLine = "E Sonvia_Default: [CtrlProtocol::sendCommand:li
 const std::string kJoinLine = "E Sonvia_Default: [CtrlProtocol::sendCommand:line]malloc size:3 failed";
 const std::string kProtectLine = "E Sonvia_Default: [SafetyDataDeal::encryptData:line]malloc size:25 failed";
 
-/// A stream that takes no memory for a small packet and says in how many pieces the last one came.
+/// A stream that allocates nothing for a small packet and counts the pieces of the last one.
 class RoomyStream : public KeptStream {
 public:
     RoomyStream() { bytes.reserve(1000); }
@@ -122,11 +122,10 @@ public:
     const std::uint8_t* lastPiece = nullptr;
 };
 
-/// What became of "abc", sent while one request got no memory, and of "next", sent in peace.
+/// What became of "abc", sent while one allocation failed, and of "next", sent without failures.
 struct Sending {
     int requests = 0;
-    bool outOfObjects =
-        false; ///< an object of a few bytes was refused, which the caller is told by an exception
+    bool outOfObjects = false; ///< the allocation of an object failed, which the caller gets as an exception
     Lines lines;
     Bytes bytes; ///< of "abc"
     std::size_t pieces = 0;
@@ -182,30 +181,30 @@ std::vector<Sending> everySending(bool isProtected) {
 }
 
 /// The sending that wrote this line and no other one.
-Sending toldBy(const std::string& line, bool isProtected) {
+Sending sendingThatLogs(const std::string& line, bool isProtected) {
     for (const Sending& sending : everySending(isProtected)) {
         if (sending.lines == Lines{line}) {
             return sending;
         }
     }
-    ADD_FAILURE() << "no sending tells " << line;
+    ADD_FAILURE() << "no sending logs " << line;
     return {};
 }
 
 TEST(AllocationTest, PayloadThatCannotBeJoinedIsSentPlainInThePiecesThatItCameIn) {
-    const Sending sending = toldBy(kJoinLine, true);
+    const Sending sending = sendingThatLogs(kJoinLine, true);
     EXPECT_EQ(sending.bytes, kPlainPacket);
     EXPECT_EQ(sending.pieces, 3U);
     EXPECT_TRUE(sending.endsInTheCallersPiece);
 }
 
 TEST(AllocationTest, PayloadThatCannotBeProtectedIsSentPlain) {
-    EXPECT_EQ(toldBy(kProtectLine, true).bytes, kPlainPacket);
+    EXPECT_EQ(sendingThatLogs(kProtectLine, true).bytes, kPlainPacket);
 }
 
-TEST(AllocationTest, CommandWithoutMemoryForItsHeaderIsNotSentAndTheLogSaysSo) {
+TEST(AllocationTest, CommandWhoseHeaderCannotBeAllocatedIsNotSentAndLogged) {
     for (const bool isProtected : {false, true}) {
-        EXPECT_EQ(toldBy(kHeaderLine, isProtected).bytes, Bytes()) << isProtected;
+        EXPECT_EQ(sendingThatLogs(kHeaderLine, isProtected).bytes, Bytes()) << isProtected;
     }
 }
 

@@ -31,7 +31,7 @@ protected:
     }
 
     std::string phoneName() {
-        const char* name = direct.session.lendPhoneName();
+        const char* name = direct.session.getPhoneName();
         return name != nullptr ? name : "<null>";
     }
 
@@ -227,7 +227,7 @@ TEST_F(Notify, EveryTruncationRunsOnlyTheHandlersOfWholeEntries) {
         const std::size_t state = encodeInt("player-state", 2).size();
         const std::size_t name = state + encodeText("phone-name", "Handset A").size();
         EXPECT_EQ(cut.session.getPlayerState(), size >= state ? 2U : 4U) << size;
-        EXPECT_EQ(cut.session.lendPhoneName() != nullptr, size >= name) << size;
+        EXPECT_EQ(cut.session.getPhoneName() != nullptr, size >= name) << size;
         EXPECT_LT(Host::events().size(), 4U) << size;
     }
 }
@@ -280,7 +280,7 @@ TEST_F(Notify, CallbacksMayCallBackIntoTheSession) {
         EXPECT_TRUE(direct.session.init(Host::record()));
         direct.session.endProjection(seriesFrom(9));
         EXPECT_EQ(direct.session.getPlayerState(), 4U);
-        EXPECT_EQ(direct.session.lendPhoneName(), nullptr);
+        EXPECT_EQ(direct.session.getPhoneName(), nullptr);
     });
     direct.receive(encodeInt("change-mode", 3));
     EXPECT_EQ(depth, 1);

@@ -1,4 +1,4 @@
-// What a completed connect and a stream error do to the session, told by calling it as the loop does.
+// What a completed connect and a stream error do to the session, which is called as the loop calls it.
 
 #include "log/write_log.h"
 #include "oracle/entries.h"
@@ -168,7 +168,7 @@ TEST_F(ConnectionState, EveryOtherCodeIsAStreamError) {
     }
 }
 
-TEST_F(ConnectionState, EveryErrorIsLoggedBeforeTheHostHearsOfIt) {
+TEST_F(ConnectionState, EveryErrorIsLoggedBeforeItIsReported) {
     connected();
     Host::whenError([](int, int) { writeLog(kLogInfo, "Host", "called"); });
     LogCapture log;
@@ -262,7 +262,7 @@ TEST_F(ConnectionState, TheErrorCallbackInForceIsTheLatestRecords) {
 
 TEST_F(ConnectionState, AFreshSessionHasNoReportAndNoHandle) {
     EXPECT_EQ(direct.session.getPlayerState(), 4U);
-    EXPECT_EQ(direct.session.lendPhoneName(), nullptr);
+    EXPECT_EQ(direct.session.getPhoneName(), nullptr);
     EXPECT_EQ(direct.session.handle(), nullptr);
     EXPECT_TRUE(direct.stream.writes.empty());
 }

@@ -79,7 +79,7 @@ TEST_F(DeviceInfo, TextsThatAreNotTerminatedAreReadTo256Bytes) {
                              {"pcName", full}}));
 }
 
-TEST_F(DeviceInfo, BytesBehindATerminatorAreNotSent) {
+TEST_F(DeviceInfo, BytesAfterATerminatorAreNotSent) {
     connected();
     AudioServiceParam param = Host::record();
     setText(param.model, std::string("short\0and more", 14));
@@ -146,7 +146,7 @@ TEST_F(DeviceInfo, TheRecordIsCopiedAndMayBeReused) {
     EXPECT_EQ(sent(0), sent(1));
 }
 
-TEST_F(DeviceInfo, AConnectUnderWayRefusesAnotherOneAndSaysSo) {
+TEST_F(DeviceInfo, AConnectUnderWayRefusesAndLogsAnotherOne) {
     PipeSession pipe;
     pipe.runLoop();
     const auto release = pipe.holdLoop();

@@ -74,7 +74,7 @@ TEST_F(Session, NothingOvertakesTheDeviceInformation) {
     EXPECT_EQ(packets[0].sequence, 1);                                     // setAccountID took 0
 }
 
-TEST_F(Session, WithNoServiceListeningInitIsTrueAndTheHostHearsLater) {
+TEST_F(Session, WithNoServiceListeningInitIsTrueAndTheErrorFollows) {
     LogCapture log;
     EXPECT_TRUE(pipe.session->init(Host::record()));
     EXPECT_TRUE(Host::errors().empty());
@@ -212,8 +212,8 @@ TEST_F(Session, ANameOfSixteenMegabytesArrivesWhole) {
     pipe.sendToSession(
         oracle::join({notify(encodeText("phone-name", name)), notify(encodeInt("change-mode", 1))}));
     ASSERT_TRUE(Host::waitForEvents(1));
-    ASSERT_NE(pipe.session->lendPhoneName(), nullptr);
-    EXPECT_TRUE(pipe.session->lendPhoneName() == name);
+    ASSERT_NE(pipe.session->getPhoneName(), nullptr);
+    EXPECT_TRUE(pipe.session->getPhoneName() == name);
 }
 
 TEST_F(Session, CallbacksOnTheLoopThreadMayCallBackIntoTheSession) {
@@ -224,7 +224,7 @@ TEST_F(Session, CallbacksOnTheLoopThreadMayCallBackIntoTheSession) {
         EXPECT_TRUE(pipe.session->setAccountID("abc"));
         EXPECT_TRUE(pipe.session->init(Host::record()));
         EXPECT_EQ(pipe.session->getPlayerState(), 4U);
-        EXPECT_STREQ(pipe.session->lendPhoneName(), "Handset A");
+        EXPECT_STREQ(pipe.session->getPhoneName(), "Handset A");
         ++done;
     });
     pipe.sendToSession(notify(encodeText("phone-name", "Handset A")));
@@ -238,7 +238,7 @@ TEST_F(Session, CallbacksOnTheLoopThreadMayCallBackIntoTheSession) {
                            [&done] { return done.load() == 1; })); // the service may be ahead of it
 }
 
-TEST_F(Session, AStopThatComesBeforeTheConnectIsDoneFollowsTheDeviceInformation) {
+TEST_F(Session, AStopDuringTheConnectFollowsTheDeviceInformation) {
     constexpr std::uint16_t kStop = 8193;
     PipeSession hasty;
     PipePeer& service = hasty.listen();
@@ -270,7 +270,7 @@ TEST_F(Session, ASessionThatNeverConnectedCanBeDestroyed) {
 }
 
 TEST_F(Session, ServiceThatDoesNotReadCostsABoundedNumberOfUnsentBytes) {
-    constexpr int kMost =
+    constexpr int kLimit =
         60000; // more than the bound holds of the shortest packets that carry a text of 255 bytes
     PipeSession stuffed;
     stuffed.listen(PipePeer::Reads::kWhenTold);
@@ -280,7 +280,7 @@ TEST_F(Session, ServiceThatDoesNotReadCostsABoundedNumberOfUnsentBytes) {
     ASSERT_TRUE(stuffed.waitForConnects(1));
     const std::string text(255, 'a');
     int sent = 0;
-    while (stuffed.session->refusedWrites.load() == 0 && sent < kMost) {
+    while (stuffed.session->refusedWrites.load() == 0 && sent < kLimit) {
         ASSERT_TRUE(stuffed.session->setAccountID(text.c_str()));
         ++sent;
     }
@@ -297,7 +297,7 @@ TEST_F(Session, ServiceThatDoesNotReadCostsABoundedNumberOfUnsentBytes) {
 
 // As when a service sends half a frame's header: libuv waits for the rest.
 TEST_F(Session, LoopThatIsStuckCostsABoundedNumberOfWaitingPacketsAndTheStopIsNotOneOfThem) {
-    constexpr std::size_t kMost = 1000;
+    constexpr std::size_t kLimit = 1000;
     DirectSession direct;
     LogCapture log;
     std::promise<void> stuck;
@@ -310,7 +310,7 @@ TEST_F(Session, LoopThatIsStuckCostsABoundedNumberOfWaitingPacketsAndTheStopIsNo
     }),
               0);
     stuck.get_future().wait();
-    for (std::size_t call = 0; call < kMost; ++call) {
+    for (std::size_t call = 0; call < kLimit; ++call) {
         ASSERT_NE(direct.loop->queue([] {}), nullptr);
     }
     EXPECT_TRUE(direct.session.setAccountID("someone"));

@@ -114,7 +114,7 @@ TEST(SessionThreads, NamesStayReadableWhileThousandsArrive) {
     for (int reader = 0; reader < 4; ++reader) {
         readers.emplace_back([&] {
             while (!done.load()) {
-                const char* name = pipe.session->lendPhoneName();
+                const char* name = pipe.session->getPhoneName();
                 pipe.session->getPlayerState();
                 for (const char* letter = name; letter != nullptr && *letter != 0; ++letter) {
                     if (*letter != *name) {
@@ -161,7 +161,7 @@ TEST(SessionThreads, EveryCallAtOnceFromFourThreadsWhileNotificationsArrive) {
                 pipe.session->init(Host::record());
                 pipe.session->setAccountID("someone");
                 pipe.session->getPlayerState();
-                pipe.session->lendPhoneName();
+                pipe.session->getPhoneName();
                 pipe.session->endProjection(seriesFrom(5));
             }
         });
@@ -181,7 +181,7 @@ TEST(SessionThreads, EveryCallAtOnceFromFourThreadsWhileNotificationsArrive) {
     EXPECT_TRUE(Host::errors().empty());
 }
 
-TEST(SessionThreads, WhatHasComeAtOnceIsNotToldOnceTheServiceHasGone) {
+TEST(SessionThreads, EventsOfOneReadAreNotReportedOnceTheServiceHasEnded) {
     Host host;
     DirectSession direct;
     LogCapture quiet;

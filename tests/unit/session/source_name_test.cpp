@@ -11,53 +11,53 @@
 
 TEST(SourceName, IsNullUntilANameIsSet) {
     SourceName name;
-    EXPECT_EQ(name.lend(), nullptr);
+    EXPECT_EQ(name.get(), nullptr);
     name.set("Handset A");
-    EXPECT_STREQ(name.lend(), "Handset A");
+    EXPECT_STREQ(name.get(), "Handset A");
 }
 
 TEST(SourceName, IsNullAgainAfterAnEmptyName) {
     SourceName name;
     name.set("Handset A");
     name.set("");
-    EXPECT_EQ(name.lend(), nullptr);
+    EXPECT_EQ(name.get(), nullptr);
 }
 
 TEST(SourceName, IsNullForANameThatBeginsWithAZeroByte) {
     SourceName name;
     name.set(std::string("\0A", 2));
-    EXPECT_EQ(name.lend(), nullptr);
+    EXPECT_EQ(name.get(), nullptr);
 }
 
-TEST(SourceName, TheSameNameIsLentAgainAtTheSamePlace) {
+TEST(SourceName, TheSameNameIsReturnedAtTheSameAddress) {
     SourceName name;
     name.set("Handset A");
-    const char* first = name.lend();
-    EXPECT_EQ(name.lend(), first);
+    const char* first = name.get();
+    EXPECT_EQ(name.get(), first);
 }
 
-TEST(SourceName, ALentTextStaysReadableWhenAnotherNameArrives) {
+TEST(SourceName, ATextStaysReadableWhenAnotherNameArrives) {
     SourceName name;
     name.set("Handset A");
-    const char* lent = name.lend();
+    const char* text = name.get();
     name.set("Handset B, with a text that is long enough to need memory of its own");
     name.set("");
-    EXPECT_STREQ(lent, "Handset A");
+    EXPECT_STREQ(text, "Handset A");
 }
 
 TEST(SourceName, ReadersOnDifferentThreadsDoNotEndEachOthersTexts) {
     SourceName name;
     name.set("one");
-    const char* here = name.lend();
+    const char* here = name.get();
     name.set("two");
-    std::thread([&name] { EXPECT_STREQ(name.lend(), "two"); }).join();
+    std::thread([&name] { EXPECT_STREQ(name.get(), "two"); }).join();
     EXPECT_STREQ(here, "one");
-    EXPECT_STREQ(name.lend(), "two");
+    EXPECT_STREQ(name.get(), "two");
 }
 
 TEST(SourceName, TheLast64ReadersKeepTheirTexts) {
     SourceName name;
-    std::vector<const char*> lent;
+    std::vector<const char*> texts;
     std::vector<std::thread> threads;
     std::atomic<std::size_t> turn{0};
     std::atomic<bool> done{false};
@@ -68,7 +68,7 @@ TEST(SourceName, TheLast64ReadersKeepTheirTexts) {
                 std::this_thread::yield();
             }
             name.set("name " + std::to_string(reader));
-            lent.push_back(name.lend());
+            texts.push_back(name.get());
             turn = reader + 1;
             while (!done.load()) {
                 std::this_thread::yield();
@@ -79,13 +79,13 @@ TEST(SourceName, TheLast64ReadersKeepTheirTexts) {
         std::this_thread::yield();
     }
     name.set("the last");
-    for (std::size_t reader = 0; reader < lent.size(); ++reader) {
-        EXPECT_EQ(lent[reader], "name " + std::to_string(reader));
+    for (std::size_t reader = 0; reader < texts.size(); ++reader) {
+        EXPECT_EQ(texts[reader], "name " + std::to_string(reader));
     }
-    EXPECT_STREQ(name.lend(),
+    EXPECT_STREQ(name.get(),
                  "the last"); // this reader takes the place of the one that has not read for longest
-    for (std::size_t reader = 1; reader < lent.size(); ++reader) {
-        EXPECT_EQ(lent[reader], "name " + std::to_string(reader));
+    for (std::size_t reader = 1; reader < texts.size(); ++reader) {
+        EXPECT_EQ(texts[reader], "name " + std::to_string(reader));
     }
     done = true;
     for (std::thread& thread : threads) {
@@ -100,7 +100,7 @@ TEST(SourceName, NoMoreThan64TextsAreKeptHoweverManyReadersHaveAsked) {
     for (int reader = 0; reader < 100; ++reader) {
         std::thread([&name, reader] {
             name.set(std::string(kSize, static_cast<char>('a' + reader % 26)));
-            EXPECT_NE(name.lend(), nullptr);
+            EXPECT_NE(name.get(), nullptr);
         }).join();
     }
     EXPECT_LT(support::heapInUse(), before + (SourceName::kMaxReaders + 2) * kSize);
@@ -114,7 +114,7 @@ TEST(SourceName, ReadersNeverReadFreedTextWhileThousandsOfNamesArrive) {
     const auto read = [&] {
         bool first = true;
         while (!done.load() || first) {
-            const char* text = name.lend();
+            const char* text = name.get();
             if (text != nullptr) {
                 // Every name is one letter, repeated: a torn or replaced text would show another one.
                 for (std::size_t index = 0, length = std::strlen(text); index < length; ++index) {

@@ -58,7 +58,7 @@ TEST(BufList, CopiesShareTheBlocksAndMovesEmptyTheSource) {
     }
 }
 
-TEST(BufList, AppendMovesAllViewsBehindThoseThatAreThere) {
+TEST(BufList, AppendMovesAllViewsToTheEnd) {
     for (std::size_t first = 0; first < kSizes; ++first) {
         for (std::size_t second = 0; second < kSizes; ++second) {
             OBufList list = listOfTexts(numbers(first));

@@ -108,7 +108,7 @@ TEST(Handle, DestroyedOnAnotherThreadIsReleasedWithoutClosing) {
     discardTimer(*loop.loop(), timer);
 }
 
-// Freed as it stands, it would be met by the end of the loop, which libuv's list of handles leads there.
+// Freed without a close, it would still be in libuv's list of handles when the loop ends.
 TEST(Handle, DestroyedBeforeTheLoopRanIsClosedAndFreedByTheEndOfTheLoop) {
     LoopThread loop;
     uv_timer_t* timer = newTimer(*loop.loop()); // freed by the close, as the address sanitizer sees

@@ -48,7 +48,7 @@ TEST(LoopDispatch, CallsThatABusyLoopKeepsWaitingFollowInTheirOrder) {
     loop.run();
     Steps order;
     const auto held = loop.hold();
-    EXPECT_TRUE(loop->dispatch([&] { order.emplace_back("first"); })); // returns: nobody waits for ever
+    EXPECT_TRUE(loop->dispatch([&] { order.emplace_back("first"); })); // returns: nobody waits forever
     EXPECT_TRUE(loop->dispatch([&] { order.emplace_back("second"); }));
     EXPECT_TRUE(order.empty());
     held->set();
@@ -170,7 +170,7 @@ TEST(LoopDispatch, WhenTheLoopIsStoppingItDropsTheCall) {
     discardTimer(*loop.loop(), timer);
 }
 
-// What a callback opens behind the walk of the shutdown is closed by nobody: the loop would never end.
+// A handle that a callback opens after the shutdown walk would leak: the loop would never end.
 TEST(LoopDispatch, OnTheLoopThreadOfAStoppingLoopItDropsTheCall) {
     LoopThread loop;
     uv_timer_t* timer = newTimer(*loop.loop());

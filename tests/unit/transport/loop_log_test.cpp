@@ -22,7 +22,7 @@ TEST(LoopLog, SinkGetsLevelTagAndFormattedText) {
     EXPECT_EQ(line, "2|Tag|text and 7");
 }
 
-TEST(LoopLog, LongLineIsCut) {
+TEST(LoopLog, LongLineIsTruncated) {
     std::string line;
     setLoopLogSink([&](int, const char*, const char* text) { line = text; });
     logLoopLine(1, "Tag", "%s", std::string(2000, 'x').c_str());

@@ -38,7 +38,7 @@ TEST(LoopTasks, EverythingPostedRunsInOrder) {
     }
 }
 
-TEST(LoopTasks, TaskThatRunsOutOfMemoryIsToldAndTheNextOneRuns) {
+TEST(LoopTasks, TaskThatRunsOutOfMemoryIsLoggedAndTheNextOneRuns) {
     std::string line;
     setLoopLogSink([&](int level, const char*, const char* text) { line += level == kLogError ? text : ""; });
     bool nextRan = false;
@@ -117,7 +117,7 @@ TEST(LoopTasks, TaskIsDestroyedWhenItHasRun) {
     EXPECT_EQ(whileNextRuns, 1);
 }
 
-TEST(LoopTasks, TaskBehindTheShutdownInTheSameBatchStillRuns) {
+TEST(LoopTasks, TaskAfterTheShutdownInTheSameBatchStillRuns) {
     LoopThread loop;
     loop.run();
     std::int32_t stateSeen = -1;
@@ -137,7 +137,7 @@ TEST(LoopTasks, TaskThatTheShutdownOvertakesIsDiscardedUnrun) {
     auto owned = std::make_shared<int>(1);
     const std::weak_ptr<int> watch = owned;
     const auto held = loop.hold();
-    // Runs in the batch of the shutdown, before it: what it posts is in the queue behind that batch.
+    // Runs in the batch of the shutdown, before it: what it posts is in the queue after that batch.
     loop->post([&loop, &ran, &posted, owned] { posted = loop->post([&ran, owned] { ran = true; }); });
     owned.reset();
     loop->stop();

@@ -34,7 +34,7 @@ TEST_F(SocketOperations, ReadBufferIsNoLargerThanABlockHoweverMuchIsAnnounced) {
     EXPECT_EQ(socket.pendingReads.back().buffer->capacity, 65536U);
 }
 
-TEST_F(SocketOperations, BufferOfAReadOfZeroBytesIsLentAgain) {
+TEST_F(SocketOperations, BufferOfAReadOfZeroBytesIsReused) {
     OBufList got;
     socket.setReadCallback([&](OBaseSocket*, OBufList list, std::int32_t) { got = std::move(list); });
     const uv_buf_t first = allocate(100);

@@ -7,7 +7,7 @@ using namespace support;
 
 namespace {
 
-/// A listening pipe on the loop of the test; what it hears is accepted by an OStreamPipe.
+/// A listening pipe on the loop of the test; an OStreamPipe accepts its connections.
 class AcceptingPipe : public StreamPipe {
 protected:
     void listen() {

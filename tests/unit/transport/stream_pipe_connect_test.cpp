@@ -154,7 +154,7 @@ TEST_F(StreamPipe, ConnectToAnotherNameIsRefusedAndTheConnectionKept) {
 }
 
 TEST_F(StreamPipe, ConnectOfAPipeWhosePeerHasGoneAsksTheSystemAnew) {
-    for (const bool reads : {true, false}) { // who does not read does not hear that the peer has gone
+    for (const bool reads : {true, false}) { // without reading, libuv does not report that the peer has gone
         LoopThread own;
         TestPipe lonely(own.loop());
         Reports seen;
@@ -222,7 +222,7 @@ TEST_F(StreamPipe, EveryConnectThatWasAcceptedHasItsCallbackHoweverTheLoopStops)
     loop.run();
     const auto held = loop.hold();
     EXPECT_EQ(loop->stop(), 0);
-    ASSERT_TRUE(counting.connect("p")); // queued behind the stop
+    ASSERT_TRUE(counting.connect("p")); // queued after the stop
     held->set();
     loop.join();
     EXPECT_EQ(counting.statuses, std::vector<std::int32_t>({UV_ECANCELED}));

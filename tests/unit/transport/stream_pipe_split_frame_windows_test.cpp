@@ -39,7 +39,7 @@ protected:
         EXPECT_EQ(written, bytes.size());
     }
 
-    /// What stands before the payload of a frame: flags (1: there is a payload, 2: a socket is passed along), 0, its
+    /// What precedes the payload of a frame: flags (1: there is a payload, 2: a socket is passed along), 0, its
     /// length, 0.
     static std::string frameHeader(std::uint32_t length, std::uint32_t flags = 1) {
         const std::array<std::uint32_t, 4> fields = {flags, 0, length, 0};
@@ -60,7 +60,7 @@ private:
 
 } // namespace
 
-TEST_F(SplitFrame, PayloadThatComesLaterThanItsHeaderIsReadAndCostsOneReadOfNothing) {
+TEST_F(SplitFrame, PayloadThatArrivesAfterItsHeaderIsReadAndCostsOneEmptyRead) {
     for (std::size_t frame = 1; frame <= 20; ++frame) {
         send(frameHeader(5));
         ASSERT_TRUE(reports.waitForEvents(1 + frame));
@@ -92,7 +92,7 @@ TEST_F(SplitFrame, FrameThatAnnouncesGigabytesAndStaysAwayHoldsOneBlockAndNoThre
     EXPECT_LE(zeroReads(), 51u);
 }
 
-TEST_F(SplitFrame, OwnerThatStopsReadingInThePauseHearsNothingMore) {
+TEST_F(SplitFrame, OwnerThatStopsReadingInThePauseGetsNothingMore) {
     Signal stopped;
     loop.call([&] {
         pipe->setEventCallback([&](OBaseSocket* socket, std::int32_t, std::int32_t) {
