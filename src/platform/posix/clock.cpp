@@ -1,5 +1,7 @@
 #include "platform/clock.h"
 
+#include "platform/calendar_tm.h"
+
 #include <ctime>
 #include <mutex>
 
@@ -36,19 +38,11 @@ public:
         if (::localtime_r(&time, &local) == nullptr) {
             return {}; // GCOVR_EXCL_LINE a time beyond what the C library can put in a calendar
         }
-        return {local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
-                local.tm_hour,        local.tm_min,     local.tm_sec};
+        return calendarTimeOf(local);
     }
 
     std::int64_t fromLocal(const CalendarTime& local) override {
-        std::tm time{};
-        time.tm_year = local.year - 1900;
-        time.tm_mon = local.month - 1;
-        time.tm_mday = local.day;
-        time.tm_hour = local.hour;
-        time.tm_min = local.minute;
-        time.tm_sec = local.second;
-        time.tm_isdst = -1;
+        std::tm time = tmOf(local);
         const std::lock_guard guard(timeZoneMutex());
         return std::mktime(&time);
     }

@@ -1,5 +1,7 @@
 #include "platform/clock.h"
 
+#include "platform/calendar_tm.h"
+
 #include <windows.h>
 
 #include <ctime>
@@ -38,19 +40,11 @@ public:
         if (_localtime64_s(&local, &time) != 0) {
             return {};
         }
-        return {local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
-                local.tm_hour,        local.tm_min,     local.tm_sec};
+        return calendarTimeOf(local);
     }
 
     std::int64_t fromLocal(const CalendarTime& local) override {
-        std::tm time{};
-        time.tm_year = local.year - 1900;
-        time.tm_mon = local.month - 1;
-        time.tm_mday = local.day;
-        time.tm_hour = local.hour;
-        time.tm_min = local.minute;
-        time.tm_sec = local.second;
-        time.tm_isdst = -1;
+        std::tm time = tmOf(local);
         return _mktime64(&time);
     }
 
