@@ -13,7 +13,7 @@ namespace protocol {
 /// another type.
 class EntryView {
 public:
-    /// Views nothing yet and must not be asked: arrays of views would cost more to clear than to fill.
+    /// Views nothing yet and must not be asked.
     EntryView() = default;
 
     /// `typeAt`: the type byte, just after the key. `length`: bytes of the value without its length field.
@@ -43,9 +43,9 @@ public:
 private:
     bool has(ValueType type) const { return *mTypeAt == type; }
 
-    const std::uint8_t* mTypeAt;
-    std::uint32_t mLength;
-    std::uint32_t mKeyLength; ///< wide, so that a copy is two words and not bytes in between
+    const std::uint8_t* mTypeAt = nullptr;
+    std::uint32_t mLength = 0;
+    std::uint32_t mKeyLength = 0; ///< wide, so that a copy is two words and not bytes in between
 };
 
 } // namespace protocol

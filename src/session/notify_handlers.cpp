@@ -28,30 +28,38 @@ struct QuPCAudioMessage::NotifyTable {
         {protocol::kKeyPhoneName, &QuPCAudioMessage::handlePhoneName},
         {protocol::kKeyPlayerState, &QuPCAudioMessage::handlePlayerState},
     }};
-
-    /// For each length of a key the only row that it can be: no two keys are equally long.
-    static constexpr auto kRowOfLength = [] {
-        std::array<std::uint8_t, protocol::kMaxKeyLength + 1> rows = {};
-        for (std::size_t row = 0; row < kRows.size(); ++row) {
-            rows.at(kRows.at(row).key.size()) = static_cast<std::uint8_t>(row);
-        }
-        return rows;
-    }();
-    static_assert(std::all_of(kRows.begin(), kRows.end(), [](const Row& row) {
-        return &kRows.at(kRowOfLength.at(row.key.size())) == &row;
-    }));
 };
+
+namespace {
+
+/// For each length of a key the only row that it can be: no two keys are equally long.
+template <typename Rows>
+constexpr auto rowsByLength(const Rows& rows) {
+    std::array<std::uint8_t, protocol::kMaxKeyLength + 1> byLength = {};
+    for (std::size_t row = 0; row < rows.size(); ++row) {
+        byLength.at(rows.at(row).key.size()) = static_cast<std::uint8_t>(row);
+    }
+    return byLength;
+}
+
+} // namespace
 
 // A peer decides how many entries a payload has: only views of the known ones are kept, the last of each key, and a
 // session whose service has gone gives up on the way.
 void QuPCAudioMessage::dispatchNotify(const std::uint8_t* payload, std::uint32_t length) {
+    static constexpr auto kRowOfLength = rowsByLength(NotifyTable::kRows);
+    static_assert(std::all_of(NotifyTable::kRows.begin(), NotifyTable::kRows.end(),
+                              [](const auto& row) {
+                                  return &NotifyTable::kRows.at(kRowOfLength.at(row.key.size())) == &row;
+                              }),
+                  "two keys are equally long: a row must then be found in another way");
     const auto isWanted = [this] { return connection() != Connection::Gone; };
     std::array<protocol::EntryView, NotifyTable::kRows.size()> found;
     std::uint32_t rows = 0; // a bit for each that was found
     protocol::walkEntries(
         payload, length,
         [&found, &rows](protocol::EntryView entry) {
-            const std::uint8_t row = NotifyTable::kRowOfLength[entry.key().size()];
+            const std::uint8_t row = kRowOfLength[entry.key().size()];
             if (entry.key() == NotifyTable::kRows[row].key) {
                 found[row] = entry;
                 rows |= 1U << row;
