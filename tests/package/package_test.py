@@ -110,7 +110,8 @@ def contents():
     expect(abi.exports(pefile.PE(PACKAGE / "dev/bin/tap/SonviaPCAudioDll.dll")) == gates.EXPORTS, "the tap exports something else")
     expect(json.loads((PACKAGE / "abi.json").read_text()) == abi.manifest(), "abi.json is not that of the DLL")
     notices = " ".join((PACKAGE / "THIRD-PARTY-NOTICES.txt").read_text().split())
-    for licence in (*(ROOT / "build/deps/src").glob("libuv-*/LICENSE*"), *(ROOT / "build/deps/src").glob("miniz-*/LICENSE")):
+    sources = ROOT / "build/deps/src"
+    for licence in (*sources.glob("libuv-*/LICENSE*"), *sources.glob("miniz-*/third-party/miniz/LICENSE")):
         if licence.name != "LICENSE-docs":
             expect(" ".join(licence.read_text().split()) in notices, f"the notices lack {licence.parent.name}'s {licence.name}")
     for name in ("winpthreads", "libstdc++", "GCC RUNTIME LIBRARY EXCEPTION", "CLI11", "JSON for Modern C++"):
