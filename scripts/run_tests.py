@@ -64,10 +64,11 @@ class Screen:
         with self.lock:
             self.parts[part] = state
             now = self.seconds()
-            line = ", ".join(f"{name} {state}" for name, state in self.parts.items() if state) + f", {now:.0f} s"
+            under_way = [f"{name} {state}" for name, state in self.parts.items() if state]
+            line = ", ".join([*under_way, f"{now:.0f} s"])
             if sys.stdout.isatty():
                 print(f"\r\033[K{line[:shutil.get_terminal_size().columns - 1]}", end="", flush=True)
-            elif now - self.shown >= 15:
+            elif under_way and now - self.shown >= 15:
                 self.shown = now
                 print(line, flush=True)
 
