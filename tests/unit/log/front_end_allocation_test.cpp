@@ -101,7 +101,6 @@ public:
         return found;
     }
 
-    std::unique_ptr<LogerManager> manager;
     int id = -1;
     bool isSetUp = false;
     bool isStarted = false;
@@ -112,6 +111,9 @@ private:
     const std::string mConfigFile;
     FakeClock mClock;
     SilentConsole mConsole;
+
+public:
+    std::unique_ptr<LogerManager> manager; ///< last: its end still uses the clock and the console
 };
 
 } // namespace
