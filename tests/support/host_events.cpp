@@ -29,8 +29,10 @@ std::size_t HostEvents::count() const {
     return mMonitor.read([this] { return mEvents.size(); });
 }
 
-testing::AssertionResult HostEvents::waitForCount(std::size_t count) const {
-    return withEvents(mMonitor.reaches(count, "events", [this] { return mEvents.size(); }));
+testing::AssertionResult HostEvents::waitForCount(std::size_t count,
+                                                  std::chrono::milliseconds timeout) const {
+    return withEvents(mMonitor.reaches(
+        count, "events", [this] { return mEvents.size(); }, timeout));
 }
 
 testing::AssertionResult HostEvents::waitFor(const HostEvent& wanted) const {

@@ -43,7 +43,8 @@ public:
     std::vector<HostEvent> all() const;
     std::size_t count() const;
     // Each waits, at most for the timeout.
-    testing::AssertionResult waitForCount(std::size_t count) const;
+    testing::AssertionResult waitForCount(std::size_t count,
+                                          std::chrono::milliseconds timeout = kTimeout) const;
     testing::AssertionResult waitFor(const HostEvent& wanted) const;
 
     // Called inside each callback, on the library's thread, after the event was noted.

@@ -92,11 +92,12 @@ public:
     }
 
     template <typename Count>
-    testing::AssertionResult reaches(std::size_t wanted, const std::string& what, Count count) const {
+    testing::AssertionResult reaches(std::size_t wanted, const std::string& what, Count count,
+                                     std::chrono::milliseconds timeout = kTimeout) const {
         std::unique_lock lock(mMutex);
-        return mChanged.wait_for(lock, kTimeout, [&] { return count() >= wanted; })
+        return mChanged.wait_for(lock, timeout, [&] { return count() >= wanted; })
                    ? testing::AssertionSuccess()
-                   : tooFew(count(), wanted, what, kTimeout);
+                   : tooFew(count(), wanted, what, timeout);
     }
 
 private:

@@ -14,6 +14,7 @@ public static class Quits
         for (int round = 0; round < 20; ++round)
         {
             using (CountdownEvent flooded = new CountdownEvent(10))
+            using (ManualResetEvent waiting = new ManualResetEvent(!waitInHandler))
             using (ManualResetEvent closed = new ManualResetEvent(false))
             using (Session session = new Session(args[0], LogLevel.Warning, TimeSpan.FromMinutes(1)))
             {
@@ -25,11 +26,13 @@ public static class Quits
                     }
                     else if (waitInHandler)
                     {
+                        waiting.Set();
                         closed.WaitOne();
                     }
                 };
                 session.Connect(new Identity { PcName = "Büro" });
                 flooded.Wait();
+                waiting.WaitOne();
                 Console.WriteLine("closing");
                 Stopwatch watch = Stopwatch.StartNew();
                 session.Close();
