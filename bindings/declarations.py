@@ -69,6 +69,13 @@ def mapped(kinds, kind):
     return kinds[kind]
 
 
+def mapped_field(types, field, callback, text):
+    """What a field of the record is declared as; `text` is a template for the size of an array of bytes."""
+    if "(*)" in field["type"]:
+        return callback
+    return text.format(field["size"]) if field["type"].startswith("char[") else mapped(types, field["type"])
+
+
 # --- C++ ---
 
 def cpp(interface):
@@ -229,13 +236,7 @@ def python(interface):
             "CALLBACK: Final = ctypes.CFUNCTYPE(None, ctypes.c_int, ctypes.c_int)", "", "",
             f"class {interface.record_name}(ctypes.Structure):", "    _fields_ = ["]
     for field in interface.fields:
-        kind = field["type"]
-        if "(*)" in kind:
-            declared = "CALLBACK"
-        elif kind.startswith("char["):
-            declared = f"ctypes.c_ubyte * {field['size']}"
-        else:
-            declared = mapped(CTYPES, kind)
+        declared = mapped_field(CTYPES, field, "CALLBACK", "ctypes.c_ubyte * {}")
         out += [f"        (\"{field['name']}\", {declared}),"]
     out += ["    ]", "", "", f"assert ctypes.sizeof({interface.record_name}) == {interface.record['size']}"]
     out += [f"assert {interface.record_name}.{field['name']}.offset == {field['offset']}" for field in interface.fields]
@@ -274,13 +275,7 @@ def rust(interface):
             "pub type Callback = extern \"C\" fn(c_int, c_int);", "", "/// The record for setParam.", "#[repr(C)]",
             "#[derive(Clone, Copy)]", "#[allow(non_snake_case)]", f"pub struct {interface.record_name} {{"]
     for field in interface.fields:
-        kind = field["type"]
-        if "(*)" in kind:
-            declared = "Option<Callback>"
-        elif kind.startswith("char["):
-            declared = f"[u8; {field['size']}]"
-        else:
-            declared = mapped(RUST, kind)
+        declared = mapped_field(RUST, field, "Option<Callback>", "[u8; {}]")
         out += [f"    pub {field['name']}: {declared},"]
     out += ["}", "", "// A layout that differs does not compile.",
             f"const _: [(); {interface.record['size']}] = [(); std::mem::size_of::<{interface.record_name}>()];",
